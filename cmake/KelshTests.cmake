@@ -1,0 +1,25 @@
+include(GoogleTest)
+
+# kelsh_add_test_program(NAME LABEL label [TIMEOUT seconds] [RESOURCE_LOCK name] SOURCES ... LIBRARIES ...)
+# One GoogleTest program; each of its cases becomes a ctest case with the label and time limit given.
+# RESOURCE_LOCK keeps cases that share an address or a file from running side by side.
+function(kelsh_add_test_program name)
+    cmake_parse_arguments(ARG "" "LABEL;TIMEOUT;RESOURCE_LOCK" "SOURCES;LIBRARIES" ${ARGN})
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 120)
+    endif()
+    if(NOT ARG_SOURCES)
+        return()
+    endif()
+    add_executable(${name} ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main kelsh_flags)
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
+    target_compile_definitions(${name} PRIVATE
+        KELSH_SOURCE_DIR="${PROJECT_SOURCE_DIR}" KELSH_BINARY_DIR="${PROJECT_BINARY_DIR}")
+    set(properties LABELS ${ARG_LABEL} TIMEOUT ${ARG_TIMEOUT})
+    if(ARG_RESOURCE_LOCK)
+        list(APPEND properties RESOURCE_LOCK ${ARG_RESOURCE_LOCK})
+    endif()
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+        PROPERTIES ${properties})
+endfunction()

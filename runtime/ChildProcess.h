@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+
+// Runs one shell command line ("/bin/sh -c") on this machine and waits for it. The child gets
+// default signal dispositions, an empty signal mask and descriptors 0 to 2 only; it stays in the
+// caller's process group, so that Ctrl+C reaches it and it may use the terminal.
+//
+// The wait ends when the shell ends, not when its output does: a background process that keeps the
+// pipe open does not hold up the caller.
+class ChildProcess {
+public:
+    enum class Input { kInherit, kNull };
+
+    struct Request {
+        std::string commandLine;
+        Input input = Input::kInherit;
+        // Where the streams go; null means the caller's own stream. The same string for both merges
+        // the streams in the order in which they are written.
+        std::string* output = nullptr;
+        std::string* errorOutput = nullptr;
+        // A variable to leave out of the child's environment; empty means none.
+        std::string withoutVariable;
+    };
+
+    struct Outcome {
+        enum class State { kExited, kSignaled, kNotStarted };
+        State state = State::kNotStarted;
+        int value = 0;       // the exit code, the signal or the errno
+        std::string reason;  // why it was not started
+
+        // The exit code as a shell reports it: 128 + n after signal n, -1 when not started.
+        int exitCode() const;
+    };
+
+    // May be called from several threads at once.
+    static Outcome run(const Request& request);
+};

@@ -1,0 +1,3 @@
+kelsh_add_test_program(unit_sets LABEL unit
+    SOURCES
+    LIBRARIES kelsh_core)

@@ -1,0 +1,3 @@
+kelsh_add_test_program(unit_shell LABEL unit
+    SOURCES
+    LIBRARIES kelsh_core)
