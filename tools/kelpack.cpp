@@ -153,7 +153,11 @@ int verifyPackages(const std::vector<std::string>& words) {
     const toolpackage::ToolKey key = toolpackage::ToolKey::load(arguments.key);
     return forEach(arguments.files, [&](const std::string& path) {
         const UniqueFd package = openPackage(path);
-        toolpackage::verify(package.get(), toolpackage::toolNameOf(baseName(path)), key);
+        try {
+            toolpackage::verify(package.get(), toolpackage::toolNameOf(baseName(path)), key);
+        } catch (const CException& fault) {
+            throw CException(path + ": " + fault.getErrMsg());
+        }
         std::cout << path << ": OK\n";
     });
 }
