@@ -1,90 +1,94 @@
 #pragma once
 
-#include <string>
+#include <string_view>
 
-// A small table-driven option scanner over an argument vector. It walks the vector once; words that
-// are no option of the table are passed over, so that options and plain words may stand in any
-// order. Neither the vector nor the table is owned or changed; both must outlive the scanner.
+// A small table-driven option scanner. It walks an argument vector, whose first element is the
+// program name, and stops at each word that equals an option of the table; plain words are passed
+// over wherever they stand. It changes nothing and owns nothing: the vector and the table must
+// outlive it.
 //
-//     const CSimpleOptTempl<char>::Option table[] = {
-//         {0, "-n", CSimpleOptTempl<char>::kRequiredSeparate},
-//         CSimpleOptTempl<char>::endOfTable()};
-//     CSimpleOptTempl<char> scanner(argc, argv, table);
-//     while (scanner.next()) { if (scanner.lastError() == scanner.kSuccess) ... }
-template <typename Character>
+//     using Scanner = CSimpleOptTempl<char>;
+//     const Scanner::Option kTable[] = {{0, "-cfg", Scanner::kRequiredSeparate},
+//                                       {-1, nullptr, Scanner::kNone}};
+//     for (Scanner scanner(argc, argv, kTable); scanner.next();) ...
+template <typename Char>
 class CSimpleOptTempl {
 public:
     enum ArgumentType {
-        kNone,              // stands alone
-        kRequiredSeparate,  // takes the following word, whatever it is
+        kNone,              // the option stands alone
+        kRequiredSeparate,  // its argument is the following word, whatever that is
     };
+
     enum Error {
         kSuccess,
-        kArgumentMissing,  // no word follows the option
+        kMissingArgument,  // the option is the last word
     };
+
+    // A table ends with the row {-1, nullptr, kNone}.
     struct Option {
         int id;
-        const Character* text;  // null ends the table
-        ArgumentType argumentType;
+        const Char* text;
+        ArgumentType argument;
     };
-    static constexpr Option endOfTable() { return Option{-1, nullptr, kNone}; }
 
-    // arguments[0] is the program's name and is not looked at.
-    CSimpleOptTempl(int count, const Character* const* arguments, const Option* options)
-        : argumentCount(count), words(arguments), table(options) {}
+    CSimpleOptTempl(int argc, const Char* const* argv, const Option* table)
+        : count(argc), words(argv), options(table) {}
 
-    // Moves to the next option of the table; false when there is none.
+    // Goes on to the next option; false when there is none left.
     bool next() {
-        for (; position < argumentCount; ++position) {
-            const Option* option = find(words[position]);
-            if (option != nullptr) {
-                take(*option);
+        while (++position < count) {
+            current = find(words[position]);
+            if (current != nullptr) {
+                takeArgument();
                 return true;
             }
         }
+        current = nullptr;
+        argument = nullptr;
+        error = kSuccess;
         return false;
     }
 
-    // About the option found last.
-    int optionId() const { return current->id; }
-    const Character* optionText() const { return current->text; }
-    // Where it stands in the argument vector.
-    int optionIndex() const { return index; }
-    // Null for an option without an argument and for one whose argument is missing.
-    const Character* optionArg() const { return argument; }
+    // About the option at which next() stopped: its id, the word, its argument (null when it has or
+    // gets none), and whether it is complete.
+    int optionId() const { return current != nullptr ? current->id : -1; }
+    const Char* optionText() const { return current != nullptr ? current->text : nullptr; }
+    const Char* optionArgument() const { return argument; }
+    // Where the option's word stands in the vector.
+    int optionIndex() const { return argument != nullptr ? position - 1 : position; }
     Error lastError() const { return error; }
 
 private:
-    const Option* find(const Character* word) const {
-        for (const Option* option = table; option->text != nullptr; ++option) {
-            if (std::basic_string<Character>(option->text) == word) {
-                return option;
+    const Option* find(const Char* word) const {
+        if (word == nullptr) {
+            return nullptr;
+        }
+        for (const Option* row = options; row->text != nullptr; ++row) {
+            if (std::basic_string_view<Char>(row->text) == word) {
+                return row;
             }
         }
         return nullptr;
     }
 
-    void take(const Option& option) {
-        current = &option;
-        index = position++;
+    void takeArgument() {
         argument = nullptr;
         error = kSuccess;
-        if (option.argumentType == kNone) {
+        if (current->argument == kNone) {
             return;
         }
-        if (position < argumentCount) {
-            argument = words[position++];
+        if (position + 1 < count && words[position + 1] != nullptr) {
+            argument = words[++position];
         } else {
-            error = kArgumentMissing;
+            error = kMissingArgument;
         }
     }
 
-    int argumentCount;
-    const Character* const* words;
-    const Option* table;
-    int position = 1;
-    int index = 0;
+    int count;
+    const Char* const* words;
+    const Option* options;
+    int position = 0;
     const Option* current = nullptr;
-    const Character* argument = nullptr;
+    const Char* argument = nullptr;
     Error error = kSuccess;
 };
