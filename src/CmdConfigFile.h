@@ -33,10 +33,10 @@ struct CmdSetBlock {
     std::string timeout;
 };
 
-// The first pass over a command file: collects its sections in file order, checks nothing. A section
-// without settings leaves no block. Where that is a [cmdset] with commands below it, a nameless
-// block is made for them at the line of the first one, so that the set is refused with a message and
-// the commands do not vanish in silence.
+// The first pass over a command file: collects its sections in file order, checks nothing. A
+// section without settings leaves no block. Where that is a [cmdset] with commands below it, a
+// nameless block is made for them at the line of the first one, so that the set is refused with a
+// message and the commands do not vanish in silence.
 class CmdConfigFile {
 public:
     // The stream stays the caller's.

@@ -23,6 +23,8 @@ NodeAgentAnswer askNodeAgent(const CNode& node) {
 
 std::vector<NodeAgentAnswer> askNodeAgents(const std::vector<const CNode*>& nodes,
                                            const NodeAgentQuery& query) {
+    // Made here if not yet: the instance must not come into being on several threads at once.
+    static_cast<void>(CSSLConfig::getInstance());
     std::vector<NodeAgentAnswer> answers(nodes.size());
     std::atomic<std::size_t> next{0};
     const auto work = [&] {

@@ -167,11 +167,11 @@ void NodeConfigFile::report() {
 void NodeConfigFile::reportAnswer(const Finding& finding, const NodeAgentAnswer& answer) {
     const CNode& node = *finding.node;
     if (!answer.connected) {
-        errors->addError(finding.line, CONFIGERROR_WARNING,
+        errors->addError(finding.line, CONFIG_WARNING,
                          "Can not connect to " + node.getName() + ". (" + node.getIp() + ":" +
                              std::to_string(node.getPort()) + ")");
     } else if (!answer.mac.empty() && answer.mac != node.getMac()) {
-        errors->addError(finding.line, CONFIGERROR_WARNING,
+        errors->addError(finding.line, CONFIG_WARNING,
                          node.getName() + ": IP(" + node.getIp() + ") and MAC(" + node.getMac() +
                              " != " + answer.mac + ") are not matched!");
     }

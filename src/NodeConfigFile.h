@@ -12,9 +12,9 @@ class CShellExecutionContext;
 class ConfigErrorCollector;
 
 // Reads a node file into the context: nodes first come, first kept; groups of nodes and of groups
-// that stand above them. The agents of all nodes are asked together after the last line is read, but
-// their findings are recorded between the others in the order of the file, as if each had been asked
-// when its line was read. One object per reading; main thread.
+// that stand above them. The agents of all nodes are asked together after the last line is read,
+// but their findings are recorded between the others in the order of the file, as if each had been
+// asked when its line was read. One object per reading; main thread.
 class NodeConfigFile {
 public:
     // Neither context nor errors is owned; both must outlive the object.
