@@ -3,6 +3,7 @@
 #include <list>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "CException.h"
 #include "CResult.h"
@@ -72,6 +73,9 @@ public:
     // Runs the line that reads a log back and returns what it prints.
     std::string readBack(const std::string& commandLine);
 
+    // Reads a whole file; throws CommandStopped when it cannot be read.
+    std::string readFile(const std::string& file);
+
     // Copies a file of the master to the node, under the same path. Throws CommandStopped with
     // missingMessage when it does not exist there afterwards because the master has none, and with
     // the reason when the copy failed.
@@ -94,6 +98,13 @@ private:
     std::string installPath;
     std::unique_ptr<SSLClient> client;
 };
+
+// The outcome of a command that ran a tool: the set's own status and message, beside the exit code
+// and the direct output of the run.
+void conclude(CResult& result, const CResult& run, int status, const std::string& summary);
+
+// Runs a tool whose whole log is the answer. Status 2 only where the run failed without a word.
+void showAnswer(CNodeSession& session, const PackagedRun& run, CResult& result);
 
 // Rules for file names on their way through command lines.
 namespace pathtext {
