@@ -27,6 +27,7 @@
 #include "ConfigErrorCollector.h"
 #include "PipedLine.h"
 #include "ShellLogging.h"
+#include "Terminal.h"
 
 // How the shell runs. One thread, the caller's of run(), does everything but the commands
 // themselves: it reads lines, asks, starts one worker for each target and waits for them
@@ -100,6 +101,7 @@ void keepForWorkers(std::unique_ptr<CShellExecutionContext> context) {
 void signalHandler(int sig) {
     const int savedErrno = errno;
     if (sig == SIGINT) {
+        Terminal::dropTypedAhead();
         constexpr char kText[] = "Do not use Ctrl+C to terminate this program.\n";
         writeLine(kText, sizeof kText - 1);
     } else {

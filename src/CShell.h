@@ -11,7 +11,6 @@
 namespace boost {
 class thread;
 }
-class AutoHistoryCommandLineRetriever;
 class CCmdHistory;
 class CNode;
 class CShellCommand;
@@ -149,7 +148,8 @@ private:
 
     // The interactive loop.
     void processLine(Line& line, CCmdHistory& history);
-    bool recall(std::string& text, const CCmdHistory& history) const;
+    bool runLine(const std::string& text, ConfigErrorCollector* errors);
+    bool recall(std::string& text, CCmdHistory& history) const;
     bool changeLevel(const std::string& text);
 
     OpenSslLocks openSslLocks;
