@@ -339,6 +339,8 @@ void AbstractCommandLineRetriever::moveOver(std::int64_t count) {
         putRight();
         moveRightInConsole(&cursorPos);
     }
+    // A text put in before the line was begun is in the line but not on the screen.
+    cursorIndex = std::min(cursorIndex, lineLength());
     line.seekp(cursorIndex);
 }
 
@@ -347,6 +349,7 @@ void AbstractCommandLineRetriever::moveBackOver(std::int64_t count) {
         --cursorIndex;
         moveIndexLeftInConsole(&cursorPos);
     }
+    cursorIndex = std::max<std::int64_t>(cursorIndex, 0);
     line.seekp(cursorIndex);
 }
 

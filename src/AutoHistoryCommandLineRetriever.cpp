@@ -41,11 +41,11 @@ std::string commonContinuation(const std::list<std::string>& candidates,
 }  // namespace
 
 AutoHistoryCommandLineRetriever::AutoHistoryCommandLineRetriever(
-    CShellExecutionContext* executionContext, CCmdHistory* history,
-    CShellExecutionContextAutoCompleteAdapter* autoCompleteAdapter)
-    : executionContext(executionContext),
-      history(history),
-      autoCompleteAdapter(autoCompleteAdapter) {}
+    CShellExecutionContext* newContext, CCmdHistory* newHistory,
+    CShellExecutionContextAutoCompleteAdapter* newAdapter)
+    : executionContext(newContext),
+      history(newHistory),
+      autoCompleteAdapter(newAdapter) {}
 
 AutoHistoryCommandLineRetriever::~AutoHistoryCommandLineRetriever() = default;
 

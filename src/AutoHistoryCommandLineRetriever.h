@@ -13,8 +13,8 @@ class CShellExecutionContextAutoCompleteAdapter;
 class AutoHistoryCommandLineRetriever : public AbstractCommandLineRetriever {
 public:
     // Owns none of the three; they must outlive the editor.
-    AutoHistoryCommandLineRetriever(CShellExecutionContext* executionContext, CCmdHistory* history,
-                                    CShellExecutionContextAutoCompleteAdapter* autoCompleteAdapter);
+    AutoHistoryCommandLineRetriever(CShellExecutionContext* newContext, CCmdHistory* newHistory,
+                                    CShellExecutionContextAutoCompleteAdapter* newAdapter);
     ~AutoHistoryCommandLineRetriever() override;
 
     void resetHistoryIndex() override;
