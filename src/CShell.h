@@ -11,7 +11,6 @@
 namespace boost {
 class thread;
 }
-class AutoHistoryCommandLineRetriever;
 class CCmdHistory;
 class CNode;
 class CShellCommand;
@@ -124,14 +123,15 @@ private:
     int runValidation(const std::list<std::string>& words);
     int runOneCommand(std::list<std::string>& words);
     int runInteractive(std::list<std::string>& words);
-    void reportWarnings(const ConfigErrorCollector& errors);
+    bool start(std::list<std::string>& words);
+    void descend(std::list<std::string>& words);
+    void keepWarnings(const ConfigErrorCollector& errors);
     void showWarnings() const;
     void validateInto(CShellExecutionContext& scratch, ConfigErrorCollector* errors,
                       const char* file);
 
     // The request.
-    void applyCommandOption(int id, const std::string& value, CCommandExecutionContext& cmd,
-                            CShellExecutionContext& ctx, ConfigErrorCollector* errors) const;
+    static std::string joinWords(const std::list<std::string>& words);
     bool namesUsableCommand(const std::string& request);
 
     // The engine.
@@ -142,19 +142,19 @@ private:
     Answer confirmNode(const Job& job, const std::string& nodeName) const;
     std::list<Worker> startNodes(const Job& job);
     Worker startWorker(const Job& job, CNode* node);
-    static bool awaitWorker(Worker& worker, unsigned int timeOut);
+    static void awaitWorker(Worker& worker, unsigned int timeOut);
     int reportNodes(std::list<Worker>& workers, long elapsed, unsigned int timeOut);
     void reportResult(const std::string& label, const CResult& result, bool fromNode);
 
     // The interactive loop.
     void processLine(Line& line, CCmdHistory& history);
-    bool recall(std::string& text, const CCmdHistory& history) const;
+    bool runLine(const std::string& text, ConfigErrorCollector* errors);
+    bool recall(std::string& text, CCmdHistory& history) const;
     bool changeLevel(const std::string& text);
 
     OpenSslLocks openSslLocks;
     std::unique_ptr<CShellExecutionContext> context;
     std::string installPath;
-    std::string resultDirectory;
     std::unique_ptr<CommandSequence> sequence;
     unsigned int currentSequence = 0;
     std::unique_ptr<ShellLogging> log;
