@@ -4,10 +4,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
-#include <sys/stat.h>
-#include <termios.h>
-
-#include "UniqueFd.h"
+#include <sys/types.h>
 
 // Standard input as a terminal: single keys, the cursor position, and the terminal's mode.
 // Standard input that is no terminal works too; it is read byte by byte, so that what is left stays
@@ -51,7 +48,8 @@ public:
     // Counted from 1; 0, 0 when the terminal does not answer within 250 ms. Keys that come before
     // the answer are kept for readKey, and an answer that comes too late never shows up as keys.
     // Within one hold a terminal that did not answer is not asked again. Nothing is asked unless
-    // standard input and standard output are both terminals.
+    // standard input and standard output are both terminals; an answer that stands in the input
+    // all the same is taken.
     void cursorPosition(unsigned int& row, unsigned int& column);
 
     // Puts the mode back at once; the next key takes it again.
@@ -64,7 +62,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    // Where a cursor report stands in the bytes read ahead, and what it says.
+    // A cursor report among the bytes read ahead.
     struct Report {
         std::size_t begin = 0;
         std::size_t end = 0;
@@ -72,34 +70,30 @@ private:
         unsigned int column = 0;
     };
     enum class Match { kNone, kPartial, kFull };
-    // What one attempt to read ended with.
     enum class Filled { kBytes, kEnd, kLate };
 
-    Terminal();
+    Terminal() = default;
 
-    bool enter();
-    void beginHold(std::function<void()> onResume);
-    void endHold();
+    void enter();
+    void leaveUnlessHeld();
     void noticeOtherInput();
     void obeyDrop();
-    void resumeIfContinued();
-    Filled fill(const Clock::time_point* deadline, std::size_t wanted);
-    Filled wait(const Clock::time_point* deadline);
-    void drain();
+    bool waitForInput(const Clock::time_point* deadline);
+    Filled fill(const Clock::time_point* deadline);
+    void readWhatIsThere();
     Match matchReport(std::size_t at, Report& report) const;
     bool takeReport(Report& report);
-    void skipLateReports();
+    bool takeReportAtFront(Report& report, std::chrono::milliseconds patience);
     bool awaitReport(Report& report);
 
-    std::string ahead;  // bytes read but not yet handed out, from aheadBegin on
+    std::string ahead;  // read but not yet handed out, from aheadBegin on
     std::size_t aheadBegin = 0;
-    dev_t inputDevice = 0;  // which file the bytes read ahead came from
+    dev_t inputDevice = 0;  // the file that the bytes read ahead came from
     ino_t inputInode = 0;
-    UniqueFd continued;  // written by the SIGCONT handler
-    std::function<void()> onResume;
-    unsigned int unanswered = 0;
+    std::function<void()> resumed;
+    unsigned int unanswered = 0;  // questions for the cursor position that may still be answered
     bool held = false;
-    bool hungUp = false;
+    bool mute = false;  // the terminal has not answered within this hold
     bool isTerminal = false;
-    bool mute = false;  // this hold's terminal has not answered
+    bool hungUp = false;
 };

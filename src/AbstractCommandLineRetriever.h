@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <sstream>
 #include <string>
@@ -56,7 +55,7 @@ public:
     // handleWindowSizeChange for SIGWINCH. At the end of input returns what stands on the line;
     // when the terminal has gone away, nothing: nobody has confirmed a line that lost its Enter.
     std::string getCommandLine();
-    // Whether the last line returned was ended by the end of input and not by a line feed.
+    // Whether the last line was ended by the end of input and not by a line feed.
     bool isEndOfInput() const { return endOfInput; }
 
 protected:
@@ -65,38 +64,32 @@ protected:
     std::int64_t cursorIndex = 0;
     std::ostringstream line;
 
-    // The prompt to draw again when the stopped shell is continued.
+    // What stands before the line, to draw it again when the stopped shell is continued.
     std::string shownPrompt;
 
-    std::int64_t lineLength();
     // Makes text the whole content of the line, with the put position at index.
     void setLine(const std::string& text, std::int64_t index);
-    // Moves the cursor over the rest of the line to its end; advances cursorIndex and cursorPos.
-    void moveToEnd();
+    // Moves the cursor right over that many characters of the line.
+    void moveOver(std::int64_t count);
+    // Moves the cursor left over that many characters of the line.
+    void moveBackOver(std::int64_t count);
 
 private:
-    using KeyHandler = void (AbstractCommandLineRetriever::*)();
-    struct KeyBinding;
-
     bool readLine();
-    bool dispatchKey(int key);
+    bool keyPressed(int key);
     bool escapePressed();
-    bool bracketSequence(int key);
-    void runBound(const KeyBinding* bindings, std::size_t count, int key);
+    bool bracketKeyPressed(int key);
+    void letterOPressed(int key);
 
     void backspacePressed();
     void deletePressed();
-    void leftPressed();
-    void rightPressed();
-    void homePressed();
-    void endPressed();
-    void insertPressed();
     void textPressed(char c);
     void scrollWhenWrappedOnLastRow();
 
-    void drawRest(const std::string& rest, bool blankAfter);
-    void moveBack(unsigned int from, unsigned int to);
-    void redraw();
+    std::int64_t lineLength();
+    std::string restOfLine() const;
+    void drawAndReturn(const std::string& cells, unsigned int from, unsigned int to);
+    void drawAgain();
 
     bool endOfInput = false;
 };

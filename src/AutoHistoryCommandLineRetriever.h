@@ -13,8 +13,8 @@ class CShellExecutionContextAutoCompleteAdapter;
 class AutoHistoryCommandLineRetriever : public AbstractCommandLineRetriever {
 public:
     // Owns none of the three; they must outlive the editor.
-    AutoHistoryCommandLineRetriever(CShellExecutionContext* executionContext, CCmdHistory* history,
-                                    CShellExecutionContextAutoCompleteAdapter* autoCompleteAdapter);
+    AutoHistoryCommandLineRetriever(CShellExecutionContext* newContext, CCmdHistory* newHistory,
+                                    CShellExecutionContextAutoCompleteAdapter* newAdapter);
     ~AutoHistoryCommandLineRetriever() override;
 
     void resetHistoryIndex() override;
@@ -34,12 +34,23 @@ protected:
     CShellExecutionContext* executionContext;
     CCmdHistory* history;
     CShellExecutionContextAutoCompleteAdapter* autoCompleteAdapter;
+    // 0 while the user does not browse; otherwise the entry shown, or one more than there are for
+    // the fresh line below the newest, or two more after trying to go further.
     unsigned int historyIndex = 0;
 
 private:
-    void showPrompt(const std::string& afterLevel);
-    void replaceLine(const std::string& text);
-    bool isLevelMode(const std::string& text, const std::list<std::string>& candidates) const;
-    void complete(std::string head, std::string* tail);
-    void listCandidates(const std::list<std::string>& candidates);
+    // The line taken apart for completion. The terminal cursor stands at its end.
+    struct Completion {
+        std::string text;  // the whole line
+        std::string head;  // before the cursor
+        std::string tail;  // from the cursor on
+        std::list<std::string> candidates;
+        bool levelMode = false;
+    };
+
+    void showPrompt(const std::string& behindLevel);
+    void eraseLine();
+    Completion beginCompletion();
+    void completeOne(Completion& completion);
+    void completeSeveral(const Completion& completion);
 };

@@ -11,11 +11,11 @@ public:
     virtual ~CCmdHistory();
 
     void add(std::string cmd);
-    unsigned int size();
+    unsigned int size() const;
     // The n-th entry, counted from 1 at the oldest; "" when there is none.
-    std::string getCmd(unsigned int n);
+    std::string getCmd(unsigned int n) const;
     // Writes the numbered entries to standard output.
-    void listIt();
+    void listIt() const;
 
 private:
     std::vector<std::string> entries;
