@@ -53,16 +53,17 @@ public:
     };
     using Behaviour = std::function<void(const Call&, CResult&)>;
 
-    explicit ScriptedSet(std::string name) : CShellCommandSet(std::move(name), "For tests.") {}
+    explicit ScriptedSet(std::string setName)
+        : CShellCommandSet(std::move(setName), "For tests.") {}
 
-    CShellCommand* add(const std::string& name, EXECUTE_DESTINATION destination,
+    CShellCommand* add(const std::string& commandName, EXECUTE_DESTINATION destination,
                        COMMAND_TYPE type = SCRIPT) {
-        auto* command = new CShellCommand(name, "A command.", "", type, destination);
+        auto* command = new CShellCommand(commandName, "A command.", "", type, destination);
         addSupportedCommand(command);
         return command;
     }
-    void execute(std::string command, CNode* node, CResult& result, unsigned timeOut) override {
-        const Call call{command, node != nullptr ? node->getName() : "", timeOut};
+    void execute(std::string command, CNode* node, CResult& result, unsigned limit) override {
+        const Call call{command, node != nullptr ? node->getName() : "", limit};
         {
             const std::lock_guard<std::mutex> lock(mutex);
             seen.push_back(call);

@@ -4,6 +4,7 @@
 
 #include <boost/thread/thread.hpp>
 
+#include "CException.h"
 #include "CShellCommandSet.h"
 #include "CThreadWrapperOfCommand.h"
 #include "ShellFixture.h"

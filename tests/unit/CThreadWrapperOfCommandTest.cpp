@@ -1,5 +1,3 @@
-#include "CThreadWrapperOfCommand.h"
-
 #include <memory>
 #include <stdexcept>
 
@@ -9,6 +7,7 @@
 #include "CException.h"
 #include "CNode.h"
 #include "CResult.h"
+#include "CThreadWrapperOfCommand.h"
 #include "CommandOutcome.h"
 #include "ShellFixture.h"
 #include "StopWatch.h"
