@@ -8,4 +8,4 @@ kelsh_add_test_program(unit_runtime LABEL unit
         ExceptionTest.cpp
         ProtocolTest.cpp
         StopWatchTest.cpp
-    LIBRARIES kelsh_core)
+    LIBRARIES kelsh_runtime)
