@@ -195,8 +195,7 @@ void FileReceiver::writeBack() {
 
 std::string FileReceiver::finish(const std::string& expectedDigest) {
     if (written != size) {
-        throw Damaged("cannot save \"" + path + "\": only " + progress(written, size) +
-                      " arrived");
+        throw Damaged("cannot save \"" + path + "\": only " + progress(written, size) + " arrived");
     }
     const std::string found = digest.finish();
     if (found != expectedDigest) {
@@ -286,6 +285,11 @@ std::string FileSender::read(std::size_t maxBytes) {
 }
 
 std::string FileSender::finish() {
+    // The files of /proc tell no size and yet hold something.
+    char more = 0;
+    if (::read(file.get(), &more, 1) > 0) {
+        fail("it became longer while it was read, or has no size of its own");
+    }
     struct stat now {};
     if (::fstat(file.get(), &now) != 0) {
         fail(std::strerror(errno));

@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <map>
 #include <memory>
@@ -15,6 +14,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
+
+#include <dirent.h>
 
 #include "UniqueFd.h"
 

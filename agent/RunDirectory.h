@@ -51,7 +51,7 @@ public:
         Kind kind = Kind::kOrdinary;
         // "NAME=value" in the environment of the owner's job; empty when it has none.
         std::string marker;
-        std::list<std::string> files;                        // to be removed
+        std::list<std::string> files;                          // to be removed
         std::list<std::pair<std::string, std::string>> tools;  // lock name, file to be removed
     };
 
