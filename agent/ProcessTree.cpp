@@ -10,12 +10,16 @@
 #include <map>
 #include <memory>
 #include <set>
-#include <sys/pidfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
 
 #include <dirent.h>
+
+// glibc 2.36 declares these without C linkage.
+extern "C" {
+#include <sys/pidfd.h>
+}
 
 #include "UniqueFd.h"
 

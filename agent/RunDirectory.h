@@ -3,6 +3,7 @@
 #include <functional>
 #include <list>
 #include <string>
+#include <utility>
 
 #include "UniqueFd.h"
 
@@ -16,7 +17,7 @@
 class RunLock {
 public:
     RunLock() = default;
-    explicit RunLock(UniqueFd file) : file(std::move(file)) {}
+    explicit RunLock(UniqueFd lockedFile) : file(std::move(lockedFile)) {}
     RunLock(RunLock&&) = default;
     RunLock& operator=(RunLock&& other) noexcept {
         release();

@@ -1,5 +1,6 @@
 #include "Session.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <csignal>
@@ -11,6 +12,7 @@
 #include <utility>
 
 #include "CException.h"
+#include "FileSource.h"
 #include "FileTransfer.h"
 #include "NetworkInterface.h"
 
@@ -284,19 +286,13 @@ bool Session::servePut(const protocol::Frame& frame) {
 std::string Session::receiveFile(const protocol::Put& put) {
     const TlsChannel::Deadline deadline =
         put.timeOutMs > 0 ? TlsChannel::after(put.timeOutMs) : TlsChannel::never();
-    FileReceiver receiver(put.path, put.size, put.mode, runDirectory);
+    FileReceiver receiver(put, runDirectory);
+    protocol::Frame frame;
     for (;;) {
-        protocol::Frame frame;
-        try {
-            frame = channel->receiveFrame(
-                std::min(deadline, TlsChannel::after(limits.uploadSilenceMs)));
-        } catch (const TlsError& lost) {
-            if (lost.kind() != TlsError::Kind::kTimedOut) {
-                throw;
-            }
+        if (!receiveUntil(frame, deadline)) {
             const std::string text = "\"" + put.path + "\" was not saved in time, " +
-                                     std::to_string(receiver.bytesWritten()) + " of " +
-                                     std::to_string(put.size) + " bytes had arrived";
+                                     std::to_string(receiver.receivedBytes()) + " of " +
+                                     std::to_string(put.size) + " bytes had arrived.";
             sendError(protocol::kErrorTimedOut, text);
             throw TlsError(TlsError::Kind::kTimedOut, text);
         }
@@ -305,10 +301,7 @@ std::string Session::receiveFile(const protocol::Put& put) {
             protocol::decode(frame.body, end);
             protocol::Result result;
             result.text = receiver.finish(end.digest);
-            result.elapsedMs =
-                static_cast<std::uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                               TlsChannel::Clock::now() - requestStart)
-                                               .count());
+            result.elapsedMs = static_cast<std::uint32_t>(elapsedMs());
             channel->sendFrame(protocol::encode(result), TlsChannel::after(kShortSendMs));
             return result.text;
         }
@@ -317,6 +310,18 @@ std::string Session::receiveFile(const protocol::Put& put) {
                                 " frame came in the middle of a file");
         }
         receiver.write(frame.body);
+    }
+}
+
+bool Session::receiveUntil(protocol::Frame& frame, TlsChannel::Deadline deadline) {
+    try {
+        channel->receiveFrame(frame, std::min(deadline, TlsChannel::after(limits.uploadSilenceMs)));
+        return true;
+    } catch (const TlsError& lost) {
+        if (lost.kind() != TlsError::Kind::kTimedOut) {
+            throw;
+        }
+        return false;
     }
 }
 
@@ -342,28 +347,26 @@ std::string Session::sendFile(const protocol::Get& get) {
     // A little more than the time given, so that the reason still gets through.
     const TlsChannel::Deadline hardDeadline =
         get.timeOutMs > 0 ? deadline + std::chrono::milliseconds(kLastWordsMs) : deadline;
-    FileSender sender(get.path);
-    channel->sendFrame(protocol::encode(protocol::FileInfo{sender.size(), sender.mode()}),
+    if (get.path.find('\0') != std::string::npos) {
+        throw FileError("The file name holds a NUL byte.");
+    }
+    FileSource source(get.path);
+    channel->sendFrame(protocol::encode(protocol::FileInfo{source.size(), source.mode()}),
                        hardDeadline);
-    for (;;) {
-        const std::string bytes = sender.read(protocol::kDataChunkBytes);
-        if (bytes.empty()) {
-            break;
-        }
+    std::string piece;
+    while (source.nextFrame(piece)) {
         if (TlsChannel::Clock::now() >= deadline) {
             const std::string text = "\"" + get.path + "\" was not sent in time, " +
-                                     std::to_string(sender.bytesRead()) + " of " +
-                                     std::to_string(sender.size()) + " bytes were read";
+                                     std::to_string(source.sentBytes()) + " of " +
+                                     std::to_string(source.size()) + " bytes were read.";
             sendError(protocol::kErrorTimedOut, text);
             return text;
         }
-        const protocol::FrameHeader header{static_cast<std::uint32_t>(bytes.size()),
-                                           FrameType::kData, 0};
-        channel->sendFrame(protocol::encodeHeader(header) + bytes, hardDeadline);
+        channel->sendFrame(piece, hardDeadline);
     }
-    const std::string digest = sender.finish();
+    const std::string digest = source.finish();
     channel->sendFrame(protocol::encode(protocol::End{digest}), hardDeadline);
-    return "sent, " + std::to_string(sender.size()) + " bytes, SHA-256 " +
+    return "sent, " + std::to_string(source.size()) + " bytes, SHA-256 " +
            FileDigest::shortHex(digest);
 }
 
@@ -406,9 +409,13 @@ void Session::tellListener(char what) {
 }
 
 void Session::logRequest(const std::string& what, const std::string& result) {
-    const auto elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(
-        TlsChannel::Clock::now() - requestStart);
-    log.info(who() + ": " + what + ": " + result + ", " + std::to_string(elapsed.count()) + " ms");
+    log.info(who() + ": " + what + ": " + result + ", " + std::to_string(elapsedMs()) + " ms");
+}
+
+long long Session::elapsedMs() const {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(TlsChannel::Clock::now() -
+                                                                 requestStart)
+        .count();
 }
 
 std::string Session::who() const {

@@ -69,6 +69,8 @@ private:
     void sendRest(Job& job, TlsChannel::Deadline deadline);
     void endWith(const protocol::Result& result, TlsChannel::Deadline deadline);
 
+    // False when nothing came in time.
+    bool receiveUntil(protocol::Frame& frame, TlsChannel::Deadline deadline);
     std::string receiveFile(const protocol::Put& put);
     std::string sendFile(const protocol::Get& get);
 
@@ -76,6 +78,7 @@ private:
     void sendAnswer(const std::string& text);
     void tellListener(char what);
     void logRequest(const std::string& what, const std::string& outcome);
+    long long elapsedMs() const;
     std::string who() const;
 
     UniqueFd socket;
