@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -117,6 +118,11 @@ std::string Job::readOutput(std::size_t maxBytes) {
 }
 
 std::size_t Job::unreadOutput() const {
+    if (uninterruptible) {
+        struct stat file {};
+        const bool known = ::fstat(output.get(), &file) == 0 && file.st_size > outputRead;
+        return known ? static_cast<std::size_t>(file.st_size - outputRead) : 0;
+    }
     int waiting = 0;
     if (::ioctl(output.get(), FIONREAD, &waiting) != 0 || waiting < 0) {
         return 0;

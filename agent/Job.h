@@ -80,7 +80,7 @@ public:
     // Reads at most maxBytes of what the job has written, without waiting; empty when there is
     // nothing at the moment.
     std::string readOutput(std::size_t maxBytes);
-    // How many bytes a pipe holds that are not read yet. Once the shell has ended, this much is the
+    // How many bytes are there that are not read yet. Once the shell has ended, this much is the
     // rest of its output; more may come from processes it left behind.
     std::size_t unreadOutput() const;
 

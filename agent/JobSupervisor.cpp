@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <limits>
 #include <fcntl.h>
+#include <limits>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/signalfd.h>
@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "CException.h"
+#include "Descriptors.h"
 #include "ProcessTree.h"
 
 namespace {
@@ -114,16 +115,7 @@ void JobSupervisor::becomeSupervisor() {
 void JobSupervisor::keepOnlyOwnDescriptors() {
     // The connection above all: while this process held it, the shell could not see it end.
     ::closelog();
-    std::vector<int> kept{control.get(), output.get(), settings.log->descriptor()};
-    std::sort(kept.begin(), kept.end());
-    int next = STDERR_FILENO + 1;
-    for (const int fd : kept) {
-        if (fd > next) {
-            ::close_range(static_cast<unsigned int>(next), static_cast<unsigned int>(fd - 1), 0);
-        }
-        next = std::max(next, fd + 1);
-    }
-    ::close_range(static_cast<unsigned int>(next), UINT_MAX, 0);
+    descriptors::closeAllBut({control.get(), output.get(), settings.log->descriptor()});
     const UniqueFd nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
     if (!nothing || ::dup2(nothing.get(), STDIN_FILENO) < 0 ||
         ::dup2(nothing.get(), STDOUT_FILENO) < 0) {
@@ -154,9 +146,8 @@ void JobSupervisor::prepare() {
         if (request.uninterruptible) {
             takeFirmwareLock();
         }
-        record = directory.openRecord(request.uninterruptible
-                                          ? RunDirectory::Kind::kUninterruptible
-                                          : RunDirectory::Kind::kOrdinary);
+        record = directory.openRecord(request.uninterruptible ? RunDirectory::Kind::kUninterruptible
+                                                              : RunDirectory::Kind::kOrdinary);
         if (!request.tools.isEmpty()) {
             tools = std::make_unique<ToolRunner>(settings.toolsPath(), settings.toolsKeyFile,
                                                  directory, record);
@@ -349,13 +340,11 @@ int JobSupervisor::pollTimeOut() const {
         return -1;
     }
     const auto left = std::chrono::ceil<milliseconds>(*deadline - Clock::now()).count();
-    return static_cast<int>(
-        std::clamp<long long>(left, 0, std::numeric_limits<int>::max()));
+    return static_cast<int>(std::clamp<long long>(left, 0, std::numeric_limits<int>::max()));
 }
 
 void JobSupervisor::waitForEvents() {
-    pollfd watched[2] = {{signals.get(), POLLIN, 0},
-                         {sessionGone ? -1 : control.get(), POLLIN, 0}};
+    pollfd watched[2] = {{signals.get(), POLLIN, 0}, {sessionGone ? -1 : control.get(), POLLIN, 0}};
     if (::poll(watched, 2, pollTimeOut()) <= 0) {
         return;
     }

@@ -5,13 +5,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
-#include <dirent.h>
 #include <fcntl.h>
 #include <memory>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
+
+#include <dirent.h>
 
 #include "CException.h"
 #include "ProcessTree.h"
@@ -53,8 +54,7 @@ std::string readSome(int fd, std::size_t most) {
     std::string text;
     char buffer[4096];
     while (text.size() < most) {
-        const ssize_t count =
-            ::pread(fd, buffer, sizeof buffer, static_cast<off_t>(text.size()));
+        const ssize_t count = ::pread(fd, buffer, sizeof buffer, static_cast<off_t>(text.size()));
         if (count < 0 && errno == EINTR) {
             continue;
         }
@@ -162,16 +162,16 @@ void RunDirectory::create() const {
         throw CException("cannot make the directory " + path + ": " + std::strerror(errno));
     }
     struct stat made {};
-    if (::lstat(path.c_str(), &made) != 0 || !S_ISDIR(made.st_mode) ||
-        made.st_uid != ::geteuid() || (made.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    if (::lstat(path.c_str(), &made) != 0 || !S_ISDIR(made.st_mode) || made.st_uid != ::geteuid() ||
+        (made.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
         throw CException(path + " must be a directory that only its owner may write to");
     }
 }
 
 RunLock RunDirectory::tryLock(const std::string& name) const {
     const std::string fileName = path + name;
-    UniqueFd file(::open(fileName.c_str(),
-                         O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_APPEND, S_IRUSR | S_IWUSR));
+    UniqueFd file(::open(fileName.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_APPEND,
+                         S_IRUSR | S_IWUSR));
     if (!file) {
         throw CException("cannot open the lock " + fileName + ": " + std::strerror(errno));
     }
@@ -258,8 +258,7 @@ bool RunDirectory::clean(const Entry& entry) const {
 bool RunDirectory::sweepRecord(const std::string& name,
                                const std::function<void(const std::string&)>& told) const {
     const std::string fileName = path + name;
-    const UniqueFd file(
-        ::open(fileName.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    const UniqueFd file(::open(fileName.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
     if (!file || !lockNow(file.get()) || !isNamed(file.get(), fileName)) {
         return true;
     }

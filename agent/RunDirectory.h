@@ -3,6 +3,7 @@
 #include <functional>
 #include <list>
 #include <string>
+#include <utility>
 
 #include "UniqueFd.h"
 
@@ -16,7 +17,7 @@
 class RunLock {
 public:
     RunLock() = default;
-    explicit RunLock(UniqueFd file) : file(std::move(file)) {}
+    explicit RunLock(UniqueFd lockedFile) : file(std::move(lockedFile)) {}
     RunLock(RunLock&&) = default;
     RunLock& operator=(RunLock&& other) noexcept {
         release();
@@ -51,7 +52,7 @@ public:
         Kind kind = Kind::kOrdinary;
         // "NAME=value" in the environment of the owner's job; empty when it has none.
         std::string marker;
-        std::list<std::string> files;                        // to be removed
+        std::list<std::string> files;                          // to be removed
         std::list<std::pair<std::string, std::string>> tools;  // lock name, file to be removed
     };
 

@@ -109,8 +109,8 @@ void ToolRunner::unpack(const std::string& packageName) {
     const std::string plain = toolsPath + toolName;
     record.addFile(temporary);
     ::unlink(temporary.c_str());
-    UniqueFd target(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
-                           S_IRWXU));
+    UniqueFd target(
+        ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, S_IRWXU));
     if (!target) {
         throw CException("cannot make " + temporary + ": " + std::strerror(errno));
     }
