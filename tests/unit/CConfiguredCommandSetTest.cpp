@@ -60,7 +60,7 @@ TEST_F(CConfiguredCommandSetRun, OptionsReachTheLineOfThePlatform) {
 
 TEST_F(CConfiguredCommandSetRun, OptionsReachTheLineOnThisMachine) {
     CResult result;
-    set.execute("show -t 'two  blanks'", nullptr, result, 1000);
+    set.execute("show -t \"two  blanks\"", nullptr, result, 1000);
     EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus());
     EXPECT_EQ("shown -t two  blanks\n", result.getRunSummary());
 }
