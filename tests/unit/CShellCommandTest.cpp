@@ -196,7 +196,7 @@ TEST(CShellCommand, ExactKindsTakeTheirNameAlone) {
 TEST(CShellCommand, KindsWithOptionsRefuseUnknownOptions) {
     for (const COMMAND_TYPE type : {BUILTIN_OPT, SCRIPT_OPT, DLLFUNCTION_OPT}) {
         EXPECT_TRUE(check(plain(type), "ls").accepted) << type;
-        EXPECT_TRUE(check(plain(type), "ls  ").accepted) << type;
+        EXPECT_FALSE(check(plain(type), "ls  ").accepted) << type;
         EXPECT_FALSE(check(plain(type), "ls -l").accepted) << type;
         EXPECT_EQ("", check(plain(type), "ls -l").findings) << type;
     }
