@@ -37,8 +37,8 @@ CShellCommandSet* makeSet(const std::string& name, std::initializer_list<const c
 
 class Destroyed : public CShellCommandSet {
 public:
-    Destroyed(const std::string& name, int& destructions)
-        : CShellCommandSet(name, "counts"), count(destructions) {}
+    Destroyed(const std::string& setName, int& destructions)
+        : CShellCommandSet(setName, "counts"), count(destructions) {}
     ~Destroyed() override { ++count; }
 
 private:
