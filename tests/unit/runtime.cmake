@@ -7,5 +7,7 @@ kelsh_add_test_program(unit_runtime LABEL unit
         ConfigLineReaderTest.cpp
         ExceptionTest.cpp
         ProtocolTest.cpp
+        SSLClientCertificateTest.cpp
+        SSLClientTest.cpp
         StopWatchTest.cpp
     LIBRARIES kelsh_runtime)
