@@ -65,8 +65,9 @@ AgentConfig::AgentConfig(std::string path) : nodePath(std::move(path)) {
         nodePath += '/';
     }
     listen = {"0.0.0.0", kDefaultPort};
-    certificateFile = nodePath + "node.pem";
-    caFile = nodePath + "ca.pem";
+    certificateFile = nodePath + "node.crt";
+    privateKeyFile = nodePath + "node.key";
+    caFile = nodePath + "ca.crt";
     toolsKeyFile = nodePath + "tools.key";
 }
 
@@ -141,6 +142,9 @@ void AgentConfig::read(FILE* stream, std::vector<Fault>& faults) {
         if (!reason.empty()) {
             faults.push_back({reader.lineNumber(), reason});
         }
+    }
+    if (seen.count("CERTIFICATE_FILE") != 0 && seen.count("PRIVATE_KEY_FILE") == 0) {
+        privateKeyFile.clear();
     }
     if (std::ferror(stream) != 0) {
         faults.push_back({0, std::string("cannot be read: ") + std::strerror(errno)});

@@ -41,7 +41,9 @@ public:
 
     ListenAddress listen;
     std::string certificateFile;
-    std::string privateKeyFile;  // empty: the key stands in the certificate file
+    // Empty: the key stands in the certificate file, as it is taken to do when the configuration
+    // names a certificate and no key.
+    std::string privateKeyFile;
     std::string caFile;
     std::string macAddress;  // empty: ask the interface
     std::string toolsKeyFile;

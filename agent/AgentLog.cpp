@@ -129,8 +129,8 @@ void AgentLog::write(Level level, const std::string& text) const {
         errno = savedErrno;
         return;
     }
-    const std::string line = timeStamp() + " kelnode[" + std::to_string(::getpid()) + "]: " +
-                             levelName(level) + clean + "\n";
+    const std::string line = timeStamp() + " kelnode[" + std::to_string(::getpid()) +
+                             "]: " + levelName(level) + clean + "\n";
     // A log on a full disk must not stop the agent; the rest of a short write is given up.
     ssize_t written = 0;
     do {

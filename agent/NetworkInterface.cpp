@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cstring>
-#include <ifaddrs.h>
 #include <linux/if_packet.h>
 #include <memory>
 #include <net/if_arp.h>
 #include <netinet/in.h>
+
+#include <ifaddrs.h>
 
 namespace {
 

@@ -6,15 +6,20 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
 #include <map>
 #include <memory>
 #include <set>
-#include <sys/pidfd.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
+
+#include <dirent.h>
+
+// glibc 2.36 declares these without C linkage.
+extern "C" {
+#include <sys/pidfd.h>
+}
 
 #include "UniqueFd.h"
 

@@ -1,3 +1,8 @@
 kelsh_add_test_program(integration_firmware LABEL integration
     SOURCES
-    LIBRARIES kelsh_core)
+        R2FirmwareTest.cpp
+        R3FirmwareTest.cpp
+    LIBRARIES kelsh_core kelsh_test_support)
+if(TARGET integration_firmware)
+    add_dependencies(integration_firmware kelnode)
+endif()

@@ -1,3 +1,8 @@
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
 #include <gtest/gtest.h>
 
 #include "CNode.h"
@@ -7,6 +12,7 @@
 #include "CShellCommandSet_FlashBIOS.h"
 #include "CShellExecutionContext.h"
 #include "CommandChecklist.h"
+#include "ScriptedAgent.h"
 #include "TempDir.h"
 
 namespace {
@@ -18,14 +24,22 @@ ExpectedCommand masterRow(const std::string& name, const std::string& descriptio
 // The context takes the set over, as start-up does.
 class BasicSet : public ::testing::Test {
 protected:
-    void SetUp() override { context.addCommandSet(basic); }
+    void SetUp() override {
+        ScriptedAgent::reset();
+        std::ofstream(file) << "content";
+        context.addCommandSet(basic);
+    }
 
-    CResult execute(const std::string& line, CNode* node = nullptr) {
+    CResult execute(const std::string& line, CNode* target = nullptr) {
         CResult result;
-        basic->execute(line, node, result, 5000);
+        basic->execute(line, target, result, 5000);
         return result;
     }
 
+    TempDir directory;
+    std::string file = directory.file("file");
+    ScriptedAgent& agent = ScriptedAgent::instance();
+    CNode node{"n1", "", "127.0.0.1", 4422};
     CShellExecutionContext context;
     CShellCommandSet_Basic* basic = new CShellCommandSet_Basic(&context);  // owned by the context
 };
@@ -91,9 +105,9 @@ TEST_F(CShellCommandSet_BasicTest, EmptyNodeMapIsTheTotalAlone) {
 TEST_F(CShellCommandSet_BasicTest, ListsGroupsInFileOrderWithTheirNodes) {
     auto* full = new CNodeGroup("rack");
     auto* empty = new CNodeGroup("empty");
-    auto* node = new CNode("n1", "00:11:22:33:44:55", "10.0.0.1");
-    context.getNodeMap()["n1"] = node;
-    full->addNode(node);
+    auto* member = new CNode("n1", "00:11:22:33:44:55", "10.0.0.1");
+    context.getNodeMap()["n1"] = member;
+    full->addNode(member);
     context.getNodeGroupList().push_back(full);
     context.getNodeGroupList().push_back(empty);
     const CResult result = execute("list group");
@@ -133,7 +147,6 @@ TEST_F(CShellCommandSet_BasicTest, ListGivesTheWorkingLevel) {
 }
 
 TEST_F(CShellCommandSet_BasicTest, ClearRunsTheSystemCommand) {
-    TempDir directory;
     const std::string path = std::getenv("PATH");
     ASSERT_EQ(std::system(("printf '#!/bin/sh\\necho cleared\\n' > " + directory.file("clear") +
                            " && chmod +x " + directory.file("clear"))
@@ -152,43 +165,80 @@ TEST_F(CShellCommandSet_BasicTest, ClearRunsTheSystemCommand) {
 TEST_F(CShellCommandSet_BasicTest, QuitHistoryAndUnknownLinesLeaveTheResultUntouched) {
     for (const char* line : {"quit", "history", "list nodes", "help me", "save file", ""}) {
         CResult result;
-        result.setRunStatus(77);
+        result.setRunStatus(EXEC_REJECTED);
         result.setRunSummary("untouched");
         basic->execute(line, nullptr, result, 1000);
-        EXPECT_EQ(static_cast<int>(result.getRunStatus()), 77) << line;
+        EXPECT_EQ(result.getRunStatus(), EXEC_REJECTED) << line;
         EXPECT_EQ(result.getRunSummary(), "untouched") << line;
     }
 }
 
 TEST_F(CShellCommandSet_BasicTest, SaveOfAFileThatTheMasterLacksSendsNothing) {
-    // Nobody listens there: a connection would fail with another text.
-    CNode node("n1", "", "127.0.0.1", 1);
     const CResult result = execute("save file -f \"/no such/file\"", &node);
     EXPECT_EQ(result.getRunStatus(), EXEC_FAILURE);
     EXPECT_EQ(result.getRunSummary(), "File \"/no such/file\" does not exist!");
+    EXPECT_TRUE(agent.requests.empty());
+}
+
+TEST_F(CShellCommandSet_BasicTest, SavePassesTheAgentsAnswerOn) {
+    agent.answer("[savefile]" + file, "stored");
+    const CResult saved = execute("save file -f " + file, &node);
+    EXPECT_EQ(saved.getRunStatus(), EXEC_SUCCESS);
+    EXPECT_EQ(saved.getRunSummary(), "stored");
+    agent.answer("[savefile]" + file, "disk full", 1);
+    const CResult failed = execute("save file --file " + file, &node);
+    EXPECT_EQ(failed.getRunStatus(), EXEC_FAILURE);
+    EXPECT_EQ(failed.getRunSummary(), "disk full");
+    EXPECT_EQ(agent.timeOutsMs, (std::vector<unsigned int>{5000, 5000}));
+}
+
+TEST_F(CShellCommandSet_BasicTest, GetOfANewFileIsTheAgentsAnswerAndANewline) {
+    agent.answer("[getfile]" + file + ".new", "fetched");
+    const CResult result = execute("get file -f " + file + ".new", &node);
+    EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS);
+    EXPECT_EQ(result.getRunSummary(), "fetched\n");
+}
+
+TEST_F(CShellCommandSet_BasicTest, GetOfAnExistingFileSaysThatItIsReplaced) {
+    agent.answer("[getfile]" + file, "fetched");
+    const CResult result = execute("get file -f \"" + file + "\"", &node);
+    EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS);
+    EXPECT_EQ(result.getRunSummary(), "File \"" + file +
+                                          "\" already exists in local site!\nfetched\n"
+                                          "Over write the original file.\n");
+}
+
+TEST_F(CShellCommandSet_BasicTest, FailedGetOfAnExistingFileDoesNotSayThatItIsReplaced) {
+    agent.answer("[getfile]" + file, "no such file", 1);
+    const CResult result = execute("get file -f " + file, &node);
+    EXPECT_EQ(result.getRunStatus(), EXEC_FAILURE);
+    EXPECT_EQ(result.getRunSummary(),
+              "File \"" + file + "\" already exists in local site!\nno such file\n");
 }
 
 TEST_F(CShellCommandSet_BasicTest, FailedConnectionIsAFailureWithItsReason) {
-    CNode node("n1", "", "127.0.0.1", 1);
-    const CResult saved = execute("save file -f /etc/hostname", &node);
+    agent.connectFailure = "node n1: connection refused";
+    const CResult saved = execute("save file -f " + file, &node);
     EXPECT_EQ(saved.getRunStatus(), EXEC_FAILURE);
-    EXPECT_NE(saved.getRunSummary(), "");
-    TempDir directory;
-    const CResult got = execute("get file --file " + directory.file("none"), &node);
+    EXPECT_EQ(saved.getRunSummary(), "node n1: connection refused");
+    const CResult got = execute("get file -f " + file, &node);
     EXPECT_EQ(got.getRunStatus(), EXEC_FAILURE);
-    EXPECT_EQ(got.getRunSummary(), saved.getRunSummary() + "\n");
+    EXPECT_EQ(got.getRunSummary(), "File \"" + file +
+                                       "\" already exists in local site!\n"
+                                       "node n1: connection refused\n");
 }
 
-TEST_F(CShellCommandSet_BasicTest, FailedGetOfAnExistingFileKeepsTheFirstLineOnly) {
-    CNode node("n1", "", "127.0.0.1", 1);
-    const std::string reason = execute("save file -f /etc/hostname", &node).getRunSummary();
-    const CResult result = execute("get file -f /etc/hostname", &node);
-    EXPECT_EQ(result.getRunStatus(), EXEC_FAILURE);
-    EXPECT_EQ(result.getRunSummary(),
-              "File \"/etc/hostname\" already exists in local site!\n" + reason + "\n");
+TEST_F(CShellCommandSet_BasicTest, NamesWithBlanksAndQuotesReachTheAgentAsTheyAre) {
+    for (const char* name : {"a b", "it's", "a\"b", "\"a\"", "gr\xc3\xbc\xc3\x9f", "two  blanks"}) {
+        const std::string path = directory.file(name);
+        std::ofstream(path) << "x";
+        agent.requests.clear();
+        execute("save file -f \"" + path + "\"", &node);
+        EXPECT_EQ(agent.requests, (std::vector<std::string>{"run: [savefile]" + path}));
+    }
 }
 
 TEST_F(CShellCommandSet_BasicTest, FileCommandWithoutANodeFails) {
-    EXPECT_EQ(execute("save file -f /etc/hostname").getRunStatus(), EXEC_FAILURE);
-    EXPECT_EQ(execute("get file -f /etc/hostname").getRunStatus(), EXEC_FAILURE);
+    EXPECT_EQ(execute("save file -f " + file).getRunStatus(), EXEC_FAILURE);
+    EXPECT_EQ(execute("get file -f " + file).getRunStatus(), EXEC_FAILURE);
 }
