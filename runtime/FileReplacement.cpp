@@ -92,7 +92,7 @@ void FileReplacement::refuseUnfitTarget() const {
 }
 
 std::string FileReplacement::newTemporaryName() const {
-    const std::string fresh = freshTemporaryName();
+    std::string fresh = freshTemporaryName();
     if (announce) {
         announce(path.substr(0, path.find_last_of('/') + 1) + fresh);
     }
@@ -153,7 +153,7 @@ void FileReplacement::write(const std::string& bytes) {
 
 std::string FileReplacement::linkUnderTemporaryName() {
     for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
-        const std::string candidate = newTemporaryName();
+        std::string candidate = newTemporaryName();
         if (linkUnnamed(file.get(), directory.get(), candidate)) {
             return candidate;
         }

@@ -270,17 +270,17 @@ private:
     bool fits() const { return key && X509_check_private_key(chain.front().get(), key.get()) == 1; }
 
     // The key file first; a key inside the certificate file serves where that one does not.
-    void readPrivateKey(const TlsFiles& files, const PemText& certificateText) {
+    void readPrivateKey(const TlsFiles& given, const PemText& certificateText) {
         std::string problem;
-        const bool separate = !files.privateKeyFile.empty();
+        const bool separate = !given.privateKeyFile.empty();
         if (separate) {
             try {
-                key = readKey(PemText(files.privateKeyFile), &problem);
+                key = readKey(PemText(given.privateKeyFile), &problem);
             } catch (const CException& unreadable) {
                 problem = unreadable.getErrMsg();
             }
             if (key && !fits()) {
-                problem = "does not belong to the certificate in \"" + files.certificateFile + "\"";
+                problem = "does not belong to the certificate in \"" + given.certificateFile + "\"";
             }
             if (fits()) {
                 return;
@@ -296,7 +296,7 @@ private:
             problem = key ? "holds a private key that does not belong to its first certificate"
                           : insideProblem;
         }
-        const std::string& named = separate ? files.privateKeyFile : files.certificateFile;
+        const std::string& named = separate ? given.privateKeyFile : given.certificateFile;
         throw CException(problem.rfind("Can not", 0) == 0
                              ? problem
                              : "The file \"" + named + "\" " + problem + ".");
