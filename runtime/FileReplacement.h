@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "FileDigest.h"
+#include "FileSource.h"
+#include "UniqueFd.h"
+
+// A file that arrives from the peer and takes its place whole or not at all. The content goes to a
+// temporary file in the directory of the target, which vanishes with this object unless commit()
+// succeeded; where the file system allows it the temporary file has no name, so that not even a
+// kill leaves it behind. Used by either end that receives a file.
+//
+// Several replacements of one target at a time are fine: the last to commit wins, whole.
+// All failures throw FileError and leave the old file untouched.
+class FileReplacement {
+public:
+    // Throws for a relative path, a missing parent directory, and a target that exists and is
+    // neither a regular file nor a symbolic link. A link is replaced, never followed.
+    explicit FileReplacement(const std::string& path);
+    FileReplacement(const FileReplacement&) = delete;
+    FileReplacement& operator=(const FileReplacement&) = delete;
+    ~FileReplacement();
+
+    // Creates the temporary file (mode 0600).
+    void open();
+    void write(const std::string& bytes);
+    std::uint64_t receivedBytes() const { return written; }
+    // The digest of what was written; call it once, before commit().
+    std::string finish() { return digest.finish(); }
+    // Makes the content durable with these permission bits and puts it in place.
+    void commit(std::uint32_t mode);
+
+private:
+    [[noreturn]] void fail(const std::string& what, int error) const;
+    void openNamed();
+    void refuseUnfitTarget() const;
+    std::string linkUnderTemporaryName();
+
+    std::string path;
+    std::string name;           // of the target in its directory
+    std::string temporaryName;  // empty while the temporary file has no name
+    UniqueFd directory;
+    UniqueFd file;
+    std::uint64_t written = 0;
+    FileDigest digest;
+};

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <list>
+#include <memory>
+#include <string>
+
+#include "CResult.h"
+
+class TlsChannel;
+
+// The shell's connection to the agent of one node: mutual TLS, one connection per object, made by
+// initAndConnect and closed by the destructor. Created per use; used by one thread at a time. Any
+// number of objects work at once on different threads.
+//
+// Whatever concerns the connection throws CException with a text that names the node; the object is
+// then without a connection, and every further request throws too until initAndConnect is called
+// again. What a command does on the node goes to the CResult, which stays the caller's.
+class SSLClient {
+public:
+    // Milliseconds that connecting, the handshake and the agent's greeting may take together.
+    static constexpr unsigned int kConnectTimeOutMs = 3000;
+    // Output kept per result; what comes after it is counted and dropped.
+    static constexpr std::size_t kMaxSummaryBytes = 64U * 1024 * 1024;
+
+    // ip: the node's address as its certificate names it, an IP literal or a host name.
+    // certificateFile: PEM, the master's certificate, then the cluster's CA certificates, and the
+    // private key unless setPrivateKeyFile names another file. Nothing is read before
+    // initAndConnect.
+    SSLClient(std::string ip, int port, std::string certificateFile);
+    SSLClient(const SSLClient&) = delete;
+    SSLClient& operator=(const SSLClient&) = delete;
+    ~SSLClient();
+
+    // The private key file of every connection made from now on; empty means that the certificate
+    // file holds the key. Safe from any thread.
+    static void setPrivateKeyFile(std::string file);
+    // The number of the shell's current command, for the node's log; 0 when there is none.
+    static void setCommandSequence(unsigned int sequence);
+
+    // Returns when the agent has accepted this master and greeted it.
+    void initAndConnect();
+    // With a limit of its own; 0 means kConnectTimeOutMs. Inside a command give at most a third of
+    // its time-out, so that a dead node is reported with its reason and not as timed out.
+    void initAndConnect(unsigned int timeOutMs);
+
+    // Whether the jobs sent from now on must not be cut short: they go on at the node whatever
+    // becomes of the time-out, the connection or this process. Off at first.
+    void setUninterruptible(bool uninterruptible);
+
+    // Runs a shell command line on the node. timeOut in milliseconds, 0 means no limit.
+    //   exit code 0 -> run status 0; any other -> 2; ended by signal n -> exit code 128 + n and 2;
+    //   time-out -> 5 with the output so far. The output becomes the run summary.
+    // "[savefile]" and "[getfile]" followed by an absolute path copy that file to the node or from
+    // it, under the same path: the target is the old file or the whole new one. A file that cannot
+    // be read or written gives status 2 and a text, a time-out 5.
+    // Throws CException when the connection fails and when the agent did not start the job.
+    void execute(std::string commandLine, unsigned int timeOut, CResult* result);
+
+    // Whether anything exists under that path on the node.
+    bool isFileExistedAtSlaveNode(std::string path);
+
+    // Runs a packaged tool on the node; the result is filled as by execute. Throws CException when
+    // nothing was run: a log file of an earlier run must then not be taken for this one's.
+    //   preCommand      shell text run before the tool in the same shell, ending in ";", or empty
+    //   arguments       of the tool, redirections included
+    //   nodePath        the node's install directory, with a trailing "/"
+    //   packagedFiles   package names in its tools directory; the first is the program
+    //   companionFiles  further files the run needs there
+    void executeEncryptedBinary(std::string preCommand, std::string arguments, std::string nodePath,
+                                std::list<std::string> packagedFiles,
+                                std::list<std::string> companionFiles, unsigned int timeOut,
+                                CResult* result);
+
+    // The MAC address of the interface on which the agent is reached; empty when it cannot tell.
+    std::string getKelNodeMacAddress(std::string ip);
+
+private:
+    class Conversation;
+
+    TlsChannel& requireChannel();
+    void greet(unsigned int timeOutMs);
+    void runJob(const std::string& request, unsigned int timeOut, CResult* result);
+    void saveFile(const std::string& path, unsigned int timeOut, CResult* result);
+    void getFile(const std::string& path, unsigned int timeOut, CResult* result);
+    std::string ask(const std::string& request);
+
+    std::string ip;
+    int port;
+    std::string certificateFile;
+    bool uninterruptible = false;
+    std::unique_ptr<TlsChannel> channel;
+};

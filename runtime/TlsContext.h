@@ -1,0 +1,77 @@
+#pragma once
+
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include <openssl/ssl.h>
+
+// The PEM files one end of a connection is made from. Besides these, "crl.pem" beside the
+// certificate file is enforced when it exists.
+struct TlsFiles {
+    // The end's own certificate first. Certificates after it are the CAs to trust, where caFile is
+    // empty. It may hold the private key too.
+    std::string certificateFile;
+    // Empty: the key stands in certificateFile.
+    std::string privateKeyFile;
+    // The CAs to trust, for an end that keeps them in a file of their own.
+    std::string caFile;
+};
+
+struct SslSessionDeleter {
+    void operator()(SSL_SESSION* session) const { SSL_SESSION_free(session); }
+};
+using SslSession = std::unique_ptr<SSL_SESSION, SslSessionDeleter>;
+
+// Everything that connections of one identity share: certificate, key, trusted CAs, revocation
+// list, and on the client's side the sessions that may be resumed. TLS 1.3 only, ALPN "kelsh/1",
+// both ends show a certificate, nothing but the CAs named in the files is trusted.
+//
+// Immutable once made but for the session store, which has its own lock: one context serves any
+// number of threads. Connections hold it through the shared_ptr, because they may outlive the cache
+// entry when the files change under a running process.
+class TlsContext {
+public:
+    // The client's context for these files: made once per process, made anew when a file was
+    // replaced. Safe from any thread. Throws CException that names the file and what is wrong.
+    static std::shared_ptr<TlsContext> client(const TlsFiles& files);
+    // A new server context with ticket keys of its own, so that dropping the old one ends the
+    // resumption of its sessions. Make it before forking: then the children share the ticket keys.
+    static std::shared_ptr<TlsContext> server(const TlsFiles& files);
+
+    TlsContext(const TlsContext&) = delete;
+    TlsContext& operator=(const TlsContext&) = delete;
+    ~TlsContext();
+
+    SSL_CTX* get() const { return context.get(); }
+    bool isServer() const { return serverSide; }
+    // The own certificate for messages: file, subject and validity.
+    std::string describeOwnCertificate() const;
+
+    // A session resumes at most once, so it is taken out of the store to be used. The key must name
+    // the whole identity of the peer: a resumed handshake does not check the name again. Null when
+    // there is none that is still good.
+    SslSession takeSession(const std::string& peer);
+    void keepSession(const std::string& peer, SslSession session);
+
+private:
+    struct ContextDeleter {
+        void operator()(SSL_CTX* doomed) const { SSL_CTX_free(doomed); }
+    };
+    struct Material;
+
+    TlsContext(const TlsFiles& files, bool server);
+    void configureCommon();
+    void configureClient();
+    void configureServer();
+    void useMaterial(const Material& material);
+    void useRevocationList();
+
+    const TlsFiles files;
+    const bool serverSide;
+    std::unique_ptr<SSL_CTX, ContextDeleter> context;
+    std::mutex sessionsMutex;
+    std::map<std::string, std::list<SslSession>> sessions;  // guarded by sessionsMutex
+};
