@@ -54,6 +54,8 @@ public:
     int optionId() const { return current != nullptr ? current->id : -1; }
     const Char* optionText() const { return current != nullptr ? current->text : nullptr; }
     const Char* optionArgument() const { return argument; }
+    // Where the option's word stands in the vector.
+    int optionIndex() const { return argument != nullptr ? position - 1 : position; }
     Error lastError() const { return error; }
 
 private:
