@@ -37,10 +37,19 @@ public:
     //   typedLine    may begin with a path: from the working level, or from the root when it begins
     //                with "/". Overwritten with the command and its options, without any path, when
     //                a command is found; unchanged otherwise.
-    //   errors       gets the findings about the options of the commands tried
+    //   errors       gets the findings about the options of the commands tried; null drops them
     CShellCommand* findExeCommand(std::string workingPath, std::string& typedLine,
                                   ConfigErrorCollector* errors);
 
 private:
+    // The set whose command the typed line names in full, path included, or else the root "BASIC"
+    // for one of its commands; null when there is none. text becomes the command and its options.
+    CShellCommandSet* findSet(const std::string& prefix, const std::string& typed,
+                              std::string& text) const;
+    // For lines whose command words are no key because they hold option-like words themselves: asks
+    // the sets whose keys stand in front of the whole text. Gives up at the first finding.
+    CShellCommand* findByKeyInFront(const std::string& whole, std::string& text,
+                                    ConfigErrorCollector* errors) const;
+
     std::map<std::string, CShellCommandSet*> commands;
 };

@@ -25,7 +25,7 @@ CNode& required(CNode* node) {
 // Jobs sent while it lives are not cut short on the node.
 class UninterruptibleJobs {
 public:
-    UninterruptibleJobs(SSLClient& client, bool wanted) : client(client) {
+    UninterruptibleJobs(SSLClient& connected, bool wanted) : client(connected) {
         client.setUninterruptible(wanted);
     }
     UninterruptibleJobs(const UninterruptibleJobs&) = delete;
@@ -62,8 +62,8 @@ std::string timedOutText(const PackagedRun& run, unsigned int timeOutMs, const C
 
 }  // namespace
 
-CNodeSession::CNodeSession(CNode* node, unsigned int timeOutMs)
-    : node(required(node)), timeOutMs(timeOutMs) {}
+CNodeSession::CNodeSession(CNode* target, unsigned int timeOut)
+    : node(required(target)), timeOutMs(timeOut) {}
 
 CNodeSession::~CNodeSession() = default;
 
@@ -145,6 +145,10 @@ std::string CNodeSession::readBack(const std::string& commandLine) {
                                                  inMs(timeOutMs) + " at the node.");
     }
     return outcome.getRunSummary();
+}
+
+bool CNodeSession::readsBack(const std::string& commandLine, const std::string& phrase) {
+    return readBack(commandLine).find(phrase) != std::string::npos;
 }
 
 std::string CNodeSession::readFile(const std::string& file) {

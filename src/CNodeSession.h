@@ -42,9 +42,9 @@ struct PackagedRun {
 // CException when that fails and CommandStopped when the command must end with another status.
 class CNodeSession {
 public:
-    // node must outlive the session; null throws. timeOutMs goes with each agent call, 0 means no
-    // limit.
-    CNodeSession(CNode* node, unsigned int timeOutMs);
+    // The node must outlive the session; null throws. The time-out, in milliseconds, goes with each
+    // agent call, 0 means no limit.
+    CNodeSession(CNode* target, unsigned int timeOut);
     CNodeSession(const CNodeSession&) = delete;
     CNodeSession& operator=(const CNodeSession&) = delete;
     ~CNodeSession();
@@ -55,7 +55,6 @@ public:
     // The session's own connection. Not to be kept beyond the next call of a member.
     SSLClient& agent();
     std::string nodeName() const;
-    unsigned int timeOut() const { return timeOutMs; }
 
     // The node's install directory, with a trailing "/".
     const std::string& nodePath();
@@ -73,6 +72,8 @@ public:
     // Runs the line that reads a log back and returns what it prints.
     std::string readBack(const std::string& commandLine);
 
+    // The same, and whether the phrase is found in it.
+    bool readsBack(const std::string& commandLine, const std::string& phrase);
     // Reads a whole file; throws CommandStopped when it cannot be read.
     std::string readFile(const std::string& file);
 

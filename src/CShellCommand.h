@@ -79,6 +79,7 @@ public:
     // Whether the line, already free of the set's path and of the shell's own target options, is a
     // correct use of this command. Findings about options are added to errors; a command with
     // options is refused while errors holds anything at all, findings of other commands included.
+    // Null drops the findings.
     bool validateCommand(std::string line, ConfigErrorCollector* errors) const;
 
 private:

@@ -15,7 +15,7 @@ public:
     CShellCommandSet_BIOSFW();
 
     // Never throws CException; the outcome is the result's run status and summary. A run that
-    // outlives its time-out on the node is status 5. timeOut in milliseconds, per agent call.
+    // outlives its time-out on the node is status 5. timeOutMs is per agent call.
     void execute(std::string commandLine, CNode* node, CResult& result,
-                 unsigned int timeOut) override;
+                 unsigned int timeOutMs) override;
 };

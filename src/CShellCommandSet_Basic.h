@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "CShellCommandSet.h"
@@ -15,14 +16,18 @@ class CShellExecutionContext;
 class CShellCommandSet_Basic : public CShellCommandSet {
 public:
     // The context is not owned and must outlive the set.
-    explicit CShellCommandSet_Basic(CShellExecutionContext* context);
+    explicit CShellCommandSet_Basic(CShellExecutionContext* shellContext);
 
     // Never throws CException: a failed connection is run status 2 and its message. The node is
-    // consulted by the two file commands only. timeOut in milliseconds.
+    // consulted by the two file commands only.
     void execute(std::string commandLine, CNode* node, CResult& result,
-                 unsigned int timeOut) override;
+                 unsigned int timeOutMs) override;
 
 private:
+    void copyFile(const std::string& word, const std::string& path, CNode* node, CResult& result,
+                  unsigned int timeOutMs);
+    // What a command of the master shows; none for one that shows nothing here.
+    std::optional<std::string> textOf(const std::string& word);
     std::string listNodes() const;
     std::string listGroups() const;
 

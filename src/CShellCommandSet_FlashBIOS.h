@@ -15,11 +15,11 @@ public:
     CShellCommandSet_FlashBIOS();
 
     // Never throws CException; the outcome is the result's run status and summary. A run that
-    // outlives its time-out on the node is status 5. timeOut in milliseconds, per agent call.
+    // outlives its time-out on the node is status 5. timeOutMs is per agent call.
     //
     // "flash bios fw" looks for "-r" and "-x " anywhere in the line, file names included: a file
     // called my-rom.bin asks for the reboot. "--skipid" holds no "-x ", so the identifier is then
     // still checked.
     void execute(std::string commandLine, CNode* node, CResult& result,
-                 unsigned int timeOut) override;
+                 unsigned int timeOutMs) override;
 };

@@ -33,6 +33,7 @@ public:
                                     std::string word) const;
     // Whether the typed line is a complete and correct use of this synopsis. The findings go into
     // errors (line 0, level 2); entries that were there before make the answer false.
+    // Null drops the findings.
     bool isExecutableCommand2(std::string typedLine, ConfigErrorCollector* errors) const;
 
 private:

@@ -11,8 +11,16 @@
 #include "CShellCommandSet.h"
 #include "ConfigErrorCollector.h"
 
-TypedLine::TypedLine(CShellCommand& command, std::string line)
-    : command(command), line(std::move(line)) {}
+OptionRow valueOption(const char* shortName, const char* longName, const char* description) {
+    return {shortName, longName, OPTION_COMPULSORY, OPTION_WITH_VALUE, description};
+}
+
+OptionRow flagOption(const char* shortName, const char* longName, const char* description) {
+    return {shortName, longName, OPTION_MAY_BE_OMITTED, OPTION_WITHOUT_VALUE, description};
+}
+
+TypedLine::TypedLine(CShellCommand& named, std::string typed)
+    : command(named), line(std::move(typed)) {}
 
 std::string TypedLine::value(const std::string& option) const {
     return command.getCommandOptionValue(option, line);

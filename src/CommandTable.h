@@ -22,10 +22,14 @@ struct OptionRow {
     const char* description;
 };
 
+// A compulsory option with a value, and an optional one without.
+OptionRow valueOption(const char* shortName, const char* longName, const char* description);
+OptionRow flagOption(const char* shortName, const char* longName, const char* description);
+
 // The line as it was typed, with the command that it names.
 class TypedLine {
 public:
-    TypedLine(CShellCommand& command, std::string line);
+    TypedLine(CShellCommand& named, std::string typed);
 
     // The value of an option, by its short name, as typed; "" when it is not given.
     std::string value(const std::string& option) const;
