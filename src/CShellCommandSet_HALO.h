@@ -12,5 +12,5 @@ public:
 
     // A line that is none of the commands leaves the result untouched.
     void execute(std::string commandLine, CNode* node, CResult& result,
-                 unsigned int timeOut) override;
+                 unsigned int timeOutMs) override;
 };

@@ -18,5 +18,5 @@ public:
     CShellCommandSet_IPMI();
 
     void execute(std::string commandLine, CNode* node, CResult& result,
-                 unsigned int timeOut) override;
+                 unsigned int timeOutMs) override;
 };

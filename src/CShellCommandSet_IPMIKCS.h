@@ -13,5 +13,5 @@ public:
     CShellCommandSet_IPMIKCS();
 
     void execute(std::string commandLine, CNode* node, CResult& result,
-                 unsigned int timeOut) override;
+                 unsigned int timeOutMs) override;
 };

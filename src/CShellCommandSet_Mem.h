@@ -10,10 +10,10 @@ class CShellCommandSet_Mem : public CShellCommandSet {
 public:
     CShellCommandSet_Mem();
 
-    // Always gives the node kReadTimeOutMs, whatever timeOut says: a node that takes longer to tell
+    // Always gives the node kReadTimeOutMs, whatever timeOutMs says: a node that takes longer to tell
     // its memory usage is in trouble, and saying so quickly is the point of the command.
     void execute(std::string commandLine, CNode* node, CResult& result,
-                 unsigned int timeOut) override;
+                 unsigned int timeOutMs) override;
 
     static constexpr unsigned int kReadTimeOutMs = 5000;
 };

@@ -15,14 +15,13 @@
 class CShellCommandSet_Node : public CShellCommandSet {
 public:
     // scriptDirectory ends in "/".
-    explicit CShellCommandSet_Node(
-        std::string scriptDirectory = "/opt/orvhpc/scripts/perceus/");
+    explicit CShellCommandSet_Node(std::string scriptDirectory = "/opt/orvhpc/scripts/perceus/");
 
     // The result gets the script's exit code and output and, whatever the exit code, run status 0;
     // a value that is not well formed gives run status 2 and no script runs. node is not used, and
     // a script is not ended at the time-out: the caller stops waiting.
     void execute(std::string commandLine, CNode* node, CResult& result,
-                 unsigned int timeOut) override;
+                 unsigned int timeOutMs) override;
 
 private:
     void addNode(const std::string& options, CResult& result) const;

@@ -14,7 +14,7 @@ public:
     CShellCommandSet_ipmifw();
 
     void execute(std::string commandLine, CNode* node, CResult& result,
-                 unsigned int timeOut) override;
+                 unsigned int timeOutMs) override;
 
     // While the flag is set, "flash ipmi fw" flashes nothing, contacts no node, and reports a test
     // success. Process-wide, false at first; safe from any thread.
