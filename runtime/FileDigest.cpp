@@ -1,1 +1,39 @@
-// FileDigest
+#include "FileDigest.h"
+
+#include "CException.h"
+
+FileDigest::FileDigest() : context(EVP_MD_CTX_new()) {
+    if (!context || EVP_DigestInit_ex(context.get(), EVP_sha256(), nullptr) != 1) {
+        throw CException("cannot set up a SHA-256 digest");
+    }
+}
+
+void FileDigest::update(const void* bytes, std::size_t length) {
+    if (EVP_DigestUpdate(context.get(), bytes, length) != 1) {
+        throw CException("cannot calculate a SHA-256 digest");
+    }
+}
+
+std::string FileDigest::finish() {
+    unsigned char raw[EVP_MAX_MD_SIZE];
+    unsigned int length = 0;
+    if (EVP_DigestFinal_ex(context.get(), raw, &length) != 1) {
+        throw CException("cannot calculate a SHA-256 digest");
+    }
+    return std::string(reinterpret_cast<const char*>(raw), length);
+}
+
+std::string FileDigest::toHex(const std::string& raw) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (const char c : raw) {
+        const unsigned value = static_cast<unsigned char>(c);
+        text += kDigits[value >> 4];
+        text += kDigits[value & 0xf];
+    }
+    return text;
+}
+
+std::string FileDigest::shortHex(const std::string& raw) {
+    return toHex(raw.substr(0, 8));
+}

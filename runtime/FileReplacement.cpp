@@ -1,1 +1,186 @@
-// FileReplacement
+#include "FileReplacement.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kNameAttempts = 16;
+
+// Short, so that it fits beside a target whose own name has the full 255 bytes.
+std::string freshTemporaryName() {
+    unsigned char random[8] = {};
+    if (getrandom(random, sizeof random, 0) != static_cast<ssize_t>(sizeof random)) {
+        throw FileError("Can not get random bytes for a temporary file.");
+    }
+    return ".kelsh-part-" +
+           FileDigest::toHex(std::string(reinterpret_cast<char*>(random), sizeof random));
+}
+
+bool isAllZero(const std::string& bytes) {
+    return std::all_of(bytes.begin(), bytes.end(), [](char c) { return c == '\0'; });
+}
+
+// A file without a name gets one. AT_EMPTY_PATH needs a privilege; the way through /proc does not,
+// but needs /proc.
+bool linkUnnamed(int fd, int directory, const std::string& name) {
+    if (linkat(fd, "", directory, name.c_str(), AT_EMPTY_PATH) == 0) {
+        return true;
+    }
+    if (errno == EEXIST) {
+        return false;
+    }
+    const std::string self = "/proc/self/fd/" + std::to_string(fd);
+    return linkat(AT_FDCWD, self.c_str(), directory, name.c_str(), AT_SYMLINK_FOLLOW) == 0;
+}
+
+}  // namespace
+
+FileReplacement::FileReplacement(const std::string& targetPath) : path(targetPath) {
+    if (path.empty() || path.front() != '/') {
+        throw FileError("\"" + path + "\" is not an absolute path.");
+    }
+    const std::string::size_type slash = path.find_last_of('/');
+    name = path.substr(slash + 1);
+    if (name.empty() || name == "." || name == "..") {
+        throw FileError("\"" + path + "\" is a directory.");
+    }
+    const std::string parent = path.substr(0, std::max<std::size_t>(slash, 1));
+    // From here on everything is relative to this descriptor: renaming the directory meanwhile
+    // cannot lead the content elsewhere.
+    do {
+        directory.reset(::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    } while (!directory && errno == EINTR);
+    if (!directory) {
+        const int error = errno;
+        throw FileError("Can not open the directory \"" + parent + "\": " + std::strerror(error) +
+                        ".");
+    }
+    refuseUnfitTarget();
+}
+
+FileReplacement::~FileReplacement() {
+    if (!temporaryName.empty()) {
+        // Nothing is left to be done about a failure here.
+        (void)unlinkat(directory.get(), temporaryName.c_str(), 0);
+    }
+}
+
+void FileReplacement::refuseUnfitTarget() const {
+    struct stat found {};
+    if (fstatat(directory.get(), name.c_str(), &found, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (errno == ENOENT) {
+            return;
+        }
+        fail("examine", errno);
+    }
+    if (S_ISDIR(found.st_mode)) {
+        throw FileError("\"" + path + "\" is a directory.");
+    }
+    if (!S_ISREG(found.st_mode) && !S_ISLNK(found.st_mode)) {
+        throw FileError("\"" + path + "\" is not a regular file.");
+    }
+}
+
+void FileReplacement::open() {
+    do {
+        file.reset(openat(directory.get(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
+    } while (!file && errno == EINTR);
+    if (file) {
+        return;
+    }
+    // What file systems without nameless files say.
+    if (errno != EOPNOTSUPP && errno != EISDIR && errno != ENOENT && errno != EINVAL) {
+        fail("create a file beside", errno);
+    }
+    openNamed();
+}
+
+void FileReplacement::openNamed() {
+    for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
+        const std::string candidate = freshTemporaryName();
+        file.reset(openat(directory.get(), candidate.c_str(),
+                          O_CREAT | O_EXCL | O_NOFOLLOW | O_WRONLY | O_CLOEXEC, 0600));
+        if (file) {
+            temporaryName = candidate;
+            return;
+        }
+        if (errno != EEXIST && errno != EINTR) {
+            break;
+        }
+    }
+    fail("create a file beside", errno);
+}
+
+void FileReplacement::write(const std::string& bytes) {
+    digest.update(bytes.data(), bytes.size());
+    if (isAllZero(bytes)) {
+        // A hole: a sparse image of gigabytes stays as small as it was.
+        written += bytes.size();
+        return;
+    }
+    std::size_t at = 0;
+    while (at < bytes.size()) {
+        const ssize_t put = pwrite(file.get(), bytes.data() + at, bytes.size() - at,
+                                   static_cast<off_t>(written + at));
+        if (put < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            fail("write", errno);
+        }
+        at += static_cast<std::size_t>(put);
+    }
+    written += bytes.size();
+}
+
+std::string FileReplacement::linkUnderTemporaryName() {
+    for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
+        const std::string candidate = freshTemporaryName();
+        if (linkUnnamed(file.get(), directory.get(), candidate)) {
+            return candidate;
+        }
+        if (errno != EEXIST) {
+            break;
+        }
+    }
+    fail("name the new content of", errno);
+}
+
+void FileReplacement::commit(std::uint32_t mode) {
+    // A hole at the end does not make the file longer by itself.
+    if (ftruncate(file.get(), static_cast<off_t>(written)) != 0) {
+        fail("write", errno);
+    }
+    if (fchmod(file.get(), static_cast<mode_t>(mode & 0777)) != 0) {
+        fail("set the mode of", errno);
+    }
+    if (fsync(file.get()) != 0) {
+        fail("write", errno);
+    }
+    refuseUnfitTarget();
+    // A new name can be given at once; only a name that exists needs the detour over another.
+    const bool placed = temporaryName.empty() && linkUnnamed(file.get(), directory.get(), name);
+    if (!placed) {
+        if (temporaryName.empty()) {
+            temporaryName = linkUnderTemporaryName();
+        }
+        if (renameat(directory.get(), temporaryName.c_str(), directory.get(), name.c_str()) != 0) {
+            fail("replace", errno);
+        }
+        temporaryName.clear();
+    }
+    if (fsync(directory.get()) != 0) {
+        fail("write the directory of", errno);
+    }
+}
+
+void FileReplacement::fail(const std::string& what, int error) const {
+    throw FileError("Can not " + what + " \"" + path + "\": " + std::strerror(error) + ".");
+}

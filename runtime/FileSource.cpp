@@ -1,1 +1,105 @@
-// FileSource
+#include "FileSource.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "Protocol.h"
+
+namespace {
+
+std::string quoted(const std::string& path) {
+    return "\"" + path + "\"";
+}
+
+// The whole of the length unless the file ends before.
+std::size_t readFully(int fd, char* target, std::size_t length, const std::string& path) {
+    std::size_t have = 0;
+    while (have < length) {
+        const ssize_t got = read(fd, target + have, length - have);
+        if (got == 0) {
+            break;
+        }
+        if (got < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            const int error = errno;
+            throw FileError("Can not read " + quoted(path) + ": " + std::strerror(error) + ".");
+        }
+        have += static_cast<std::size_t>(got);
+    }
+    return have;
+}
+
+bool sameTime(const timespec& a, const timespec& b) {
+    return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+}
+
+}  // namespace
+
+FileSource::FileSource(const std::string& sourcePath) : path(sourcePath) {
+    if (path.empty() || path.front() != '/') {
+        throw FileError(quoted(path) + " is not an absolute path.");
+    }
+    // O_NONBLOCK: opening a FIFO must not wait for a writer; it is refused below.
+    do {
+        file.reset(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    } while (!file && errno == EINTR);
+    if (!file) {
+        const int error = errno;
+        throw FileError("Can not open " + quoted(path) + ": " + std::strerror(error) + ".");
+    }
+    if (fstat(file.get(), &opened) != 0) {
+        const int error = errno;
+        throw FileError("Can not examine " + quoted(path) + ": " + std::strerror(error) + ".");
+    }
+    if (S_ISDIR(opened.st_mode)) {
+        throw FileError(quoted(path) + " is a directory.");
+    }
+    if (!S_ISREG(opened.st_mode)) {
+        throw FileError(quoted(path) + " is not a regular file.");
+    }
+    total = static_cast<std::uint64_t>(opened.st_size);
+    permissions = opened.st_mode & 0777;
+    // Only advice: failing changes nothing.
+    (void)posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+}
+
+bool FileSource::nextFrame(std::string& frame) {
+    if (done == total) {
+        checkUnchanged();
+        return false;
+    }
+    const std::size_t length =
+        static_cast<std::size_t>(std::min<std::uint64_t>(total - done, protocol::kDataChunkBytes));
+    frame.resize(protocol::kHeaderBytes + length);
+    if (readFully(file.get(), &frame[protocol::kHeaderBytes], length, path) != length) {
+        changed("became shorter");
+    }
+    protocol::FrameHeader header;
+    header.length = static_cast<std::uint32_t>(length);
+    header.type = protocol::FrameType::kData;
+    frame.replace(0, protocol::kHeaderBytes, protocol::encodeHeader(header));
+    digest.update(frame.data() + protocol::kHeaderBytes, length);
+    done += length;
+    return true;
+}
+
+void FileSource::changed(const char* how) const {
+    throw FileError(quoted(path) + " " + how + " while it was being read; nothing was copied.");
+}
+
+void FileSource::checkUnchanged() {
+    char beyond = 0;
+    if (readFully(file.get(), &beyond, 1, path) != 0) {
+        changed("became longer");
+    }
+    struct stat now {};
+    if (fstat(file.get(), &now) != 0 || now.st_size != opened.st_size ||
+        !sameTime(now.st_mtim, opened.st_mtim)) {
+        changed("was written to");
+    }
+}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <list>
 #include <memory>
 #include <string>
@@ -75,14 +76,16 @@ public:
     std::string getKelNodeMacAddress(std::string ip);
 
 private:
-    class Conversation;
-
-    TlsChannel& requireChannel();
-    void greet(unsigned int timeOutMs);
-    void runJob(const std::string& request, unsigned int timeOut, CResult* result);
-    void saveFile(const std::string& path, unsigned int timeOut, CResult* result);
-    void getFile(const std::string& path, unsigned int timeOut, CResult* result);
+    void requireChannel() const;
+    void greet(std::chrono::steady_clock::time_point deadline);
+    void runJob(const std::string& request, unsigned int timeOut, CResult& result);
+    void saveFile(const std::string& path, unsigned int timeOut, CResult& result);
+    void getFile(const std::string& path, unsigned int timeOut, CResult& result);
+    template <typename Work, typename Late>
+    void transfer(CResult& result, bool endsWithError, Work work, Late late);
     std::string ask(const std::string& request);
+    [[noreturn]] void loseConnection(const std::string& reason);
+    std::string peerName() const;
 
     std::string ip;
     int port;

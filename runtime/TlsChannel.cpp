@@ -1,1 +1,417 @@
-// TlsChannel
+#include "TlsChannel.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <poll.h>
+#include <sys/socket.h>
+#include <utility>
+
+#include <openssl/err.h>
+#include <openssl/x509.h>
+#include <openssl/x509v3.h>
+
+#include "TlsFault.h"
+#include "TlsSocket.h"
+
+namespace {
+
+using Kind = TlsError::Kind;
+
+// How long a refused peer may take to read why.
+constexpr unsigned long kLastWordsMs = 1000;
+
+bool isAddressLiteral(const std::string& address) {
+    unsigned char parsed[sizeof(in6_addr)];
+    return inet_pton(AF_INET, address.c_str(), parsed) == 1 ||
+           inet_pton(AF_INET6, address.c_str(), parsed) == 1;
+}
+
+// What the verification stopped at, kept for the message: when the handshake has failed the
+// certificate is gone from the connection.
+struct VerifyNote {
+    int error = X509_V_OK;
+    std::string text;
+    std::string whose;
+    std::string dialled;
+};
+
+int noteIndex() {
+    static const int index = SSL_get_ex_new_index(0, nullptr, nullptr, nullptr, nullptr);
+    return index;
+}
+
+int noteVerification(int accepted, X509_STORE_CTX* store) {
+    const auto* ssl =
+        static_cast<SSL*>(X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
+    auto* note = static_cast<VerifyNote*>(SSL_get_ex_data(ssl, noteIndex()));
+    if (accepted == 0 && note != nullptr && note->error == X509_V_OK) {
+        note->error = X509_STORE_CTX_get_error(store);
+        note->text = tlsfault::describeVerification(
+            note->error, X509_STORE_CTX_get_current_cert(store), note->whose, note->dialled);
+    }
+    return accepted;
+}
+
+// The note is on the stack of the handshake; the connection must not keep a pointer to it.
+class NoteGuard {
+public:
+    NoteGuard(SSL* connection, VerifyNote* note) : ssl(connection) {
+        SSL_set_ex_data(ssl, noteIndex(), note);
+    }
+    NoteGuard(const NoteGuard&) = delete;
+    NoteGuard& operator=(const NoteGuard&) = delete;
+    ~NoteGuard() { SSL_set_ex_data(ssl, noteIndex(), nullptr); }
+
+private:
+    SSL* ssl;
+};
+
+bool isNotTls(int reason) {
+    return reason == SSL_R_WRONG_VERSION_NUMBER || reason == SSL_R_HTTP_REQUEST ||
+           reason == SSL_R_HTTPS_PROXY_REQUEST || reason == SSL_R_UNSUPPORTED_PROTOCOL ||
+           reason == SSL_R_BAD_RECORD_TYPE || reason == SSL_R_PACKET_LENGTH_TOO_LONG;
+}
+
+}  // namespace
+
+TlsError::TlsError(Kind kind, std::string text) : CException(std::move(text)), reason(kind) {}
+
+TlsError::~TlsError() = default;
+
+TlsChannel::TlsChannel(UniqueFd connected, std::shared_ptr<TlsContext> shared,
+                       std::string peerAddress)
+    : context(std::move(shared)),
+      socket(std::move(connected)),
+      peer(std::move(peerAddress)),
+      ssl(SSL_new(context->get())) {
+    BIO* bio = ssl ? tlssocket::newBio(socket.get()) : nullptr;
+    if (bio == nullptr) {
+        throw TlsError(Kind::kFailed, "Can not set up TLS for " + peer + ": out of memory.");
+    }
+    SSL_set_bio(ssl.get(), bio, bio);
+    SSL_set_app_data(ssl.get(), &peer);
+    const bool server = context->isServer();
+    SSL_set_verify(ssl.get(), SSL_VERIFY_PEER | (server ? SSL_VERIFY_FAIL_IF_NO_PEER_CERT : 0),
+                   &noteVerification);
+    if (server) {
+        SSL_set_accept_state(ssl.get());
+    } else {
+        SSL_set_connect_state(ssl.get());
+    }
+}
+
+std::unique_ptr<TlsChannel> TlsChannel::connect(const std::string& address, int port,
+                                                std::shared_ptr<TlsContext> context,
+                                                Deadline deadline) {
+    UniqueFd connected = tlssocket::connect(address, port, deadline);
+    std::unique_ptr<TlsChannel> channel(
+        new TlsChannel(std::move(connected), std::move(context), tlssocket::join(address, port)));
+    channel->expectAddress(address);
+    channel->handshake(address, deadline);
+    return channel;
+}
+
+std::unique_ptr<TlsChannel> TlsChannel::accept(UniqueFd accepted,
+                                               std::shared_ptr<TlsContext> context,
+                                               Deadline deadline) {
+    const std::string peer = tlssocket::peerOf(accepted.get());
+    tlssocket::prepare(accepted.get(), peer);
+    std::unique_ptr<TlsChannel> channel(
+        new TlsChannel(std::move(accepted), std::move(context), peer));
+    try {
+        channel->handshake(std::string(), deadline);
+    } catch (const TlsError& error) {
+        if (error.kind() != Kind::kTimedOut && error.kind() != Kind::kClosed) {
+            // Closing with bytes unread would reset the connection and swallow the alert.
+            channel->drainSocket(after(kLastWordsMs));
+        }
+        throw;
+    }
+    return channel;
+}
+
+TlsChannel::~TlsChannel() {
+    if (established && !broken) {
+        // Without the goodbye OpenSSL takes the session for damaged, and nothing resumes.
+        ERR_clear_error();
+        SSL_shutdown(ssl.get());
+    }
+    ERR_clear_error();
+}
+
+void TlsChannel::expectAddress(const std::string& address) {
+    X509_VERIFY_PARAM* param = SSL_get0_param(ssl.get());
+    X509_VERIFY_PARAM_set_hostflags(
+        param, X509_CHECK_FLAG_NEVER_CHECK_SUBJECT | X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
+    bool expected = false;
+    if (isAddressLiteral(address)) {
+        expected = X509_VERIFY_PARAM_set1_ip_asc(param, address.c_str()) == 1;
+    } else {
+        expected = X509_VERIFY_PARAM_set1_host(param, address.c_str(), address.size()) == 1 &&
+                   SSL_set_tlsext_host_name(ssl.get(), address.c_str()) == 1;
+    }
+    if (!expected) {
+        throw TlsError(Kind::kFailed, "\"" + address + "\" can not be checked in a certificate.");
+    }
+    const SslSession session = context->takeSession(peer);
+    if (session) {
+        // A session that does not fit any more leads to a full handshake.
+        SSL_set_session(ssl.get(), session.get());
+    }
+}
+
+void TlsChannel::handshake(const std::string& dialled, Deadline deadline) {
+    VerifyNote note;
+    note.whose = context->isServer() ? "the shell at " + peer : peer;
+    note.dialled = dialled;
+    const NoteGuard guard(ssl.get(), &note);
+    try {
+        for (;;) {
+            ERR_clear_error();
+            if (step(SSL_do_handshake(ssl.get()), "during the TLS handshake") > 0) {
+                break;
+            }
+            waitForSocket(wantedEvents, deadline, "in the TLS handshake");
+        }
+    } catch (const TlsError&) {
+        if (note.error != X509_V_OK) {
+            throw TlsError(Kind::kRefused, note.text);
+        }
+        throw;
+    }
+    established = true;
+    checkAlpn();
+}
+
+void TlsChannel::checkAlpn() {
+    const unsigned char* selected = nullptr;
+    unsigned int length = 0;
+    SSL_get0_alpn_selected(ssl.get(), &selected, &length);
+    if (length != sizeof protocol::kAlpn - 1 ||
+        std::memcmp(selected, protocol::kAlpn, length) != 0) {
+        throw wrongApplication();
+    }
+}
+
+TlsError TlsChannel::wrongApplication() const {
+    return TlsError(Kind::kFailed, peer + " speaks TLS but not \"" + protocol::kAlpn +
+                                       "\": it is not a " +
+                                       (context->isServer() ? "kelsh." : "kelnode agent."));
+}
+
+int TlsChannel::step(int returned, const char* doing) {
+    if (returned > 0) {
+        return returned;
+    }
+    const int savedErrno = errno;
+    const int error = SSL_get_error(ssl.get(), returned);
+    if (error == SSL_ERROR_WANT_READ) {
+        wantedEvents = POLLIN;
+        return 0;
+    }
+    if (error == SSL_ERROR_WANT_WRITE) {
+        wantedEvents = POLLOUT;
+        return 0;
+    }
+    fail(error, savedErrno, doing);
+}
+
+void TlsChannel::fail(int sslError, int savedErrno, const char* doing) {
+    const std::string where = std::string(" ") + doing;
+    const unsigned long code = ERR_peek_last_error();
+    const int reason = ERR_GET_REASON(code);
+    broken = sslError == SSL_ERROR_SSL || sslError == SSL_ERROR_SYSCALL;
+    const bool ended = sslError == SSL_ERROR_ZERO_RETURN ||
+                       (sslError == SSL_ERROR_SYSCALL && code == 0) ||
+                       (sslError == SSL_ERROR_SSL && reason == SSL_R_UNEXPECTED_EOF_WHILE_READING);
+    if (ended) {
+        ERR_clear_error();
+        const bool hasErrno = sslError == SSL_ERROR_SYSCALL && savedErrno != 0;
+        throw TlsError(Kind::kClosed,
+                       peer + ": connection lost" + where + ": " +
+                           (hasErrno ? std::strerror(savedErrno) : "the other end closed it") +
+                           ".");
+    }
+    const std::string text = tlsfault::lastReason();
+    if (reason == SSL_R_PEER_DID_NOT_RETURN_A_CERTIFICATE) {
+        throw TlsError(Kind::kRefused, "The shell at " + peer + " showed no certificate.");
+    }
+    if (tlsfault::isCertificateAlert(reason)) {
+        throw TlsError(Kind::kRefused, peer + " refused the certificate " +
+                                           context->describeOwnCertificate() + ": " +
+                                           tlsfault::describeAlert(reason) + ".");
+    }
+    if (reason == SSL_R_TLSV1_ALERT_NO_APPLICATION_PROTOCOL) {
+        throw wrongApplication();
+    }
+    if (isNotTls(reason)) {
+        throw TlsError(Kind::kFailed,
+                       peer + " does not speak TLS 1.3 (" + text + "): is this a kelnode agent?");
+    }
+    throw TlsError(Kind::kFailed,
+                   "The connection to " + peer + " failed" + where + ": " + text + ".");
+}
+
+void TlsChannel::waitForSocket(short events, Deadline deadline, const char* doing) {
+    if (tlssocket::wait(socket.get(), events, deadline) == 0) {
+        throw TlsError(Kind::kTimedOut, peer + " did not answer in time " + doing + ".");
+    }
+}
+
+void TlsChannel::queueFrame(const std::string& bytes) {
+    if (sent > 0) {
+        queued.erase(0, sent);
+        sent = 0;
+    }
+    queued += bytes;
+}
+
+bool TlsChannel::flush() {
+    while (hasQueued()) {
+        const std::size_t piece = std::min<std::size_t>(queued.size() - sent, 1U << 30);
+        ERR_clear_error();
+        const int put = step(SSL_write(ssl.get(), queued.data() + sent, static_cast<int>(piece)),
+                             "while sending");
+        if (put == 0) {
+            return false;
+        }
+        sent += static_cast<std::size_t>(put);
+    }
+    queued.clear();
+    sent = 0;
+    return true;
+}
+
+void TlsChannel::sendFrame(const std::string& bytes, Deadline deadline) {
+    queueFrame(bytes);
+    while (!flush()) {
+        waitForSocket(wantedEvents, deadline, "while it was being sent to");
+    }
+}
+
+bool TlsChannel::sendFrameUnlessAnswered(const std::string& bytes, Deadline deadline) {
+    if (lookAtPeer() != Peer::kSilent) {
+        return false;
+    }
+    queueFrame(bytes);
+    try {
+        while (!flush()) {
+            waitForSocket(static_cast<short>(wantedEvents | POLLIN), deadline,
+                          "while it was being sent to");
+            if (lookAtPeer() != Peer::kSilent) {
+                return false;
+            }
+        }
+    } catch (const TlsError& error) {
+        // A peer that closes may have said why before: the caller receives it, or the same failure.
+        if (error.kind() != Kind::kClosed) {
+            throw;
+        }
+        return false;
+    }
+    return true;
+}
+
+bool TlsChannel::readInto(char* target, std::size_t wanted, std::size_t& have) {
+    while (have < wanted) {
+        ERR_clear_error();
+        const int got = step(SSL_read(ssl.get(), target + have, static_cast<int>(wanted - have)),
+                             "while waiting for it");
+        if (got == 0) {
+            return false;
+        }
+        have += static_cast<std::size_t>(got);
+    }
+    return true;
+}
+
+bool TlsChannel::tryReceiveFrame(protocol::Frame& frame) {
+    if (headerBytes < sizeof header) {
+        if (!readInto(reinterpret_cast<char*>(header), sizeof header, headerBytes)) {
+            return false;
+        }
+        incoming.header = protocol::decodeHeader(header);
+        incoming.body.resize(incoming.header.length);
+        bodyBytes = 0;
+    }
+    if (!readInto(&incoming.body[0], incoming.body.size(), bodyBytes)) {
+        return false;
+    }
+    frame.header = incoming.header;
+    // Exchanged, not copied: the memory of the frame before serves for the next one.
+    frame.body.swap(incoming.body);
+    headerBytes = 0;
+    return true;
+}
+
+protocol::Frame TlsChannel::receiveFrame(Deadline deadline) {
+    protocol::Frame frame;
+    receiveFrame(frame, deadline);
+    return frame;
+}
+
+void TlsChannel::receiveFrame(protocol::Frame& frame, Deadline deadline) {
+    // Also where frames come without a pause, so that nothing has to be waited for.
+    if (Clock::now() >= deadline) {
+        throw TlsError(Kind::kTimedOut, peer + " did not come to an end in time.");
+    }
+    while (!tryReceiveFrame(frame)) {
+        waitForSocket(wantedEvents, deadline, "to a request");
+    }
+}
+
+TlsChannel::Peer TlsChannel::lookAtPeer() {
+    if (broken) {
+        return Peer::kGone;
+    }
+    char next = 0;
+    ERR_clear_error();
+    const int seen = SSL_peek(ssl.get(), &next, 1);
+    if (seen > 0) {
+        return Peer::kSpeaking;
+    }
+    const int error = SSL_get_error(ssl.get(), seen);
+    ERR_clear_error();
+    if (error == SSL_ERROR_WANT_READ || error == SSL_ERROR_WANT_WRITE) {
+        return Peer::kSilent;
+    }
+    broken = error != SSL_ERROR_ZERO_RETURN;
+    return Peer::kGone;
+}
+
+void TlsChannel::close(Deadline deadline) noexcept {
+    if (established && !broken) {
+        ERR_clear_error();
+        SSL_shutdown(ssl.get());
+        ERR_clear_error();
+    }
+    broken = true;
+    drainSocket(deadline);
+}
+
+void TlsChannel::drainSocket(Deadline deadline) noexcept {
+    if (shutdown(socket.get(), SHUT_WR) != 0) {
+        return;
+    }
+    char dropped[16384];
+    while (tlssocket::wait(socket.get(), POLLIN, deadline) != 0) {
+        const ssize_t got = recv(socket.get(), dropped, sizeof dropped, 0);
+        if (got == 0 || (got < 0 && errno != EINTR && errno != EAGAIN)) {
+            return;
+        }
+    }
+}
+
+std::string TlsChannel::peerSubject() const {
+    return tlsfault::subject(SSL_get0_peer_certificate(ssl.get()));
+}
+
+std::string TlsChannel::peerCommonName() const {
+    return tlsfault::commonName(SSL_get0_peer_certificate(ssl.get()));
+}
+
+bool TlsChannel::isResumed() const {
+    return SSL_session_reused(ssl.get()) == 1;
+}

@@ -80,6 +80,8 @@ public:
     // the only allocation. On a time-out what has arrived of the frame is kept, and a later call
     // goes on with it.
     protocol::Frame receiveFrame(Deadline deadline);
+    // The same into a frame whose memory is used again, for long series of frames.
+    void receiveFrame(protocol::Frame& frame, Deadline deadline);
     // The same without waiting; false when the frame is not complete yet.
     bool tryReceiveFrame(protocol::Frame& frame);
 
@@ -110,9 +112,9 @@ private:
 
     TlsChannel(UniqueFd socket, std::shared_ptr<TlsContext> context, std::string peer);
     void expectAddress(const std::string& address);
-    void handshake(Deadline deadline);
+    void handshake(const std::string& dialled, Deadline deadline);
     void checkAlpn();
-    void checkPeerStillValid();
+    TlsError wrongApplication() const;
     void drainSocket(Deadline deadline) noexcept;
     // One step of OpenSSL: above 0 done, 0 not yet (poll for wantedEvents). Throws TlsError.
     int step(int returned, const char* doing);

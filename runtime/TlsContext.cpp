@@ -1,1 +1,474 @@
-// TlsContext
+#include "TlsContext.h"
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+#include <openssl/err.h>
+#include <openssl/pem.h>
+#include <openssl/x509.h>
+#include <openssl/x509v3.h>
+
+#include "CException.h"
+#include "Protocol.h"
+#include "TlsFault.h"
+#include "UniqueFd.h"
+
+namespace {
+
+constexpr off_t kMaxPemBytes = 4 * 1024 * 1024;
+// A full handshake brings two tickets; more than a few per node are never used before they age.
+constexpr std::size_t kSessionsPerPeer = 4;
+constexpr std::size_t kMaxPeers = 8192;
+constexpr unsigned char kSessionContext[] = "kelnode";
+constexpr char kGroups[] = "P-256";
+constexpr char kCipherSuites[] =
+    "TLS_AES_128_GCM_SHA256:TLS_AES_256_GCM_SHA384:TLS_CHACHA20_POLY1305_SHA256";
+
+struct BioDeleter {
+    void operator()(BIO* doomed) const { BIO_free(doomed); }
+};
+struct X509Deleter {
+    void operator()(X509* doomed) const { X509_free(doomed); }
+};
+struct KeyDeleter {
+    void operator()(EVP_PKEY* doomed) const { EVP_PKEY_free(doomed); }
+};
+struct CrlDeleter {
+    void operator()(X509_CRL* doomed) const { X509_CRL_free(doomed); }
+};
+using Bio = std::unique_ptr<BIO, BioDeleter>;
+using Certificate = std::unique_ptr<X509, X509Deleter>;
+using PrivateKey = std::unique_ptr<EVP_PKEY, KeyDeleter>;
+
+[[noreturn]] void failed(const std::string& what) {
+    throw CException(what + ": " + tlsfault::lastReason() + ".");
+}
+
+// The text of a PEM file. It may hold a private key: wiped when done with.
+class PemText {
+public:
+    explicit PemText(const std::string& file) {
+        UniqueFd fd;
+        do {
+            fd.reset(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+        } while (!fd && errno == EINTR);
+        struct stat found {};
+        if (!fd || fstat(fd.get(), &found) != 0) {
+            unreadable(file, std::strerror(errno));
+        }
+        if (!S_ISREG(found.st_mode) || found.st_size > kMaxPemBytes) {
+            unreadable(file, "not a PEM file");
+        }
+        text.resize(static_cast<std::size_t>(found.st_size));
+        std::size_t have = 0;
+        while (have < text.size()) {
+            const ssize_t got = read(fd.get(), &text[have], text.size() - have);
+            if (got < 0 && errno == EINTR) {
+                continue;
+            }
+            if (got < 0) {
+                unreadable(file, std::strerror(errno));
+            }
+            if (got == 0) {
+                break;
+            }
+            have += static_cast<std::size_t>(got);
+        }
+        text.resize(have);
+    }
+    PemText(const PemText&) = delete;
+    PemText& operator=(const PemText&) = delete;
+    ~PemText() { OPENSSL_cleanse(&text[0], text.size()); }
+
+    Bio bio() const {
+        Bio memory(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+        if (!memory) {
+            failed("Can not read a PEM file");
+        }
+        return memory;
+    }
+
+private:
+    [[noreturn]] static void unreadable(const std::string& file, const std::string& reason) {
+        throw CException("Can not read the certificate or key file \"" + file + "\": " + reason +
+                         ".");
+    }
+
+    std::string text;
+};
+
+// Never asks on the terminal for a pass phrase.
+int refusePassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* asked) {
+    *static_cast<bool*>(asked) = true;
+    return -1;
+}
+
+std::vector<Certificate> readCertificates(const PemText& text, const std::string& file) {
+    std::vector<Certificate> certificates;
+    const Bio bio = text.bio();
+    ERR_clear_error();
+    while (X509* next = PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr)) {
+        certificates.emplace_back(next);
+    }
+    if (ERR_GET_REASON(ERR_peek_last_error()) != PEM_R_NO_START_LINE) {
+        failed("The certificate file \"" + file + "\" is damaged");
+    }
+    ERR_clear_error();
+    if (certificates.empty()) {
+        throw CException("The certificate file \"" + file + "\" holds no certificate.");
+    }
+    return certificates;
+}
+
+PrivateKey readKey(const PemText& text, std::string* problem) {
+    bool asked = false;
+    const Bio bio = text.bio();
+    ERR_clear_error();
+    PrivateKey key(PEM_read_bio_PrivateKey(bio.get(), nullptr, &refusePassPhrase, &asked));
+    if (!key) {
+        *problem = asked ? "is protected by a pass phrase" : "holds no private key";
+    }
+    ERR_clear_error();
+    return key;
+}
+
+std::string besideCertificate(const TlsFiles& files, const std::string& name) {
+    const std::string::size_type slash = files.certificateFile.find_last_of('/');
+    return slash == std::string::npos ? name : files.certificateFile.substr(0, slash + 1) + name;
+}
+
+// Tells one version of a file from another; also which files do not exist.
+struct FileStamp {
+    std::array<long long, 6> parts{};
+
+    explicit FileStamp(const std::string& file) {
+        struct stat found {};
+        if (!file.empty() && stat(file.c_str(), &found) == 0) {
+            parts = {static_cast<long long>(found.st_dev),
+                     static_cast<long long>(found.st_ino),
+                     static_cast<long long>(found.st_size),
+                     found.st_mtim.tv_sec,
+                     found.st_mtim.tv_nsec,
+                     found.st_ctim.tv_sec * 1000000000LL + found.st_ctim.tv_nsec};
+        }
+    }
+    bool operator==(const FileStamp& other) const { return parts == other.parts; }
+};
+
+std::vector<FileStamp> stampsOf(const TlsFiles& files) {
+    return {FileStamp(files.certificateFile), FileStamp(files.privateKeyFile),
+            FileStamp(files.caFile), FileStamp(besideCertificate(files, "crl.pem"))};
+}
+
+const std::string& alpnList() {
+    // Each name of the list stands behind its length.
+    static const std::string list =
+        std::string(1, static_cast<char>(sizeof protocol::kAlpn - 1)) + protocol::kAlpn;
+    return list;
+}
+
+int selectAlpn(SSL* /*ssl*/, const unsigned char** selected, unsigned char* selectedLength,
+               const unsigned char* offered, unsigned int offeredLength, void* /*unused*/) {
+    const std::string& ours = alpnList();
+    unsigned char* found = nullptr;
+    if (SSL_select_next_proto(&found, selectedLength,
+                              reinterpret_cast<const unsigned char*>(ours.data()),
+                              static_cast<unsigned int>(ours.size()), offered,
+                              offeredLength) != OPENSSL_NPN_NEGOTIATED) {
+        return SSL_TLSEXT_ERR_ALERT_FATAL;
+    }
+    *selected = found;
+    return SSL_TLSEXT_ERR_OK;
+}
+
+// A ticket must not carry a certificate past its last day: such a peer makes the full handshake,
+// and is refused there with the usual alert.
+SSL_TICKET_RETURN acceptTicket(SSL* /*ssl*/, SSL_SESSION* session, const unsigned char* /*name*/,
+                               std::size_t /*nameLength*/, SSL_TICKET_STATUS status,
+                               void* /*unused*/) {
+    switch (status) {
+        case SSL_TICKET_SUCCESS:
+        case SSL_TICKET_SUCCESS_RENEW:
+            return tlsfault::isExpired(SSL_SESSION_get0_peer(session))
+                       ? SSL_TICKET_RETURN_IGNORE_RENEW
+                       : SSL_TICKET_RETURN_USE_RENEW;
+        case SSL_TICKET_EMPTY:
+        case SSL_TICKET_NO_DECRYPT:
+            return SSL_TICKET_RETURN_IGNORE_RENEW;
+        default:
+            return SSL_TICKET_RETURN_ABORT;
+    }
+}
+
+int keepNewSession(SSL* ssl, SSL_SESSION* session) {
+    const auto* peer = static_cast<const std::string*>(SSL_get_app_data(ssl));
+    auto* owner = static_cast<TlsContext*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(ssl)));
+    if (peer == nullptr || owner == nullptr) {
+        return 0;
+    }
+    owner->keepSession(*peer, SslSession(session));
+    return 1;
+}
+
+using ClientKey = std::array<std::string, 3>;
+
+struct ClientEntry {
+    std::vector<FileStamp> stamps;
+    std::shared_ptr<TlsContext> context;
+};
+
+struct ClientCache {
+    std::mutex mutex;
+    std::map<ClientKey, ClientEntry> entries;  // guarded by mutex
+};
+
+ClientCache& clientCache() {
+    // Never destroyed: a worker left behind at exit may still be connecting.
+    static auto* cache = new ClientCache;
+    return *cache;
+}
+
+}  // namespace
+
+// What stands in the files, before it is given to OpenSSL.
+struct TlsContext::Material {
+    std::vector<Certificate> chain;  // the own certificate, then those behind it
+    std::vector<Certificate> authorities;
+    PrivateKey key;
+
+    explicit Material(const TlsFiles& files) {
+        if (files.certificateFile.empty()) {
+            throw CException(
+                "No certificate file is configured: the TLS connection to a node"
+                " needs CERTIFICATE_FILE.");
+        }
+        const PemText text(files.certificateFile);
+        chain = readCertificates(text, files.certificateFile);
+        readPrivateKey(files, text);
+        if (!files.caFile.empty()) {
+            authorities = readCertificates(PemText(files.caFile), files.caFile);
+        } else {
+            for (std::size_t i = 1; i < chain.size(); ++i) {
+                X509_up_ref(chain[i].get());
+                authorities.emplace_back(chain[i].get());
+            }
+        }
+        if (authorities.empty()) {
+            throw CException("The certificate file \"" + files.certificateFile +
+                             "\" holds no CA certificate after its first certificate: there would"
+                             " be nobody to trust.");
+        }
+    }
+
+private:
+    bool fits() const { return key && X509_check_private_key(chain.front().get(), key.get()) == 1; }
+
+    // The key file first; a key inside the certificate file serves where that one does not.
+    void readPrivateKey(const TlsFiles& files, const PemText& certificateText) {
+        std::string problem;
+        const bool separate = !files.privateKeyFile.empty();
+        if (separate) {
+            try {
+                key = readKey(PemText(files.privateKeyFile), &problem);
+            } catch (const CException& unreadable) {
+                problem = unreadable.getErrMsg();
+            }
+            if (key && !fits()) {
+                problem = "does not belong to the certificate in \"" + files.certificateFile + "\"";
+            }
+            if (fits()) {
+                return;
+            }
+        }
+        std::string insideProblem;
+        key = readKey(certificateText, &insideProblem);
+        if (fits()) {
+            return;
+        }
+        ERR_clear_error();
+        if (!separate) {
+            problem = key ? "holds a private key that does not belong to its first certificate"
+                          : insideProblem;
+        }
+        const std::string& named = separate ? files.privateKeyFile : files.certificateFile;
+        throw CException(problem.rfind("Can not", 0) == 0
+                             ? problem
+                             : "The file \"" + named + "\" " + problem + ".");
+    }
+};
+
+std::shared_ptr<TlsContext> TlsContext::client(const TlsFiles& files) {
+    const ClientKey key = {files.certificateFile, files.privateKeyFile, files.caFile};
+    ClientCache& cache = clientCache();
+    const std::lock_guard<std::mutex> lock(cache.mutex);
+    // Taken before the files are read: a file replaced meanwhile shows at the next call.
+    std::vector<FileStamp> stamps = stampsOf(files);
+    ClientEntry& entry = cache.entries[key];
+    if (!entry.context || !(entry.stamps == stamps)) {
+        entry.context.reset();
+        entry.context = std::shared_ptr<TlsContext>(new TlsContext(files, false));
+        entry.stamps = std::move(stamps);
+    }
+    return entry.context;
+}
+
+std::shared_ptr<TlsContext> TlsContext::server(const TlsFiles& files) {
+    return std::shared_ptr<TlsContext>(new TlsContext(files, true));
+}
+
+TlsContext::TlsContext(const TlsFiles& givenFiles, bool server)
+    : files(givenFiles), serverSide(server) {
+    const Material material(files);
+    ERR_clear_error();
+    context.reset(SSL_CTX_new(server ? TLS_server_method() : TLS_client_method()));
+    if (!context) {
+        failed("Can not set up TLS");
+    }
+    configureCommon();
+    if (server) {
+        configureServer();
+    } else {
+        configureClient();
+    }
+    useMaterial(material);
+    useRevocationList();
+}
+
+TlsContext::~TlsContext() = default;
+
+void TlsContext::configureCommon() {
+    SSL_CTX* ctx = context.get();
+    if (SSL_CTX_set_min_proto_version(ctx, TLS1_3_VERSION) != 1 ||
+        SSL_CTX_set_max_proto_version(ctx, TLS1_3_VERSION) != 1 ||
+        SSL_CTX_set1_groups_list(ctx, kGroups) != 1 ||
+        SSL_CTX_set_ciphersuites(ctx, kCipherSuites) != 1 ||
+        SSL_CTX_set_max_early_data(ctx, 0) != 1) {
+        failed("Can not set up TLS 1.3");
+    }
+    SSL_CTX_set_mode(ctx, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER |
+                              SSL_MODE_RELEASE_BUFFERS | SSL_MODE_NO_AUTO_CHAIN);
+    SSL_CTX_set_read_ahead(ctx, 1);
+}
+
+void TlsContext::configureClient() {
+    SSL_CTX* ctx = context.get();
+    SSL_CTX_set_session_cache_mode(ctx, SSL_SESS_CACHE_CLIENT | SSL_SESS_CACHE_NO_INTERNAL_STORE);
+    SSL_CTX_sess_set_new_cb(ctx, &keepNewSession);
+    SSL_CTX_set_app_data(ctx, this);
+    const std::string& alpn = alpnList();
+    // The one function of the library that returns 0 for success.
+    if (SSL_CTX_set_alpn_protos(ctx, reinterpret_cast<const unsigned char*>(alpn.data()),
+                                static_cast<unsigned int>(alpn.size())) != 0) {
+        failed("Can not set up ALPN");
+    }
+}
+
+void TlsContext::configureServer() {
+    SSL_CTX* ctx = context.get();
+    // Sessions live in the tickets alone, so that every forked child can resume them.
+    SSL_CTX_set_session_cache_mode(ctx, SSL_SESS_CACHE_OFF);
+    if (SSL_CTX_set_session_id_context(ctx, kSessionContext, sizeof kSessionContext - 1) != 1 ||
+        SSL_CTX_set_session_ticket_cb(ctx, nullptr, &acceptTicket, nullptr) != 1) {
+        failed("Can not set up session tickets");
+    }
+    SSL_CTX_set_alpn_select_cb(ctx, &selectAlpn, nullptr);
+}
+
+void TlsContext::useMaterial(const Material& material) {
+    SSL_CTX* ctx = context.get();
+    const std::string named = "\"" + files.certificateFile + "\"";
+    if (SSL_CTX_use_certificate(ctx, material.chain.front().get()) != 1) {
+        failed("Can not use the certificate in " + named);
+    }
+    if (SSL_CTX_use_PrivateKey(ctx, material.key.get()) != 1) {
+        failed("Can not use the private key for " + named);
+    }
+    for (std::size_t i = 1; i < material.chain.size(); ++i) {
+        X509* link = material.chain[i].get();
+        // The peer has the roots; only what lies between helps it.
+        if ((X509_get_extension_flags(link) & EXFLAG_SS) == 0 &&
+            SSL_CTX_add1_chain_cert(ctx, link) != 1) {
+            failed("Can not use the chain in " + named);
+        }
+    }
+    X509_STORE* store = SSL_CTX_get_cert_store(ctx);
+    for (const Certificate& authority : material.authorities) {
+        if (X509_check_ca(authority.get()) == 0) {
+            throw CException("The file \"" +
+                             (files.caFile.empty() ? files.certificateFile : files.caFile) +
+                             "\" holds a certificate that is not a CA's (" +
+                             tlsfault::subject(authority.get()) + ") among those to be trusted.");
+        }
+        if (X509_STORE_add_cert(store, authority.get()) != 1) {
+            failed("Can not trust the CA in " + named);
+        }
+    }
+    // The CAs named are trusted as they are, be they roots or not.
+    X509_STORE_set_flags(store, X509_V_FLAG_PARTIAL_CHAIN);
+}
+
+void TlsContext::useRevocationList() {
+    const std::string file = besideCertificate(files, "crl.pem");
+    struct stat found {};
+    if (stat(file.c_str(), &found) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
+        return;
+    }
+    const PemText text(file);
+    const Bio bio = text.bio();
+    X509_STORE* store = SSL_CTX_get_cert_store(context.get());
+    int lists = 0;
+    ERR_clear_error();
+    while (X509_CRL* next = PEM_read_bio_X509_CRL(bio.get(), nullptr, nullptr, nullptr)) {
+        const std::unique_ptr<X509_CRL, CrlDeleter> list(next);
+        if (X509_STORE_add_crl(store, list.get()) != 1) {
+            failed("Can not use the revocation list \"" + file + "\"");
+        }
+        ++lists;
+    }
+    if (lists == 0 || ERR_GET_REASON(ERR_peek_last_error()) != PEM_R_NO_START_LINE) {
+        failed("The revocation list \"" + file + "\" is damaged");
+    }
+    ERR_clear_error();
+    X509_STORE_set_flags(store, X509_V_FLAG_CRL_CHECK);
+}
+
+std::string TlsContext::describeOwnCertificate() const {
+    const X509* own = SSL_CTX_get0_certificate(context.get());
+    return "\"" + files.certificateFile + "\" (" + tlsfault::subject(own) + ", " +
+           tlsfault::validity(own) + ")";
+}
+
+SslSession TlsContext::takeSession(const std::string& peer) {
+    const std::lock_guard<std::mutex> lock(sessionsMutex);
+    const auto found = sessions.find(peer);
+    if (found == sessions.end()) {
+        return nullptr;
+    }
+    SslSession session = std::move(found->second.front());
+    found->second.pop_front();
+    if (found->second.empty()) {
+        sessions.erase(found);
+    }
+    const bool fresh = SSL_SESSION_is_resumable(session.get()) == 1 &&
+                       !tlsfault::isExpired(SSL_SESSION_get0_peer(session.get()));
+    return fresh ? std::move(session) : nullptr;
+}
+
+void TlsContext::keepSession(const std::string& peer, SslSession session) {
+    const std::lock_guard<std::mutex> lock(sessionsMutex);
+    if (sessions.size() >= kMaxPeers && sessions.count(peer) == 0) {
+        sessions.erase(sessions.begin());
+    }
+    std::list<SslSession>& ofPeer = sessions[peer];
+    // The newest first: it lives longest.
+    ofPeer.push_front(std::move(session));
+    if (ofPeer.size() > kSessionsPerPeer) {
+        ofPeer.pop_back();
+    }
+}

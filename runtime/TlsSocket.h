@@ -1,0 +1,37 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include <openssl/bio.h>
+
+#include "UniqueFd.h"
+
+// Sockets below TLS: connecting and waiting with a deadline, and the way OpenSSL reads and writes
+// them. Stateless; safe from any thread.
+namespace tlssocket {
+
+using Deadline = std::chrono::steady_clock::time_point;
+
+// Waits until one of the poll events (or an error) shows on the descriptor; 0 when the deadline
+// passed first, else the events seen. Deadline::max() means no limit. EINTR is retried.
+short wait(int fd, short events, Deadline deadline);
+
+// A connected non-blocking socket. A host name is looked up within the deadline too. Throws
+// TlsError (kUnreachable, or kTimedOut) that names the address.
+UniqueFd connect(const std::string& address, int port, Deadline deadline);
+
+// Non-blocking, close-on-exec, no delay, and a dead network path is noticed even while nothing is
+// sent. Throws TlsError.
+void prepare(int fd, const std::string& peer);
+
+// "127.0.0.1:4422"; an IPv6 address stands in brackets.
+std::string join(const std::string& address, int port);
+// The same for the far end of a connected socket.
+std::string peerOf(int fd);
+
+// A BIO on the descriptor, which stays the caller's. It never raises SIGPIPE, and it retries EINTR.
+// Null when memory is short.
+BIO* newBio(int fd);
+
+}  // namespace tlssocket
