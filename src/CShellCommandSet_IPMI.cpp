@@ -126,9 +126,9 @@ void CShellCommandSet_IPMI::execute(std::string commandLine, CNode* node, CResul
     std::string output;
     std::string errors;
     ChildProcess::Request request;
-    // The shell becomes ipmitool, as it does for a line of one command, so that no process but
-    // ipmitool itself has the password in its arguments.
-    request.commandLine = ipmitoolLine(*row, commandLine, *node);
+    // The shell becomes ipmitool, so that no process but ipmitool itself, which hides it, has the
+    // password in its arguments for as long as the request takes.
+    request.commandLine = "exec " + ipmitoolLine(*row, commandLine, *node);
     // It must not ask for a password on the terminal, and it must find options behind the bytes.
     request.input = ChildProcess::Input::kNull;
     request.withoutVariable = "POSIXLY_CORRECT";

@@ -186,13 +186,14 @@ void CShellCommandSet_Node::execute(std::string commandLine, CNode* /*node*/, CR
         return;
     }
     for (const Branch& branch : kBranches) {
-        const std::string name = branch.name;
-        if (command->getName() != name) {
+        const std::string commandName = branch.name;
+        if (command->getName() != commandName) {
             continue;
         }
         // The options are what stands behind the name and its blank.
-        const std::string options =
-            commandLine.size() > name.size() ? commandLine.substr(name.size() + 1) : "";
+        const std::string options = commandLine.size() > commandName.size()
+                                        ? commandLine.substr(commandName.size() + 1)
+                                        : "";
         try {
             (this->*branch.run)(options, result);
         } catch (const InvalidValue& invalid) {
