@@ -126,7 +126,7 @@ void CShellCommandSet_IPMI::execute(std::string commandLine, CNode* node, CResul
     std::string output;
     std::string errors;
     ChildProcess::Request request;
-    // The shell becomes ipmitool, so that no process but ipmitool itself, which hides it, has the
+    // The shell becomes ipmitool, so that no process but ipmitool itself has the
     // password in its arguments for as long as the request takes.
     request.commandLine = "exec " + ipmitoolLine(*row, commandLine, *node);
     // It must not ask for a password on the terminal, and it must find options behind the bytes.

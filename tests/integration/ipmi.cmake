@@ -1,3 +1,5 @@
-kelsh_add_test_program(integration_ipmi LABEL integration
+# The simulated controllers hold UDP port 623 of fixed loopback addresses.
+kelsh_add_test_program(integration_ipmi LABEL integration RESOURCE_LOCK bmc
     SOURCES
-    LIBRARIES kelsh_core)
+        IpmiOverLanTest.cpp
+    LIBRARIES kelsh_core kelsh_test_support)
