@@ -17,11 +17,11 @@ class CShellCommand {
 public:
     // A command with lines of its own for 32-bit and 64-bit nodes. White space in the name, the
     // description and the lines is made neat (CUtil::makeNeatString).
-    CShellCommand(std::string name, std::string description, std::string command32,
-                  std::string command64, COMMAND_TYPE type, EXECUTE_DESTINATION destination);
+    CShellCommand(std::string commandName, std::string text, std::string line32, std::string line64,
+                  COMMAND_TYPE commandType, EXECUTE_DESTINATION target);
     // A command with one line for every node.
-    CShellCommand(std::string name, std::string description, std::string command, COMMAND_TYPE type,
-                  EXECUTE_DESTINATION destination);
+    CShellCommand(std::string commandName, std::string text, std::string line,
+                  COMMAND_TYPE commandType, EXECUTE_DESTINATION target);
     CShellCommand(const CShellCommand&) = delete;
     CShellCommand& operator=(const CShellCommand&) = delete;
     virtual ~CShellCommand();

@@ -2,10 +2,6 @@
 
 #include "CUtil.h"
 
-KelshEnum::KelshEnum() = default;
-
-KelshEnum::~KelshEnum() = default;
-
 CONFIRM_TYPE_ENUM KelshEnum::resolveConformType(std::string keyword) {
     CUtil::toUpper(keyword);
     if (keyword == "INHERITANCE") {

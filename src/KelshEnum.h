@@ -38,8 +38,8 @@ enum COMMAND_OPTION_VALUE_TYPE : int {
 // Keywords of the command configuration file.
 class KelshEnum {
 public:
-    KelshEnum();
-    ~KelshEnum();
+    KelshEnum() = default;
+    ~KelshEnum() = default;
 
     // "NO", "INHERITANCE", "ONCE" or "EACH" in any case; every other text means NO.
     static CONFIRM_TYPE_ENUM resolveConformType(std::string keyword);

@@ -75,7 +75,6 @@ TEST(CCommandDispatcher, StripsThePathFromALine) {
     EXPECT_EQ("reset", strip("/reset"));
     EXPECT_EQ("reset", strip("//x// reset "));
     EXPECT_EQ("my-set/go", strip("my-set/go"));
-    EXPECT_EQ("set/go", strip("x-y/set/go").substr(4));
     EXPECT_EQ("", strip(""));
     EXPECT_EQ("", strip("a/"));
     EXPECT_EQ("- x", strip("a/- x"));
