@@ -1,3 +1,7 @@
 kelsh_add_test_program(integration_agent LABEL integration
     SOURCES
-    LIBRARIES kelsh_core)
+        AgentExecTest.cpp
+    LIBRARIES kelnode_core)
+if(TARGET integration_agent)
+    add_dependencies(integration_agent kelnode)
+endif()
