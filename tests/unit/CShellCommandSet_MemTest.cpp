@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "CNode.h"
 #include "CResult.h"
 #include "CShellCommandSet_Mem.h"
 #include "CommandChecklist.h"
+#include "NodeSetFixture.h"
 
 namespace {
 
@@ -22,13 +22,18 @@ TEST(CShellCommandSet_Mem, HoldsItsCommand) {
                           {"mem -n node_0000"}}});
 }
 
-TEST(CShellCommandSet_Mem, ReportsANodeThatCanNotBeReached) {
-    CShellCommandSet_Mem set;
-    CNode node("n", "02:00:00:00:00:01", "127.0.0.1", 1);
-    CResult result;
-    set.execute("mem", &node, result, 1000);
-    EXPECT_EQ(result.getRunStatus(), EXEC_FAILURE);
-    EXPECT_NE(result.getRunSummary(), "");
+using MemSet = NodeSetFixture<CShellCommandSet_Mem>;
+
+TEST_F(MemSet, ShowsWhatTopSaysWithinItsOwnTimeOut) {
+    agent.answer("top -bn 1 | grep Mem:", "Mem: 1 total\n");
+    expectSuccess(execute("mem", 600000), "Mem: 1 total\n");
+    EXPECT_EQ(requestsAfterOpening(), std::vector<std::string>{"run: top -bn 1 | grep Mem:"});
+    EXPECT_EQ(agent.timeOutsMs, std::vector<unsigned int>{5000});
+}
+
+TEST_F(MemSet, ReportsANodeThatCanNotBeReached) {
+    agent.connectFailure = "no route to n";
+    expectFailure(execute("mem"), "no route to n");
 }
 
 }  // namespace

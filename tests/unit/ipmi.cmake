@@ -7,4 +7,6 @@ kelsh_add_test_program(unit_ipmi LABEL unit
         CShellCommandSet_NodeTest.cpp
         CShellCommandSet_ipmifwTest.cpp
         IpmiDeviceTypeTest.cpp
+        # In place of the real client of the node agent, which needs a network.
+        ../support/ScriptedAgent.cpp
     LIBRARIES kelsh_core kelsh_test_support)
