@@ -181,7 +181,7 @@ std::string CNodeSession::readFile(const std::string& file) {
 
 CResult CNodeSession::transfer(const std::string& command, const std::string& path) {
     client.reset();
-    CShellExecutionContext context;
+    CShellExecutionContext context{CShellExecutionContext::Temporary()};
     CShellCommandSet_Basic basic(&context);
     CResult outcome;
     // A line that is not understood leaves the result as it is: that must not look like a copy.

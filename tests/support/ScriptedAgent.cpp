@@ -125,3 +125,7 @@ void SSLClient::executeEncryptedBinary(std::string preCommand, std::string argum
 std::string SSLClient::getKelNodeMacAddress(std::string) {
     return "";
 }
+
+std::string SSLClient::getKelNodeMacAddress(std::string, unsigned int) {
+    return "";
+}
