@@ -177,7 +177,8 @@ void flashAmi(CNodeSession& session, const std::string& image, CResult& result) 
 
 void flash(CNodeSession& session, const TypedLine& typed, CResult& result) {
     const std::string image = typed.path("f");
-    std::string guid = askController(session, "-raw 0x06 0x37 2>&1> /var/tmp/get_ipmi_id.txt",
+    // The blank before ">" matters: dash takes "2>&1>" for a syntax error.
+    std::string guid = askController(session, "-raw 0x06 0x37 2>&1 > /var/tmp/get_ipmi_id.txt",
                                      "/var/tmp/get_ipmi_id.txt");
     CUtil::removeTailNewline(&guid);
     console::printLine("IPMI GUID:" + guid);

@@ -113,7 +113,7 @@ protected:
                " has been successfully flashed.\nPlease wait about 1 minute for BMC reboot.";
     }
     std::vector<std::string> opening() const {
-        return {kTool + std::string("-raw 0x06 0x37 2>&1> /var/tmp/get_ipmi_id.txt"),
+        return {kTool + std::string("-raw 0x06 0x37 2>&1 > /var/tmp/get_ipmi_id.txt"),
                 "run: " + std::string(kReadGuid), "run: [savefile]" + file, "exists: " + file};
     }
     void expectRequests(const std::vector<std::string>& behindOpening) {
