@@ -142,7 +142,7 @@ void FileReplacement::write(const std::string& bytes) {
 
 std::string FileReplacement::linkUnderTemporaryName() {
     for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
-        const std::string candidate = freshTemporaryName();
+        std::string candidate = freshTemporaryName();
         if (linkUnnamed(file.get(), directory.get(), candidate)) {
             return candidate;
         }
