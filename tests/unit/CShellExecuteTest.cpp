@@ -1,5 +1,4 @@
 #include <atomic>
-#include <regex>
 #include <stdexcept>
 
 #include <boost/thread/thread.hpp>
@@ -7,16 +6,13 @@
 #include "CException.h"
 #include "CShellCommandSet.h"
 #include "CThreadWrapperOfCommand.h"
+#include "ResultBlocks.h"
 #include "ShellFixture.h"
 #include "StopWatch.h"
 
 namespace {
 
 using CShellExecute = EngineFixture;
-
-std::string withoutTimes(const std::string& text) {
-    return std::regex_replace(text, std::regex("\\([0-9]+ms\\)"), "(ms)");
-}
 
 void holdFor(long milliseconds) {
     StopWatch watch;
@@ -116,7 +112,7 @@ TEST_F(CShellExecute, HungNodeReportsTimedOutWithTheTimeOutAsRunTime) {
     EXPECT_EQ(1U, CShell::runningWorkers());
     EXPECT_LE(1U, CShell::abandonedWorkers());
     gate.open();
-    EXPECT_TRUE(eventually([] { return CShell::runningWorkers() == 0; }));
+    EXPECT_TRUE(waitFor([] { return CShell::runningWorkers() == 0; }));
 }
 
 TEST_F(CShellExecute, HungMasterCommandIsLeftRunning) {
@@ -126,7 +122,7 @@ TEST_F(CShellExecute, HungMasterCommandIsLeftRunning) {
     EXPECT_EQ("[local] (40ms)\nExitCode:5/0[TIMED_OUT], summary: \n", output);
     EXPECT_TRUE(request->isExecuted());
     gate.open();
-    EXPECT_TRUE(eventually([] { return CShell::runningWorkers() == 0; }));
+    EXPECT_TRUE(waitFor([] { return CShell::runningWorkers() == 0; }));
 }
 
 TEST_F(CShellExecute, WaitsForEachNodeFromItsOwnStart) {
@@ -138,7 +134,7 @@ TEST_F(CShellExecute, WaitsForEachNodeFromItsOwnStart) {
     EXPECT_EQ(5, execute("there -n n1,n2,n3 -t 100"));
     EXPECT_GE(watch.getTime(), 300);
     gate.open();
-    EXPECT_TRUE(eventually([] { return CShell::runningWorkers() == 0; }));
+    EXPECT_TRUE(waitFor([] { return CShell::runningWorkers() == 0; }));
 }
 
 TEST_F(CShellExecute, LateFinisherThatIsJoinedStillReadsAsTimedOut) {
@@ -158,7 +154,7 @@ TEST_F(CShellExecute, LateFinisherThatIsJoinedStillReadsAsTimedOut) {
         "[n2] (100ms)\nExitCode:5/0[TIMED_OUT], summary: \n",
         output);
     gate.open();
-    EXPECT_TRUE(eventually([] { return CShell::runningWorkers() == 0; }));
+    EXPECT_TRUE(waitFor([] { return CShell::runningWorkers() == 0; }));
 }
 
 TEST_F(CShellExecute, ShellMayGoWhileAWorkerHangs) {
@@ -174,7 +170,7 @@ TEST_F(CShellExecute, ShellMayGoWhileAWorkerHangs) {
     EXPECT_EQ(5, execute("there -n n1 -t 20"));
     shell.reset();
     gate.open();
-    EXPECT_TRUE(eventually([] { return CShell::runningWorkers() == 0; }));
+    EXPECT_TRUE(waitFor([] { return CShell::runningWorkers() == 0; }));
     EXPECT_TRUE(usedItsSet);
 }
 
@@ -187,7 +183,7 @@ TEST_F(CShellExecute, WorkerKeepsItsOwnCopyOfTheNode) {
     delete context->getNodeMap()["n1"];
     context->getNodeMap().clear();
     gate.open();
-    EXPECT_TRUE(eventually([] { return CShell::runningWorkers() == 0; }));
+    EXPECT_TRUE(waitFor([] { return CShell::runningWorkers() == 0; }));
     EXPECT_EQ("n1", set->calls().at(0).node);
 }
 
