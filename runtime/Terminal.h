@@ -19,7 +19,8 @@ class Terminal {
 public:
     // Keeps the terminal in key mode from here to the end of the object's life, so that keys typed
     // between two reads are not echoed by the terminal. What has been typed ahead by then is read
-    // before the mode is put back; the next key comes from there. Holds do not nest.
+    // before the mode is put back; the next key comes from there. Holds nest: the mode ends with
+    // the outermost.
     class Hold {
     public:
         // onResume is called from readKey, in the reading thread, after the process was stopped and
@@ -53,7 +54,8 @@ public:
     // all the same is taken.
     void cursorPosition(unsigned int& row, unsigned int& column);
 
-    // Puts the mode back at once; the next key takes it again.
+    // Puts the mode back in spite of the holds, for a command that is about to run. Until the next
+    // hold begins, each key takes and leaves the mode by itself.
     void release();
 
     // Forgets what was typed ahead, as the terminal itself does on Ctrl+C. For signal handlers and
@@ -76,7 +78,8 @@ private:
     Terminal() = default;
 
     void enter();
-    void leaveUnlessHeld();
+    void leave();
+    bool isHeld() const { return holds > 0 && !suspended; }
     void noticeOtherInput();
     void obeyDrop();
     bool waitForInput(const Clock::time_point* deadline);
@@ -94,8 +97,10 @@ private:
     timespec inputChanged = {};
     std::function<void()> resumed;
     unsigned int unanswered = 0;  // questions for the cursor position that may still be answered
-    bool held = false;
-    bool mute = false;  // the terminal has not answered within this hold
+    unsigned int holds = 0;
+    bool suspended = false;  // released in spite of the holds
+    bool mute = false;       // the terminal has not answered within this hold
+    bool burst = false;      // more keys have come at once than one was waited for
     bool isTerminal = false;
     bool hungUp = false;
 };

@@ -24,6 +24,7 @@
 #include "SSLClient.h"
 #include "ShellLogging.h"
 #include "StopWatch.h"
+#include "Terminal.h"
 
 // The engine: one command, one worker for each target, the waits, the report.
 
@@ -115,6 +116,7 @@ int CShell::executeJob(CCommandExecutionContext* cmd, ConfigErrorCollector* erro
         return kNothingRun;
     }
     cmd->setValidCommand(true);
+    Terminal::standard().release();
     log->pointResultsAt(installPath + kDumpDirectory + "cmd_" + std::to_string(currentSequence) +
                         ".log");
     SSLClient::setCommandSequence(currentSequence);

@@ -56,13 +56,12 @@ TEST_F(EditingTest, WrapsAtTheWidthOfTheTerminal) {
 
 TEST_F(EditingTest, InsertsInTheMiddleOfAWrappedLine) {
     const auto terminal = start(12, 20);
-    const int first = terminal->cursor().row;
     std::string text;
     for (int i = 0; i < 50; ++i) {
         text += static_cast<char>('a' + i % 26);
     }
     terminal->type(text);
-    ASSERT_TRUE(terminal->until([&] { return terminal->cursor().column == 10; }));
+    ASSERT_TRUE(terminal->untilLine(text.substr(40)));
     const int last = terminal->cursor().row;
     for (int i = 0; i < 15; ++i) {
         terminal->type("<left>");
@@ -85,7 +84,6 @@ TEST_F(EditingTest, InsertsInTheMiddleOfAWrappedLine) {
     terminal->type("<cr>");
     text.erase(35, 1);
     ASSERT_TRUE(terminal->until([&] { return terminal->lineAtCursor() == "[master]$ "; }));
-    ASSERT_GE(first, 0);
     const std::string bytes = terminal->received();
     EXPECT_NE(bytes.find("Unknown command: " + text), std::string::npos);
     quit(*terminal);
@@ -113,17 +111,15 @@ TEST_F(EditingTest, BackspaceOverTheStartOfAScreenLineGoesUp) {
 
 TEST_F(EditingTest, LineThatFillsTheLastScreenLineScrolls) {
     const auto terminal = start(6, 20);
-    for (int i = 0; i < 8; ++i) {
-        terminal->type("history<cr>");
-    }
+    terminal->type("cd<cr>cd<cr>cd<cr>cd<cr>cd<cr>cd<cr>");
     ASSERT_TRUE(terminal->until([&] {
-        return terminal->cursor().row == 5 && terminal->lineAtCursor() == "[master]$ " &&
-               terminal->row(3).find("history") != std::string::npos;
+        return terminal->cursor() == PtyTerminal::Position{5, 10} &&
+               terminal->row(0) == "[master]$ cd";
     }));
     terminal->type(std::string(20, 'x'));
     ASSERT_TRUE(terminal->until([&] {
         return terminal->cursor() == PtyTerminal::Position{5, 0} &&
-               terminal->row(2) == "[master]$ xxxxxxxxxx" && terminal->row(3) == "xxxxxxxxxx";
+               terminal->row(3) == "[master]$ xxxxxxxxxx" && terminal->row(4) == "xxxxxxxxxx";
     }));
     terminal->type("y");
     ASSERT_TRUE(terminal->until([&] { return terminal->row(5) == "y"; }));
@@ -211,10 +207,10 @@ TEST_F(EditingTest, OverwritesAfterTheInsertKey) {
 
 TEST_F(EditingTest, BasicCommandsCompleteAtEveryLevel) {
     const auto terminal = start();
-    terminal->type("cd tools<cr>vers<tab>");
-    ASSERT_TRUE(terminal->untilLine("[master/tools]$ version"));
+    terminal->type("cd tools<cr>his<tab>");
+    ASSERT_TRUE(terminal->untilLine("[master/tools]$ history"));
     terminal->type("<cr>");
-    ASSERT_TRUE(terminal->untilShown("Version 1.0, Build 7"));
+    ASSERT_TRUE(terminal->untilShown("1  cd tools"));
     quit(*terminal);
 }
 
