@@ -42,21 +42,26 @@ Terminal::~Terminal() {
     release();
 }
 
-Terminal::Hold::Hold(Terminal& held, std::function<void()> onResume) : terminal(held) {
+Terminal::Hold::Hold(Terminal& held, std::function<void()> onResume)
+    : terminal(held), suspendedBefore(held.holds > 0 && held.suspended) {
     terminal.noticeOtherInput();
     ++terminal.holds;
-    terminal.suspended = false;
     terminal.resumed = std::move(onResume);
-    terminal.enter();
+    renew();
 }
 
 Terminal::Hold::~Hold() {
     terminal.mute = false;
     terminal.resumed = nullptr;
-    if (terminal.holds == 1) {
+    if (terminal.holds == 1 || suspendedBefore) {
         terminal.release();
     }
     --terminal.holds;
+}
+
+void Terminal::Hold::renew() {
+    terminal.suspended = false;
+    terminal.enter();
 }
 
 void Terminal::release() {

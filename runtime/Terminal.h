@@ -30,8 +30,12 @@ public:
         Hold& operator=(const Hold&) = delete;
         ~Hold();
 
+        // Takes the mode again after release().
+        void renew();
+
     private:
         Terminal& terminal;
+        bool suspendedBefore;
     };
 
     // The one terminal of the process.
@@ -54,8 +58,8 @@ public:
     // all the same is taken.
     void cursorPosition(unsigned int& row, unsigned int& column);
 
-    // Puts the mode back in spite of the holds, for a command that is about to run. Until the next
-    // hold begins, each key takes and leaves the mode by itself.
+    // Puts the mode back in spite of the holds, for a command that is about to run. Until one of
+    // them is renewed, only a hold that begins later, or else a single key, takes the mode.
     void release();
 
     // Forgets what was typed ahead, as the terminal itself does on Ctrl+C. For signal handlers and

@@ -47,6 +47,8 @@ unsigned int firstNonZero(std::initializer_list<unsigned int> candidates) {
 
 // One key, asked for with the prompt; the newline that the user does not type is printed.
 int askKey(const std::string& prompt) {
+    // An answer that comes as soon as the question is seen must not be echoed by the terminal.
+    const Terminal::Hold keyMode(Terminal::standard());
     std::cout << prompt << std::flush;
     const int key = CUtil::mygetch();
     std::cout << std::endl;

@@ -62,10 +62,10 @@ int CShell::runInteractive(std::list<std::string>& words) {
         AutoHistoryCommandLineRetriever editor(context.get(), &history, &candidates);
         // Keys are read from here on, whatever runs between two lines: what is typed or pasted then
         // is drawn once, by the editor. A command gets the terminal back; see executeJob.
-        const Terminal::Hold keyMode(Terminal::standard());
+        Terminal::Hold keyMode(Terminal::standard());
         bool ended = false;
         while (!ended) {
-            // Shown by the editor, when keys are read: whoever answers the prompt at once is heard.
+            keyMode.renew();
             editor.printCommandPrompt();
             Line line;
             line.text = editor.getCommandLine();

@@ -22,10 +22,9 @@ class FaultsTest : public ShellOnTerminal {
 protected:
     // A node that nobody answers for, and a command that asks before it runs there.
     void addNodeAndConfirmedCommand() const {
-        writeFile("shell/node.cfg",
-                  "[node]\nname=n1\nip=127.0.0.1\nmac=02:00:00:00:00:01\nport=1\n");
+        writeFile("shell/node.cfg", "[node]\nn1=02:00:00:00:00:01,127.0.0.1:1\n");
         writeFile("shell/cmd.cfg",
-                  commandFile({{"flash", "echo flashed", "confirm=ONCE\n", "SLAVE"}}));
+                  commandFile({{"flash", "echo flashed", "confirmtype=once\n", "SLAVE"}}));
     }
     bool exists(const std::string& name) const {
         return std::filesystem::exists(directory.file(name));
@@ -269,9 +268,14 @@ TEST_F(FaultsTest, CtrlCAtAConfirmationLeavesTheQuestion) {
     addNodeAndConfirmedCommand();
     const auto terminal = start();
     terminal->type("cd tools<cr>flash -n n1<cr>");
-    ASSERT_TRUE(terminal->untilShown("for 1 node(s)? [Yes/No]"));
+    const std::string question = "for 1 node(s)? [Yes/No]";
+    ASSERT_TRUE(terminal->untilShown(question));
     terminal->type("<^C>");
-    ASSERT_TRUE(terminal->untilShown("Do not use Ctrl+C to terminate this program."));
+    ASSERT_TRUE(terminal->until([&] {
+        return terminal->received().find(question +
+                                         "Do not use Ctrl+C to terminate this program.\r\n") !=
+               std::string::npos;
+    }));
     terminal->type("n");
     ASSERT_TRUE(terminal->untilShown("is canceled for 1 node(s)."));
     quit(*terminal);
