@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <exception>
 #include <iostream>
 #include <sstream>
@@ -58,6 +59,29 @@ int askKey(const std::string& prompt) {
 std::string quotedCommand(const std::string& request) {
     return "Command \"" + request + "\" is canceled for ";
 }
+
+// Keeps Ctrl+C away from this thread for a moment. Its handler does not restart system calls, and
+// the standard streams take an interrupted write for an error, after which they drop everything.
+class InterruptHeld {
+public:
+    InterruptHeld() {
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGINT);
+        held = ::pthread_sigmask(SIG_BLOCK, &signals, &previous) == 0;
+    }
+    InterruptHeld(const InterruptHeld&) = delete;
+    InterruptHeld& operator=(const InterruptHeld&) = delete;
+    ~InterruptHeld() {
+        if (held) {
+            static_cast<void>(::pthread_sigmask(SIG_SETMASK, &previous, nullptr));
+        }
+    }
+
+private:
+    sigset_t previous{};
+    bool held = false;
+};
 
 std::string withoutQuestionMark(std::string message) {
     CUtil::removeTailQuestionMark(&message);
@@ -302,6 +326,7 @@ void CShell::reportResult(const std::string& label, const CResult& result, bool 
     }
     const std::string summary = result.getRunSummary();
     const bool filtered = fromNode && ::isatty(STDOUT_FILENO) == 1;
+    const InterruptHeld untilPrinted;
     std::cout << head.str() << (filtered ? escapeForTerminal(summary) : summary) << std::endl;
     log->result(head.str() + summary);
 }

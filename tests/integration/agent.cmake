@@ -1,7 +1,9 @@
 kelsh_add_test_program(integration_agent LABEL integration
     SOURCES
         AgentExecTest.cpp
+        AgentFirmwareTest.cpp
         AgentJobEndTest.cpp
+        AgentListenerTest.cpp
         AgentProtocolTest.cpp
     LIBRARIES kelnode_core)
 if(TARGET integration_agent)

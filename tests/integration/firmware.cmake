@@ -1,5 +1,6 @@
 kelsh_add_test_program(integration_firmware LABEL integration
     SOURCES
+        FirmwareOnManyNodesTest.cpp
         R2FirmwareTest.cpp
         R3FirmwareTest.cpp
     LIBRARIES kelsh_core kelsh_test_support)

@@ -206,6 +206,45 @@ TEST_F(SSLClientCertificates, RevokedMaster) {
     EXPECT_THAT(nodeLog, testing::HasSubstr("has been revoked"));
 }
 
+// A resumed handshake shows no certificates: their last day must count all the same.
+TEST_F(SSLClientCertificates, ResumptionDoesNotOutliveTheMastersCertificate) {
+    TestPki::Request request;
+    request.commonName = "short-lived";
+    request.notAfterSeconds = 2;
+    const TestPki::Identity identity = pki.issue("short", request);
+    FakeNodeAgent agent(filesOf(node), greetAndWait);
+    SSLClient client("127.0.0.1", agent.port(), identity.certificateFile);
+    client.initAndConnect();
+    std::string refusal;
+    EXPECT_TRUE(eventually([&] {
+        try {
+            client.initAndConnect();
+        } catch (const CException& error) {
+            refusal = error.getErrMsg();
+        }
+        return !refusal.empty();
+    }));
+    EXPECT_THAT(refusal, MentionsAll(parts({"CN=short-lived", "expired"})));
+}
+
+TEST_F(SSLClientCertificates, ResumptionDoesNotOutliveTheNodesCertificate) {
+    TestPki::Request request = nodeRequest();
+    request.notAfterSeconds = 2;
+    FakeNodeAgent agent(filesOf(pki.issue("short", request)), greetAndWait);
+    SSLClient client = clientOf(agent);
+    client.initAndConnect();
+    std::string refusal;
+    EXPECT_TRUE(eventually([&] {
+        try {
+            client.initAndConnect();
+        } catch (const CException& error) {
+            refusal = error.getErrMsg();
+        }
+        return !refusal.empty();
+    }));
+    EXPECT_THAT(refusal, MentionsAll(parts({"CN=node_0001", "expired on"})));
+}
+
 TEST_F(SSLClientCertificates, APeerWithoutCertificateIsRefused) {
     FakeNodeAgent agent(filesOf(node), greetAndWait);
     const UniqueFd socket = tlssocket::connect("127.0.0.1", agent.port(), FakeNodeAgent::soon());
