@@ -25,6 +25,7 @@
 #include "SSLClient.h"
 #include "ShellLogging.h"
 #include "StopWatch.h"
+#include "Terminal.h"
 
 // The engine: one command, one worker for each target, the waits, the report.
 
@@ -47,6 +48,8 @@ unsigned int firstNonZero(std::initializer_list<unsigned int> candidates) {
 
 // One key, asked for with the prompt; the newline that the user does not type is printed.
 int askKey(const std::string& prompt) {
+    // An answer that comes as soon as the question is seen must not be echoed by the terminal.
+    const Terminal::Hold keyMode(Terminal::standard());
     std::cout << prompt << std::flush;
     const int key = CUtil::mygetch();
     std::cout << std::endl;
@@ -139,6 +142,7 @@ int CShell::executeJob(CCommandExecutionContext* cmd, ConfigErrorCollector* erro
         return kNothingRun;
     }
     cmd->setValidCommand(true);
+    Terminal::standard().release();
     log->pointResultsAt(installPath + kDumpDirectory + "cmd_" + std::to_string(currentSequence) +
                         ".log");
     SSLClient::setCommandSequence(currentSequence);
