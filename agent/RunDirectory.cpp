@@ -102,7 +102,9 @@ RunDirectory::Entry parse(const std::string& content, const std::string& name) {
                 break;
             case 't': {
                 const std::string::size_type slash = text.find('/');
-                entry.tools.emplace_back(text.substr(0, slash), text.substr(slash));
+                if (slash != std::string::npos) {
+                    entry.tools.emplace_back(text.substr(0, slash), text.substr(slash));
+                }
                 break;
             }
             default:
