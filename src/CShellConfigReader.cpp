@@ -1,1 +1,211 @@
-// CShellConfigReader
+#include "CShellConfigReader.h"
+
+#include <cerrno>
+#include <memory>
+#include <sys/stat.h>
+#include <utility>
+
+#include "CNode.h"
+#include "CSSLConfig.h"
+#include "CShellCommandSet.h"
+#include "CShellExecutionContext.h"
+#include "CUtil.h"
+#include "CmdConfigBuilder.h"
+#include "CmdConfigFile.h"
+#include "ConfigErrorCollector.h"
+#include "ConfigLineReader.h"
+#include "NodeConfigFile.h"
+#include "NodeConfigWriter.h"
+
+namespace {
+
+using File = std::unique_ptr<FILE, int (*)(FILE*)>;
+
+// Null when there is nothing to read. A directory can be opened, but that is all: it counts as a
+// file that can not be opened.
+File openForReading(const char* fileName) {
+    FILE* stream = nullptr;
+    do {
+        stream = std::fopen(fileName, "re");
+    } while (stream == nullptr && errno == EINTR);
+    File file(stream, &std::fclose);
+    struct stat status {};
+    if (file && ::fstat(::fileno(file.get()), &status) == 0 && S_ISDIR(status.st_mode)) {
+        file.reset();
+    }
+    return file;
+}
+
+std::string unreadable(const std::string& fileName, const char* purpose) {
+    return "Can not open file \"" + fileName + "\"" + purpose +
+           "! Please make sure that it exists and can be read.";
+}
+
+constexpr char kAnyPurpose[] = "";
+constexpr char kSslPurpose[] = " for SSL configuration";
+
+bool hasPrefix(const std::string& text, const std::string& prefix) {
+    return text.compare(0, prefix.size(), prefix) == 0;
+}
+
+// What stands behind the dashes; nothing when they are missing.
+std::string withoutDashes(const std::string& part, const std::string& dashes) {
+    return hasPrefix(part, dashes) ? part.substr(dashes.size()) : std::string();
+}
+
+// False for a key that no field answers to.
+bool setSslField(const std::string& key, const std::string& value) {
+    CSSLConfig* config = CSSLConfig::getInstance();
+    if (key == "PRIVATE_KEY_FILE") {
+        config->setPrivateKeyFile(value);
+    } else if (key == "PUBLIC_KEY_FILE") {
+        config->setPublicKeyFile(value);
+    } else if (key == "CERTIFICATE_FILE") {
+        config->setCertificateFile(value);
+    } else {
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+void CShellConfigReader::readConfig(CShellExecutionContext& context, ConfigErrorCollector* errors) {
+    ConfigErrorCollector sslErrors;
+    readSslConfig(context.getSslCfgFileName().c_str(), &sslErrors);
+    readNodeConfig(context.getNodeCfgFileName().c_str(), context, errors);
+    readCmdConfig(context.getCmdCfgFileName().c_str(), context, errors);
+    for (const ConfigError* error : sslErrors.getErrorList()) {
+        errors->addError(error->getLine(), error->getLevel(), error->getErrorMessage());
+    }
+}
+
+void CShellConfigReader::readNodeConfig(const char* fileName, CShellExecutionContext& context,
+                                        ConfigErrorCollector* errors) {
+    const File file = openForReading(fileName);
+    if (!file) {
+        errors->addError(0, unreadable(fileName, kAnyPurpose));
+        return;
+    }
+    readNodeConfig(file.get(), context, errors);
+    if (std::ferror(file.get()) != 0) {
+        errors->addError(0, unreadable(fileName, kAnyPurpose));
+    }
+}
+
+void CShellConfigReader::readNodeConfig(FILE* stream, CShellExecutionContext& context,
+                                        ConfigErrorCollector* errors) {
+    NodeConfigFile(context, errors).read(stream);
+}
+
+void CShellConfigReader::readCmdConfig(const char* fileName, CShellExecutionContext& context,
+                                       ConfigErrorCollector* errors) {
+    const File file = openForReading(fileName);
+    if (!file) {
+        return;
+    }
+    readCmdConfig(file.get(), context, errors);
+    // A file that is not there is no fault; one that breaks off is.
+    if (std::ferror(file.get()) != 0) {
+        errors->addError(0, unreadable(fileName, kAnyPurpose));
+    }
+}
+
+void CShellConfigReader::readCmdConfig(FILE* stream, CShellExecutionContext& context,
+                                       ConfigErrorCollector* errors) {
+    CmdConfigBuilder builder(context, errors);
+    for (const std::unique_ptr<CmdSetBlock>& block : CmdConfigFile::read(stream)) {
+        builder.build(*block);
+    }
+}
+
+void CShellConfigReader::readSslConfig(const char* fileName, ConfigErrorCollector* errors) {
+    const File file = openForReading(fileName);
+    if (!file) {
+        errors->addError(0, unreadable(fileName, kSslPurpose));
+        return;
+    }
+    readSslConfig(file.get(), errors);
+    if (std::ferror(file.get()) != 0) {
+        errors->addError(0, unreadable(fileName, kSslPurpose));
+    }
+}
+
+void CShellConfigReader::readSslConfig(FILE* stream, ConfigErrorCollector* errors) {
+    ConfigLineReader reader(stream);
+    std::string line;
+    std::string key;
+    std::string value;
+    while (reader.next(line)) {
+        if (ConfigLineReader::isSkipped(line)) {
+            continue;
+        }
+        if (!ConfigLineReader::splitSetting(line, key, value) || key.empty()) {
+            errors->addError(0, "Unknown setting for SSL configuration: " + line);
+            continue;
+        }
+        CUtil::toUpper(key);
+        if (!setSslField(key, value)) {
+            errors->addError(0, "Unknown setting for SSL configuration: " + key);
+        }
+    }
+}
+
+CShellCommandSet* CShellConfigReader::checkParentCommandSet(int line, std::string* name,
+                                                            CShellExecutionContext& context,
+                                                            ConfigErrorCollector* errors) {
+    CShellCommandSet* parent = nullptr;
+    for (std::string::size_type slash = name->find('/'); slash != std::string::npos;
+         slash = name->find('/')) {
+        const std::string head = name->substr(0, slash);
+        name->erase(0, slash + 1);
+        const std::list<CShellCommandSet*>& sets =
+            parent == nullptr ? context.getRootCommandSetList() : parent->getChildCommands();
+        parent = nullptr;
+        for (CShellCommandSet* set : sets) {
+            if (set->equal(head)) {
+                parent = set;
+                break;
+            }
+        }
+        if (parent == nullptr) {
+            errors->addError(line, "Command set \"" + head + "\" does not exist!");
+            return nullptr;
+        }
+    }
+    return parent;
+}
+
+std::list<std::string> CShellConfigReader::resolveOptionToken(std::string token) {
+    const std::string::size_type open = token.find('[');
+    const std::string::size_type close = token.find(']');
+    if (open == std::string::npos || close == std::string::npos || close < open) {
+        return {};
+    }
+    std::list<std::string> parts;
+    const std::string names = token.substr(open + 1, close - open - 1) + "|";
+    std::string::size_type begin = 0;
+    for (std::string::size_type end = names.find('|'); end != std::string::npos;
+         begin = end + 1, end = names.find('|', begin)) {
+        parts.push_back(names.substr(begin, end - begin));
+        CUtil::trim(parts.back());
+    }
+    if (parts.size() != 3) {
+        return {};
+    }
+    std::string& shortName = parts.front();
+    shortName = withoutDashes(shortName, "-");
+    std::string& longName = *std::next(parts.begin());
+    longName = withoutDashes(longName, "--");
+    parts.push_back(token.substr(close + 1));
+    CUtil::trim(parts.back());
+    return parts;
+}
+
+void CShellConfigReader::addNodeIntoConfig(CShellExecutionContext& context, CNode* node) {
+    NodeConfigWriter(context.getNodeCfgFileName()).add(*node);
+}
+
+void CShellConfigReader::correctNodeConfig(CShellExecutionContext& context, CNode* node) {
+    NodeConfigWriter(context.getNodeCfgFileName()).correct(*node);
+}

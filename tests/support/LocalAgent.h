@@ -21,6 +21,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "OwnMounts.h"
 #include "SSLClient.h"
 #include "TempDir.h"
 #include "TestPki.h"
@@ -42,16 +43,23 @@ public:
         // Added to the environment of the agent and of its jobs.
         std::map<std::string, std::string> environment;
         std::optional<rlim_t> openFilesLimit;  // hard and soft
+        // What the agent and its jobs see in place of directories of this machine, by their paths:
+        // another directory, or "tmpfs:size=64k" for an empty file system of that size. Made in a
+        // mount namespace of the agent's own.
+        std::map<std::string, std::string> mounts;
+        // The authority of a whole cluster, in place of the agent's own; it must outlive the agent.
+        TestPki* sharedAuthority = nullptr;
     };
 
     LocalAgent() : LocalAgent(Options()) {}
     explicit LocalAgent(Options wanted) : options(std::move(wanted)), authority(pkiPath()) {
-        master = authority.master();
-        const TestPki::Identity node = authority.node("node", options.address);
+        TestPki& issuer = pki();
+        master = issuer.master();
+        const TestPki::Identity node = issuer.node("node", options.address);
         std::filesystem::create_directories(nodePath() + "tools");
         copy(node.certificateFile, nodePath() + "node.crt");
         copy(node.keyFile, nodePath() + "node.key");
-        copy(authority.caFile(), nodePath() + "ca.crt");
+        copy(issuer.caFile(), nodePath() + "ca.crt");
         toolpackage::ToolKey::createFile(nodePath() + "toolkey");
         writeConfiguration();
         start();
@@ -75,7 +83,9 @@ public:
     const std::string& ip() const { return options.address; }
     int port() const { return boundPort; }
     pid_t listenerPid() const { return pid; }
-    TestPki& pki() { return authority; }
+    TestPki& pki() {
+        return options.sharedAuthority != nullptr ? *options.sharedAuthority : authority;
+    }
     const std::string& masterCertificate() const { return master.certificateFile; }
     const TestPki::Identity& masterIdentity() const { return master; }
     Options& configuration() { return options; }
@@ -242,8 +252,12 @@ private:
         char option[] = "--ready-fd";
         std::string number = std::to_string(readyFd);
         char* arguments[] = {name, option, number.data(), nullptr};
+        const OwnMounts mounts(options.mounts);
         pid = ::fork();
         if (pid == 0) {
+            if (!mounts.enter()) {
+                ::_exit(126);
+            }
             if (options.openFilesLimit) {
                 const rlimit limit{*options.openFilesLimit, *options.openFilesLimit};
                 ::setrlimit(RLIMIT_NOFILE, &limit);

@@ -1,5 +1,4 @@
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -14,6 +13,20 @@ std::string read(const std::string& path) {
     std::stringstream content;
     content << file.rdbuf();
     return content.str();
+}
+
+// Each run of digits becomes one 9.
+std::string withoutNumbers(const std::string& text) {
+    std::string masked;
+    for (const char c : text) {
+        const bool isDigit = c >= '0' && c <= '9';
+        if (!isDigit) {
+            masked += c;
+        } else if (masked.empty() || masked.back() != '9') {
+            masked += '9';
+        }
+    }
+    return masked;
 }
 
 }  // namespace
@@ -38,12 +51,10 @@ TEST(AgentLog, EntryIsOneStampedLine) {
     log.info("first");
     log.warning("second\nforged");
     log.error("third");
-    const std::string stamp = R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z kelnode\[\d+\]: )";
-    EXPECT_TRUE(
-        std::regex_match(read(directory.file("log")),
-                         std::regex(stamp + "first\n" + stamp + R"(warning second\\x0aforged)" +
-                                    "\n" + stamp + "error third\n")))
-        << read(directory.file("log"));
+    const std::string lines = withoutNumbers(read(directory.file("log")));
+    const std::string stamp = "9-9-9T9:9:9.9Z kelnode[9]: ";
+    EXPECT_EQ(lines,
+              stamp + "first\n" + stamp + "warning second\\x9aforged\n" + stamp + "error third\n");
 }
 
 TEST(AgentLog, FileThatCannotBeOpenedLeavesTheOldOne) {

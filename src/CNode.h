@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+// One managed machine: its name, the MAC address it must report, and where its agent listens.
+// A plain value. Built and changed on the main thread; workers only read it while a command runs.
+class CNode {
+public:
+    static constexpr std::uint32_t kDefaultPort = 4422;
+
+    // Mind the order: the MAC comes before the IP.
+    CNode(std::string nodeName, std::string macAddress, std::string ipAddress,
+          std::uint32_t agentPort);
+    CNode(std::string nodeName, std::string macAddress, std::string ipAddress);
+    CNode(std::string nodeName, std::string macAddress);
+    CNode(const CNode&) = default;
+    CNode& operator=(const CNode& other);
+    virtual ~CNode();
+
+    // The name is fixed at construction: it is the key under which the node is known.
+    std::string getName() const;
+    std::string getMac() const;
+    std::string getIp() const;
+    std::uint32_t getPort() const;
+
+    void setMac(std::string newMac);
+    void setIp(std::string newIp);
+    void setPort(unsigned int newPort);
+
+private:
+    std::string name;
+    std::string mac;
+    std::string ip;  // an address or a host name
+    std::uint32_t port;
+};

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <string>
+
+// The key and certificate files for connections to node agents, as the SSL configuration file names
+// them. One instance serves the process: it is made by the first getInstance() call, which must
+// happen on the main thread, filled before any worker exists, and only read from then on.
+class CSSLConfig {
+public:
+    CSSLConfig();
+    CSSLConfig(const CSSLConfig&) = delete;
+    CSSLConfig& operator=(const CSSLConfig&) = delete;
+    // Discards the process-wide instance along with this object, whichever of the two it is. So no
+    // second object may be destroyed while the instance's settings are still needed.
+    virtual ~CSSLConfig();
+
+    // Never null; owned by the class.
+    static CSSLConfig* getInstance();
+
+    std::string getPrivateKeyFile() const;
+    std::string getPublicKeyFile() const;
+    std::string getCertificateFile() const;
+
+    // Set on the process-wide instance, the private key's name also becomes the one that every
+    // later SSLClient uses; on any other object it is a mere field.
+    void setPrivateKeyFile(std::string fileName);
+    void setPublicKeyFile(std::string fileName);
+    void setCertificateFile(std::string fileName);
+
+    // Copies the three fields of the other object.
+    void clone(CSSLConfig* other);
+
+private:
+    static CSSLConfig* mSslCfg;
+
+    std::string privateKeyFile;
+    std::string publicKeyFile;
+    std::string certificateFile;
+};

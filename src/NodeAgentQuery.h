@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "CNode.h"
+
+// What the agent of one node had to say about itself.
+struct NodeAgentAnswer {
+    bool connected = false;
+    std::string mac;  // as the agent reports it, trimmed; empty when it cannot tell
+};
+
+// Asks one node. Called on several threads at once; an exception counts as not connected.
+using NodeAgentQuery = std::function<NodeAgentAnswer(const CNode&)>;
+
+// At most this many agents are asked at the same time.
+constexpr std::size_t kMaxAgentQueries = 64;
+
+// Milliseconds for one node, connection and answer together.
+constexpr unsigned int kAgentQueryTimeOutMs = 3000;
+
+// The real thing: a connection with the certificate of CSSLConfig. Throws CException when there is
+// no connection or no answer within the limit.
+NodeAgentAnswer askNodeAgent(const CNode& node);
+
+// Asks all nodes and returns the answers in the order of the nodes. Returns when every query has;
+// the threads it needs end with it. Where threads cannot be had, fewer or none are used.
+std::vector<NodeAgentAnswer> askNodeAgents(const std::vector<const CNode*>& nodes,
+                                           const NodeAgentQuery& query);
