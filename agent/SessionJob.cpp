@@ -22,6 +22,9 @@ constexpr unsigned long kRestMs = 30000;
 // After the time-out the shell does not wait much longer.
 constexpr unsigned long kRestAfterTimeOutMs = 2000;
 
+constexpr int kSweeps = 40;
+constexpr int kSweepPauseMs = 25;
+
 std::string outputFrame(const std::string& bytes) {
     return protocol::encodeHeader(
                {static_cast<std::uint32_t>(bytes.size()), FrameType::kOutput, 0}) +
@@ -176,7 +179,12 @@ bool Session::takeReport(Job& job) {
                     ? "the job's supervisor on the node was killed; the job goes on there, see " +
                           jobSettings.runPath() + "firmware.log"
                     : "the job's supervisor on the node was killed, and the job with it";
-    runDirectory.sweep([this](const std::string& text) { log.warning(text); });
+    // What was killed takes a moment to be gone, and the listener may be sweeping too.
+    for (int i = 0; i < kSweeps &&
+                    runDirectory.sweep([this](const std::string& text) { log.warning(text); }) > 0;
+         ++i) {
+        ::poll(nullptr, 0, kSweepPauseMs);
+    }
     endWith(lost, TlsChannel::after(kRestMs));
     return true;
 }
