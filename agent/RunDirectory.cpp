@@ -23,7 +23,7 @@ constexpr char kRecordPrefix[] = "job-";
 // A record gets its final name only when it is locked, so that nobody sweeps it while it is made.
 constexpr char kNewPrefix[] = "new-";
 constexpr time_t kNewRecordSeconds = 60;
-constexpr std::size_t kMaxRecordBytes = 1024 * 1024;
+constexpr std::size_t kMaxRecordBytes = std::size_t{1024} * 1024;
 constexpr int kKillRounds = 20;
 
 struct DirectoryCloser {

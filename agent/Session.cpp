@@ -345,9 +345,9 @@ std::string Session::sendFile(const protocol::Get& get) {
     std::string piece;
     while (source.nextFrame(piece)) {
         if (TlsChannel::Clock::now() >= deadline) {
-            const std::string text = "\"" + get.path + "\" was not sent in time, " +
-                                     std::to_string(source.sentBytes()) + " of " +
-                                     std::to_string(source.size()) + " bytes were read.";
+            std::string text = "\"" + get.path + "\" was not sent in time, " +
+                               std::to_string(source.sentBytes()) + " of " +
+                               std::to_string(source.size()) + " bytes were read.";
             sendError(protocol::kErrorTimedOut, text);
             return text;
         }

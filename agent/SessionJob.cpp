@@ -14,7 +14,7 @@ namespace {
 using protocol::FrameType;
 using protocol::ProtocolError;
 
-constexpr std::size_t kOutputPieceBytes = 128 * 1024;
+constexpr std::size_t kOutputPieceBytes = std::size_t{128} * 1024;
 // How often the file of an uninterruptible job is looked at.
 constexpr int kOutputFilePollMs = 50;
 // A job that has ended leaves at most a pipe's and a frame's worth to be sent.
