@@ -1,1 +1,152 @@
-// AgentLog
+#include "AgentLog.h"
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <syslog.h>
+#include <unistd.h>
+
+namespace {
+
+bool isPlain(char c) {
+    return c >= 0x20 && c < 0x7f;
+}
+
+void appendHex(std::string& text, char c) {
+    static const char digits[] = "0123456789abcdef";
+    const unsigned int byte = static_cast<unsigned char>(c);
+    text += "\\x";
+    text += digits[byte >> 4U];
+    text += digits[byte & 15U];
+}
+
+void appendEscaped(std::string& text, char c) {
+    switch (c) {
+        case '\n':
+            text += "\\n";
+            break;
+        case '\r':
+            text += "\\r";
+            break;
+        case '\t':
+            text += "\\t";
+            break;
+        case '"':
+        case '\\':
+            text += '\\';
+            text += c;
+            break;
+        default:
+            if (isPlain(c)) {
+                text += c;
+            } else {
+                appendHex(text, c);
+            }
+    }
+}
+
+// "2026-11-20T17:54:29.123Z": one clock for all nodes, whatever their time zones.
+std::string timeStamp() {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    tm parts{};
+    ::gmtime_r(&now.tv_sec, &parts);
+    char text[40];
+    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+    std::string stamp(text, length);
+    const std::string millis = std::to_string(1000 + now.tv_nsec / 1000000).substr(1);
+    return stamp + "." + millis + "Z";
+}
+
+const char* levelName(AgentLog::Level level) {
+    switch (level) {
+        case AgentLog::Level::kWarning:
+            return "warning ";
+        case AgentLog::Level::kError:
+            return "error ";
+        case AgentLog::Level::kInfo:
+            break;
+    }
+    return "";
+}
+
+int syslogPriority(AgentLog::Level level) {
+    switch (level) {
+        case AgentLog::Level::kWarning:
+            return LOG_WARNING;
+        case AgentLog::Level::kError:
+            return LOG_ERR;
+        case AgentLog::Level::kInfo:
+            break;
+    }
+    return LOG_INFO;
+}
+
+// The last line of defence: whoever forgot to escape must not be able to forge a line.
+std::string withoutControls(const std::string& text) {
+    std::string clean;
+    clean.reserve(text.size());
+    for (const char c : text) {
+        if (isPlain(c)) {
+            clean += c;
+        } else {
+            appendHex(clean, c);
+        }
+    }
+    return clean;
+}
+
+}  // namespace
+
+AgentLog::AgentLog() {
+    ::openlog("kelnode", LOG_PID | LOG_NDELAY, LOG_DAEMON);
+}
+
+AgentLog::~AgentLog() {
+    ::closelog();
+}
+
+std::string AgentLog::open(const std::string& fileName) {
+    if (fileName.empty()) {
+        file.reset();
+        return "";
+    }
+    UniqueFd opened(::open(fileName.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY,
+                           S_IRUSR | S_IWUSR | S_IRGRP));
+    if (!opened) {
+        return "cannot open the log file " + fileName + ": " + std::strerror(errno);
+    }
+    file = std::move(opened);
+    return "";
+}
+
+void AgentLog::write(Level level, const std::string& text) const {
+    const int savedErrno = errno;
+    const std::string clean = withoutControls(text);
+    if (!file) {
+        ::syslog(syslogPriority(level), "%s", clean.c_str());
+        errno = savedErrno;
+        return;
+    }
+    const std::string line = timeStamp() + " kelnode[" + std::to_string(::getpid()) +
+                             "]: " + levelName(level) + clean + "\n";
+    // A log on a full disk must not stop the agent; the rest of a short write is given up.
+    ssize_t written = 0;
+    do {
+        written = ::write(file.get(), line.data(), line.size());
+    } while (written < 0 && errno == EINTR);
+    errno = savedErrno;
+}
+
+std::string AgentLog::escape(const std::string& text, std::string::size_type maxBytes) {
+    std::string escaped;
+    const std::string::size_type shown = text.size() < maxBytes ? text.size() : maxBytes;
+    for (std::string::size_type i = 0; i < shown; ++i) {
+        appendEscaped(escaped, text[i]);
+    }
+    if (shown < text.size()) {
+        escaped += "...(" + std::to_string(text.size() - shown) + " more bytes)";
+    }
+    return escaped;
+}

@@ -1,1 +1,131 @@
-// Job
+#include "Job.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+#include "CException.h"
+#include "JobSupervisor.h"
+
+namespace {
+
+constexpr std::size_t kMaxReportBytes = 64 * 1024;
+
+[[noreturn]] void throwErrno(const char* what) {
+    throw CException(std::string(what) + ": " + std::strerror(errno));
+}
+
+void setNonBlocking(int fd) {
+    const int flags = ::fcntl(fd, F_GETFL);
+    if (flags < 0 || ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0) {
+        throwErrno("cannot set up the job's output");
+    }
+}
+
+Job::Report decodeReport(const std::string& message) {
+    Job::Report report;
+    report.kind = static_cast<Job::Report::Kind>(message.at(0));
+    const std::string body = message.substr(1);
+    if (report.kind == Job::Report::Kind::kNotStarted) {
+        report.errorCode = static_cast<std::uint16_t>(body.at(0));
+        report.text = body.substr(1);
+    } else if (report.kind != Job::Report::Kind::kStarted) {
+        protocol::decode(body, report.result);
+    }
+    return report;
+}
+
+}  // namespace
+
+Job::Job(const JobSettings& settings, const JobRequest& request)
+    : uninterruptible(request.uninterruptible) {
+    int pair[2];
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair) != 0) {
+        throwErrno("cannot make the job's control socket");
+    }
+    control.reset(pair[0]);
+    UniqueFd supervisorControl(pair[1]);
+    UniqueFd jobOutput;
+    std::string outputFile;
+    if (uninterruptible) {
+        outputFile = settings.runPath() + "new-XXXXXX";
+        output.reset(::mkostemp(outputFile.data(), O_CLOEXEC | O_APPEND));
+        if (!output) {
+            throwErrno("cannot make the job's output file");
+        }
+    } else {
+        int pipeEnds[2];
+        if (::pipe2(pipeEnds, O_CLOEXEC) != 0) {
+            throwErrno("cannot make the job's output pipe");
+        }
+        output.reset(pipeEnds[0]);
+        jobOutput.reset(pipeEnds[1]);
+        setNonBlocking(output.get());
+    }
+    const pid_t pid = ::fork();
+    if (pid < 0) {
+        const int savedErrno = errno;
+        if (!outputFile.empty()) {
+            ::unlink(outputFile.c_str());
+        }
+        errno = savedErrno;
+        throwErrno("cannot start the job");
+    }
+    if (pid == 0) {
+        JobSupervisor(settings, request, std::move(supervisorControl),
+                      std::move(uninterruptible ? output : jobOutput), outputFile)
+            .run();
+    }
+}
+
+Job::Report Job::nextReport() {
+    char buffer[kMaxReportBytes];
+    ssize_t count = 0;
+    do {
+        count = ::recv(control.get(), buffer, sizeof buffer, MSG_DONTWAIT);
+    } while (count < 0 && errno == EINTR);
+    if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+        return Report();
+    }
+    if (count > 0) {
+        return decodeReport(std::string(buffer, static_cast<std::size_t>(count)));
+    }
+    Report lost;
+    lost.kind = Report::Kind::kLost;
+    return lost;
+}
+
+std::string Job::readOutput(std::size_t maxBytes) {
+    std::string bytes(maxBytes, '\0');
+    ssize_t count = 0;
+    do {
+        count = uninterruptible ? ::pread(output.get(), bytes.data(), maxBytes, outputRead)
+                                : ::read(output.get(), bytes.data(), maxBytes);
+    } while (count < 0 && errno == EINTR);
+    if (count <= 0) {
+        return "";
+    }
+    outputRead += count;
+    bytes.resize(static_cast<std::size_t>(count));
+    return bytes;
+}
+
+std::size_t Job::unreadOutput() const {
+    if (uninterruptible) {
+        struct stat file {};
+        const bool known = ::fstat(output.get(), &file) == 0 && file.st_size > outputRead;
+        return known ? static_cast<std::size_t>(file.st_size - outputRead) : 0;
+    }
+    int waiting = 0;
+    if (::ioctl(output.get(), FIONREAD, &waiting) != 0 || waiting < 0) {
+        return 0;
+    }
+    return static_cast<std::size_t>(waiting);
+}

@@ -1,1 +1,460 @@
-// Listener
+#include "Listener.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+#include <utility>
+
+#include "CException.h"
+#include "Descriptors.h"
+#include "Session.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+// Connections taken in one turn, so that signals and reports get theirs too.
+constexpr int kAcceptBurst = 64;
+constexpr milliseconds kExhaustionPause(100);
+constexpr seconds kSweepPeriod(10);
+constexpr milliseconds kSweepOftenPeriod(200);
+constexpr seconds kSweepOften(10);
+constexpr seconds kLogPause(10);
+// Longer than a job gets between SIGTERM and SIGKILL.
+constexpr seconds kLeaveLimit(8);
+
+[[noreturn]] void throwErrno(const std::string& what) {
+    throw CException(what + ": " + std::strerror(errno));
+}
+
+socklen_t toSockaddr(const ListenAddress& address, sockaddr_storage& storage) {
+    sockaddr_in6 v6{};
+    if (::inet_pton(AF_INET6, address.host.c_str(), &v6.sin6_addr) == 1) {
+        v6.sin6_family = AF_INET6;
+        v6.sin6_port = htons(static_cast<std::uint16_t>(address.port));
+        std::memcpy(&storage, &v6, sizeof v6);
+        return sizeof v6;
+    }
+    sockaddr_in v4{};
+    v4.sin_family = AF_INET;
+    v4.sin_port = htons(static_cast<std::uint16_t>(address.port));
+    if (::inet_pton(AF_INET, address.host.c_str(), &v4.sin_addr) != 1) {
+        throw CException("\"" + address.host + "\" is not an IP address");
+    }
+    std::memcpy(&storage, &v4, sizeof v4);
+    return sizeof v4;
+}
+
+std::string hostOf(const sockaddr_storage& storage, unsigned int& port) {
+    char text[INET6_ADDRSTRLEN] = "";
+    if (storage.ss_family == AF_INET6) {
+        sockaddr_in6 v6{};
+        std::memcpy(&v6, &storage, sizeof v6);
+        ::inet_ntop(AF_INET6, &v6.sin6_addr, text, sizeof text);
+        port = ntohs(v6.sin6_port);
+    } else {
+        sockaddr_in v4{};
+        std::memcpy(&v4, &storage, sizeof v4);
+        ::inet_ntop(AF_INET, &v4.sin_addr, text, sizeof text);
+        port = ntohs(v4.sin_port);
+    }
+    return text;
+}
+
+std::string printable(const std::string& host, unsigned int port) {
+    const bool isV6 = host.find(':') != std::string::npos;
+    return (isV6 ? "[" + host + "]" : host) + ":" + std::to_string(port);
+}
+
+// A master that lost its power says nothing any more; its ordinary jobs end all the same.
+void watchForDeadPeer(int fd) {
+    const int on = 1;
+    const int idleSeconds = 30;
+    const int intervalSeconds = 10;
+    const int probes = 3;
+    if (::setsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on) != 0 ||
+        ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0 ||
+        ::setsockopt(fd, IPPROTO_TCP, TCP_KEEPIDLE, &idleSeconds, sizeof idleSeconds) != 0 ||
+        ::setsockopt(fd, IPPROTO_TCP, TCP_KEEPINTVL, &intervalSeconds, sizeof intervalSeconds) !=
+            0 ||
+        ::setsockopt(fd, IPPROTO_TCP, TCP_KEEPCNT, &probes, sizeof probes) != 0) {
+        return;  // the connection serves without it
+    }
+}
+
+}  // namespace
+
+Listener::Listener(AgentConfig& agentConfig, AgentLog& agentLog, const rlimit& fileLimit)
+    : config(agentConfig),
+      log(agentLog),
+      runDirectory(agentConfig.getRunPath()),
+      random(std::random_device{}()) {
+    jobSettings.nodePath = config.getNodePath();
+    jobSettings.toolsKeyFile = config.toolsKeyFile;
+    jobSettings.fileLimit = fileLimit;
+    jobSettings.log = &log;
+}
+
+std::shared_ptr<TlsContext> Listener::loadContext(const AgentConfig& config) {
+    return TlsContext::server({config.certificateFile, config.privateKeyFile, config.caFile});
+}
+
+UniqueFd Listener::listenOn(const ListenAddress& address) {
+    const std::string name = printable(address.host, address.port);
+    sockaddr_storage storage{};
+    const socklen_t length = toSockaddr(address, storage);
+    UniqueFd fd(::socket(storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!fd) {
+        throwErrno("cannot make a socket for " + name);
+    }
+    const int on = 1;
+    if (::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+        ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&storage), length) != 0 ||
+        ::listen(fd.get(), SOMAXCONN) != 0) {
+        throwErrno("cannot listen on " + name);
+    }
+    return fd;
+}
+
+void Listener::open() {
+    runDirectory.create();
+    context = loadContext(config);
+    socket = listenOn(config.listen);
+    if (::prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) {
+        throwErrno("cannot become the reaper of jobs");
+    }
+    watchSignals();
+    sweep();
+}
+
+std::string Listener::boundAddress() const {
+    sockaddr_storage storage{};
+    socklen_t length = sizeof storage;
+    if (::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&storage), &length) != 0) {
+        throwErrno("cannot tell the address bound");
+    }
+    unsigned int port = 0;
+    const std::string host = hostOf(storage, port);
+    return printable(host, port);
+}
+
+void Listener::watchSignals() {
+    ::signal(SIGPIPE, SIG_IGN);
+    sigset_t watched;
+    ::sigemptyset(&watched);
+    for (const int signal : {SIGCHLD, SIGHUP, SIGTERM, SIGINT}) {
+        ::sigaddset(&watched, signal);
+    }
+    if (::sigprocmask(SIG_SETMASK, &watched, nullptr) != 0) {
+        throwErrno("cannot set the signal mask");
+    }
+    signals.reset(::signalfd(-1, &watched, SFD_CLOEXEC | SFD_NONBLOCK));
+    if (!signals) {
+        throwErrno("cannot watch for signals");
+    }
+}
+
+void Listener::run() {
+    while (!terminate) {
+        poll();
+        if (hangUp) {
+            hangUp = false;
+            reload();
+        }
+        if (Clock::now() >= sweepAt) {
+            sweep();
+        }
+    }
+    stop();
+}
+
+int Listener::pollTimeOut() const {
+    Clock::time_point next = sweepAt;
+    if (acceptAgainAt != Clock::time_point{}) {
+        next = std::min(next, acceptAgainAt);
+    }
+    const auto left = std::chrono::ceil<milliseconds>(next - Clock::now()).count();
+    return static_cast<int>(std::clamp<long long>(left, 0, 60000));
+}
+
+void Listener::poll() {
+    if (acceptAgainAt != Clock::time_point{} && Clock::now() >= acceptAgainAt) {
+        acceptAgainAt = {};
+    }
+    const bool accepts = socket && acceptAgainAt == Clock::time_point{};
+    std::vector<pollfd> watched{{signals.get(), POLLIN, 0},
+                                {accepts ? socket.get() : -1, POLLIN, 0}};
+    std::vector<SessionTable::Entry*> entries;
+    for (auto& item : sessions.all()) {
+        if (item.second.status) {
+            watched.push_back({item.second.status.get(), POLLIN, 0});
+            entries.push_back(&item.second);
+        }
+    }
+    if (::poll(watched.data(), watched.size(), pollTimeOut()) <= 0) {
+        return;
+    }
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        if (watched[i + 2].revents != 0) {
+            readStatus(*entries[i]);
+        }
+    }
+    if (watched[0].revents != 0) {
+        readSignals();
+        reap();
+    }
+    if (watched[1].revents != 0) {
+        acceptAll();
+    }
+}
+
+void Listener::acceptAll() {
+    for (int i = 0; i < kAcceptBurst && acceptOne(); ++i) {
+    }
+}
+
+bool Listener::acceptOne() {
+    sockaddr_storage storage{};
+    socklen_t length = sizeof storage;
+    UniqueFd connection(
+        ::accept4(socket.get(), reinterpret_cast<sockaddr*>(&storage), &length, SOCK_CLOEXEC));
+    if (!connection) {
+        if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+            // The connection stays in the queue; asking again at once would only burn the
+            // processor.
+            logSparingly(exhaustionLoggedAt,
+                         std::string("cannot accept connections: ") + std::strerror(errno));
+            acceptAgainAt = Clock::now() + kExhaustionPause;
+            return false;
+        }
+        return errno == EINTR || errno == ECONNABORTED;
+    }
+    unsigned int port = 0;
+    const std::string source = hostOf(storage, port);
+    SessionTable::Bounds bounds;
+    bounds.sessions = config.maxSessions;
+    const SessionTable::Admission admission =
+        sessions.admit(source, bounds, Clock::now(), [this](std::size_t count) {
+            return std::uniform_int_distribution<std::size_t>(0, count - 1)(random);
+        });
+    if (admission.victim != 0) {
+        logSparingly(refusalLoggedAt,
+                     "too many connections that do not authenticate, the last from " + source +
+                         "; some are dropped");
+        sessions.find(admission.victim)->dropped = true;
+        ::kill(admission.victim, SIGKILL);
+    }
+    if (admission.kind == SessionTable::Admission::Kind::kClose) {
+        logSparingly(refusalLoggedAt, "no room for the connection from " + source);
+        return true;
+    }
+    serve(std::move(connection), source,
+          admission.kind == SessionTable::Admission::Kind::kTurnAway);
+    return true;
+}
+
+void Listener::serve(UniqueFd connection, const std::string& source, bool busy) {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
+        logSparingly(exhaustionLoggedAt,
+                     std::string("cannot serve a connection: ") + std::strerror(errno));
+        acceptAgainAt = Clock::now() + kExhaustionPause;
+        return;
+    }
+    UniqueFd statusRead(ends[0]);
+    UniqueFd statusWrite(ends[1]);
+    const pid_t pid = ::fork();
+    if (pid < 0) {
+        logSparingly(exhaustionLoggedAt,
+                     std::string("cannot start a session: ") + std::strerror(errno));
+        acceptAgainAt = Clock::now() + kExhaustionPause;
+        return;
+    }
+    if (pid == 0) {
+        becomeSession(std::move(connection), std::move(statusWrite), busy);
+    }
+    sessions.add(pid, source, std::move(statusRead), Clock::now());
+}
+
+void Listener::becomeSession(UniqueFd connection, UniqueFd status, bool busy) {
+    // First the signals: a session must never take part in the listener's end.
+    Session::installSignals();
+    ::prctl(PR_SET_NAME, "kelnode-session");
+    ::prctl(PR_SET_CHILD_SUBREAPER, 0);
+    ::closelog();
+    descriptors::closeAllBut({connection.get(), status.get(), log.descriptor()});
+    watchForDeadPeer(connection.get());
+    {
+        Session session(std::move(connection), context, config, jobSettings, log, std::move(status),
+                        busy);
+        session.run();
+    }
+    ::_exit(EXIT_SUCCESS);
+}
+
+void Listener::readStatus(SessionTable::Entry& entry) {
+    for (;;) {
+        char bytes[16];
+        const ssize_t count = ::read(entry.status.get(), bytes, sizeof bytes);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count == 0 || (count < 0 && errno != EAGAIN)) {
+            entry.status.reset();
+        }
+        if (count <= 0) {
+            return;
+        }
+        for (ssize_t i = 0; i < count; ++i) {
+            entry.authenticated = entry.authenticated || bytes[i] == Session::kAuthenticated;
+            if (bytes[i] == Session::kUninterruptibleBegins ||
+                bytes[i] == Session::kUninterruptibleEnds) {
+                entry.uninterruptible = bytes[i] == Session::kUninterruptibleBegins;
+            }
+        }
+    }
+}
+
+void Listener::readSignals() {
+    signalfd_siginfo info{};
+    while (::read(signals.get(), &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
+        hangUp = hangUp || info.ssi_signo == SIGHUP;
+        terminate = terminate || info.ssi_signo == SIGTERM || info.ssi_signo == SIGINT;
+    }
+}
+
+void Listener::reap() {
+    for (;;) {
+        int status = 0;
+        const pid_t pid = ::waitpid(-1, &status, WNOHANG);
+        if (pid > 0) {
+            noteEnd(pid, status);
+        } else if (pid == 0 || errno != EINTR) {
+            return;
+        }
+    }
+}
+
+void Listener::noteEnd(pid_t pid, int status) {
+    SessionTable::Entry* entry = sessions.find(pid);
+    const bool wasKilled = WIFSIGNALED(status);
+    if (entry != nullptr) {
+        if (!entry->dropped && (wasKilled || WEXITSTATUS(status) == EXIT_FAILURE)) {
+            log.error("the session " + std::to_string(pid) + " of " + entry->source +
+                      (wasKilled ? " was ended by signal " + std::to_string(WTERMSIG(status))
+                                 : " failed"));
+        }
+        sessions.remove(pid);
+    }
+    // A supervisor that lost its session, or what remains of a job without a supervisor, is reaped
+    // here too.
+    if (wasKilled || entry == nullptr) {
+        sweepSoon();
+    }
+}
+
+void Listener::sweepSoon() {
+    sweepOftenUntil = Clock::now() + kSweepOften;
+    sweepAt = Clock::now();
+}
+
+void Listener::sweep() {
+    const int left = runDirectory.sweep([this](const std::string& text) { log.warning(text); });
+    const Clock::time_point now = Clock::now();
+    const bool often = left > 0 || now < sweepOftenUntil;
+    sweepAt = now + (often ? milliseconds(kSweepOftenPeriod) : milliseconds(kSweepPeriod));
+}
+
+void Listener::reload() {
+    std::vector<AgentConfig::Fault> faults;
+    AgentConfig fresh = AgentConfig::load(config.getNodePath(), faults);
+    for (const AgentConfig::Fault& fault : faults) {
+        log.error("reload: " + AgentLog::escape(AgentConfig::describe(fresh.getFileName(), fault)));
+    }
+    if (!faults.empty()) {
+        log.error("reload: the old configuration stays in force");
+        return;
+    }
+    try {
+        std::shared_ptr<TlsContext> freshContext = loadContext(fresh);
+        reopenSocket(fresh);
+        context = std::move(freshContext);
+    } catch (const CException& fault) {
+        log.error("reload: " + AgentLog::escape(fault.getErrMsg()) +
+                  "; the old configuration stays in force");
+        return;
+    }
+    const std::string logFault = log.open(fresh.logFile);
+    if (!logFault.empty()) {
+        log.error("reload: " + logFault);
+    }
+    config = std::move(fresh);
+    jobSettings.toolsKeyFile = config.toolsKeyFile;
+    log.info("configuration and certificates read anew, listening on " + boundAddress());
+}
+
+void Listener::reopenSocket(const AgentConfig& fresh) {
+    if (fresh.listen.host == config.listen.host && fresh.listen.port == config.listen.port) {
+        return;
+    }
+    socket = listenOn(fresh.listen);
+}
+
+void Listener::stop() {
+    log.info("ending");
+    socket.reset();
+    terminate = false;
+    for (auto& item : sessions.all()) {
+        readStatus(item.second);
+        item.second.dropped = true;
+        ::kill(item.first, SIGTERM);
+    }
+    const Clock::time_point limit = Clock::now() + kLeaveLimit;
+    while (Clock::now() < limit && !terminate && !mayLeave()) {
+        pollfd watched{signals.get(), POLLIN, 0};
+        if (::poll(&watched, 1, 20) > 0) {
+            readSignals();
+        }
+        reap();
+        sweep();
+    }
+    std::size_t left = 0;
+    for (const auto& item : sessions.all()) {
+        left += item.second.uninterruptible ? 1 : 0;
+    }
+    log.info("ended" + (left > 0 ? ", " + std::to_string(left) + " uninterruptible session goes on"
+                                 : std::string()));
+}
+
+bool Listener::mayLeave() {
+    for (auto& item : sessions.all()) {
+        if (item.second.status) {
+            readStatus(item.second);
+        }
+        if (!item.second.uninterruptible) {
+            return false;
+        }
+    }
+    return !runDirectory.hasOwned(RunDirectory::Kind::kOrdinary);
+}
+
+void Listener::logSparingly(Clock::time_point& last, const std::string& text) {
+    const Clock::time_point now = Clock::now();
+    if (last == Clock::time_point{} || now - last >= kLogPause) {
+        last = now;
+        log.warning(text);
+    }
+}

@@ -1,1 +1,423 @@
-// Session
+#include "Session.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+#include "CException.h"
+#include "FileSource.h"
+#include "FileTransfer.h"
+#include "NetworkInterface.h"
+
+namespace {
+
+using protocol::FrameType;
+using protocol::ProtocolError;
+
+constexpr unsigned long kLastWordsMs = 1000;
+constexpr unsigned long kShortSendMs = 10000;
+
+// Set by the handler, read between requests.
+volatile std::sig_atomic_t toldToEnd = 0;
+volatile std::sig_atomic_t mustFinish = 0;
+
+void onTerminate(int signal) {
+    if (mustFinish != 0) {
+        toldToEnd = 1;
+        return;
+    }
+    // The job's supervisor sees the end of this process and does what there is to be done.
+    ::_exit(128 + signal);
+}
+
+std::string addressOf(int socket, bool ownEnd) {
+    sockaddr_storage address{};
+    socklen_t length = sizeof address;
+    auto* generic = reinterpret_cast<sockaddr*>(&address);
+    const int result =
+        ownEnd ? ::getsockname(socket, generic, &length) : ::getpeername(socket, generic, &length);
+    char text[INET6_ADDRSTRLEN] = "";
+    if (result != 0) {
+        return "unknown address";
+    }
+    if (address.ss_family == AF_INET6) {
+        sockaddr_in6 v6{};
+        std::memcpy(&v6, &address, sizeof v6);
+        ::inet_ntop(AF_INET6, &v6.sin6_addr, text, sizeof text);
+    } else {
+        sockaddr_in v4{};
+        std::memcpy(&v4, &address, sizeof v4);
+        ::inet_ntop(AF_INET, &v4.sin_addr, text, sizeof text);
+    }
+    return text;
+}
+
+std::string quoted(const std::string& text) {
+    return "\"" + AgentLog::escape(text) + "\"";
+}
+
+}  // namespace
+
+Session::Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
+                 const AgentConfig& agentConfig, const JobSettings& settings,
+                 const AgentLog& agentLog, UniqueFd toListener, bool isBusy)
+    : socket(std::move(connection)),
+      context(std::move(tlsContext)),
+      config(agentConfig),
+      jobSettings(settings),
+      log(agentLog),
+      statusPipe(std::move(toListener)),
+      busy(isBusy),
+      limits(),
+      runDirectory(agentConfig.getRunPath()) {}
+
+void Session::installSignals() {
+    struct sigaction action {};
+    action.sa_handler = onTerminate;
+    ::sigemptyset(&action.sa_mask);
+    ::sigaction(SIGTERM, &action, nullptr);
+    for (const int ignored : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE}) {
+        ::signal(ignored, SIG_IGN);
+    }
+    // Supervisors are not waited for.
+    ::signal(SIGCHLD, SIG_IGN);
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+void Session::setUninterruptible(bool on) {
+    uninterruptible = on;
+    if ((mustFinish != 0) != on) {
+        mustFinish = on ? 1 : 0;
+        tellListener(on ? kUninterruptibleBegins : kUninterruptibleEnds);
+    }
+}
+
+void Session::run() noexcept {
+    try {
+        peer = addressOf(socket.get(), false);
+        channel =
+            TlsChannel::accept(std::move(socket), context, TlsChannel::after(limits.handshakeMs));
+        tellListener(kAuthenticated);
+        peer = AgentLog::escape(channel->peerSubject()) + " " + peer;
+        serve();
+    } catch (const ProtocolError& fault) {
+        log.warning(who() + ": broke the protocol: " + AgentLog::escape(fault.getErrMsg()));
+        try {
+            sendError(protocol::kErrorProtocol, fault.getErrMsg());
+            channel->close(TlsChannel::after(kLastWordsMs));
+        } catch (const std::exception& gone) {
+            log.warning(who() + ": " + AgentLog::escape(gone.what()));
+        }
+    } catch (const std::exception& fault) {
+        log.warning(who() + ": " + AgentLog::escape(fault.what()));
+    }
+}
+
+bool Session::greet() {
+    if (busy) {
+        sendError(protocol::kErrorRefused,
+                  "the agent serves as many sessions as it may (MAX_SESSIONS=" +
+                      std::to_string(config.maxSessions) + "); try again later");
+        channel->close(TlsChannel::after(kLastWordsMs));
+        log.warning(who() + ": turned away, all sessions are taken");
+        return false;
+    }
+    protocol::AgentHello hello;
+    hello.build = KELNODE_VERSION;
+    char name[256] = "";
+    ::gethostname(name, sizeof name - 1);
+    hello.nodeName = name;
+    channel->sendFrame(protocol::encode(hello), TlsChannel::after(limits.greetingMs));
+    const protocol::Frame frame = channel->receiveFrame(TlsChannel::after(limits.greetingMs));
+    if (frame.header.type != FrameType::kShellHello) {
+        throw ProtocolError(std::string("a ") + protocol::name(frame.header.type) +
+                            " frame came instead of the shell's greeting");
+    }
+    protocol::ShellHello shell;
+    protocol::decode(frame.body, shell);
+    if (shell.version < protocol::kLowestVersion || shell.version > protocol::kHighestVersion) {
+        throw ProtocolError("this agent speaks protocol versions " +
+                            std::to_string(protocol::kLowestVersion) + " to " +
+                            std::to_string(protocol::kHighestVersion) + ", the shell chose " +
+                            std::to_string(shell.version));
+    }
+    user = AgentLog::escape(shell.user, 64);
+    if (shell.sequence != 0) {
+        user += " #" + std::to_string(shell.sequence);
+    }
+    return true;
+}
+
+void Session::serve() {
+    try {
+        if (!greet()) {
+            return;
+        }
+    } catch (const TlsError& lost) {
+        // One that only looked whether the agent is there.
+        if (lost.kind() != TlsError::Kind::kClosed) {
+            throw;
+        }
+        return;
+    }
+    for (;;) {
+        protocol::Frame frame;
+        try {
+            frame = channel->receiveFrame(TlsChannel::after(limits.idleMs));
+        } catch (const TlsError& lost) {
+            if (lost.kind() == TlsError::Kind::kClosed ||
+                lost.kind() == TlsError::Kind::kTimedOut) {
+                return;
+            }
+            throw;
+        }
+        requestStart = TlsChannel::Clock::now();
+        if (!serveRequest(frame) || toldToEnd != 0) {
+            channel->close(TlsChannel::after(kLastWordsMs));
+            return;
+        }
+    }
+}
+
+bool Session::serveRequest(const protocol::Frame& frame) {
+    switch (frame.header.type) {
+        case FrameType::kExec:
+            return serveExec(frame);
+        case FrameType::kRunPackaged:
+            return serveRunPackaged(frame);
+        case FrameType::kPut:
+            return servePut(frame);
+        case FrameType::kGet:
+            return serveGet(frame);
+        case FrameType::kExists:
+            return serveExists(frame);
+        case FrameType::kMac:
+            return serveMac(frame);
+        default:
+            throw ProtocolError(std::string("a ") + protocol::name(frame.header.type) +
+                                " frame came where a request was expected");
+    }
+}
+
+bool Session::serveExec(const protocol::Frame& frame) {
+    protocol::Exec exec;
+    protocol::decode(frame.body, exec);
+    if (exec.commandLine.find('\0') != std::string::npos) {
+        throw ProtocolError("a command line holds a NUL byte");
+    }
+    JobRequest request;
+    request.commandLine = exec.commandLine;
+    request.timeOutMs = exec.timeOutMs;
+    request.uninterruptible = (frame.header.flags & protocol::kFlagUninterruptible) != 0;
+    return runJob(request, "EXEC");
+}
+
+bool Session::serveRunPackaged(const protocol::Frame& frame) {
+    protocol::RunPackaged run;
+    protocol::decode(frame.body, run);
+    for (const std::string* text : {&run.preCommand, &run.arguments}) {
+        if (text->find('\0') != std::string::npos) {
+            throw ProtocolError("a command line holds a NUL byte");
+        }
+    }
+    std::string path = run.nodePath;
+    if (path.empty() || path.back() != '/') {
+        path += '/';
+    }
+    JobRequest request;
+    request.timeOutMs = run.timeOutMs;
+    request.uninterruptible = (frame.header.flags & protocol::kFlagUninterruptible) != 0;
+    request.workingDirectory = jobSettings.nodePath;
+    request.tools = {run.packagedFiles, run.companionFiles};
+    try {
+        if (path != jobSettings.nodePath) {
+            throw CException("the node path " + quoted(path) + " is not this agent's, which is " +
+                             jobSettings.nodePath);
+        }
+        if (run.packagedFiles.empty()) {
+            throw CException("no packaged tool is named");
+        }
+        request.commandLine = run.preCommand +
+                              ToolRunner::programPath(jobSettings.toolsPath(), request.tools) +
+                              " " + run.arguments;
+    } catch (const CException& fault) {
+        sendError(protocol::kErrorNotStarted, fault.getErrMsg());
+        logRequest("RUN_PACKAGED", "not started: " + AgentLog::escape(fault.getErrMsg()));
+        return true;
+    }
+    return runJob(request, "RUN_PACKAGED");
+}
+
+bool Session::servePut(const protocol::Frame& frame) {
+    protocol::Put put;
+    protocol::decode(frame.body, put);
+    const std::string what = "PUT " + quoted(put.path);
+    std::uint16_t code = protocol::kErrorFile;
+    std::string fault;
+    try {
+        logRequest(what, AgentLog::escape(receiveFile(put)));
+        return true;
+    } catch (const ProtocolError&) {
+        throw;
+    } catch (const TlsError& lost) {
+        logRequest(what, AgentLog::escape(lost.getErrMsg()));
+        return false;
+    } catch (const FileReceiver::Damaged& damaged) {
+        code = protocol::kErrorDigest;
+        fault = damaged.getErrMsg();
+    } catch (const CException& failed) {
+        fault = failed.getErrMsg();
+    }
+    logRequest(what, AgentLog::escape(fault));
+    // The rest of the file is on its way; the shell closes when it has read this.
+    sendError(code, fault);
+    return false;
+}
+
+std::string Session::receiveFile(const protocol::Put& put) {
+    const TlsChannel::Deadline deadline =
+        put.timeOutMs > 0 ? TlsChannel::after(put.timeOutMs) : TlsChannel::never();
+    FileReceiver receiver(put, runDirectory);
+    protocol::Frame frame;
+    for (;;) {
+        if (!receiveUntil(frame, deadline)) {
+            const std::string text = "\"" + put.path + "\" was not saved in time, " +
+                                     std::to_string(receiver.receivedBytes()) + " of " +
+                                     std::to_string(put.size) + " bytes had arrived.";
+            sendError(protocol::kErrorTimedOut, text);
+            throw TlsError(TlsError::Kind::kTimedOut, text);
+        }
+        if (frame.header.type == FrameType::kEnd) {
+            protocol::End end;
+            protocol::decode(frame.body, end);
+            protocol::Result result;
+            result.text = receiver.finish(end.digest);
+            result.elapsedMs = static_cast<std::uint32_t>(elapsedMs());
+            channel->sendFrame(protocol::encode(result), TlsChannel::after(kShortSendMs));
+            return result.text;
+        }
+        if (frame.header.type != FrameType::kData) {
+            throw ProtocolError(std::string("a ") + protocol::name(frame.header.type) +
+                                " frame came in the middle of a file");
+        }
+        receiver.write(frame.body);
+    }
+}
+
+bool Session::receiveUntil(protocol::Frame& frame, TlsChannel::Deadline deadline) {
+    try {
+        channel->receiveFrame(frame, std::min(deadline, TlsChannel::after(limits.uploadSilenceMs)));
+        return true;
+    } catch (const TlsError& lost) {
+        if (lost.kind() != TlsError::Kind::kTimedOut) {
+            throw;
+        }
+        return false;
+    }
+}
+
+bool Session::serveGet(const protocol::Frame& frame) {
+    protocol::Get get;
+    protocol::decode(frame.body, get);
+    const std::string what = "GET " + quoted(get.path);
+    try {
+        logRequest(what, AgentLog::escape(sendFile(get)));
+    } catch (const TlsError& lost) {
+        logRequest(what, AgentLog::escape(lost.getErrMsg()));
+        return false;
+    } catch (const CException& failed) {
+        logRequest(what, AgentLog::escape(failed.getErrMsg()));
+        sendError(protocol::kErrorFile, failed.getErrMsg());
+    }
+    return true;
+}
+
+std::string Session::sendFile(const protocol::Get& get) {
+    const TlsChannel::Deadline deadline =
+        get.timeOutMs > 0 ? TlsChannel::after(get.timeOutMs) : TlsChannel::never();
+    // A little more than the time given, so that the reason still gets through.
+    const TlsChannel::Deadline hardDeadline =
+        get.timeOutMs > 0 ? deadline + std::chrono::milliseconds(kLastWordsMs) : deadline;
+    if (get.path.find('\0') != std::string::npos) {
+        throw FileError("The file name holds a NUL byte.");
+    }
+    FileSource source(get.path);
+    channel->sendFrame(protocol::encode(protocol::FileInfo{source.size(), source.mode()}),
+                       hardDeadline);
+    std::string piece;
+    while (source.nextFrame(piece)) {
+        if (TlsChannel::Clock::now() >= deadline) {
+            const std::string text = "\"" + get.path + "\" was not sent in time, " +
+                                     std::to_string(source.sentBytes()) + " of " +
+                                     std::to_string(source.size()) + " bytes were read.";
+            sendError(protocol::kErrorTimedOut, text);
+            return text;
+        }
+        channel->sendFrame(piece, hardDeadline);
+    }
+    const std::string digest = source.finish();
+    channel->sendFrame(protocol::encode(protocol::End{digest}), hardDeadline);
+    return "sent, " + std::to_string(source.size()) + " bytes, SHA-256 " +
+           FileDigest::shortHex(digest);
+}
+
+bool Session::serveExists(const protocol::Frame& frame) {
+    protocol::Exists exists;
+    protocol::decode(frame.body, exists);
+    struct stat found {};
+    const bool isThere =
+        exists.path.find('\0') == std::string::npos && ::stat(exists.path.c_str(), &found) == 0;
+    sendAnswer(isThere ? "1" : "0");
+    logRequest("EXISTS " + quoted(exists.path), isThere ? "yes" : "no");
+    return true;
+}
+
+bool Session::serveMac(const protocol::Frame& frame) {
+    if (!frame.body.empty()) {
+        throw ProtocolError("a MAC frame has a body");
+    }
+    const std::string mac =
+        !config.macAddress.empty()
+            ? config.macAddress
+            : networkinterface::macOfLocalAddress(addressOf(channel->descriptor(), true));
+    sendAnswer(mac);
+    logRequest("MAC", mac.empty() ? "none" : mac);
+    return true;
+}
+
+void Session::sendError(std::uint16_t code, const std::string& text) {
+    channel->sendFrame(protocol::encode(protocol::Error{code, text}),
+                       TlsChannel::after(kShortSendMs));
+}
+
+void Session::sendAnswer(const std::string& text) {
+    channel->sendFrame(protocol::encode(protocol::Answer{text}), TlsChannel::after(kShortSendMs));
+}
+
+void Session::tellListener(char what) {
+    while (::write(statusPipe.get(), &what, 1) < 0 && errno == EINTR) {
+    }
+}
+
+void Session::logRequest(const std::string& what, const std::string& result) {
+    log.info(who() + ": " + what + ": " + result + ", " + std::to_string(elapsedMs()) + " ms");
+}
+
+long long Session::elapsedMs() const {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(TlsChannel::Clock::now() -
+                                                                 requestStart)
+        .count();
+}
+
+std::string Session::who() const {
+    return user.empty() ? peer : peer + " (" + user + ")";
+}

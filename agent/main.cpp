@@ -1,1 +1,5 @@
-int main() { return 0; }
+#include "Agent.h"
+
+int main(int argc, char** argv) {
+    return agent::run(argc, argv);
+}

@@ -1,1 +1,36 @@
-int main() { return 0; }
+#include <cstdio>
+#include <exception>
+#include <iostream>
+#include <unistd.h>
+
+#include "CShell.h"
+#include "Terminal.h"
+
+namespace {
+
+constexpr int kExitCannotStart = 2;
+
+int runShell(int argc, char** argv) {
+    try {
+        CShell shell;
+        return shell.run(argc, argv);
+    } catch (const std::exception& failure) {
+        std::cerr << "kelsh: " << failure.what() << std::endl;
+        return kExitCannotStart;
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int status = runShell(argc, argv);
+    std::cout.flush();
+    static_cast<void>(std::fflush(nullptr));
+    if (CShell::abandonedWorkers() != 0) {
+        // A worker that was given up may be inside TLS or logging code, which the exit handlers
+        // would take apart under it.
+        Terminal::standard().release();
+        ::_exit(status);
+    }
+    return status;
+}

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <arpa/inet.h>
-#include <cctype>
 #include <cerrno>
 #include <ctime>
 #include <poll.h>
@@ -40,9 +39,12 @@ int runShell(const std::string& command, std::string* output, std::string* error
     return outcome.exitCode();
 }
 
-void mapCharacters(std::string& text, int (*map)(int)) {
+// Moves the letters of one alphabet, first to last, to the one that begins with target.
+void mapLetters(std::string& text, char first, char last, char target) {
     for (char& c : text) {
-        c = static_cast<char>(map(static_cast<unsigned char>(c)));
+        if (c >= first && c <= last) {
+            c = static_cast<char>(c - first + target);
+        }
     }
 }
 
@@ -125,11 +127,11 @@ void CUtil::makeNeatString(std::string* text) {
 }
 
 void CUtil::toLower(std::string& text) {
-    mapCharacters(text, &std::tolower);
+    mapLetters(text, 'A', 'Z', 'a');
 }
 
 void CUtil::toUpper(std::string& text) {
-    mapCharacters(text, &std::toupper);
+    mapLetters(text, 'a', 'z', 'A');
 }
 
 std::list<std::string> CUtil::splitForTokens(std::string text, std::string separators) {

@@ -10,6 +10,9 @@
 #include "ConfigLineReader.h"
 
 CVersionConfig::CVersionConfig(const char* fileName) {
+    if (fileName == nullptr) {
+        throw CCannotOpenFileException("No version file is named.");
+    }
     const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(fileName, "re"), &std::fclose);
     if (!file) {
         const int error = errno;
@@ -33,6 +36,10 @@ CVersionConfig::CVersionConfig(const char* fileName) {
         } else if (key == "BUILD") {
             build = value;
         }
+    }
+    if (std::ferror(file.get()) != 0) {
+        // A directory opens like a file and fails only here.
+        throw CCannotOpenFileException("Can not read \"" + std::string(fileName) + "\".");
     }
     if (version.empty() || build.empty()) {
         throw CException("\"" + std::string(fileName) + "\" does not define VERSION and BUILD.");

@@ -40,10 +40,7 @@ public:
         sigset_t none;
         sigemptyset(&none);
         sigset_t defaults;
-        sigemptyset(&defaults);
-        for (const int signal : {SIGINT, SIGQUIT, SIGPIPE, SIGTERM, SIGHUP, SIGWINCH}) {
-            sigaddset(&defaults, signal);
-        }
+        sigfillset(&defaults);
         posix_spawnattr_setsigmask(&attributes, &none);
         posix_spawnattr_setsigdefault(&attributes, &defaults);
         posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
@@ -114,7 +111,8 @@ ChildProcess::Outcome notStarted(const std::string& call, int error) {
     return outcome;
 }
 
-// Reads both pipes until the child has ended.
+// Reads both pipes until the child has ended; on a kernel that can not watch children, until the
+// pipes have.
 void collect(const UniqueFd& child, Capture& out, Capture& err) {
     for (;;) {
         pollfd watched[3] = {{child.get(), POLLIN, 0},
@@ -128,7 +126,7 @@ void collect(const UniqueFd& child, Capture& out, Capture& err) {
         }
         out.drain();
         err.drain();
-        if (watched[0].revents != 0) {
+        if (watched[0].revents != 0 || (!child && !out.readEnd && !err.readEnd)) {
             return;
         }
     }
@@ -172,6 +170,9 @@ ChildProcess::Outcome ChildProcess::run(const Request& request) {
         posix_spawn_file_actions_adddup2(actions.get(), err.writeEnd.get(), STDERR_FILENO);
     }
 
+    // Descriptors that some library left open across exec must not reach a command.
+    posix_spawn_file_actions_addclosefrom_np(actions.get(), STDERR_FILENO + 1);
+
     SpawnAttributes attributes;
     std::vector<char*> variables = environmentWithout(request.withoutVariable);
     std::string line = request.commandLine;
@@ -190,7 +191,7 @@ ChildProcess::Outcome ChildProcess::run(const Request& request) {
     err.writeEnd.reset();
 
     const UniqueFd child(pidfd_open(pid, 0));
-    if (child) {
+    if (child || out.readEnd || err.readEnd) {
         collect(child, out, err);
     }
     int status = 0;

@@ -8,6 +8,7 @@
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 namespace {
 
@@ -42,7 +43,9 @@ bool linkUnnamed(int fd, int directory, const std::string& name) {
 
 }  // namespace
 
-FileReplacement::FileReplacement(const std::string& targetPath) : path(targetPath) {
+FileReplacement::FileReplacement(const std::string& targetPath,
+                                 std::function<void(const std::string&)> onName)
+    : path(targetPath), announce(std::move(onName)) {
     if (path.empty() || path.front() != '/') {
         throw FileError("\"" + path + "\" is not an absolute path.");
     }
@@ -88,6 +91,14 @@ void FileReplacement::refuseUnfitTarget() const {
     }
 }
 
+std::string FileReplacement::newTemporaryName() const {
+    const std::string fresh = freshTemporaryName();
+    if (announce) {
+        announce(path.substr(0, path.find_last_of('/') + 1) + fresh);
+    }
+    return fresh;
+}
+
 void FileReplacement::open() {
     do {
         file.reset(openat(directory.get(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
@@ -104,7 +115,7 @@ void FileReplacement::open() {
 
 void FileReplacement::openNamed() {
     for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
-        const std::string candidate = freshTemporaryName();
+        const std::string candidate = newTemporaryName();
         file.reset(openat(directory.get(), candidate.c_str(),
                           O_CREAT | O_EXCL | O_NOFOLLOW | O_WRONLY | O_CLOEXEC, 0600));
         if (file) {
@@ -142,7 +153,7 @@ void FileReplacement::write(const std::string& bytes) {
 
 std::string FileReplacement::linkUnderTemporaryName() {
     for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
-        const std::string candidate = freshTemporaryName();
+        const std::string candidate = newTemporaryName();
         if (linkUnnamed(file.get(), directory.get(), candidate)) {
             return candidate;
         }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "FileDigest.h"
@@ -18,7 +19,10 @@ class FileReplacement {
 public:
     // Throws for a relative path, a missing parent directory, and a target that exists and is
     // neither a regular file nor a symbolic link. A link is replaced, never followed.
-    explicit FileReplacement(const std::string& path);
+    //   announce  told the path of a temporary file just before the file gets that name, for those
+    //             who keep a list of what to remove should this process be killed; may throw
+    explicit FileReplacement(const std::string& path,
+                             std::function<void(const std::string&)> announce = nullptr);
     FileReplacement(const FileReplacement&) = delete;
     FileReplacement& operator=(const FileReplacement&) = delete;
     ~FileReplacement();
@@ -36,9 +40,11 @@ private:
     [[noreturn]] void fail(const std::string& what, int error) const;
     void openNamed();
     void refuseUnfitTarget() const;
+    std::string newTemporaryName() const;
     std::string linkUnderTemporaryName();
 
     std::string path;
+    std::function<void(const std::string&)> announce;
     std::string name;           // of the target in its directory
     std::string temporaryName;  // empty while the temporary file has no name
     UniqueFd directory;

@@ -215,11 +215,16 @@ private:
     CipherContext context;
 };
 
+// What the largest chunk needs; most tools are small.
+std::size_t bufferBytes(const PackageHeader& header) {
+    return static_cast<std::size_t>(std::clamp<std::uint64_t>(header.plainSize, 1, kChunkBytes));
+}
+
 // Opens every chunk in order; each goes to outFd (unless it is -1) only once it is authentic.
 void openChunks(int packageFd, const PackageHeader& header, const ToolKey& key, int outFd) {
     ChunkCipher cipher(key, header);
-    std::vector<unsigned char> sealed(kChunkBytes + kTagBytes);
-    SecretBuffer plain(kChunkBytes);
+    std::vector<unsigned char> sealed(bufferBytes(header) + kTagBytes);
+    SecretBuffer plain(bufferBytes(header));
     std::uint64_t offset = encodeHeader(header).size();
     std::uint64_t left = header.plainSize;
     const std::uint64_t chunks = header.chunks();
@@ -271,8 +276,8 @@ void sealFile(int toolFd, std::uint64_t size, PackageHeader& header, const ToolK
     ChunkCipher cipher(key, header);
     const std::string headerBytes = encodeHeader(header);
     writeAll(outFd, reinterpret_cast<const unsigned char*>(headerBytes.data()), headerBytes.size());
-    SecretBuffer plain(kChunkBytes);
-    std::vector<unsigned char> sealed(kChunkBytes + kTagBytes);
+    SecretBuffer plain(bufferBytes(header));
+    std::vector<unsigned char> sealed(bufferBytes(header) + kTagBytes);
     const std::uint64_t chunks = header.chunks();
     std::uint64_t offset = 0;
     for (std::uint64_t number = 0; number < chunks; ++number) {

@@ -1,1 +1,272 @@
-// CNodeSession
+#include "CNodeSession.h"
+
+#include <algorithm>
+
+#include "CNode.h"
+#include "CSSLConfig.h"
+#include "CShellCommandSet_Basic.h"
+#include "CShellExecutionContext.h"
+#include "CUtil.h"
+#include "SSLClient.h"
+
+namespace {
+
+// Enough for any init system to take the request; a node that vanishes without a word must not hold
+// the result of a finished flash back until the flash's own time-out.
+constexpr unsigned int kRebootTimeOutMs = 30000;
+
+CNode& required(CNode* node) {
+    if (node == nullptr) {
+        throw CException("The command needs a node.");
+    }
+    return *node;
+}
+
+// Jobs sent while it lives are not cut short on the node.
+class UninterruptibleJobs {
+public:
+    UninterruptibleJobs(SSLClient& connected, bool wanted) : client(connected) {
+        client.setUninterruptible(wanted);
+    }
+    UninterruptibleJobs(const UninterruptibleJobs&) = delete;
+    UninterruptibleJobs& operator=(const UninterruptibleJobs&) = delete;
+    ~UninterruptibleJobs() { client.setUninterruptible(false); }
+
+private:
+    SSLClient& client;
+};
+
+std::string afterText(const std::string& output) {
+    std::string text = output;
+    CUtil::trim(text);
+    return text.empty() ? "" : "\n" + text;
+}
+
+std::string inMs(unsigned int milliseconds) {
+    return std::to_string(milliseconds) + " ms";
+}
+
+std::string programOf(const PackagedRun& run) {
+    const std::string& package = run.packagedFiles.front();
+    return package.substr(0, package.rfind(".enc"));
+}
+
+std::string timedOutText(const PackagedRun& run, unsigned int timeOutMs, const CResult& outcome) {
+    std::string text =
+        programOf(run) + " did not end within its time-out of " + inMs(timeOutMs) + ". ";
+    text += run.uninterruptible
+                ? "It is not interrupted and goes on at the node; its log is " + run.log + " there."
+                : "It was ended.";
+    return text + afterText(outcome.getRunSummary());
+}
+
+}  // namespace
+
+CNodeSession::CNodeSession(CNode* target, unsigned int timeOut)
+    : node(required(target)), timeOutMs(timeOut) {}
+
+CNodeSession::~CNodeSession() = default;
+
+std::unique_ptr<SSLClient> CNodeSession::connect(const CNode& node, unsigned int timeOutMs) {
+    auto client = std::make_unique<SSLClient>(node.getIp(), static_cast<int>(node.getPort()),
+                                              CSSLConfig::getInstance()->getCertificateFile());
+    const unsigned int limit = SSLClient::kConnectTimeOutMs;
+    client->initAndConnect(timeOutMs == 0 ? limit : std::clamp(timeOutMs / 3, 1U, limit));
+    return client;
+}
+
+SSLClient& CNodeSession::agent() {
+    if (!client) {
+        client = connect(node, timeOutMs);
+    }
+    return *client;
+}
+
+std::string CNodeSession::nodeName() const {
+    return node.getName();
+}
+
+const std::string& CNodeSession::nodePath() {
+    if (installPath.empty()) {
+        std::string answer = readBack("echo $KELNODE_PATH");
+        CUtil::removeTailNewline(&answer);
+        if (answer.empty() || answer.back() != '/') {
+            answer += '/';
+        }
+        installPath = answer;
+    }
+    return installPath;
+}
+
+std::string CNodeSession::shellPath(const std::string& below) {
+    return pathtext::shellWord(nodePath() + below);
+}
+
+CResult CNodeSession::execute(const std::string& commandLine, bool uninterruptible) {
+    CResult outcome;
+    SSLClient& connected = agent();
+    const UninterruptibleJobs guard(connected, uninterruptible);
+    connected.execute(commandLine, timeOutMs, &outcome);
+    return outcome;
+}
+
+// Every way of opening a file for writing changes its times or makes a new one, so two runs never
+// leave the same answer. Removing the file instead would take it away from a run of another master
+// that has not been read back yet.
+std::string CNodeSession::identityOf(const std::string& file) {
+    return readBack("stat -L -c '%d:%i:%s:%y:%z' " + pathtext::shellWord(file) + " 2>/dev/null");
+}
+
+CResult CNodeSession::run(const PackagedRun& run) {
+    const std::string& path = nodePath();
+    const std::string before = identityOf(run.log);
+    CResult outcome;
+    {
+        SSLClient& connected = agent();
+        const UninterruptibleJobs guard(connected, run.uninterruptible);
+        connected.executeEncryptedBinary(run.preCommand, run.arguments, path, run.packagedFiles,
+                                         run.companionFiles, timeOutMs, &outcome);
+    }
+    if (outcome.getRunStatus() == EXEC_TIMED_OUT) {
+        throw CommandStopped(EXEC_TIMED_OUT, timedOutText(run, timeOutMs, outcome));
+    }
+    const std::string after = identityOf(run.log);
+    if (after.empty() || after == before) {
+        throw CommandStopped(EXEC_FAILURE, programOf(run) + " left no output in " + run.log + "." +
+                                               afterText(outcome.getRunSummary()));
+    }
+    return outcome;
+}
+
+std::string CNodeSession::readBack(const std::string& commandLine) {
+    const CResult outcome = execute(commandLine);
+    if (outcome.getRunStatus() == EXEC_TIMED_OUT) {
+        throw CommandStopped(EXEC_TIMED_OUT, "\"" + commandLine + "\" did not end within " +
+                                                 inMs(timeOutMs) + " at the node.");
+    }
+    return outcome.getRunSummary();
+}
+
+bool CNodeSession::readsBack(const std::string& commandLine, const std::string& phrase) {
+    return readBack(commandLine).find(phrase) != std::string::npos;
+}
+
+std::string CNodeSession::readFile(const std::string& file) {
+    const CResult outcome = execute("cat " + pathtext::shellWord(file));
+    if (outcome.getRunStatus() != EXEC_SUCCESS) {
+        throw CommandStopped(outcome.getRunStatus(), "The output of the run cannot be read back." +
+                                                         afterText(outcome.getRunSummary()));
+    }
+    return outcome.getRunSummary();
+}
+
+CResult CNodeSession::transfer(const std::string& command, const std::string& path) {
+    client.reset();
+    CShellExecutionContext context;
+    CShellCommandSet_Basic basic(&context);
+    CResult outcome;
+    // A line that is not understood leaves the result as it is: that must not look like a copy.
+    outcome.setRunStatus(EXEC_FAILURE);
+    outcome.setRunSummary("File \"" + path + "\" cannot be copied: its name is no option value.");
+    basic.execute(command + " -f " + pathtext::optionValue(path), &node, outcome, timeOutMs);
+    return outcome;
+}
+
+void CNodeSession::saveFile(const std::string& path, const std::string& missingMessage) {
+    const CResult copied = transfer("save file", path);
+    if (copied.getRunStatus() != EXEC_SUCCESS && CUtil::isFileExisted(path)) {
+        throw CommandStopped(copied.getRunStatus(), copied.getRunSummary());
+    }
+    // A file of that name left on the node by an earlier command is not the one that was named.
+    if (copied.getRunStatus() != EXEC_SUCCESS || !agent().isFileExistedAtSlaveNode(path)) {
+        throw CommandStopped(EXEC_FAILURE, missingMessage);
+    }
+}
+
+CResult CNodeSession::getFile(const std::string& path) {
+    return transfer("get file", path);
+}
+
+void CNodeSession::makeDirectoryOf(const std::string& path) {
+    if (path.empty() || path.front() != '/') {
+        throw CommandStopped(EXEC_FAILURE, "File \"" + path + "\": the path must be absolute.");
+    }
+    const CResult made = execute("mkdir -p " + pathtext::shellWord(pathtext::directoryOf(path)));
+    if (made.getRunStatus() != EXEC_SUCCESS) {
+        throw CommandStopped(made.getRunStatus(), "The directory of \"" + path +
+                                                      "\" cannot be made at the node." +
+                                                      afterText(made.getRunSummary()));
+    }
+}
+
+void CNodeSession::reboot() {
+    CResult separate;
+    const unsigned int limit =
+        timeOutMs == 0 ? kRebootTimeOutMs : std::min(timeOutMs, kRebootTimeOutMs);
+    try {
+        agent().execute("reboot", limit, &separate);
+    } catch (const CException&) {
+        // A node that goes down takes the connection with it.
+        client.reset();
+    }
+}
+
+void conclude(CResult& result, const CResult& run, int status, const std::string& summary) {
+    result.setRunStatus(status);
+    result.setRunSummary(summary);
+    result.setExitCode(run.getExitCode());
+    result.setExitOutput(run.getRunSummary());
+}
+
+void showAnswer(CNodeSession& session, const PackagedRun& run, CResult& result) {
+    const CResult outcome = session.run(run);
+    const std::string answer = session.readFile(run.log);
+    if (!answer.empty() || outcome.getExitCode() == 0) {
+        conclude(result, outcome, EXEC_SUCCESS, answer);
+        return;
+    }
+    conclude(result, outcome, EXEC_FAILURE,
+             programOf(run) + " ended with exit code " + std::to_string(outcome.getExitCode()) +
+                 " and without an answer." + afterText(outcome.getRunSummary()));
+}
+
+namespace pathtext {
+
+namespace {
+
+constexpr char kPlainCharacters[] =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_./:=,+@%-";
+constexpr char kWhiteSpace[] = " \t\n\r\v\f";
+
+bool isQuoted(const std::string& value) {
+    return value.size() >= 2 && value.front() == '"' && value.back() == '"';
+}
+
+}  // namespace
+
+std::string unquote(const std::string& value) {
+    return isQuoted(value) ? value.substr(1, value.size() - 2) : value;
+}
+
+std::string optionValue(const std::string& path) {
+    const bool needed = isQuoted(path) || path.find_first_of(kWhiteSpace) != std::string::npos;
+    return needed ? "\"" + path + "\"" : path;
+}
+
+std::string shellWord(const std::string& text) {
+    if (!text.empty() && text.find_first_not_of(kPlainCharacters) == std::string::npos) {
+        return text;
+    }
+    std::string quoted = "'";
+    for (const char c : text) {
+        quoted += c == '\'' ? "'\\''" : std::string(1, c);
+    }
+    return quoted + "'";
+}
+
+std::string directoryOf(const std::string& path) {
+    const std::string::size_type slash = path.rfind('/');
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+}  // namespace pathtext

@@ -10,7 +10,8 @@
 class TempDir {
 public:
     TempDir() {
-        std::string name = (std::filesystem::temp_directory_path() / "kelsh-test-XXXXXX").string();
+        // No dash before the random part: commands are searched for texts like "-r".
+        std::string name = (std::filesystem::temp_directory_path() / "kelsh-test.XXXXXX").string();
         if (::mkdtemp(name.data()) == nullptr) {
             throw std::runtime_error("cannot make a temporary directory");
         }

@@ -1,3 +1,7 @@
 kelsh_add_test_program(unit_editor LABEL unit
     SOURCES
-    LIBRARIES kelsh_core)
+        AbstractCommandLineRetrieverTest.cpp
+        AutoHistoryCommandLineRetrieverTest.cpp
+        CCmdHistoryTest.cpp
+        TerminalTest.cpp
+    LIBRARIES kelsh_core util)

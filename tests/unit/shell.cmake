@@ -1,3 +1,12 @@
 kelsh_add_test_program(unit_shell LABEL unit
     SOURCES
-    LIBRARIES kelsh_core)
+        CCommandExecutionContextTest.cpp
+        CShellExecuteTest.cpp
+        CShellInteractiveTest.cpp
+        CShellTest.cpp
+        CThreadWrapperOfCommandTest.cpp
+        CommandSequenceTest.cpp
+        OutputFilterTest.cpp
+        PipedLineTest.cpp
+        ShellLoggingTest.cpp
+    LIBRARIES kelsh_core util)

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <sys/resource.h>
+#include <sys/types.h>
+
+#include "AgentLog.h"
+#include "Protocol.h"
+#include "ToolRunner.h"
+#include "UniqueFd.h"
+
+// What all jobs of an agent share. The log must outlive the jobs of this process.
+struct JobSettings {
+    std::string nodePath;  // ends in "/"
+    std::string toolsKeyFile;
+    rlimit fileLimit{};  // the limit of open files that jobs get
+    const AgentLog* log = nullptr;
+
+    std::string toolsPath() const { return nodePath + "tools/"; }
+    std::string runPath() const { return nodePath + "run/"; }
+};
+
+struct JobRequest {
+    std::string commandLine;
+    std::string workingDirectory = "/";
+    std::uint32_t timeOutMs = 0;  // 0: no limit
+    bool uninterruptible = false;
+    ToolRequest tools;  // empty for a plain command
+    std::string owner;  // who asked, escaped, for log and refusal
+};
+
+// One job: a shell line in a process tree of its own, under a supervisor process.
+//
+//   session ──fork── supervisor ──fork── /bin/sh -c <line>
+//
+// The supervisor is a child subreaper, so every descendant of the job stays below it, setsid and
+// double forks included. It keeps the time, and it ends an ordinary job when the time is up or when
+// the session goes away, whichever way: the session's end of the control socket closes. An
+// uninterruptible job it never touches; it waits for its end and logs it. The session may thus be
+// killed at any moment, and the parser of network bytes is never what holds a firmware update.
+//
+// An ordinary job writes into a pipe that the session reads: who does not read blocks the job only.
+// An uninterruptible one writes into a file, run/firmware.log, so that no reader's end can break
+// it; the file stays until the next such job.
+//
+// Once the shell has ended by itself, background processes it left are left alone, as a service
+// that was started must be.
+class Job {
+public:
+    struct Report {
+        enum class Kind {
+            kNone,        // nothing new
+            kNotStarted,  // errorCode and text; nothing ran
+            kStarted,
+            kEnded,     // result
+            kTimedOut,  // result; an ordinary job is being ended, an uninterruptible one goes on
+            kLost,      // the supervisor was killed
+        };
+        Kind kind = Kind::kNone;
+        std::uint16_t errorCode = 0;
+        std::string text;
+        protocol::Result result;
+    };
+
+    // Forks the supervisor. Throws CException when that fails.
+    Job(const JobSettings& settings, const JobRequest& request);
+    Job(const Job&) = delete;
+    Job& operator=(const Job&) = delete;
+    // Leaves the job to its supervisor, which ends it unless it has ended or is uninterruptible.
+    ~Job() = default;
+
+    // Readable when nextReport has something.
+    int controlDescriptor() const { return control.get(); }
+    Report nextReport();
+
+    // The pipe to poll for output; -1 where the output is a file, which has to be looked at from
+    // time to time.
+    int outputPipe() const { return uninterruptible ? -1 : output.get(); }
+    // Reads at most maxBytes of what the job has written, without waiting; empty when there is
+    // nothing at the moment.
+    std::string readOutput(std::size_t maxBytes);
+    // How many bytes are there that are not read yet. Once the shell has ended, this much is the
+    // rest of its output; more may come from processes it left behind.
+    std::size_t unreadOutput() const;
+
+private:
+    const bool uninterruptible;
+    UniqueFd control;
+    UniqueFd output;
+    off_t outputRead = 0;  // of the file; a pipe needs none
+};

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <random>
+#include <string>
+#include <sys/resource.h>
+#include <vector>
+
+#include "AgentConfig.h"
+#include "AgentLog.h"
+#include "Job.h"
+#include "RunDirectory.h"
+#include "SessionTable.h"
+#include "TlsContext.h"
+#include "UniqueFd.h"
+
+// The agent's parent process: accepts, counts and forks; everything that reads a byte from the
+// network happens in the sessions. One thread, one poll loop.
+//
+//   SIGHUP   reads configuration, certificates and revocation list anew; what does not work is
+//            logged and the old stays in force. Sessions that run keep what they began with.
+//   SIGTERM, SIGINT  ends: no new connections, sessions and ordinary jobs are ended and tidied up
+//            after; sessions with an uninterruptible job, and such jobs, go on without the
+//            listener.
+//
+// It is the reaper of what sessions and jobs leave behind, and sweeps the run directory when one of
+// them was killed.
+class Listener {
+public:
+    // All stay the caller's. fileLimit is what jobs get.
+    Listener(AgentConfig& config, AgentLog& log, const rlimit& fileLimit);
+    Listener(const Listener&) = delete;
+    Listener& operator=(const Listener&) = delete;
+
+    // Binds, loads the certificates, makes the run directory. Throws CException.
+    void open();
+    // "address:port" as bound.
+    std::string boundAddress() const;
+    // Serves until told to end.
+    void run();
+
+    // A socket that listens there. Throws CException.
+    static UniqueFd listenOn(const ListenAddress& address);
+    static std::shared_ptr<TlsContext> loadContext(const AgentConfig& config);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    void watchSignals();
+    void poll();
+    void acceptAll();
+    bool acceptOne();
+    void serve(UniqueFd connection, const std::string& source, bool busy);
+    [[noreturn]] void becomeSession(UniqueFd connection, UniqueFd status, bool busy);
+    void readStatus(SessionTable::Entry& entry);
+    void readSignals();
+    void reap();
+    void noteEnd(pid_t pid, int status);
+    void reload();
+    void reopenSocket(const AgentConfig& fresh);
+    void stop();
+    bool mayLeave();
+    void sweep();
+    void sweepSoon();
+    int pollTimeOut() const;
+    void logSparingly(Clock::time_point& last, const std::string& text);
+
+    AgentConfig& config;
+    AgentLog& log;
+    JobSettings jobSettings;
+    RunDirectory runDirectory;
+    std::shared_ptr<TlsContext> context;
+    UniqueFd socket;
+    UniqueFd signals;
+    SessionTable sessions;
+    std::mt19937 random;
+
+    bool hangUp = false;
+    bool terminate = false;
+    Clock::time_point acceptAgainAt{};
+    Clock::time_point sweepAt{};
+    Clock::time_point sweepOftenUntil{};
+    Clock::time_point exhaustionLoggedAt{};
+    Clock::time_point refusalLoggedAt{};
+};

@@ -1,0 +1,103 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "AgentConfig.h"
+#include "AgentLog.h"
+#include "Job.h"
+#include "Protocol.h"
+#include "RunDirectory.h"
+#include "TlsChannel.h"
+#include "UniqueFd.h"
+
+// One connection of a shell, from the handshake to its end, in a process of its own. Requests are
+// served one after the other; each leaves one log line. A shell that breaks the rules is told so
+// and disconnected; nothing it sends can harm more than this process.
+class Session {
+public:
+    struct Limits {
+        // Milliseconds: the handshake; the shell's greeting after it; the wait for a request; a
+        // silence in the middle of an upload.
+        unsigned long handshakeMs = 5000;
+        unsigned long greetingMs = 2000;
+        unsigned long idleMs = 120000;
+        unsigned long uploadSilenceMs = 60000;
+    };
+
+    // What a session tells the listener, one byte each.
+    static constexpr char kAuthenticated = 'A';
+    static constexpr char kUninterruptibleBegins = 'U';
+    static constexpr char kUninterruptibleEnds = 'u';
+
+    // statusPipe: to the listener; errors there are of no matter, the listener may be gone.
+    // busy: the agent serves as many sessions as it may, tell the shell so.
+    Session(UniqueFd socket, std::shared_ptr<TlsContext> context, const AgentConfig& config,
+            const JobSettings& jobSettings, const AgentLog& log, UniqueFd statusPipe, bool busy);
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    // Serves until the connection ends. Throws nothing.
+    void run() noexcept;
+
+    // SIGTERM ends a session at once, unless it serves an uninterruptible job: then afterwards.
+    static void installSignals();
+
+private:
+    void serve();
+    bool greet();
+    // False when the session is to end.
+    bool serveRequest(const protocol::Frame& frame);
+    bool serveExec(const protocol::Frame& frame);
+    bool serveRunPackaged(const protocol::Frame& frame);
+    bool servePut(const protocol::Frame& frame);
+    bool serveGet(const protocol::Frame& frame);
+    bool serveExists(const protocol::Frame& frame);
+    bool serveMac(const protocol::Frame& frame);
+
+    bool runJob(JobRequest& request, const char* what);
+    void converse(const JobRequest& request, const std::string& label);
+    // While set, SIGTERM waits until the request is done.
+    void setUninterruptible(bool on);
+    // One turn of the event loop; true when the job is over for this session.
+    bool pumpJob(Job& job);
+    void waitForJob(const Job& job);
+    void checkPeer();
+    void forwardOutput(Job& job);
+    bool takeReport(Job& job);
+    void sendRest(Job& job, TlsChannel::Deadline deadline);
+    void endWith(const protocol::Result& result, TlsChannel::Deadline deadline);
+
+    // False when nothing came in time.
+    bool receiveUntil(protocol::Frame& frame, TlsChannel::Deadline deadline);
+    std::string receiveFile(const protocol::Put& put);
+    std::string sendFile(const protocol::Get& get);
+
+    void sendError(std::uint16_t code, const std::string& text);
+    void sendAnswer(const std::string& text);
+    void tellListener(char what);
+    void logRequest(const std::string& what, const std::string& outcome);
+    long long elapsedMs() const;
+    std::string who() const;
+
+    UniqueFd socket;
+    std::shared_ptr<TlsContext> context;
+    const AgentConfig& config;
+    const JobSettings& jobSettings;
+    const AgentLog& log;
+    UniqueFd statusPipe;
+    const bool busy;
+    const Limits limits;
+    RunDirectory runDirectory;
+    std::unique_ptr<TlsChannel> channel;
+    std::string peer;  // certificate name and address, escaped
+    std::string user;  // who runs the shell there, and the command's number, escaped
+    TlsChannel::Clock::time_point requestStart;
+
+    // Of the job that runs.
+    bool uninterruptible = false;
+    bool outputEnded = false;
+    bool connectionLost = false;
+    std::string outcome;
+};

@@ -1,0 +1,201 @@
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <poll.h>
+#include <utility>
+
+#include "CException.h"
+#include "Session.h"
+
+// The part of a session that runs jobs.
+
+namespace {
+
+using protocol::FrameType;
+using protocol::ProtocolError;
+
+constexpr std::size_t kOutputPieceBytes = 128 * 1024;
+// How often the file of an uninterruptible job is looked at.
+constexpr int kOutputFilePollMs = 50;
+// A job that has ended leaves at most a pipe's and a frame's worth to be sent.
+constexpr unsigned long kRestMs = 30000;
+// After the time-out the shell does not wait much longer.
+constexpr unsigned long kRestAfterTimeOutMs = 2000;
+
+std::string outputFrame(const std::string& bytes) {
+    return protocol::encodeHeader(
+               {static_cast<std::uint32_t>(bytes.size()), FrameType::kOutput, 0}) +
+           bytes;
+}
+
+std::string describe(const protocol::Result& result) {
+    switch (result.ending) {
+        case protocol::Result::Ending::kExited:
+            return "exit code " + std::to_string(result.value);
+        case protocol::Result::Ending::kSignaled:
+            return "ended by signal " + std::to_string(result.value);
+        case protocol::Result::Ending::kTimedOut:
+            return "timed out";
+        case protocol::Result::Ending::kCancelled:
+            break;
+    }
+    return "cancelled";
+}
+
+}  // namespace
+
+bool Session::runJob(JobRequest& request, const char* what) {
+    request.owner = who();
+    outputEnded = false;
+    connectionLost = false;
+    outcome = "cancelled";
+    setUninterruptible(request.uninterruptible);
+    const std::string label = std::string(what) + (uninterruptible ? " (uninterruptible) " : " ") +
+                              "\"" + AgentLog::escape(request.commandLine) + "\"";
+    try {
+        converse(request, label);
+    } catch (const ProtocolError&) {
+        logRequest(label, uninterruptible ? "goes on without its shell" : "cancelled");
+        setUninterruptible(false);
+        throw;
+    }
+    logRequest(label, outcome);
+    setUninterruptible(false);
+    return !connectionLost;
+}
+
+void Session::converse(const JobRequest& request, const std::string& label) {
+    try {
+        Job job(jobSettings, request);
+        if (uninterruptible) {
+            log.info(who() + ": " + label + ": begins");
+        }
+        while (!pumpJob(job)) {
+        }
+    } catch (const ProtocolError&) {
+        throw;
+    } catch (const TlsError& lost) {
+        connectionLost = true;
+        outcome = (uninterruptible ? "goes on without its shell: " : "cancelled: ") +
+                  AgentLog::escape(lost.getErrMsg());
+    } catch (const CException& fault) {
+        outcome = "not started: " + AgentLog::escape(fault.getErrMsg());
+        sendError(protocol::kErrorNotStarted, fault.getErrMsg());
+    }
+}
+
+bool Session::pumpJob(Job& job) {
+    checkPeer();
+    if (connectionLost) {
+        outcome = uninterruptible ? "goes on without its shell" : "cancelled by its shell";
+        return true;
+    }
+    if (channel->hasQueued()) {
+        channel->flush();
+    }
+    forwardOutput(job);
+    if (takeReport(job)) {
+        return true;
+    }
+    waitForJob(job);
+    return false;
+}
+
+void Session::checkPeer() {
+    switch (channel->lookAtPeer()) {
+        case TlsChannel::Peer::kSilent:
+            return;
+        case TlsChannel::Peer::kGone:
+            connectionLost = true;
+            return;
+        case TlsChannel::Peer::kSpeaking:
+            throw ProtocolError("the shell spoke while its job was running");
+    }
+}
+
+void Session::forwardOutput(Job& job) {
+    while (!channel->hasQueued() && !outputEnded) {
+        const std::string bytes = job.readOutput(kOutputPieceBytes);
+        if (bytes.empty()) {
+            return;
+        }
+        channel->queueFrame(outputFrame(bytes));
+        if (!channel->flush()) {
+            return;
+        }
+    }
+}
+
+void Session::waitForJob(const Job& job) {
+    const bool queued = channel->hasQueued();
+    pollfd watched[3] = {
+        {channel->descriptor(), static_cast<short>(POLLIN | POLLRDHUP | (queued ? POLLOUT : 0)), 0},
+        {job.controlDescriptor(), POLLIN, 0},
+        {queued || outputEnded ? -1 : job.outputPipe(), POLLIN, 0}};
+    const bool looksAtFile = job.outputPipe() < 0 && !queued;
+    if (::poll(watched, 3, looksAtFile ? kOutputFilePollMs : -1) <= 0) {
+        return;
+    }
+    // Everybody has closed the pipe while the shell goes on: nothing more comes from there.
+    if ((watched[2].revents & POLLHUP) != 0 && job.unreadOutput() == 0) {
+        outputEnded = true;
+    }
+}
+
+bool Session::takeReport(Job& job) {
+    const Job::Report report = job.nextReport();
+    switch (report.kind) {
+        case Job::Report::Kind::kNone:
+        case Job::Report::Kind::kStarted:
+            return false;
+        case Job::Report::Kind::kNotStarted:
+            outcome = "not started: " + AgentLog::escape(report.text);
+            sendError(report.errorCode, report.text);
+            return true;
+        case Job::Report::Kind::kEnded: {
+            const TlsChannel::Deadline deadline = TlsChannel::after(kRestMs);
+            sendRest(job, deadline);
+            endWith(report.result, deadline);
+            return true;
+        }
+        case Job::Report::Kind::kTimedOut: {
+            const TlsChannel::Deadline deadline = TlsChannel::after(kRestAfterTimeOutMs);
+            sendRest(job, deadline);
+            endWith(report.result, deadline);
+            if (uninterruptible) {
+                outcome += ", goes on";
+            }
+            return true;
+        }
+        case Job::Report::Kind::kLost:
+            break;
+    }
+    protocol::Result lost;
+    lost.ending = protocol::Result::Ending::kCancelled;
+    lost.text = uninterruptible
+                    ? "the job's supervisor on the node was killed; the job goes on there, see " +
+                          jobSettings.runPath() + "firmware.log"
+                    : "the job's supervisor on the node was killed, and the job with it";
+    runDirectory.sweep([this](const std::string& text) { log.warning(text); });
+    endWith(lost, TlsChannel::after(kRestMs));
+    return true;
+}
+
+void Session::sendRest(Job& job, TlsChannel::Deadline deadline) {
+    // Only what is there now: what was left running in the background may go on writing
+    // for ever.
+    std::size_t left = job.unreadOutput();
+    while (left > 0) {
+        const std::string bytes = job.readOutput(std::min(left, kOutputPieceBytes));
+        if (bytes.empty()) {
+            return;
+        }
+        left -= bytes.size();
+        channel->sendFrame(outputFrame(bytes), deadline);
+    }
+}
+
+void Session::endWith(const protocol::Result& result, TlsChannel::Deadline deadline) {
+    outcome = describe(result);
+    channel->sendFrame(protocol::encode(result), deadline);
+}

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <string>
+#include <sys/types.h>
+
+#include "UniqueFd.h"
+
+// The listener's book of the sessions that run. Not locked: the listener has one thread.
+class SessionTable {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    struct Entry {
+        std::string source;  // the peer's address, without the port
+        UniqueFd status;     // the pipe on which the session tells what it is at
+        Clock::time_point startedAt;
+        bool authenticated = false;
+        bool uninterruptible = false;
+        bool dropped = false;  // told to end by the listener
+    };
+
+    struct Bounds {
+        unsigned int sessions = 0;                    // all of them
+        unsigned int unauthenticated = 512;           // of those, not yet authenticated
+        unsigned int unauthenticatedPerSource = 256;  // and from one address
+        // Above the first bound so many are let in only to be told that there is no room.
+        unsigned int turnedAway = 32;
+    };
+
+    struct Admission {
+        enum class Kind { kServe, kTurnAway, kClose };
+        Kind kind = Kind::kServe;
+        pid_t victim = 0;  // a session to be ended in exchange; 0: none
+    };
+
+    // What to do with a new connection. A session that has not authenticated must give way when
+    // there are too many of its kind: which one is left to chance, among those that have had some
+    // time, so that nobody can hold all places by saying nothing.
+    //   random  a number from 0 to its argument, that excluded
+    Admission admit(const std::string& source, const Bounds& bounds, Clock::time_point now,
+                    const std::function<std::size_t(std::size_t)>& random) const;
+
+    Entry& add(pid_t pid, std::string source, UniqueFd status, Clock::time_point now);
+    // Null when there is no such session.
+    Entry* find(pid_t pid);
+    void remove(pid_t pid) { entries.erase(pid); }
+
+    std::map<pid_t, Entry>& all() { return entries; }
+    std::size_t size() const { return entries.size(); }
+
+private:
+    pid_t chooseVictim(const std::string* source, Clock::time_point now,
+                       const std::function<std::size_t(std::size_t)>& random) const;
+
+    std::map<pid_t, Entry> entries;
+};

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+// The command lines entered since the shell started, oldest first. Neither limits nor filters what
+// it is given. Main thread only.
+class CCmdHistory {
+public:
+    CCmdHistory() = default;
+    virtual ~CCmdHistory();
+
+    void add(std::string cmd);
+    unsigned int size() const;
+    // The n-th entry, counted from 1 at the oldest; "" when there is none.
+    std::string getCmd(unsigned int n) const;
+    // Writes the numbered entries to standard output.
+    void listIt() const;
+
+private:
+    std::vector<std::string> entries;
+};

@@ -1,0 +1,123 @@
+#pragma once
+
+#include <list>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "CException.h"
+#include "CResult.h"
+
+class CNode;
+class SSLClient;
+
+// Ends a command early with a run status of its own, where CException alone stands for 2.
+class CommandStopped : public CException {
+public:
+    CommandStopped(int status, std::string summary)
+        : CException(std::move(summary)), runStatus(status) {}
+    int getRunStatus() const { return runStatus; }
+
+private:
+    int runStatus;
+};
+
+// One run of a packaged tool whose outcome is read back from a file.
+struct PackagedRun {
+    std::list<std::string> packagedFiles;  // the first is the program
+    std::string arguments;                 // redirections included
+    // The file that the run writes and that is read back afterwards.
+    std::string log;
+    std::string preCommand = "";  // shell text before the tool, ending in ";"
+    std::list<std::string> companionFiles = {};
+    // What writes firmware, CMOS or BIOS configuration must not be cut short.
+    bool uninterruptible = false;
+};
+
+// What the built-in sets do on one node, on top of SSLClient: find the node's install directory,
+// copy files, run packaged tools, read their logs back. Belongs to one worker and one command.
+//
+// The connection is opened on first use and given up while files are copied, so that a node never
+// serves more than one connection of a command. Every member that talks to the node throws
+// CException when that fails and CommandStopped when the command must end with another status.
+class CNodeSession {
+public:
+    // The node must outlive the session; null throws. The time-out, in milliseconds, goes with each
+    // agent call, 0 means no limit.
+    CNodeSession(CNode* target, unsigned int timeOut);
+    CNodeSession(const CNodeSession&) = delete;
+    CNodeSession& operator=(const CNodeSession&) = delete;
+    ~CNodeSession();
+
+    // A client that is connected; the connect deadline is at most a third of the time-out.
+    static std::unique_ptr<SSLClient> connect(const CNode& node, unsigned int timeOutMs);
+
+    // The session's own connection. Not to be kept beyond the next call of a member.
+    SSLClient& agent();
+    std::string nodeName() const;
+
+    // The node's install directory, with a trailing "/".
+    const std::string& nodePath();
+    // The same made fit for a shell line, with what stands below it.
+    std::string shellPath(const std::string& below);
+
+    // Runs a shell line on the node and returns its outcome. With uninterruptible the agent does
+    // not cut it short, and refuses it while another such job runs.
+    CResult execute(const std::string& commandLine, bool uninterruptible = false);
+
+    // Runs a packaged tool. On return its log was written by this very run: when nothing was run,
+    // or the log is not this run's, this throws, so that a phrase left by an earlier run never
+    // counts. A run that outlives its time-out throws CommandStopped with status 5.
+    CResult run(const PackagedRun& run);
+    // Runs the line that reads a log back and returns what it prints.
+    std::string readBack(const std::string& commandLine);
+
+    // The same, and whether the phrase is found in it.
+    bool readsBack(const std::string& commandLine, const std::string& phrase);
+    // Reads a whole file; throws CommandStopped when it cannot be read.
+    std::string readFile(const std::string& file);
+
+    // Copies a file of the master to the node, under the same path. Throws CommandStopped with
+    // missingMessage when it does not exist there afterwards because the master has none, and with
+    // the reason when the copy failed.
+    void saveFile(const std::string& path, const std::string& missingMessage);
+    // Copies a file of the node to the master; the outcome is that of the Basic set's "get file".
+    CResult getFile(const std::string& path);
+    // Makes the directory in which a tool is to leave a file. Throws CommandStopped for a path that
+    // is not absolute: no such file could be fetched.
+    void makeDirectoryOf(const std::string& path);
+
+    // Asks the node to reboot. Nothing that becomes of it changes the command's outcome.
+    void reboot();
+
+private:
+    std::string identityOf(const std::string& file);
+    CResult transfer(const std::string& command, const std::string& path);
+
+    CNode& node;
+    unsigned int timeOutMs;
+    std::string installPath;
+    std::unique_ptr<SSLClient> client;
+};
+
+// The outcome of a command that ran a tool: the set's own status and message, beside the exit code
+// and the direct output of the run.
+void conclude(CResult& result, const CResult& run, int status, const std::string& summary);
+
+// Runs a tool whose whole log is the answer. Status 2 only where the run failed without a word.
+void showAnswer(CNodeSession& session, const PackagedRun& run, CResult& result);
+
+// Rules for file names on their way through command lines.
+namespace pathtext {
+
+// Takes off one enclosing pair of double quotes.
+std::string unquote(const std::string& value);
+// The value of a path option such that unquote gives the path back: quoted when it holds white
+// space or is itself enclosed in quotes.
+std::string optionValue(const std::string& path);
+// One word of a shell line: unchanged when it holds nothing but A-Za-z0-9_./:=,+@%-, else quoted.
+std::string shellWord(const std::string& text);
+// The part before the last "/"; "/" for a file of the root directory.
+std::string directoryOf(const std::string& path);
+
+}  // namespace pathtext

@@ -1,0 +1,162 @@
+#pragma once
+
+#include <list>
+#include <memory>
+#include <pthread.h>
+#include <string>
+
+#include "CCommandExecutionContext.h"
+#include "CResult.h"
+
+namespace boost {
+class thread;
+}
+class CCmdHistory;
+class CNode;
+class CShellCommand;
+class CShellCommandSet;
+class CShellExecutionContext;
+class CThreadWrapperOfCommand;
+class CommandOutcome;
+class CommandSequence;
+class ConfigErrorCollector;
+class ShellLogging;
+
+// Removes the first element equal to the word; does nothing when there is none.
+void removeOneArg(std::list<std::string>* args, std::string word);
+
+// Tells the user that Ctrl+C does not end the shell. Async-signal-safe.
+void signalHandler(int sig);
+
+// The shell: start-up, its three modes (validation, one command, interactive) and the execution of
+// one command over its target nodes.
+//
+// Make one, call run once, destroy it. Everything runs on the calling thread, but for the workers
+// that execute() starts, one per target. A worker that did not finish in time is left running; if
+// one still runs when the shell is destroyed, what it refers to is left in place, and the process
+// must end without running exit handlers (see abandonedWorkers()).
+class CShell {
+public:
+    // Throws boost::interprocess::interprocess_exception when the sequence semaphore cannot be
+    // opened.
+    CShell();
+    CShell(const CShell&) = delete;
+    CShell& operator=(const CShell&) = delete;
+    virtual ~CShell();
+
+    // The whole program; returns the process's exit status.
+    int run(int argc, char** argv);
+
+    // Logging and configuration start-up of the two modes that run commands. False when the
+    // configuration has errors, which are then printed.
+    bool init(std::list<std::string>& args, CShellExecutionContext& ctx);
+
+    // Registers the built-in command sets, then reads all configuration files. What is wrong goes
+    // into the collector.
+    void buildContext(CShellExecutionContext& ctx, ConfigErrorCollector* errors);
+
+    // Reads one node configuration file into a context of its own, for its errors only.
+    void validate(ConfigErrorCollector* errors, const char* file);
+
+    // Takes the program options out of the words. Returns 0; any other value makes run end with 0.
+    int processProgramOption(std::list<std::string>& args, CShellExecutionContext& ctx,
+                             ConfigErrorCollector* errors);
+
+    // Builds the request of one command from a line, or from words, of which the target and
+    // time-out options are taken out. The caller owns the result, which is never null; unknown
+    // nodes and groups and bad time-outs go into the collector.
+    CCommandExecutionContext* processCommandOption(std::string line, CShellExecutionContext& ctx,
+                                                   ConfigErrorCollector* errors);
+    CCommandExecutionContext* processCommandOption(std::list<std::string>& words,
+                                                   CShellExecutionContext& ctx,
+                                                   ConfigErrorCollector* errors);
+
+    // Marks the request valid when it, or its first word, names a command usable at the working
+    // level.
+    void validateCommand(CCommandExecutionContext* cmd);
+
+    // Runs one command on its targets and reports each result on standard output and in the logs.
+    // Returns the run status of the last target; 7 for an unknown command or when every node was
+    // declined; 1 when there is no target or the user cancelled. Never throws.
+    int execute(CCommandExecutionContext* cmd, ConfigErrorCollector* errors);
+
+    // The sequence counter file; neither of these two takes a lock.
+    unsigned int readCmdSeqFromFile();
+    void writeCmdSeqToFile(unsigned int n);
+    // Takes the next command sequence number, which becomes the current one.
+    unsigned int getNextCmdSeq();
+
+    // The state of the shell; lives as long as the shell.
+    CShellExecutionContext& getExecutionContext();
+
+    // Workers that have not ended yet, of all shells of the process.
+    static unsigned int runningWorkers();
+    // Workers given up at their time-out, of all shells of the process, since it started. Unless 0,
+    // the process must end by _exit: a thread of them may still be at work inside a library whose
+    // exit handler would free what it uses.
+    static unsigned int abandonedWorkers();
+
+    // The locks for OpenSSL versions that need them from the program. May be called repeatedly;
+    // each init_locks wants its kill_locks.
+    static void init_locks();
+    static void kill_locks();
+    static void lock_callback(int mode, int type, const char* file, int line);
+    static unsigned long thread_id();
+
+protected:
+    // Starts a worker thread. Throws boost::thread_resource_error when there is no room for one.
+    virtual std::unique_ptr<boost::thread> startThread(const CThreadWrapperOfCommand& body);
+
+private:
+    struct OpenSslLocks {
+        OpenSslLocks() { init_locks(); }
+        OpenSslLocks(const OpenSslLocks&) = delete;
+        OpenSslLocks& operator=(const OpenSslLocks&) = delete;
+        ~OpenSslLocks() { kill_locks(); }
+    };
+    struct Job;
+    struct Worker;
+    struct Line;
+    enum class Answer { kYes, kNo, kCancel };
+
+    // Modes.
+    int runValidation(const std::list<std::string>& words);
+    int runOneCommand(std::list<std::string>& words);
+    int runInteractive(std::list<std::string>& words);
+    bool start(std::list<std::string>& words);
+    void descend(std::list<std::string>& words);
+    void keepWarnings(const ConfigErrorCollector& errors);
+    void showWarnings() const;
+    void validateInto(CShellExecutionContext& scratch, ConfigErrorCollector* errors,
+                      const char* file);
+
+    // The request.
+    static std::string joinWords(const std::list<std::string>& words);
+    bool namesUsableCommand(const std::string& request);
+
+    // The engine.
+    int executeJob(CCommandExecutionContext* cmd, ConfigErrorCollector* errors);
+    int executeOnMaster(const Job& job);
+    int executeOnNodes(const Job& job, CCommandExecutionContext* cmd);
+    bool confirmOnce(const Job& job) const;
+    Answer confirmNode(const Job& job, const std::string& nodeName) const;
+    std::list<Worker> startNodes(const Job& job);
+    Worker startWorker(const Job& job, CNode* node);
+    static void awaitWorker(Worker& worker, unsigned int timeOut);
+    int reportNodes(std::list<Worker>& workers, long elapsed, unsigned int timeOut);
+    void reportResult(const std::string& label, const CResult& result, bool fromNode);
+
+    // The interactive loop.
+    void processLine(Line& line, CCmdHistory& history);
+    bool runLine(const std::string& text, ConfigErrorCollector* errors);
+    bool recall(std::string& text, CCmdHistory& history) const;
+    bool changeLevel(const std::string& text);
+
+    OpenSslLocks openSslLocks;
+    std::unique_ptr<CShellExecutionContext> context;
+    std::string installPath;
+    std::unique_ptr<CommandSequence> sequence;
+    unsigned int currentSequence = 0;
+    std::unique_ptr<ShellLogging> log;
+    std::list<std::string> startupWarnings;
+};

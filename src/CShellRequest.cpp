@@ -1,0 +1,246 @@
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+#include <limits>
+#include <sstream>
+#include <vector>
+
+#include "CNode.h"
+#include "CNodeGroup.h"
+#include "CShell.h"
+#include "CShellCommandSet.h"
+#include "CShellExecutionContext.h"
+#include "CSimpleOptTempl.h"
+#include "CUtil.h"
+#include "ConfigErrorCollector.h"
+
+// From typed words to the request of one command: options, targets, time-out.
+
+namespace {
+
+using Scanner = CSimpleOptTempl<char>;
+
+constexpr int kNodeOption = 0;
+constexpr int kGroupOption = 1;
+constexpr int kTimeOutOption = 2;
+
+constexpr Scanner::Option kProgramOptions[] = {{0, "-cfg", Scanner::kRequiredSeparate},
+                                               {0, "--configuration", Scanner::kRequiredSeparate},
+                                               {-1, nullptr, Scanner::kNone}};
+
+constexpr Scanner::Option kCommandOptions[] = {
+    {kNodeOption, "-n", Scanner::kRequiredSeparate},
+    {kNodeOption, "--node", Scanner::kRequiredSeparate},
+    {kGroupOption, "-g", Scanner::kRequiredSeparate},
+    {kGroupOption, "--group", Scanner::kRequiredSeparate},
+    {kTimeOutOption, "-t", Scanner::kRequiredSeparate},
+    {kTimeOutOption, "--timeout", Scanner::kRequiredSeparate},
+    {-1, nullptr, Scanner::kNone}};
+
+struct FoundOption {
+    int id;
+    std::string value;
+};
+
+// Takes the option and the value behind it out of the words. Only from there on, so that an equal
+// word earlier in the line, an argument of the command perhaps, stays where it is.
+void removeOptionAt(std::list<std::string>& words, std::size_t position, const std::string& option,
+                    const std::string& value) {
+    std::list<std::string> tail;
+    tail.splice(tail.end(), words, std::next(words.begin(), static_cast<std::ptrdiff_t>(position)),
+                words.end());
+    removeOneArg(&tail, option);
+    removeOneArg(&tail, value);
+    words.splice(words.end(), tail);
+}
+
+// Every complete option of the table, in the order typed; they leave the words.
+std::list<FoundOption> takeOptions(std::list<std::string>& words, const Scanner::Option* table) {
+    const std::list<std::string> typed = words;
+    std::vector<const char*> arguments{""};
+    for (const std::string& word : typed) {
+        arguments.push_back(word.c_str());
+    }
+    std::list<FoundOption> found;
+    Scanner scanner(static_cast<int>(arguments.size()), arguments.data(), table);
+    while (scanner.next()) {
+        if (scanner.lastError() != Scanner::kSuccess) {
+            continue;
+        }
+        const std::size_t position =
+            static_cast<std::size_t>(scanner.optionIndex()) - 1 - 2 * found.size();
+        found.push_back({scanner.optionId(), scanner.optionArgument()});
+        removeOptionAt(words, position, scanner.optionText(), found.back().value);
+    }
+    return found;
+}
+
+void addNodes(const std::string& names, CCommandExecutionContext& cmd, CShellExecutionContext& ctx,
+              ConfigErrorCollector* errors) {
+    for (std::string name : CUtil::splitForTokens(names, ",")) {
+        CUtil::trim(name);
+        const auto node = ctx.getNodeMap().find(name);
+        if (node != ctx.getNodeMap().end()) {
+            cmd.addNode(node->second);
+        } else {
+            errors->addError(0, "Error! node \"" + name + "\" does not exist.");
+        }
+    }
+}
+
+void addGroups(const std::string& names, CCommandExecutionContext& cmd, CShellExecutionContext& ctx,
+               ConfigErrorCollector* errors) {
+    for (std::string name : CUtil::splitForTokens(names, ",")) {
+        CUtil::trim(name);
+        const std::list<CNodeGroup*>& groups = ctx.getNodeGroupList();
+        const auto group = std::find_if(groups.begin(), groups.end(), [&](const CNodeGroup* known) {
+            return known->getName() == name;
+        });
+        if (group != groups.end()) {
+            cmd.addNodesAndGroups(*group);
+        } else {
+            errors->addError(0, "Error! group \"" + name + "\" does not exist.");
+        }
+    }
+}
+
+void setTimeOut(const std::string& value, CCommandExecutionContext& cmd,
+                ConfigErrorCollector* errors) {
+    constexpr long kLongest = std::numeric_limits<unsigned int>::max();
+    const long milliseconds = std::strtol(value.c_str(), nullptr, 10);
+    // A lone character that is no number passes as 0, the configured time-out.
+    if (milliseconds > 0 || (milliseconds == 0 && value.size() == 1)) {
+        cmd.setTimeOut(static_cast<unsigned int>(std::min(milliseconds, kLongest)));
+    } else {
+        errors->addError(0, "Invalid time out: " + value);
+    }
+}
+
+std::string firstWord(const std::string& text) {
+    return text.substr(0, text.find(' '));
+}
+
+// The set that a path of names leads to, from the working level or, for a path that begins with
+// "/", from the root; null when there is none.
+CShellCommandSet* findSet(CShellExecutionContext& ctx, const std::string& path) {
+    CShellCommandSet* found = nullptr;
+    const bool absolute = !path.empty() && path.front() == '/';
+    std::list<CShellCommandSet*> level =
+        absolute ? ctx.getRootCommandSetList() : ctx.getWorkingCommandSet();
+    if (!absolute && !ctx.getCWL().empty() && !level.empty()) {
+        level = level.front()->getChildCommands();
+    }
+    std::istringstream names(path.substr(absolute ? 1 : 0));
+    for (std::string name; std::getline(names, name, '/');) {
+        const auto set = std::find_if(level.begin(), level.end(),
+                                      [&](const CShellCommandSet* it) { return it->equal(name); });
+        if (set == level.end()) {
+            return nullptr;
+        }
+        found = *set;
+        level = found->getChildCommands();
+    }
+    return found;
+}
+
+// Whether the text, or its first word, is a command of the set or the first word of one.
+bool namesCommandOf(const CShellCommandSet* set, const std::string& text) {
+    if (set == nullptr) {
+        return false;
+    }
+    const std::string first = firstWord(text);
+    for (const auto& entry : set->getSupportedCommands()) {
+        if (entry.first == text || firstWord(entry.first) == first) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+void removeOneArg(std::list<std::string>* args, std::string word) {
+    const auto found = std::find(args->begin(), args->end(), word);
+    if (found != args->end()) {
+        args->erase(found);
+    }
+}
+
+int CShell::processProgramOption(std::list<std::string>& args, CShellExecutionContext& ctx,
+                                 ConfigErrorCollector*) {
+    for (const FoundOption& option : takeOptions(args, kProgramOptions)) {
+        ctx.setNodeCfgFileName(option.value);
+    }
+    return 0;
+}
+
+CCommandExecutionContext* CShell::processCommandOption(std::string line,
+                                                       CShellExecutionContext& ctx,
+                                                       ConfigErrorCollector* errors) {
+    CUtil::trimTwoSpace(line);
+    // A plain split: quotes stay in the words, for the command's own options to be told apart by.
+    std::list<std::string> words;
+    std::istringstream stream(line);
+    for (std::string word; std::getline(stream, word, ' ');) {
+        if (!word.empty()) {
+            words.push_back(word);
+        }
+    }
+    return processCommandOption(words, ctx, errors);
+}
+
+CCommandExecutionContext* CShell::processCommandOption(std::list<std::string>& words,
+                                                       CShellExecutionContext& ctx,
+                                                       ConfigErrorCollector* errors) {
+    auto request = std::make_unique<CCommandExecutionContext>();
+    for (const FoundOption& option : takeOptions(words, kCommandOptions)) {
+        switch (option.id) {
+            case kNodeOption:
+                addNodes(option.value, *request, ctx, errors);
+                break;
+            case kGroupOption:
+                addGroups(option.value, *request, ctx, errors);
+                break;
+            default:
+                setTimeOut(option.value, *request, errors);
+                break;
+        }
+    }
+    request->setCommandRequest(joinWords(words));
+    return request.release();
+}
+
+std::string CShell::joinWords(const std::list<std::string>& words) {
+    std::string line;
+    for (const std::string& word : words) {
+        line += line.empty() ? word : " " + word;
+    }
+    CUtil::trim(line);
+    return line;
+}
+
+void CShell::validateCommand(CCommandExecutionContext* cmd) {
+    cmd->setValidCommand(namesUsableCommand(cmd->getCommandRequest()));
+}
+
+bool CShell::namesUsableCommand(const std::string& request) {
+    if (request.empty()) {
+        return false;
+    }
+    const std::string::size_type slash = firstWord(request).rfind('/');
+    if (slash != std::string::npos) {
+        const std::string path = request.substr(0, slash == 0 ? 1 : slash);
+        const CShellCommandSet* set =
+            path == "/" ? context->getBasicCommandSet() : findSet(*context, path);
+        return namesCommandOf(set, request.substr(slash + 1));
+    }
+    if (namesCommandOf(context->getBasicCommandSet(), request)) {
+        return true;
+    }
+    if (context->getCWL().empty()) {
+        return false;
+    }
+    const std::list<CShellCommandSet*> working = context->getWorkingCommandSet();
+    return std::any_of(working.begin(), working.end(),
+                       [&](const CShellCommandSet* set) { return namesCommandOf(set, request); });
+}

@@ -1,0 +1,94 @@
+#include "CommandTable.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+#include "CCommandOption.h"
+#include "CNodeSession.h"
+#include "CResult.h"
+#include "CShellCommand.h"
+#include "CShellCommandSet.h"
+#include "ConfigErrorCollector.h"
+
+OptionRow valueOption(const char* shortName, const char* longName, const char* description) {
+    return {shortName, longName, OPTION_COMPULSORY, OPTION_WITH_VALUE, description};
+}
+
+OptionRow flagOption(const char* shortName, const char* longName, const char* description) {
+    return {shortName, longName, OPTION_MAY_BE_OMITTED, OPTION_WITHOUT_VALUE, description};
+}
+
+TypedLine::TypedLine(CShellCommand& named, std::string typed)
+    : command(named), line(std::move(typed)) {}
+
+std::string TypedLine::value(const std::string& option) const {
+    return command.getCommandOptionValue(option, line);
+}
+
+std::string TypedLine::path(const std::string& option) const {
+    return pathtext::unquote(value(option));
+}
+
+bool TypedLine::holds(const std::string& text) const {
+    // The blank lets a text that ends in one be found at the end of the line too.
+    return (line + " ").find(text) != std::string::npos;
+}
+
+void addCommands(CShellCommandSet& set, const CommandTable& table) {
+    for (const CommandRow& row : table) {
+        auto command = std::make_unique<CShellCommand>(row.name, row.description, "", row.type,
+                                                       row.destination);
+        for (const OptionRow& option : row.options) {
+            auto added = std::make_unique<CCommandOption>(option.shortName, option.longName,
+                                                          option.compulsory, option.value,
+                                                          option.description);
+            command->addOption(added.get());
+            (void)added.release();  // the command owns it now
+        }
+        command->setTimeOut(row.timeOutMs);
+        if (*row.confirmation != '\0') {
+            command->setCommandConfirmType(ONCE);
+            command->setCommandConfirmMessage(row.confirmation);
+        }
+        if (*row.example != '\0') {
+            command->addExample(row.example);
+        }
+        set.addSupportedCommand(command.get());
+        (void)command.release();  // the set owns it now
+    }
+}
+
+CShellCommand* findCommand(CShellCommandSet& set, const std::string& commandLine) {
+    ConfigErrorCollector discarded;
+    return set.findPossibleSupportedCommand(commandLine, &discarded);
+}
+
+void executeOnNode(CShellCommandSet& set, const CommandTable& table, const std::string& commandLine,
+                   CNode* node, CResult& result, unsigned int timeOut,
+                   void (*prepare)(CShellCommandSet& set, CNodeSession& session)) {
+    CShellCommand* command = findCommand(set, commandLine);
+    if (command == nullptr) {
+        return;
+    }
+    const std::string name = command->getName();
+    const auto row = std::find_if(table.begin(), table.end(),
+                                  [&](const CommandRow& each) { return each.name == name; });
+    if (row == table.end() || row->run == nullptr) {
+        return;
+    }
+    try {
+        CNodeSession session(node, timeOut);
+        session.nodePath();
+        if (prepare != nullptr) {
+            prepare(set, session);
+        }
+        row->run(session, TypedLine(*command, commandLine), result);
+    } catch (const CommandStopped& stopped) {
+        result.setRunStatus(stopped.getRunStatus());
+        result.setRunSummary(stopped.getErrMsg());
+    } catch (const CException& failure) {
+        result.setRunStatus(EXEC_FAILURE);
+        result.setRunSummary(failure.getErrMsg());
+    }
+}

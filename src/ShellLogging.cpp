@@ -1,0 +1,95 @@
+#include "ShellLogging.h"
+
+#include <mutex>
+#include <sys/stat.h>
+#include <type_traits>
+
+#include <log4cxx/file.h>
+#include <log4cxx/fileappender.h>
+#include <log4cxx/helpers/pool.h>
+#include <log4cxx/level.h>
+#include <log4cxx/logger.h>
+#include <log4cxx/logmanager.h>
+#include <log4cxx/propertyconfigurator.h>
+#include <log4cxx/spi/loggerrepository.h>
+
+namespace {
+
+constexpr char kShellLogger[] = "kelsh";
+constexpr char kResultLogger[] = "cmdresult";
+constexpr char kResultAppender[] = "CMD_RESULT_FILE";
+
+// Texts go to log4cxx as they are. Converting them by the locale's character set, which is what its
+// macros do, would turn every byte that is not ASCII into a question mark.
+static_assert(std::is_same<log4cxx::LogString, std::string>::value,
+              "log4cxx must be built with UTF-8 strings");
+
+// Command lines and results may hold secrets: files that log4cxx creates, rotated ones included,
+// are for their owner only.
+class PrivateFiles {
+public:
+    PrivateFiles() : previous(::umask(S_IRWXG | S_IRWXO)) {}
+    PrivateFiles(const PrivateFiles&) = delete;
+    PrivateFiles& operator=(const PrivateFiles&) = delete;
+    ~PrivateFiles() { ::umask(previous); }
+
+private:
+    mode_t previous;
+};
+
+void silenceUntilConfigured() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        log4cxx::LogManager::getLoggerRepository()->setConfigured(true);
+        log4cxx::Logger::getRootLogger()->setLevel(log4cxx::Level::getOff());
+    });
+}
+
+void write(const char* name, const log4cxx::LevelPtr& level, const std::string& text) {
+    const log4cxx::LoggerPtr logger = log4cxx::Logger::getLogger(name);
+    if (logger->isEnabledFor(level)) {
+        const PrivateFiles guard;
+        logger->forcedLogLS(level, text, LOG4CXX_LOCATION);
+    }
+}
+
+}  // namespace
+
+ShellLogging::ShellLogging() {
+    silenceUntilConfigured();
+    log4cxx::Logger::getLogger(kShellLogger);
+    log4cxx::Logger::getLogger(kResultLogger);
+}
+
+void ShellLogging::configure(const std::string& propertiesFile) {
+    const PrivateFiles guard;
+    log4cxx::PropertyConfigurator::configure(log4cxx::File(propertiesFile));
+}
+
+void ShellLogging::pointResultsAt(const std::string& dumpFile) {
+    const log4cxx::AppenderPtr appender =
+        log4cxx::Logger::getLogger(kResultLogger)->getAppender(kResultAppender);
+    const log4cxx::FileAppenderPtr file = log4cxx::cast<log4cxx::FileAppender>(appender);
+    if (!file) {
+        return;
+    }
+    if (file->getEncoding().empty()) {
+        file->setEncoding("UTF-8");
+    }
+    const PrivateFiles guard;
+    log4cxx::helpers::Pool pool;
+    file->setFile(dumpFile);
+    file->activateOptions(pool);
+}
+
+void ShellLogging::info(const std::string& text) {
+    write(kShellLogger, log4cxx::Level::getInfo(), text);
+}
+
+void ShellLogging::warn(const std::string& text) {
+    write(kShellLogger, log4cxx::Level::getWarn(), text);
+}
+
+void ShellLogging::result(const std::string& block) {
+    write(kResultLogger, log4cxx::Level::getInfo(), block);
+}

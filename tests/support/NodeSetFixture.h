@@ -1,0 +1,72 @@
+#pragma once
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "CNode.h"
+#include "CResult.h"
+#include "ScriptedAgent.h"
+#include "TempDir.h"
+
+// A built-in set, a node behind a scripted agent, and a file on the master.
+template <class Set>
+class NodeSetFixture : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ScriptedAgent::reset();
+        agent.answer("echo $KELNODE_PATH", "/opt/kelnode/\n");
+        agent.answer("uname -i", "x86_64\n");
+        std::ofstream(file) << "image";
+    }
+
+    void TearDown() override {
+        EXPECT_EQ(agent.liveClients, 0) << "a connection was left behind";
+        EXPECT_LE(agent.mostLiveClients, 1) << "one connection at a time serves a command";
+    }
+
+    // Runs the line and keeps what was printed on the console.
+    CResult execute(const std::string& line, unsigned int timeOutMs = 30000) {
+        CResult result;
+        testing::internal::CaptureStdout();
+        set.execute(line, &node, result, timeOutMs);
+        printed = testing::internal::GetCapturedStdout();
+        // A context made for copying reports a missing version file of its own.
+        const std::string complaint = "Error! Failed in loading kelsh_version.cfg....\n";
+        for (std::string::size_type at; (at = printed.find(complaint)) != std::string::npos;) {
+            printed.erase(at, complaint.size());
+        }
+        return result;
+    }
+
+    void expectFailure(const CResult& result, const std::string& summary) {
+        EXPECT_EQ(result.getRunStatus(), EXEC_FAILURE);
+        EXPECT_EQ(result.getRunSummary(), summary);
+    }
+
+    void expectSuccess(const CResult& result, const std::string& summary) {
+        EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS);
+        EXPECT_EQ(result.getRunSummary(), summary);
+    }
+
+    // What the node was asked, without the opening that all commands share.
+    std::vector<std::string> requestsAfterOpening() {
+        std::vector<std::string> rest;
+        for (const std::string& request : agent.requests) {
+            if (request != "run: echo $KELNODE_PATH" && request != "run: uname -i") {
+                rest.push_back(request);
+            }
+        }
+        return rest;
+    }
+
+    TempDir directory;
+    // In the text of requests and messages; an ordinary name.
+    std::string file = directory.file("image.bin");
+    ScriptedAgent& agent = ScriptedAgent::instance();
+    CNode node{"node_0000", "", "127.0.0.1", 4422};
+    Set set;
+    std::string printed;
+};

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "CResult.h"
+
+// The agent of one node as the built-in sets see it, chosen when the test program is linked: a
+// program that compiles ScriptedAgent.cpp gets this SSLClient in place of the real one. It answers
+// from a script and writes down what was asked, in order. One thread at a time.
+class ScriptedAgent {
+public:
+    // One line of text per request:
+    //   "run: LINE", "run uninterruptibly: LINE", "exists: PATH"
+    //   "tool: PROGRAM[+MORE...] [with COMPANIONS] in NODEPATH: PRECOMMAND|ARGUMENTS"
+    //   "tool uninterruptibly: ..."
+    // The requests with which CNodeSession makes sure of a log are left out.
+    std::vector<std::string> requests;
+    // The time-outs that went with run and tool requests, in milliseconds.
+    std::vector<unsigned int> timeOutsMs;
+
+    // What a command line gives; any other gives an empty success.
+    std::map<std::string, CResult> answers;
+    // What a run of the package gives, by the program's package; default an empty success.
+    std::map<std::string, CResult> toolAnswers;
+    // The package whose run throws, and the text.
+    std::map<std::string, std::string> toolFailures;
+    // The packages whose runs leave their log as it was.
+    std::set<std::string> silentTools;
+    // What a command line throws.
+    std::map<std::string, std::string> lineFailures;
+    // Paths that are missing on the node although they were copied there.
+    std::set<std::string> missingFiles;
+    std::string connectFailure;
+    int liveClients = 0;
+    int mostLiveClients = 0;
+    // Grows with each run of a tool: the state of every log.
+    int logState = 0;
+
+    void answer(const std::string& commandLine, const std::string& output, int exitCode = 0);
+    void answerTool(const std::string& package, int exitCode, const std::string& output = "");
+
+    // The agent of every address.
+    static ScriptedAgent& instance();
+    static void reset();
+};
