@@ -504,10 +504,14 @@ bool SSLClient::isFileExistedAtSlaveNode(std::string path) {
     return answer == "1";
 }
 
-std::string SSLClient::getKelNodeMacAddress(std::string /*nodeIp*/) {
+std::string SSLClient::getKelNodeMacAddress(std::string nodeIp) {
+    return getKelNodeMacAddress(std::move(nodeIp), 0);
+}
+
+std::string SSLClient::getKelNodeMacAddress(std::string /*nodeIp*/, unsigned int timeOutMs) {
     requireChannel();
     try {
-        return ask(protocol::encodeMacRequest());
+        return ask(protocol::encodeMacRequest(), timeOutMs);
     } catch (const AgentError& error) {
         if (error.code() == protocol::kErrorProtocol) {
             throw;
@@ -516,8 +520,9 @@ std::string SSLClient::getKelNodeMacAddress(std::string /*nodeIp*/) {
     }
 }
 
-std::string SSLClient::ask(const std::string& request) {
-    const TlsChannel::Deadline deadline = TlsChannel::after(kAnswerTimeOutMs);
+std::string SSLClient::ask(const std::string& request, unsigned int timeOutMs) {
+    const TlsChannel::Deadline deadline =
+        TlsChannel::after(timeOutMs == 0 ? kAnswerTimeOutMs : timeOutMs);
     try {
         channel->sendFrame(request, deadline);
         const Frame frame = channel->receiveFrame(deadline);

@@ -74,6 +74,8 @@ public:
 
     // The MAC address of the interface on which the agent is reached; empty when it cannot tell.
     std::string getKelNodeMacAddress(std::string ip);
+    // With a limit of its own, milliseconds; 0 means the usual one.
+    std::string getKelNodeMacAddress(std::string ip, unsigned int timeOutMs);
 
 private:
     void requireChannel() const;
@@ -83,7 +85,7 @@ private:
     void getFile(const std::string& path, unsigned int timeOut, CResult& result);
     template <typename Work, typename Late>
     void transfer(CResult& result, bool endsWithError, Work work, Late late);
-    std::string ask(const std::string& request);
+    std::string ask(const std::string& request, unsigned int timeOutMs = 0);
     [[noreturn]] void loseConnection(const std::string& reason);
     std::string peerName() const;
 

@@ -10,9 +10,10 @@ public:
     static constexpr std::uint32_t kDefaultPort = 4422;
 
     // Mind the order: the MAC comes before the IP.
-    CNode(std::string name, std::string mac, std::string ip, std::uint32_t port);
-    CNode(std::string name, std::string mac, std::string ip);
-    CNode(std::string name, std::string mac);
+    CNode(std::string nodeName, std::string macAddress, std::string ipAddress,
+          std::uint32_t agentPort);
+    CNode(std::string nodeName, std::string macAddress, std::string ipAddress);
+    CNode(std::string nodeName, std::string macAddress);
     CNode(const CNode&) = default;
     CNode& operator=(const CNode& other);
     virtual ~CNode();

@@ -10,7 +10,7 @@
 // Main thread only while it is built; read-only afterwards.
 class CNodeGroup {
 public:
-    explicit CNodeGroup(std::string name);
+    explicit CNodeGroup(std::string groupName);
     virtual ~CNodeGroup();
 
     std::string getName() const;

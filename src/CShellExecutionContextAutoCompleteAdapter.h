@@ -11,7 +11,7 @@ class CShellExecutionContext;
 class CShellExecutionContextAutoCompleteAdapter {
 public:
     // The context is not owned and must outlive the adapter.
-    explicit CShellExecutionContextAutoCompleteAdapter(CShellExecutionContext* context);
+    explicit CShellExecutionContextAutoCompleteAdapter(CShellExecutionContext* shellContext);
     CShellExecutionContextAutoCompleteAdapter(const CShellExecutionContextAutoCompleteAdapter&) =
         delete;
     CShellExecutionContextAutoCompleteAdapter& operator=(

@@ -20,7 +20,7 @@ struct CmdSetBlock;
 class CmdConfigBuilder {
 public:
     // Neither is owned; both must outlive the object.
-    CmdConfigBuilder(CShellExecutionContext& context, ConfigErrorCollector* errors);
+    CmdConfigBuilder(CShellExecutionContext& shellContext, ConfigErrorCollector* collector);
 
     // Parents must be built before their children.
     void build(const CmdSetBlock& block);

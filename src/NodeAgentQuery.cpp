@@ -9,13 +9,19 @@
 #include "CSSLConfig.h"
 #include "CUtil.h"
 #include "SSLClient.h"
+#include "StopWatch.h"
 
 NodeAgentAnswer askNodeAgent(const CNode& node) {
     SSLClient client(node.getIp(), static_cast<int>(node.getPort()),
                      CSSLConfig::getInstance()->getCertificateFile());
-    client.initAndConnect();
+    StopWatch watch;
+    watch.start();
+    client.initAndConnect(kAgentQueryTimeOutMs);
+    watch.stop();
+    const long left = static_cast<long>(kAgentQueryTimeOutMs) - watch.getTime();
     NodeAgentAnswer answer;
-    answer.mac = client.getKelNodeMacAddress(node.getIp());
+    answer.mac =
+        client.getKelNodeMacAddress(node.getIp(), static_cast<unsigned int>(std::max(left, 1L)));
     CUtil::trim(answer.mac);
     answer.connected = true;
     return answer;

@@ -19,8 +19,11 @@ using NodeAgentQuery = std::function<NodeAgentAnswer(const CNode&)>;
 // At most this many agents are asked at the same time.
 constexpr std::size_t kMaxAgentQueries = 64;
 
-// The real thing: a connection with the certificate of CSSLConfig, given up after the client's own
-// connection limit (3000 ms).
+// Milliseconds for one node, connection and answer together.
+constexpr unsigned int kAgentQueryTimeOutMs = 3000;
+
+// The real thing: a connection with the certificate of CSSLConfig. Throws CException when there is
+// no connection or no answer within the limit.
 NodeAgentAnswer askNodeAgent(const CNode& node);
 
 // Asks all nodes and returns the answers in the order of the nodes. Returns when every query has;

@@ -17,9 +17,9 @@ class ConfigErrorCollector;
 // asked when its line was read. One object per reading; main thread.
 class NodeConfigFile {
 public:
-    // Neither context nor errors is owned; both must outlive the object.
-    NodeConfigFile(CShellExecutionContext& context, ConfigErrorCollector* errors,
-                   NodeAgentQuery query = askNodeAgent);
+    // Neither of the references is owned; both must outlive the object.
+    NodeConfigFile(CShellExecutionContext& shellContext, ConfigErrorCollector* collector,
+                   NodeAgentQuery agentQuery = askNodeAgent);
 
     void read(FILE* stream);
 

@@ -13,7 +13,7 @@
 // Lines are those the reader sees; all their bytes are kept.
 class NodeConfigWriter {
 public:
-    explicit NodeConfigWriter(std::string fileName);
+    explicit NodeConfigWriter(std::string name);
 
     // Adds the node at the end of the node section, unless a line holds its address: then that line
     // is left alone when it holds the MAC too, and corrected otherwise.

@@ -75,6 +75,10 @@ void SSLClient::executeEncryptedBinary(std::string, std::string, std::string,
     throw CException("The scripted node runs no packaged tools.");
 }
 
-std::string SSLClient::getKelNodeMacAddress(std::string) {
+std::string SSLClient::getKelNodeMacAddress(std::string nodeIp) {
+    return getKelNodeMacAddress(nodeIp, 0);
+}
+
+std::string SSLClient::getKelNodeMacAddress(std::string, unsigned int) {
     return "";
 }
