@@ -29,7 +29,7 @@ using std::chrono::seconds;
 // Connections taken in one turn, so that signals and reports get theirs too.
 constexpr int kAcceptBurst = 64;
 constexpr milliseconds kExhaustionPause(100);
-constexpr seconds kSweepPeriod(10);
+constexpr seconds kSweepPeriod(5);
 constexpr milliseconds kSweepOftenPeriod(200);
 constexpr seconds kSweepOften(10);
 constexpr seconds kLogPause(10);

@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <exception>
+#include <fcntl.h>
 #include <iostream>
 #include <unistd.h>
 
@@ -9,6 +10,18 @@
 namespace {
 
 constexpr int kExitCannotStart = 2;
+
+// Started without one of the three, the shell would give its number to a log file or a connection,
+// and print into it.
+void occupyStandardDescriptors() {
+    int fd = 0;
+    do {
+        fd = ::open("/dev/null", O_RDWR);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd >= 0) {
+        static_cast<void>(::close(fd));
+    }
+}
 
 int runShell(int argc, char** argv) {
     try {
@@ -23,6 +36,7 @@ int runShell(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    occupyStandardDescriptors();
     const int status = runShell(argc, argv);
     std::cout.flush();
     static_cast<void>(std::fflush(nullptr));

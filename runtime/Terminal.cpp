@@ -43,7 +43,6 @@ Terminal::~Terminal() {
 Terminal::Hold::Hold(Terminal& held, std::function<void()> onResume) : terminal(held) {
     terminal.noticeOtherInput();
     terminal.held = true;
-    terminal.mute = false;
     terminal.resumed = std::move(onResume);
     terminal.enter();
 }
@@ -54,6 +53,7 @@ Terminal::Hold::~Hold() {
     // editor.
     terminal.readWhatIsThere();
     terminal.held = false;
+    terminal.mute = false;
     terminal.resumed = nullptr;
     terminal.release();
 }
@@ -89,6 +89,12 @@ void Terminal::noticeOtherInput() {
         hungUp = false;
         inputDevice = status.st_dev;
         inputInode = status.st_ino;
+    }
+    // A pseudo terminal that takes the number of an earlier one owes no answers.
+    if (status.st_ctim.tv_sec != inputChanged.tv_sec ||
+        status.st_ctim.tv_nsec != inputChanged.tv_nsec) {
+        unanswered = 0;
+        inputChanged = status.st_ctim;
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstddef>
+#include <ctime>
 #include <functional>
 #include <string>
 #include <sys/types.h>
@@ -90,6 +91,7 @@ private:
     std::size_t aheadBegin = 0;
     dev_t inputDevice = 0;  // the file that the bytes read ahead came from
     ino_t inputInode = 0;
+    timespec inputChanged = {};
     std::function<void()> resumed;
     unsigned int unanswered = 0;  // questions for the cursor position that may still be answered
     bool held = false;

@@ -240,7 +240,7 @@ UniqueFd connect(const std::string& address, int port, Deadline deadline) {
         }
     }
     if (error == ETIMEDOUT) {
-        throw TlsError(Kind::kTimedOut,
+        throw TlsError(Kind::kUnreachable,
                        "Can not connect to " + peer + ": no answer, the connection timed out.");
     }
     throw TlsError(Kind::kUnreachable,

@@ -26,7 +26,7 @@ namespace toolpackage {
 constexpr std::size_t kKeyBytes = 32;
 constexpr std::size_t kSaltBytes = 32;
 constexpr std::size_t kTagBytes = 16;
-constexpr std::size_t kChunkBytes = 64 * 1024;
+constexpr std::size_t kChunkBytes = std::size_t{64} * 1024;
 constexpr std::size_t kFixedHeaderBytes = 52;
 // With ".enc" a name must fit into a directory entry.
 constexpr std::size_t kMaxNameBytes = 200;

@@ -58,6 +58,9 @@ CShellExecutionContext::CShellExecutionContext()
     loadVersion();
 }
 
+CShellExecutionContext::CShellExecutionContext(Temporary)
+    : dispatcher(std::make_unique<CCommandDispatcher>()) {}
+
 CShellExecutionContext::~CShellExecutionContext() {
     clear();
     if (versionMissing) {

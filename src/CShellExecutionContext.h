@@ -22,6 +22,10 @@ public:
     // when that is set. A failure is reported on standard output, unless another context that lives
     // has reported it already.
     CShellExecutionContext();
+    // One in which a set runs a single command of its own: knows no version, reports nothing, and
+    // may live on a worker's thread.
+    struct Temporary {};
+    explicit CShellExecutionContext(Temporary);
     CShellExecutionContext(const CShellExecutionContext&) = delete;
     CShellExecutionContext& operator=(const CShellExecutionContext&) = delete;
     ~CShellExecutionContext();

@@ -15,6 +15,7 @@
 #include "CommandOutcome.h"
 #include "SSLClient.h"
 #include "StopWatch.h"
+#include "TlsChannel.h"
 
 namespace {
 
@@ -27,17 +28,29 @@ unsigned int connectTimeOut(unsigned int timeOut) {
     return timeOut == 0 ? 0 : std::clamp(timeOut / 3, 1U, SSLClient::kConnectTimeOutMs);
 }
 
-// The MAC address that the agent at the node's address reports; empty when it cannot tell or cannot
-// be reached. The latter is for the command itself to report, if it needs the agent at all.
-std::string askMac(const CNode& node, unsigned int timeOut) {
+// What the agent at the node's address says about itself.
+struct Identity {
+    std::string mac;      // empty when it cannot tell or cannot be reached
+    std::string silence;  // set when it took the connection and then did not answer in time
+};
+
+// That the agent cannot be reached is for the command itself to report, if it needs the agent at
+// all.
+Identity askIdentity(const CNode& node, unsigned int timeOut) {
+    Identity identity;
     try {
         SSLClient client(node.getIp(), static_cast<int>(node.getPort()),
                          CSSLConfig::getInstance()->getCertificateFile());
         client.initAndConnect(connectTimeOut(timeOut));
-        return client.getKelNodeMacAddress(node.getIp());
+        identity.mac = client.getKelNodeMacAddress(node.getIp());
+    } catch (const TlsError& failure) {
+        if (failure.kind() == TlsError::Kind::kTimedOut) {
+            identity.silence = failure.getErrMsg();
+        }
     } catch (const CException&) {
-        return "";
+        // As above: no answer counts as a match.
     }
+    return identity;
 }
 
 void fail(CResult& outcome, const std::string& reason) {
@@ -113,14 +126,20 @@ void CThreadWrapperOfCommand::runOnTarget(CResult& outcome) {
         return;
     }
     CNode target(*node);
-    const std::string reportedMac = askMac(target, timeOut);
-    if (!reportedMac.empty() && reportedMac != target.getMac()) {
+    const Identity identity = askIdentity(target, timeOut);
+    if (!identity.mac.empty() && identity.mac != target.getMac()) {
         outcome.setRunStatus(EXEC_REJECTED);
         outcome.setRunSummary("Node " + target.getName() + ": IP(" + target.getIp() + ") and MAC(" +
                               target.getMac() + ") are not matched!");
         return;
     }
     set->execute(request, &target, outcome, timeOut);
+    // A node that hangs, and hung again when the command tried, has not failed the command: it was
+    // out of time. Unlike a run that uses up the whole time-out, this one can say why.
+    if (outcome.getRunStatus() == EXEC_FAILURE && !identity.silence.empty() &&
+        outcome.getRunSummary() == identity.silence) {
+        outcome.setRunStatus(EXEC_TIMED_OUT);
+    }
 }
 
 void CThreadWrapperOfCommand::announce() {

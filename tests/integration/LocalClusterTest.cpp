@@ -131,7 +131,7 @@ TEST_F(LocalCluster, StopsExactlyWhatItStarted) {
     EXPECT_THAT(output, StartsWith("0 of 3 agents run"));
 }
 
-TEST_F(LocalCluster, StopsAnAgentThatHangs) {
+TEST_F(LocalCluster, StopsAnAgentThatSomebodySuspended) {
     start(1);
     const pid_t agent = pidOf("node_0000");
     ASSERT_EQ(::kill(agent, SIGSTOP), 0);

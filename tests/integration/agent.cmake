@@ -1,3 +1,14 @@
 kelsh_add_test_program(integration_agent LABEL integration
     SOURCES
-    LIBRARIES kelsh_core)
+        AgentExecTest.cpp
+        AgentFirmwareTest.cpp
+        AgentJobEndTest.cpp
+        AgentListenerTest.cpp
+        AgentProtocolTest.cpp
+    LIBRARIES kelnode_core)
+if(TARGET integration_agent)
+    # A job that does not want to be ended.
+    add_executable(escapee escapee.cpp)
+    target_link_libraries(escapee PRIVATE kelsh_flags)
+    add_dependencies(integration_agent kelnode escapee)
+endif()

@@ -1,3 +1,5 @@
 kelsh_add_test_program(integration_shell LABEL integration
     SOURCES
-    LIBRARIES kelsh_core)
+        ShellClusterTest.cpp
+    LIBRARIES kelsh_runtime util)
+add_dependencies(integration_shell kelsh_launcher kelnode kelpack)

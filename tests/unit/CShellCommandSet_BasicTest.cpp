@@ -165,10 +165,10 @@ TEST_F(CShellCommandSet_BasicTest, ClearRunsTheSystemCommand) {
 TEST_F(CShellCommandSet_BasicTest, QuitHistoryAndUnknownLinesLeaveTheResultUntouched) {
     for (const char* line : {"quit", "history", "list nodes", "help me", "save file", ""}) {
         CResult result;
-        result.setRunStatus(77);
+        result.setRunStatus(EXEC_REJECTED);
         result.setRunSummary("untouched");
         basic->execute(line, nullptr, result, 1000);
-        EXPECT_EQ(static_cast<int>(result.getRunStatus()), 77) << line;
+        EXPECT_EQ(result.getRunStatus(), EXEC_REJECTED) << line;
         EXPECT_EQ(result.getRunSummary(), "untouched") << line;
     }
 }

@@ -6,6 +6,10 @@ kelsh_add_test_program(unit_runtime LABEL unit
         ChildProcessTest.cpp
         ConfigLineReaderTest.cpp
         ExceptionTest.cpp
+        FileTransferTest.cpp
         ProtocolTest.cpp
+        SSLClientCertificateTest.cpp
+        SSLClientTest.cpp
         StopWatchTest.cpp
+        TlsChannelTest.cpp
     LIBRARIES kelsh_runtime)

@@ -1,0 +1,93 @@
+#include <gtest/gtest.h>
+
+#include "CException.h"
+#include "LocalAgent.h"
+
+namespace {
+
+class AgentExec : public testing::Test {
+protected:
+    CResult execute(const std::string& line, unsigned int timeOutMs = 20000) {
+        CResult result;
+        agent.connect()->execute(line, timeOutMs, &result);
+        return result;
+    }
+
+    LocalAgent agent;
+};
+
+}  // namespace
+
+TEST_F(AgentExec, OutputAndExitCodeOfTheShellComeBack) {
+    const CResult result = execute("echo out; echo err >&2; echo out2; exit 3");
+    EXPECT_EQ(result.getRunSummary(), "out\nerr\nout2\n");
+    EXPECT_EQ(result.getExitCode(), 3);
+    EXPECT_EQ(static_cast<int>(result.getRunStatus()), 2);
+}
+
+TEST_F(AgentExec, ExitCodeZeroIsSuccess) {
+    const CResult result = execute("true");
+    EXPECT_EQ(result.getRunSummary(), "");
+    EXPECT_EQ(result.getExitCode(), 0);
+    EXPECT_EQ(static_cast<int>(result.getRunStatus()), 0);
+}
+
+TEST_F(AgentExec, EndBySignalIs128PlusItsNumber) {
+    EXPECT_EQ(execute("kill -SEGV $$").getExitCode(), 139);
+}
+
+TEST_F(AgentExec, UnknownProgramIsTheShells127) {
+    EXPECT_EQ(execute("no_such_program_here").getExitCode(), 127);
+}
+
+TEST_F(AgentExec, JobRunsInAPlainEnvironment) {
+    EXPECT_EQ(execute("pwd").getRunSummary(), "/\n");
+    EXPECT_EQ(execute("umask").getRunSummary(), "0022\n");
+    EXPECT_EQ(execute("echo $KELNODE_PATH").getRunSummary(), agent.nodePath() + "\n");
+    EXPECT_EQ(execute("readlink /proc/self/fd/0").getRunSummary(), "/dev/null\n");
+    EXPECT_EQ(execute("ls /proc/self/fd | wc -l").getRunSummary(), "4\n");
+    EXPECT_EQ(execute("grep -E 'Sig(Blk|Ign)' /proc/self/status").getRunSummary(),
+              "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+}
+
+TEST_F(AgentExec, SeveralRequestsShareAConnection) {
+    const auto client = agent.connect();
+    for (int i = 0; i < 5; ++i) {
+        CResult result;
+        client->execute("echo " + std::to_string(i), 20000, &result);
+        EXPECT_EQ(result.getRunSummary(), std::to_string(i) + "\n");
+    }
+}
+
+TEST_F(AgentExec, TimeOutIsReportedWithTheOutputSoFar) {
+    const auto start = std::chrono::steady_clock::now();
+    const CResult result = execute("echo begun; sleep 60", 500);
+    const auto elapsed = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(static_cast<int>(result.getRunStatus()), 5);
+    EXPECT_EQ(result.getRunSummary(), "begun\n");
+    EXPECT_LT(elapsed, std::chrono::milliseconds(5000));
+}
+
+TEST_F(AgentExec, BackgroundProcessDoesNotHoldUpTheResultAndLivesOn) {
+    const std::string mark = agent.nodePath() + "daemon-lives";
+    const auto start = std::chrono::steady_clock::now();
+    const CResult result = execute("(sleep 1; touch " + mark + ") >/dev/null 2>&1 & echo started");
+    EXPECT_EQ(result.getRunSummary(), "started\n");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(900));
+    EXPECT_TRUE(waitFor([&] { return std::filesystem::exists(mark); }));
+}
+
+TEST_F(AgentExec, BigOutputArrivesWhole) {
+    const CResult result = execute("head -c 20000000 /dev/zero | tr '\\0' x", 60000);
+    EXPECT_EQ(result.getRunSummary().size(), 20000000U);
+    EXPECT_EQ(result.getExitCode(), 0);
+}
+
+TEST_F(AgentExec, RequestLeavesOneEscapedLogLine) {
+    execute("echo 'two\nlines' \"\x1b[31m\"");
+    EXPECT_TRUE(agent.waitForLog("exit code 0"));
+    EXPECT_NE(agent.log().find("EXEC \"echo 'two\\nlines' \\\"\\x1b[31m\\\"\": exit code 0"),
+              std::string::npos)
+        << agent.log();
+    EXPECT_NE(agent.log().find("CN=master 127.0.0.1"), std::string::npos) << agent.log();
+}

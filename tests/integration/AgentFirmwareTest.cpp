@@ -1,0 +1,158 @@
+#include <gtest/gtest.h>
+
+#include "CException.h"
+#include "LocalAgent.h"
+
+// A stand-in for a flasher: writes its progress, takes a while, and leaves a mark only if nothing
+// has cut it short.
+
+namespace {
+
+class AgentFirmware : public testing::Test {
+protected:
+    std::string flash(const std::string& seconds = "2") const {
+        return "echo erasing; touch " + started() + "; sleep " + seconds +
+               "; echo writing; echo written > " + mark() + "; exit 0";
+    }
+    std::string mark() const { return agent.nodePath() + "flashed"; }
+    std::string started() const { return agent.nodePath() + "flash-started"; }
+    bool hasStarted() const {
+        return waitFor([this] { return std::filesystem::exists(started()); });
+    }
+    bool completes() const {
+        return waitFor([this] { return LocalAgent::read(mark()) == "written\n"; },
+                       std::chrono::seconds(20));
+    }
+
+    std::unique_ptr<TlsChannel> sendFlash(const std::string& line, std::uint32_t timeOutMs = 0) {
+        auto channel = agent.openChannel();
+        protocol::Exec exec;
+        exec.timeOutMs = timeOutMs;
+        exec.commandLine = line;
+        channel->sendFrame(protocol::encode(exec, protocol::kFlagUninterruptible),
+                           LocalAgent::soon());
+        return channel;
+    }
+
+    LocalAgent agent;
+};
+
+}  // namespace
+
+TEST_F(AgentFirmware, OutputAndOutcomeComeBack) {
+    const auto client = agent.connect();
+    client->setUninterruptible(true);
+    CResult result;
+    client->execute(flash("0.2") + "7", 20000, &result);
+    EXPECT_EQ(result.getRunSummary(), "erasing\nwriting\n");
+    EXPECT_EQ(result.getExitCode(), 7);
+    EXPECT_TRUE(agent.waitForLog("ended with exit code 7"));
+    EXPECT_TRUE(agent.records().empty());
+}
+
+TEST_F(AgentFirmware, SecondOneIsRefusedWithWhatIsRunning) {
+    const auto channel = sendFlash(flash());
+    ASSERT_TRUE(hasStarted());
+    const auto client = agent.connect();
+    client->setUninterruptible(true);
+    CResult result;
+    try {
+        client->execute("echo second", 20000, &result);
+        FAIL() << "the second job ran";
+    } catch (const CException& refused) {
+        EXPECT_NE(refused.getErrMsg().find("echo erasing"), std::string::npos)
+            << refused.getErrMsg();
+        EXPECT_NE(refused.getErrMsg().find("since 20"), std::string::npos) << refused.getErrMsg();
+    }
+    // An ordinary command is nobody's rival.
+    client->setUninterruptible(false);
+    client->execute("echo ordinary", 20000, &result);
+    EXPECT_EQ(result.getRunSummary(), "ordinary\n");
+    EXPECT_TRUE(completes());
+    EXPECT_TRUE(waitFor([&] { return agent.records().empty(); }));
+    client->setUninterruptible(true);
+    client->execute("echo third", 20000, &result);
+    EXPECT_EQ(result.getRunSummary(), "third\n");
+}
+
+TEST_F(AgentFirmware, CompletesWhenTheConnectionIsCut) {
+    auto channel = sendFlash(flash());
+    ASSERT_TRUE(hasStarted());
+    channel.reset();
+    EXPECT_TRUE(completes());
+    EXPECT_TRUE(agent.waitForLog("ended with exit code 0"));
+}
+
+TEST_F(AgentFirmware, CompletesWhenItsTimeOutHasPassed) {
+    const auto client = agent.connect();
+    client->setUninterruptible(true);
+    CResult result;
+    client->execute(flash(), 300, &result);
+    EXPECT_EQ(static_cast<int>(result.getRunStatus()), 5);
+    EXPECT_FALSE(std::filesystem::exists(mark()));
+    EXPECT_TRUE(completes());
+    EXPECT_TRUE(agent.waitForLog("has passed its time-out and goes on"));
+    EXPECT_TRUE(agent.waitForLog("ended with exit code 0"));
+}
+
+TEST_F(AgentFirmware, CompletesAndReportsWhenTheListenerIsTerminated) {
+    const auto channel = sendFlash(flash());
+    ASSERT_TRUE(hasStarted());
+    agent.signal(SIGTERM);
+    ASSERT_TRUE(agent.waitForExit(std::chrono::milliseconds(1900)));
+    protocol::Frame frame;
+    do {
+        frame = channel->receiveFrame(LocalAgent::soon());
+    } while (frame.header.type == protocol::FrameType::kOutput);
+    EXPECT_EQ(frame.header.type, protocol::FrameType::kResult);
+    EXPECT_TRUE(completes());
+}
+
+TEST_F(AgentFirmware, CompletesWhenTheListenerIsKilled) {
+    const auto channel = sendFlash(flash());
+    ASSERT_TRUE(hasStarted());
+    agent.signal(SIGKILL);
+    ASSERT_TRUE(agent.waitForExit());
+    // The one started anew knows that it is there.
+    agent.start();
+    const auto second = sendFlash("echo second");
+    const protocol::Frame frame = second->receiveFrame(LocalAgent::soon());
+    EXPECT_EQ(frame.header.type, protocol::FrameType::kError);
+    EXPECT_TRUE(completes());
+}
+
+TEST_F(AgentFirmware, CompletesWhenItsSessionIsKilled) {
+    const auto channel = sendFlash(flash());
+    ASSERT_TRUE(hasStarted());
+    ::kill(agent.processes("kelnode-session").at(0), SIGKILL);
+    EXPECT_TRUE(completes());
+    EXPECT_TRUE(agent.waitForLog("ended with exit code 0"));
+    EXPECT_TRUE(waitFor([&] { return agent.records().empty(); }));
+}
+
+TEST_F(AgentFirmware, CompletesWhenSessionSupervisorAndListenerAreKilled) {
+    const auto channel = sendFlash(flash());
+    ASSERT_TRUE(hasStarted());
+    const pid_t session = agent.processes("kelnode-session").at(0);
+    ::kill(agent.processes("kelnode-job").at(0), SIGKILL);
+    ::kill(session, SIGKILL);
+    agent.signal(SIGKILL);
+    ASSERT_TRUE(agent.waitForExit());
+    agent.start();
+    // Nobody supervises it any more, and it holds its lock all the same.
+    const auto second = sendFlash("echo second");
+    EXPECT_EQ(second->receiveFrame(LocalAgent::soon()).header.type, protocol::FrameType::kError);
+    EXPECT_TRUE(completes());
+    EXPECT_TRUE(waitFor([&] { return agent.records().empty(); }, std::chrono::seconds(15)));
+    EXPECT_EQ(LocalAgent::read(agent.runPath() + "firmware.log"), "erasing\nwriting\n");
+}
+
+TEST_F(AgentFirmware, DaemonItStartedDoesNotKeepTheLock) {
+    const auto client = agent.connect();
+    client->setUninterruptible(true);
+    CResult result;
+    client->execute("sleep 3 & echo first", 20000, &result);
+    EXPECT_EQ(result.getRunSummary(), "first\n");
+    client->execute("echo second", 20000, &result);
+    EXPECT_EQ(result.getRunSummary(), "second\n");
+}

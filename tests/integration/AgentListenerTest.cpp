@@ -1,0 +1,258 @@
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "CException.h"
+#include "CUtil.h"
+#include "LocalAgent.h"
+#include "TlsSocket.h"
+
+namespace {
+
+std::vector<UniqueFd> dialMany(const LocalAgent& agent, int count) {
+    std::vector<UniqueFd> connections;
+    for (int i = 0; i < count; ++i) {
+        connections.push_back(tlssocket::connect(agent.ip(), agent.port(), LocalAgent::soon()));
+    }
+    return connections;
+}
+
+std::string echo(const LocalAgent& agent, const std::string& certificateFile = "") {
+    CResult result;
+    agent.connect(certificateFile)->execute("echo served", 20000, &result);
+    return result.getRunSummary();
+}
+
+std::string refusalOf(const LocalAgent& agent, const std::string& certificateFile) {
+    try {
+        agent.connect(certificateFile);
+    } catch (const CException& refused) {
+        return refused.getErrMsg();
+    }
+    return "";
+}
+
+long processorTicks(pid_t pid) {
+    const std::string stat = LocalAgent::read("/proc/" + std::to_string(pid) + "/stat");
+    long user = 0;
+    long system = 0;
+    const int found = std::sscanf(stat.c_str() + stat.rfind(')') + 2,
+                                  "%*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %ld %ld", &user,
+                                  &system);
+    return found == 2 ? user + system : -1;
+}
+
+int runKelnode(const LocalAgent& agent, const std::string& options, std::string& output) {
+    return CUtil::exec_cmd("KELNODE_PATH=" + agent.nodePath() + " " + KELSH_BINARY_DIR +
+                               "/bin/kelnode " + options,
+                           &output, &output);
+}
+
+class AgentListener : public testing::Test {
+protected:
+    LocalAgent agent;
+};
+
+}  // namespace
+
+TEST_F(AgentListener, SilentConnectionsLockNobodyOut) {
+    const std::vector<UniqueFd> silent = dialMany(agent, 100);
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_EQ(echo(agent), "served\n");
+    }
+}
+
+TEST_F(AgentListener, SilentConnectionsAreCutAfterAWhile) {
+    const std::vector<UniqueFd> silent = dialMany(agent, 3);
+    for (const UniqueFd& connection : silent) {
+        const short seen = tlssocket::wait(connection.get(), POLLIN, TlsChannel::after(15000));
+        EXPECT_NE(seen, 0);
+    }
+    EXPECT_TRUE(waitFor([&] { return agent.processes("kelnode-session").empty(); }));
+}
+
+TEST(AgentListenerBounds, SilentConnectionsGiveWayWhenAllSessionsAreTaken) {
+    LocalAgent::Options options;
+    options.settings["MAX_SESSIONS"] = "8";
+    LocalAgent agent(options);
+    const std::vector<UniqueFd> silent = dialMany(agent, 40);
+    EXPECT_TRUE(waitFor([&] {
+        try {
+            return echo(agent) == "served\n";
+        } catch (const CException&) {
+            return false;
+        }
+    }));
+}
+
+TEST(AgentListenerBounds, ShellBeyondTheMostSessionsIsToldSo) {
+    LocalAgent::Options options;
+    options.settings["MAX_SESSIONS"] = "2";
+    LocalAgent agent(options);
+    const auto first = agent.connect();
+    const auto second = agent.connect();
+    EXPECT_NE(refusalOf(agent, "").find("MAX_SESSIONS"), std::string::npos);
+}
+
+TEST(AgentListenerBounds, ShortageOfDescriptorsIsWaitedOut) {
+    LocalAgent::Options options;
+    options.openFilesLimit = 24;
+    LocalAgent agent(options);
+    const std::vector<UniqueFd> many = dialMany(agent, 60);
+    ASSERT_TRUE(agent.waitForLog("Too many open files"));
+    // Served as soon as the silent ones have used their time up.
+    EXPECT_TRUE(waitFor(
+        [&] {
+            try {
+                return echo(agent) == "served\n";
+            } catch (const CException&) {
+                return false;
+            }
+        },
+        std::chrono::seconds(30)));
+    // Several seconds of shortage, and no turning round and round meanwhile.
+    EXPECT_LT(processorTicks(agent.listenerPid()), ::sysconf(_SC_CLK_TCK));
+}
+
+TEST_F(AgentListener, ManyShellsAreServedAtOnce) {
+    std::vector<std::thread> threads;
+    std::vector<std::string> answers(32);
+    for (std::string& answer : answers) {
+        threads.emplace_back([this, &answer] { answer = echo(agent); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (const std::string& answer : answers) {
+        EXPECT_EQ(answer, "served\n");
+    }
+}
+
+TEST_F(AgentListener, MastersOfAnotherCaAreRefusedWithTheReason) {
+    TempDir directory;
+    TestPki other(directory.path(), "Other CA");
+    EXPECT_NE(refusalOf(agent, other.master().certificateFile), "");
+    EXPECT_EQ(echo(agent), "served\n");
+}
+
+TEST_F(AgentListener, UnfitMastersAreRefused) {
+    TestPki::Request expired;
+    expired.notAfterSeconds = -60;
+    EXPECT_NE(refusalOf(agent, agent.pki().issue("expired", expired).certificateFile), "");
+    TestPki::Request early;
+    early.notBeforeSeconds = 3600;
+    EXPECT_NE(refusalOf(agent, agent.pki().issue("early", early).certificateFile), "");
+    EXPECT_NE(refusalOf(agent, agent.pki().node("thief").certificateFile), "");
+    EXPECT_EQ(echo(agent), "served\n");
+}
+
+TEST_F(AgentListener, HangUpTakesANewCertificate) {
+    TestPki::Request request;
+    request.commonName = "renewed";
+    request.purpose = TestPki::Purpose::kNode;
+    request.addresses = {agent.ip()};
+    const TestPki::Identity renewed = agent.pki().issue("renewed", request);
+    for (const char* name : {"node.crt", "node.key"}) {
+        std::filesystem::copy_file(
+            name == std::string("node.crt") ? renewed.certificateFile : renewed.keyFile,
+            agent.nodePath() + name, std::filesystem::copy_options::overwrite_existing);
+    }
+    agent.signal(SIGHUP);
+    ASSERT_TRUE(agent.waitForLog("read anew"));
+    EXPECT_EQ(agent.openChannel()->peerCommonName(), "renewed");
+}
+
+TEST_F(AgentListener, HangUpWithABrokenCertificateKeepsTheOld) {
+    std::ofstream(agent.nodePath() + "node.crt") << "no certificate\n";
+    agent.signal(SIGHUP);
+    ASSERT_TRUE(agent.waitForLog("the old configuration stays in force"));
+    EXPECT_EQ(echo(agent), "served\n");
+}
+
+TEST_F(AgentListener, HangUpWithABrokenConfigurationKeepsTheOld) {
+    std::ofstream(agent.nodePath() + "kelnode.cfg") << "LISTEN=nowhere\nPORT=1\n";
+    agent.signal(SIGHUP);
+    ASSERT_TRUE(agent.waitForLog("the old configuration stays in force"));
+    EXPECT_NE(agent.log().find("line 1"), std::string::npos) << agent.log();
+    EXPECT_NE(agent.log().find("line 2"), std::string::npos) << agent.log();
+    EXPECT_EQ(echo(agent), "served\n");
+}
+
+TEST_F(AgentListener, HangUpTakesARevocationAlsoFromResumedSessions) {
+    const TestPki::Identity lost = agent.pki().master("lost");
+    EXPECT_EQ(echo(agent, lost.certificateFile), "served\n");
+    agent.pki().revoke({lost.serial});
+    std::filesystem::copy_file(std::filesystem::path(agent.pki().caFile()).parent_path() /
+                                   "crl.pem",
+                               agent.nodePath() + "crl.pem");
+    std::filesystem::remove(std::filesystem::path(agent.pki().caFile()).parent_path() / "crl.pem");
+    agent.signal(SIGHUP);
+    ASSERT_TRUE(agent.waitForLog("read anew"));
+    EXPECT_NE(refusalOf(agent, lost.certificateFile), "");
+    EXPECT_EQ(echo(agent), "served\n");
+}
+
+TEST_F(AgentListener, HangUpReopensTheLog) {
+    std::filesystem::rename(agent.nodePath() + "kelnode.log", agent.nodePath() + "kelnode.log.1");
+    agent.signal(SIGHUP);
+    EXPECT_TRUE(agent.waitForLog("read anew"));
+}
+
+TEST_F(AgentListener, DeathOfASessionIsLogged) {
+    const auto client = agent.connect();
+    ::kill(agent.processes("kelnode-session").at(0), SIGSEGV);
+    EXPECT_TRUE(agent.waitForLog("was ended by signal 11"));
+    EXPECT_EQ(echo(agent), "served\n");
+}
+
+TEST_F(AgentListener, SecondListenerOnThePortSaysSo) {
+    std::string output;
+    agent.writeConfiguration();
+    EXPECT_EQ(runKelnode(agent, "", output), 1);
+    EXPECT_NE(output.find("cannot listen on"), std::string::npos) << output;
+}
+
+TEST_F(AgentListener, CheckAcceptsAGoodConfiguration) {
+    std::string output;
+    EXPECT_EQ(runKelnode(agent, "--check", output), 0) << output;
+    EXPECT_NE(output.find("is valid"), std::string::npos) << output;
+}
+
+TEST_F(AgentListener, CheckNamesEveryFault) {
+    std::string output;
+    std::ofstream(agent.nodePath() + "kelnode.cfg") << "# comment\nMAX_SESSIONS=many\nCOLOUR=red\n"
+                                                    << "CERTIFICATE_FILE=missing.crt\n";
+    EXPECT_EQ(runKelnode(agent, "--check", output), 1);
+    EXPECT_NE(output.find("line 2: MAX_SESSIONS"), std::string::npos) << output;
+    EXPECT_NE(output.find("line 3: unknown setting"), std::string::npos) << output;
+    EXPECT_NE(output.find("missing.crt"), std::string::npos) << output;
+}
+
+TEST_F(AgentListener, CheckFindsWhatIsWrongWithTheCertificate) {
+    std::string output;
+    TestPki::Request expired;
+    expired.purpose = TestPki::Purpose::kNode;
+    expired.notAfterSeconds = -60;
+    const TestPki::Identity old = agent.pki().issue("old", expired);
+    const auto over = std::filesystem::copy_options::overwrite_existing;
+    std::filesystem::copy_file(old.certificateFile, agent.nodePath() + "node.crt", over);
+    std::filesystem::copy_file(old.keyFile, agent.nodePath() + "node.key", over);
+    EXPECT_EQ(runKelnode(agent, "--check", output), 1);
+    EXPECT_NE(output.find("expired"), std::string::npos) << output;
+    std::filesystem::copy_file(agent.masterCertificate(), agent.nodePath() + "node.crt", over);
+    EXPECT_EQ(runKelnode(agent, "--check", output), 1) << "a key that does not fit";
+    std::filesystem::copy_file(agent.masterIdentity().keyFile, agent.nodePath() + "node.key", over);
+    EXPECT_EQ(runKelnode(agent, "--check", output), 1);
+    EXPECT_NE(output.find("server"), std::string::npos) << output;
+}
+
+TEST_F(AgentListener, OptionsAreExplained) {
+    std::string output;
+    EXPECT_EQ(runKelnode(agent, "--help", output), 0);
+    EXPECT_NE(output.find("Usage: kelnode"), std::string::npos);
+    EXPECT_EQ(runKelnode(agent, "--version", output), 0);
+    EXPECT_EQ(output.rfind("kelnode ", 0), 0U) << output;
+    EXPECT_EQ(runKelnode(agent, "--frobnicate", output), 2);
+    EXPECT_NE(output.find("unknown option \"--frobnicate\""), std::string::npos);
+    EXPECT_EQ(runKelnode(agent, "--ready-fd x", output), 2);
+}
