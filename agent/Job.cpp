@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr std::size_t kMaxReportBytes = 64 * 1024;
+constexpr std::size_t kMaxReportBytes = std::size_t{64} * 1024;
 
 [[noreturn]] void throwErrno(const char* what) {
     throw CException(std::string(what) + ": " + std::strerror(errno));

@@ -25,7 +25,10 @@ std::string freshTemporaryName() {
 }
 
 bool isAllZero(const std::string& bytes) {
-    return std::all_of(bytes.begin(), bytes.end(), [](char c) { return c == '\0'; });
+    // Each byte equals its neighbour and the first one is zero: as fast as memory, optimised or
+    // not.
+    return bytes.empty() || (bytes.front() == '\0' &&
+                             std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0);
 }
 
 // A file without a name gets one. AT_EMPTY_PATH needs a privilege; the way through /proc does not,
