@@ -156,7 +156,7 @@ void FileReplacement::write(const std::string& bytes) {
 
 std::string FileReplacement::linkUnderTemporaryName() {
     for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
-        const std::string candidate = newTemporaryName();
+        std::string candidate = newTemporaryName();
         if (linkUnnamed(file.get(), directory.get(), candidate)) {
             return candidate;
         }

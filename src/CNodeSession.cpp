@@ -117,9 +117,25 @@ std::string CNodeSession::identityOf(const std::string& file) {
     return readBack("stat -L -c '%d:%i:%s:%y:%z' " + pathtext::shellWord(file) + " 2>/dev/null");
 }
 
+CNodeSession::LoggedJob CNodeSession::executeLogged(const std::string& commandLine,
+                                                    const std::string& log) {
+    const std::string before = identityOf(log);
+    LoggedJob job;
+    job.outcome = execute(commandLine, true);
+    if (job.outcome.getRunStatus() == EXEC_TIMED_OUT) {
+        throw CommandStopped(EXEC_TIMED_OUT,
+                             "The run did not end within its time-out of " + inMs(timeOutMs) +
+                                 ". It is not interrupted and goes on at the node; its log is " +
+                                 log + " there." + afterText(job.outcome.getRunSummary()));
+    }
+    const std::string after = identityOf(log);
+    job.logIsNew = !after.empty() && after != before;
+    return job;
+}
+
 CResult CNodeSession::run(const PackagedRun& run) {
     const std::string& path = nodePath();
-    const std::string before = identityOf(run.log);
+    const std::string before = run.log.empty() ? "" : identityOf(run.log);
     CResult outcome;
     {
         SSLClient& connected = agent();
@@ -129,6 +145,9 @@ CResult CNodeSession::run(const PackagedRun& run) {
     }
     if (outcome.getRunStatus() == EXEC_TIMED_OUT) {
         throw CommandStopped(EXEC_TIMED_OUT, timedOutText(run, timeOutMs, outcome));
+    }
+    if (run.log.empty()) {
+        return outcome;
     }
     const std::string after = identityOf(run.log);
     if (after.empty() || after == before) {
@@ -218,6 +237,12 @@ void conclude(CResult& result, const CResult& run, int status, const std::string
     result.setExitOutput(run.getRunSummary());
 }
 
+void reportFailure(const CException& failure, CResult& result) {
+    const auto* stopped = dynamic_cast<const CommandStopped*>(&failure);
+    result.setRunStatus(stopped != nullptr ? stopped->getRunStatus() : EXEC_FAILURE);
+    result.setRunSummary(failure.getErrMsg());
+}
+
 void showAnswer(CNodeSession& session, const PackagedRun& run, CResult& result) {
     const CResult outcome = session.run(run);
     const std::string answer = session.readFile(run.log);
@@ -267,6 +292,10 @@ std::string shellWord(const std::string& text) {
 std::string directoryOf(const std::string& path) {
     const std::string::size_type slash = path.rfind('/');
     return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+std::string baseNameOf(const std::string& path) {
+    return path.substr(path.rfind('/') + 1);
 }
 
 }  // namespace pathtext

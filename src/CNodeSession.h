@@ -26,7 +26,7 @@ private:
 struct PackagedRun {
     std::list<std::string> packagedFiles;  // the first is the program
     std::string arguments;                 // redirections included
-    // The file that the run writes and that is read back afterwards.
+    // The file that the run writes and that is read back afterwards; empty when there is none.
     std::string log;
     std::string preCommand = "";  // shell text before the tool, ending in ";"
     std::list<std::string> companionFiles = {};
@@ -64,6 +64,14 @@ public:
     // Runs a shell line on the node and returns its outcome. With uninterruptible the agent does
     // not cut it short, and refuses it while another such job runs.
     CResult execute(const std::string& commandLine, bool uninterruptible = false);
+
+    // Runs a shell line that writes a log and must not be cut short. A line that outlives its
+    // time-out throws CommandStopped with status 5.
+    struct LoggedJob {
+        CResult outcome;
+        bool logIsNew;  // false: what lies there, if anything, was left by an earlier run
+    };
+    LoggedJob executeLogged(const std::string& commandLine, const std::string& log);
 
     // Runs a packaged tool. On return its log was written by this very run: when nothing was run,
     // or the log is not this run's, this throws, so that a phrase left by an earlier run never
@@ -107,6 +115,9 @@ void conclude(CResult& result, const CResult& run, int status, const std::string
 // Runs a tool whose whole log is the answer. Status 2 only where the run failed without a word.
 void showAnswer(CNodeSession& session, const PackagedRun& run, CResult& result);
 
+// Run status and summary for what ended a command early.
+void reportFailure(const CException& failure, CResult& result);
+
 // Rules for file names on their way through command lines.
 namespace pathtext {
 
@@ -119,5 +130,7 @@ std::string optionValue(const std::string& path);
 std::string shellWord(const std::string& text);
 // The part before the last "/"; "/" for a file of the root directory.
 std::string directoryOf(const std::string& path);
+// The part after the last "/".
+std::string baseNameOf(const std::string& path);
 
 }  // namespace pathtext

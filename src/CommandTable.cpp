@@ -84,11 +84,7 @@ void executeOnNode(CShellCommandSet& set, const CommandTable& table, const std::
             prepare(set, session);
         }
         row->run(session, TypedLine(*command, commandLine), result);
-    } catch (const CommandStopped& stopped) {
-        result.setRunStatus(stopped.getRunStatus());
-        result.setRunSummary(stopped.getErrMsg());
     } catch (const CException& failure) {
-        result.setRunStatus(EXEC_FAILURE);
-        result.setRunSummary(failure.getErrMsg());
+        reportFailure(failure, result);
     }
 }

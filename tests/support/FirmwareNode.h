@@ -50,7 +50,8 @@ public:
         for (const char* name : {"bin", "vartmp", "exchange"}) {
             std::filesystem::create_directories(directory.path() + "/" + name);
         }
-        placeTools(directory.path() + "/bin", {"dmidecode", "uname", "insmod", "reboot"});
+        placeTools(directory.path() + "/bin",
+                   {"dmidecode", "uname", "insmod", "reboot", "ipmitool", "service", "top"});
         LocalAgent::Options options;
         options.sharedAuthority = &cluster.pki();
         options.environment["PATH"] = directory.path() + "/bin:/usr/sbin:/usr/bin:/sbin:/bin";
@@ -110,7 +111,8 @@ public:
     std::vector<std::string> plainTools() const {
         std::vector<std::string> plain;
         for (const std::string& name : LocalAgent::list(agent->toolsPath())) {
-            if (name.find(".enc") == std::string::npos && name != "romio.ko") {
+            const bool isPackaged = std::filesystem::exists(agent->toolsPath() + name + ".enc");
+            if (isPackaged) {
                 plain.push_back(name);
             }
         }
@@ -132,10 +134,17 @@ private:
         placeTools(directory.path(), {"standin.sh"});
         for (const char* tool :
              {"romutil", "romflash", "SCELNX_64", "romtool.x86_64", "chipprobe.x86_64",
-              "romlayout.x86_64", "romwrite.sh", "flashrom.x86_64"}) {
+              "romlayout.x86_64", "romwrite.sh", "flashrom.x86_64", "bmcconf-linux.x86_64",
+              "bmcflash64", "lUpdate", "lUpdate.sh", "load_ipmi_driver", "bmc_driver_off"}) {
             agent->packScript(tool, LocalAgent::read(source(tool)));
         }
-        std::ofstream(agent->toolsPath() + "romio.ko") << "module";
+        for (const char* companion : {"romio.ko", "kcs.cfg", "libipmi.so.1", "libipmi.so.1.0"}) {
+            std::ofstream(agent->toolsPath() + companion) << "companion";
+        }
+        // The one tool that some nodes have in the clear.
+        const std::string clear = agent->toolsPath() + "FWHelper/IPMI_TOOL/ATEN";
+        std::filesystem::create_directories(clear);
+        placeTools(clear, {"lUpdate"});
         setHardware("bios_id", "R3ABC012\n");
         setHardware("bios_date", "05/27/2013\n");
         setHardware("platform", "x86_64\n");
@@ -145,6 +154,12 @@ private:
         setHardware("nvram", "nvram");
         setHardware("nvram.list", "list");
         setHardware("nvram.hii", "hii");
+        setHardware("guid", " 37 30 30 31 5a 51 00 00 08 09 0a 0b 0c 0d 0e 0f\n");
+        setHardware("device_id", " 00 03 09 08 02 9f 91 12 00 02 0f 00 0a 0b 0c\n");
+        setHardware("revision", "1.23\n");
+        setHardware("led_state", " 01\n");
+        setHardware("driver", "running\n");
+        setHardware("power", "on\n");
     }
 
     TempDir directory;

@@ -87,6 +87,9 @@ void SSLClient::execute(std::string commandLine, unsigned int timeOut, CResult* 
     if (failure != agent.lineFailures.end()) {
         throw CException(failure->second);
     }
+    if (uninterruptible && agent.silentTools.count(commandLine) == 0) {
+        ++agent.logState;
+    }
     const auto found = agent.answers.find(commandLine);
     *result = found == agent.answers.end() ? CResult() : found->second;
 }

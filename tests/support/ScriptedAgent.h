@@ -27,7 +27,7 @@ public:
     std::map<std::string, CResult> toolAnswers;
     // The package whose run throws, and the text.
     std::map<std::string, std::string> toolFailures;
-    // The packages whose runs leave their log as it was.
+    // The packages, and the uninterruptible lines, whose runs leave their log as it was.
     std::set<std::string> silentTools;
     // What a command line throws.
     std::map<std::string, std::string> lineFailures;

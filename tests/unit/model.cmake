@@ -11,6 +11,7 @@ kelsh_add_test_program(unit_model LABEL unit
         ConfigErrorCollectorTest.cpp
         ConfigErrorTest.cpp
         KelshEnumTest.cpp
+        SourceTreeTest.cpp
         # In place of the real client to the agent, which needs a network.
         ../support/ScriptedSSLClient.cpp
     LIBRARIES kelsh_core)

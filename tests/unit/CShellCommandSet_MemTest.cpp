@@ -1,0 +1,39 @@
+#include <gtest/gtest.h>
+
+#include "CResult.h"
+#include "CShellCommandSet_Mem.h"
+#include "CommandChecklist.h"
+#include "NodeSetFixture.h"
+
+namespace {
+
+TEST(CShellCommandSet_Mem, HoldsItsCommand) {
+    CShellCommandSet_Mem set;
+    EXPECT_EQ(set.getCommandSetName(), "mem");
+    EXPECT_EQ(set.getDescription(), "Commands for checking memory information.");
+    expectCommands(set, {{"mem",
+                          "Check the memory usage by using top.",
+                          SCRIPT,
+                          SLAVE,
+                          {},
+                          0,
+                          NO,
+                          "",
+                          {"mem -n node_0000"}}});
+}
+
+using MemSet = NodeSetFixture<CShellCommandSet_Mem>;
+
+TEST_F(MemSet, ShowsWhatTopSaysWithinItsOwnTimeOut) {
+    agent.answer("top -bn 1 | grep Mem:", "Mem: 1 total\n");
+    expectSuccess(execute("mem", 600000), "Mem: 1 total\n");
+    EXPECT_EQ(requestsAfterOpening(), std::vector<std::string>{"run: top -bn 1 | grep Mem:"});
+    EXPECT_EQ(agent.timeOutsMs, std::vector<unsigned int>{5000});
+}
+
+TEST_F(MemSet, ReportsANodeThatCanNotBeReached) {
+    agent.connectFailure = "no route to n";
+    expectFailure(execute("mem"), "no route to n");
+}
+
+}  // namespace
