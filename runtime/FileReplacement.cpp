@@ -95,7 +95,7 @@ void FileReplacement::refuseUnfitTarget() const {
 }
 
 std::string FileReplacement::newTemporaryName() const {
-    const std::string fresh = freshTemporaryName();
+    std::string fresh = freshTemporaryName();
     if (announce) {
         announce(path.substr(0, path.find_last_of('/') + 1) + fresh);
     }
