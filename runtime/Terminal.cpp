@@ -19,7 +19,7 @@ constexpr std::chrono::milliseconds kAnswerTime{250};
 constexpr std::chrono::milliseconds kRestOfAnswerTime{50};
 constexpr std::chrono::milliseconds kRestOfPasteTime{5};
 constexpr std::chrono::milliseconds kNoTime{0};
-constexpr std::size_t kMostReadAhead = 1024 * 1024;
+constexpr std::size_t kMostReadAhead = std::size_t{1024} * 1024;
 constexpr unsigned int kMostPositionDigits = 5;
 
 std::atomic<bool> dropRequested{false};
