@@ -2,7 +2,8 @@ kelsh_add_test_program(integration_files LABEL integration TIMEOUT 300
     SOURCES
         AgentFilesTest.cpp
         AgentToolsTest.cpp
+        FileFaultsTest.cpp
     LIBRARIES kelnode_core)
 if(TARGET integration_files)
-    add_dependencies(integration_files kelnode)
+    add_dependencies(integration_files kelnode kelsh_launcher kelpack)
 endif()
