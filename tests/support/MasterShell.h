@@ -44,7 +44,9 @@ public:
     // What MAC_ADDRESS of the agent's settings must say.
     static constexpr char kMac[] = "02:00:00:00:00:01";
 
-    void start(const std::vector<std::string>& words) {
+    //   input  what it reads; without words its first line is the command
+    void start(const std::vector<std::string>& words, const std::string& input = "") {
+        std::ofstream(inputFile()) << input;
         std::vector<std::string> environment{"KELSH_PATH=" + directory.path()};
         for (char** entry = environ; *entry != nullptr; ++entry) {
             if (std::string(*entry).rfind("KELSH_PATH=", 0) != 0) {
@@ -57,11 +59,12 @@ public:
         std::vector<char*> arguments = pointers(line);
         const std::string program = std::string(KELSH_BINARY_DIR) + "/bin/kelsh";
         const std::string out = outputFile();
+        const std::string in = input.empty() ? "/dev/null" : inputFile();
         pid = ::fork();
         if (pid == 0) {
             const int file = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-            const int nothing = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-            ::dup2(nothing, STDIN_FILENO);
+            const int typed = ::open(in.c_str(), O_RDONLY | O_CLOEXEC);
+            ::dup2(typed, STDIN_FILENO);
             ::dup2(file, STDOUT_FILENO);
             ::dup2(file, STDERR_FILENO);
             ::execve(program.c_str(), arguments.data(), variables.data());
@@ -92,6 +95,7 @@ public:
 private:
     std::string home() const { return directory.path() + "/"; }
     std::string outputFile() const { return directory.file("output"); }
+    std::string inputFile() const { return directory.file("input"); }
 
     static std::vector<char*> pointers(std::vector<std::string>& texts) {
         std::vector<char*> all;
