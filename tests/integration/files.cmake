@@ -1,7 +1,8 @@
-kelsh_add_test_program(integration_files LABEL integration TIMEOUT 300
+kelsh_add_test_program(integration_files LABEL integration TIMEOUT 600
     SOURCES
         AgentFilesTest.cpp
         AgentToolsTest.cpp
+        FileClusterTest.cpp
         FileFaultsTest.cpp
     LIBRARIES kelnode_core)
 if(TARGET integration_files)
