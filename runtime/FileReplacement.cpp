@@ -17,6 +17,7 @@
 namespace {
 
 constexpr int kNameAttempts = 16;
+constexpr std::uint64_t kWriteBehindBytes = std::uint64_t{8} * 1024 * 1024;
 constexpr char kTemporaryPrefix[] = ".kelsh-part-";
 constexpr std::size_t kRandomBytes = 8;
 // The locks of shared file systems may not reach other machines; what nobody has written to for so
@@ -230,6 +231,17 @@ void FileReplacement::write(const std::string& bytes) {
         at += static_cast<std::size_t>(put);
     }
     written += bytes.size();
+    beginWriting();
+}
+
+void FileReplacement::beginWriting() {
+    // The disk works while the rest arrives, instead of all at once in fsync().
+    if (written - handedToDisk >= kWriteBehindBytes) {
+        // Only a beginning: what goes wrong is told by fsync().
+        (void)sync_file_range(file.get(), static_cast<off_t>(handedToDisk),
+                              static_cast<off_t>(written - handedToDisk), SYNC_FILE_RANGE_WRITE);
+        handedToDisk = written;
+    }
 }
 
 std::string FileReplacement::linkUnderTemporaryName() {

@@ -43,6 +43,7 @@ private:
     void openUnnamed();
     void openNamed();
     void sweepAbandoned() const;
+    void beginWriting();
     void refuseUnfitTarget() const;
     std::string newTemporaryName() const;
     std::string linkUnderTemporaryName();
@@ -54,5 +55,6 @@ private:
     UniqueFd directory;
     UniqueFd file;
     std::uint64_t written = 0;
+    std::uint64_t handedToDisk = 0;
     FileDigest digest;
 };
