@@ -2,6 +2,7 @@
 // of them read and replace one file, which must be whole at any moment.
 
 #include <atomic>
+#include <chrono>
 #include <fstream>
 #include <sys/stat.h>
 #include <thread>
@@ -38,6 +39,7 @@ protected:
     void watch() {
         while (!stop) {
             torn += LocalAgent::read(path()) != content ? 1 : 0;
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     }
 
