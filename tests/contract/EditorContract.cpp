@@ -1,13 +1,18 @@
 // The line editor by its bytes and by what a terminal shows of them.
 #include <algorithm>
+#include <csignal>
+#include <sys/ioctl.h>
+#include <tuple>
 
 #include <gtest/gtest.h>
+#include <pty.h>
 
 #include "AbstractCommandLineRetriever.h"
 #include "Contract.h"
 #include "EditorKeys.h"
 #include "PlainScreen.h"
 #include "StandardInput.h"
+#include "UniqueFd.h"
 
 namespace {
 
@@ -118,6 +123,36 @@ TEST_F(EditorContract, SizeThatIsNotKnownIsTheDefault) {
     AbstractCommandLineRetriever::handleWindowSizeChange(28);
     EXPECT_EQ(rowNum, 25);
     EXPECT_EQ(colNum, 80);
+}
+
+TEST_F(EditorContract, SizeOfTheTerminalIsTakenOver) {
+    int master = -1;
+    int terminal = -1;
+    ASSERT_EQ(::openpty(&master, &terminal, nullptr, nullptr, nullptr), 0);
+    const UniqueFd ends[] = {UniqueFd(master), UniqueFd(terminal)};
+    const StandardInput input(terminal);
+    for (const auto& [size, rows, columns] :
+         {std::tuple<winsize, int, int>{{40, 132, 0, 0}, 40, 132},
+          {{0, 132, 0, 0}, 25, 132},
+          {{40, 0, 0, 0}, 40, 80},
+          {{0, 0, 0, 0}, 25, 80}}) {
+        ASSERT_EQ(::ioctl(master, TIOCSWINSZ, &size), 0);
+        AbstractCommandLineRetriever::handleWindowSizeChange(SIGWINCH);
+        EXPECT_EQ(rowNum, rows);
+        EXPECT_EQ(colNum, columns);
+    }
+}
+
+TEST_F(EditorContract, ReadingListensForResizes) {
+    ::signal(SIGWINCH, SIG_DFL);
+    reads("<lf>");
+    struct sigaction installed = {};
+    ASSERT_EQ(::sigaction(SIGWINCH, nullptr, &installed), 0);
+    EXPECT_EQ(installed.sa_handler, &AbstractCommandLineRetriever::handleWindowSizeChange);
+    rowNum = 1;
+    ::raise(SIGWINCH);
+    EXPECT_NE(rowNum, 1);
+    ::signal(SIGWINCH, SIG_DFL);
 }
 
 struct Typed {

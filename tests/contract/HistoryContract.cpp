@@ -215,6 +215,8 @@ INSTANTIATE_TEST_SUITE_P(
         Completed{"", "cd<tab>", "cd ", 1, "tools    tooling    power    alone"},
         Completed{"", "cd power<tab>", "cd power", 2, ""},
         Completed{"", "cd pXY<left><left><tab>", "cd power", 1, ""},
+        Completed{"", "cd pXY<left><left><tab>!", "cd power!", 1, ""},
+        Completed{"", "cd toXY<left><left><tab>!", "cd to!XY", 1, "tools    tooling"},
         Completed{"", "cd  p<tab>", "cd  p", 2, ""}, Completed{"", "up<tab>", "up", 2, ""},
         Completed{"tools", "up<tab>", "uptime", 1, ""},
         Completed{"tools", "hi<tab>", "history", 1, "history keep    history"},
