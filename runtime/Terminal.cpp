@@ -19,7 +19,7 @@ constexpr std::chrono::milliseconds kAnswerTime{250};
 constexpr std::chrono::milliseconds kRestOfAnswerTime{50};
 constexpr std::chrono::milliseconds kRestOfPasteTime{5};
 constexpr std::chrono::milliseconds kNoTime{0};
-constexpr std::size_t kMostReadAhead = 1024 * 1024;
+constexpr std::size_t kMostReadAhead = std::size_t{1024} * 1024;
 constexpr unsigned int kMostPositionDigits = 5;
 
 std::atomic<bool> dropRequested{false};
@@ -159,6 +159,8 @@ Terminal::Filled Terminal::fill(const Clock::time_point* deadline) {
         }
         const ssize_t got = read(kInput, buffer, wanted);
         if (got > 0) {
+            // An interrupt that came before these bytes must not take them along later.
+            obeyDrop();
             ahead.append(buffer, static_cast<std::size_t>(got));
             burst = burst || got > 1;
             return Filled::kBytes;

@@ -101,9 +101,7 @@ TEST_F(TerminalTest, WhatWasTypedInOneHoldIsReadInTheNext) {
 TEST_F(TerminalTest, ReleaseGivesTheModeBackInSpiteOfTheHolds) {
     connect();
     const Terminal::Hold outer(terminal());
-    {
-        const Terminal::Hold inner(terminal());
-    }
+    { const Terminal::Hold inner(terminal()); }
     EXPECT_FALSE(pty.echoes());
     pty.type("a");
     terminal().release();
