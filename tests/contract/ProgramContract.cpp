@@ -197,6 +197,16 @@ TEST_F(ProgramContract, PipedLineStandsForWords) {
     EXPECT_EQ(kelsh("", "echo nothing |").status, 2);
 }
 
+TEST_F(ProgramContract, LostOutputIsReported) {
+    const Outcome full = kelsh("tools fail >/dev/full");
+    EXPECT_EQ(full.status, 2) << "the status stays the command's";
+    EXPECT_EQ(full.errors,
+              "kelsh: standard output could not be written; results are missing from it.\n");
+    const Outcome cut = kelsh("help | head -n 1");
+    EXPECT_EQ(cut.output, "[local] (Nms)\n");
+    EXPECT_EQ(cut.errors, "") << "who reads only the beginning wants no complaint";
+}
+
 TEST_F(ProgramContract, NoWordsAndNoInputEndsAsQuitDoes) {
     EXPECT_THAT(typed(""), ::testing::EndsWith("[master]$ \nBye bye.\n"));
     EXPECT_EQ(kelsh("").status, 7);
