@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <map>
+#include <utility>
 
 #include "CShellCommandSet_BIOSFW.h"
 #include "CShellCommandSet_Basic.h"
@@ -17,13 +18,16 @@ namespace {
 
 constexpr long kShortestTimeOutMs = 1000;
 
-// The shell's own reader, with the built-in sets there, whose names are taken.
-void readWithShell(LintReport& report) {
+// The shell's own reader, with the built-in sets there. Their names are left in taken.
+void readWithShell(LintReport& report, std::map<std::string, int>& taken) {
     CShellExecutionContext context{CShellExecutionContext::Temporary()};
     context.addCommandSet(std::make_unique<CShellCommandSet_Basic>(&context).release());
     context.addCommandSet(std::make_unique<CShellCommandSet_FlashBIOS>().release());
     context.addCommandSet(std::make_unique<CShellCommandSet_BIOSFW>().release());
     context.addCommandSet(std::make_unique<CShellCommandSet_ipmifw>().release());
+    for (const CShellCommandSet* set : context.getRootCommandSetList()) {
+        taken[set->getCommandSetName()] = 0;
+    }
     ConfigErrorCollector errors;
     CShellConfigReader::readCmdConfig(report.getFileName().c_str(), context, &errors);
     report.add(errors);
@@ -36,7 +40,9 @@ std::string trimmed(std::string text) {
 
 class CmdLines {
 public:
-    explicit CmdLines(LintReport& toReport) : report(toReport) {}
+    // taken: names of sets that exist already.
+    CmdLines(LintReport& toReport, std::map<std::string, int> taken)
+        : report(toReport), setLines(std::move(taken)) {}
 
     void check() {
         for (const LintLine& line : report.getLines()) {
@@ -166,8 +172,24 @@ private:
                            "no command of the set says confirmtype=INHERITANCE: nothing is asked");
         }
         checkMessage(set);
+        const auto name = set.find("name");
+        if (name != set.end()) {
+            checkName(name->second.line, name->second.value);
+        }
         set.clear();
         inherits = false;
+    }
+
+    // The shell finds the first of two sets only.
+    void checkName(int line, const std::string& name) {
+        const auto inserted = setLines.emplace(name, line);
+        const int first = inserted.first->second;
+        if (!inserted.second) {
+            report.warning(
+                line, "the set \"" + name + "\" " +
+                          (first == 0 ? "is built in" : "stands in line " + std::to_string(first)) +
+                          " already: only that one is found");
+        }
     }
 
     void checkMessage(const Settings& settings) {
@@ -179,6 +201,7 @@ private:
     }
 
     LintReport& report;
+    std::map<std::string, int> setLines;
     Section section = Section::kNone;
     Settings set;
     Settings command;
@@ -188,6 +211,7 @@ private:
 }  // namespace
 
 void lintCmdFile(LintReport& report) {
-    readWithShell(report);
-    CmdLines(report).check();
+    std::map<std::string, int> taken;
+    readWithShell(report, taken);
+    CmdLines(report, std::move(taken)).check();
 }

@@ -33,13 +33,16 @@ bool LintReport::open(const std::string& name) {
     }
     ConfigLineReader reader(file.get());
     int number = 0;
+    int tooLong = 0;
     bool continued = false;
     bool returns = false;
     for (LintLine line; reader.next(line.text); lines.push_back(line)) {
         line.number = continued ? number : ++number;
         const bool isPart = !reader.hadNewline() &&
                             line.text.size() == std::size_t{ConfigLineReader::kBufferBytes} - 1;
-        if (isPart && !continued) {
+        // A line of just 511 bytes comes with an empty piece behind it, which harms nobody.
+        if (continued && !line.text.empty() && number != tooLong) {
+            tooLong = number;
             warning(number,
                     "the line is longer than 511 bytes: its rest is read as a line of its own");
         }

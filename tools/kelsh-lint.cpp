@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "CException.h"
+#include "CUtil.h"
 #include "LintReport.h"
 
 namespace {
@@ -49,7 +50,10 @@ std::list<Job> wholeDirectory(const std::string& directory) {
     std::list<Job> jobs;
     const std::string base = directory.back() == '/' ? directory : directory + "/";
     jobs.push_back({base + "node.cfg", lintNodeFile});
-    jobs.push_back({base + "cmd.cfg", lintCmdFile});
+    // The shell does without a command file.
+    if (CUtil::isFileExisted(base + "cmd.cfg")) {
+        jobs.push_back({base + "cmd.cfg", lintCmdFile});
+    }
     jobs.push_back({base + "ssl_master.cfg", lintSslFile});
     return jobs;
 }
