@@ -9,6 +9,7 @@ set(KELSH_MAINTAINER "kelsh maintainers <root@localhost>" CACHE STRING
 
 set(generated ${PROJECT_BINARY_DIR}/packaging)
 set(private_lib lib/kelsh)
+set(private_library ${CMAKE_INSTALL_LIBDIR}/kelsh)
 
 configure_file(packaging/kelsh.sh.in ${generated}/kelsh @ONLY)
 # The packaged shell keeps its log in a directory that is closed to others.
@@ -60,9 +61,10 @@ set(private OWNER_READ OWNER_WRITE OWNER_EXECUTE)
 set(program OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
 # The master.
-set_target_properties(kelsh_launcher PROPERTIES INSTALL_RPATH ${CMAKE_INSTALL_PREFIX}/${private_lib})
+set_target_properties(kelsh_launcher PROPERTIES INSTALL_RPATH
+    ${CMAKE_INSTALL_PREFIX}/${private_library})
 install(TARGETS kelsh_launcher RUNTIME DESTINATION ${private_lib} COMPONENT kelsh)
-install(TARGETS kelsh LIBRARY DESTINATION ${private_lib}
+install(TARGETS kelsh LIBRARY DESTINATION ${private_library}
     PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ COMPONENT kelsh)
 install(PROGRAMS ${generated}/kelsh DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT kelsh)
 install(TARGETS kelsh-lint RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT kelsh)
