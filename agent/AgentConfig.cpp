@@ -68,7 +68,7 @@ AgentConfig::AgentConfig(std::string path) : nodePath(std::move(path)) {
     certificateFile = nodePath + "node.crt";
     privateKeyFile = nodePath + "node.key";
     caFile = nodePath + "ca.crt";
-    toolsKeyFile = nodePath + "tools.key";
+    toolsKeyFile = nodePath + "toolkey";
 }
 
 std::string AgentConfig::absolute(const std::string& name) const {

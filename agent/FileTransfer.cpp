@@ -5,9 +5,6 @@
 
 FileReceiver::FileReceiver(const protocol::Put& request, const RunDirectory& runDirectory)
     : put(request), directory(runDirectory) {
-    if (put.path.find('\0') != std::string::npos) {
-        throw FileError("The file name holds a NUL byte.");
-    }
     target = std::make_unique<FileReplacement>(put.path, [this](const std::string& temporary) {
         if (!record) {
             record = directory.openRecord(RunDirectory::Kind::kOrdinary);

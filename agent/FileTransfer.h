@@ -20,8 +20,8 @@ public:
         using FileError::FileError;
     };
 
-    // put and directory outlive this object.
-    FileReceiver(const protocol::Put& put, const RunDirectory& directory);
+    // Both arguments outlive this object.
+    FileReceiver(const protocol::Put& request, const RunDirectory& runDirectory);
     FileReceiver(const FileReceiver&) = delete;
     FileReceiver& operator=(const FileReceiver&) = delete;
     ~FileReceiver();

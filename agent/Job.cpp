@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr std::size_t kMaxReportBytes = 64 * 1024;
+constexpr std::size_t kMaxReportBytes = std::size_t{64} * 1024;
 
 [[noreturn]] void throwErrno(const char* what) {
     throw CException(std::string(what) + ": " + std::strerror(errno));
@@ -34,7 +34,7 @@ Job::Report decodeReport(const std::string& message) {
     report.kind = static_cast<Job::Report::Kind>(message.at(0));
     const std::string body = message.substr(1);
     if (report.kind == Job::Report::Kind::kNotStarted) {
-        report.errorCode = static_cast<std::uint16_t>(body.at(0));
+        report.errorCode = static_cast<unsigned char>(body.at(0));
         report.text = body.substr(1);
     } else if (report.kind != Job::Report::Kind::kStarted) {
         protocol::decode(body, report.result);

@@ -376,8 +376,9 @@ void JobSupervisor::tidyUp() {
     if (tools) {
         tools->cleanUp();
     }
-    record.finish();
     firmwareLock.release();
+    // Last: no record means that nothing is left to be waited for.
+    record.finish();
 }
 
 void JobSupervisor::logOutcome(const protocol::Result& outcome) const {

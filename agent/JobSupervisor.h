@@ -16,11 +16,11 @@
 // that process, which ends with run().
 class JobSupervisor {
 public:
-    // control: the socket to the session. output: where the job writes; outputFile: its name where
+    // controlSocket: to the session. jobOutput: where the job writes; fileName: its name where
     // it is a file, to be renamed once the job may run. The references are to the copies that the
     // fork has made.
-    JobSupervisor(const JobSettings& settings, const JobRequest& request, UniqueFd control,
-                  UniqueFd output, std::string outputFile);
+    JobSupervisor(const JobSettings& jobSettings, const JobRequest& jobRequest,
+                  UniqueFd controlSocket, UniqueFd jobOutput, std::string fileName);
     JobSupervisor(const JobSupervisor&) = delete;
     JobSupervisor& operator=(const JobSupervisor&) = delete;
 
@@ -56,7 +56,7 @@ private:
     void logOutcome(const protocol::Result& outcome) const;
 
     protocol::Result result(protocol::Result::Ending ending, int value) const;
-    void report(Job::Report::Kind kind, const protocol::Result& result) const;
+    void report(Job::Report::Kind kind, const protocol::Result& outcome) const;
     void reportNotStarted(std::uint16_t code, const std::string& text) const;
     void send(const std::string& message) const;
     int pollTimeOut() const;

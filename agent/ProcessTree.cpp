@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <map>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -28,6 +28,9 @@ namespace processtree {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+// Of /proc/<pid>/stat, between the parent and the start time.
+constexpr int kFieldsBeforeStartTime = 17;
 
 struct DirectoryCloser {
     void operator()(DIR* directory) const { ::closedir(directory); }
@@ -129,18 +132,19 @@ bool readProcess(pid_t pid, ProcessInfo& info) {
     if (end == std::string::npos || end + 2 >= content.size()) {
         return false;
     }
-    char state = '?';
-    int parent = 0;
-    unsigned long long startTime = 0;
-    const int found =
-        std::sscanf(content.c_str() + end + 2,
-                    "%c %d %*d %*d %*d %*d %*u %*u %*u %*u %*u %*u %*u %*d %*d %*d %*d %*d "
-                    "%*d %llu",
-                    &state, &parent, &startTime);
-    if (found != 3) {
+    // State, parent, and 17 fields further the start time.
+    std::istringstream fields(content.substr(end + 2));
+    ProcessInfo found;
+    found.pid = pid;
+    fields >> found.state >> found.parent;
+    std::string skipped;
+    for (int i = 0; i < kFieldsBeforeStartTime; ++i) {
+        fields >> skipped;
+    }
+    if (!(fields >> found.startTime)) {
         return false;
     }
-    info = {pid, parent, startTime, state};
+    info = found;
     return true;
 }
 

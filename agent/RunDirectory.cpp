@@ -23,7 +23,7 @@ constexpr char kRecordPrefix[] = "job-";
 // A record gets its final name only when it is locked, so that nobody sweeps it while it is made.
 constexpr char kNewPrefix[] = "new-";
 constexpr time_t kNewRecordSeconds = 60;
-constexpr std::size_t kMaxRecordBytes = 1024 * 1024;
+constexpr std::size_t kMaxRecordBytes = std::size_t{1024} * 1024;
 constexpr int kKillRounds = 20;
 
 struct DirectoryCloser {
@@ -102,7 +102,9 @@ RunDirectory::Entry parse(const std::string& content, const std::string& name) {
                 break;
             case 't': {
                 const std::string::size_type slash = text.find('/');
-                entry.tools.emplace_back(text.substr(0, slash), text.substr(slash));
+                if (slash != std::string::npos) {
+                    entry.tools.emplace_back(text.substr(0, slash), text.substr(slash));
+                }
                 break;
             }
             default:

@@ -67,8 +67,8 @@ public:
         std::string marker() const;
         // Both throw CException when the record cannot be written: then the thing that it was to
         // announce must not be made.
-        void addFile(const std::string& path);
-        void addTool(const std::string& lockName, const std::string& path);
+        void addFile(const std::string& name);
+        void addTool(const std::string& lockName, const std::string& name);
         // Removes the record: everything in it has been dealt with.
         void finish();
 
@@ -80,8 +80,8 @@ public:
         std::string fileName;
     };
 
-    // path ends in "/". Nothing is touched yet.
-    explicit RunDirectory(std::string path);
+    // directory ends in "/". Nothing is touched yet.
+    explicit RunDirectory(std::string directory);
 
     // Makes the directory, 0700. Throws CException.
     void create() const;

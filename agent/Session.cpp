@@ -211,9 +211,6 @@ bool Session::serveRequest(const protocol::Frame& frame) {
 bool Session::serveExec(const protocol::Frame& frame) {
     protocol::Exec exec;
     protocol::decode(frame.body, exec);
-    if (exec.commandLine.find('\0') != std::string::npos) {
-        throw ProtocolError("a command line holds a NUL byte");
-    }
     JobRequest request;
     request.commandLine = exec.commandLine;
     request.timeOutMs = exec.timeOutMs;
@@ -224,11 +221,6 @@ bool Session::serveExec(const protocol::Frame& frame) {
 bool Session::serveRunPackaged(const protocol::Frame& frame) {
     protocol::RunPackaged run;
     protocol::decode(frame.body, run);
-    for (const std::string* text : {&run.preCommand, &run.arguments}) {
-        if (text->find('\0') != std::string::npos) {
-            throw ProtocolError("a command line holds a NUL byte");
-        }
-    }
     std::string path = run.nodePath;
     if (path.empty() || path.back() != '/') {
         path += '/';
@@ -347,18 +339,15 @@ std::string Session::sendFile(const protocol::Get& get) {
     // A little more than the time given, so that the reason still gets through.
     const TlsChannel::Deadline hardDeadline =
         get.timeOutMs > 0 ? deadline + std::chrono::milliseconds(kLastWordsMs) : deadline;
-    if (get.path.find('\0') != std::string::npos) {
-        throw FileError("The file name holds a NUL byte.");
-    }
     FileSource source(get.path);
     channel->sendFrame(protocol::encode(protocol::FileInfo{source.size(), source.mode()}),
                        hardDeadline);
     std::string piece;
     while (source.nextFrame(piece)) {
         if (TlsChannel::Clock::now() >= deadline) {
-            const std::string text = "\"" + get.path + "\" was not sent in time, " +
-                                     std::to_string(source.sentBytes()) + " of " +
-                                     std::to_string(source.size()) + " bytes were read.";
+            std::string text = "\"" + get.path + "\" was not sent in time, " +
+                               std::to_string(source.sentBytes()) + " of " +
+                               std::to_string(source.size()) + " bytes were read.";
             sendError(protocol::kErrorTimedOut, text);
             return text;
         }
@@ -374,8 +363,7 @@ bool Session::serveExists(const protocol::Frame& frame) {
     protocol::Exists exists;
     protocol::decode(frame.body, exists);
     struct stat found {};
-    const bool isThere =
-        exists.path.find('\0') == std::string::npos && ::stat(exists.path.c_str(), &found) == 0;
+    const bool isThere = ::stat(exists.path.c_str(), &found) == 0;
     sendAnswer(isThere ? "1" : "0");
     logRequest("EXISTS " + quoted(exists.path), isThere ? "yes" : "no");
     return true;

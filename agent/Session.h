@@ -31,10 +31,11 @@ public:
     static constexpr char kUninterruptibleBegins = 'U';
     static constexpr char kUninterruptibleEnds = 'u';
 
-    // statusPipe: to the listener; errors there are of no matter, the listener may be gone.
-    // busy: the agent serves as many sessions as it may, tell the shell so.
-    Session(UniqueFd socket, std::shared_ptr<TlsContext> context, const AgentConfig& config,
-            const JobSettings& jobSettings, const AgentLog& log, UniqueFd statusPipe, bool busy);
+    // toListener: a pipe; errors there are of no matter, the listener may be gone.
+    // isBusy: the agent serves as many sessions as it may, tell the shell so.
+    Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
+            const AgentConfig& agentConfig, const JobSettings& settings, const AgentLog& agentLog,
+            UniqueFd toListener, bool isBusy);
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
@@ -77,7 +78,7 @@ private:
     void sendError(std::uint16_t code, const std::string& text);
     void sendAnswer(const std::string& text);
     void tellListener(char what);
-    void logRequest(const std::string& what, const std::string& outcome);
+    void logRequest(const std::string& what, const std::string& result);
     long long elapsedMs() const;
     std::string who() const;
 

@@ -14,13 +14,16 @@ namespace {
 using protocol::FrameType;
 using protocol::ProtocolError;
 
-constexpr std::size_t kOutputPieceBytes = 128 * 1024;
+constexpr std::size_t kOutputPieceBytes = std::size_t{128} * 1024;
 // How often the file of an uninterruptible job is looked at.
 constexpr int kOutputFilePollMs = 50;
 // A job that has ended leaves at most a pipe's and a frame's worth to be sent.
 constexpr unsigned long kRestMs = 30000;
 // After the time-out the shell does not wait much longer.
 constexpr unsigned long kRestAfterTimeOutMs = 2000;
+
+constexpr int kSweeps = 40;
+constexpr int kSweepPauseMs = 25;
 
 std::string outputFrame(const std::string& bytes) {
     return protocol::encodeHeader(
@@ -176,7 +179,12 @@ bool Session::takeReport(Job& job) {
                     ? "the job's supervisor on the node was killed; the job goes on there, see " +
                           jobSettings.runPath() + "firmware.log"
                     : "the job's supervisor on the node was killed, and the job with it";
-    runDirectory.sweep([this](const std::string& text) { log.warning(text); });
+    // What was killed takes a moment to be gone, and the listener may be sweeping too.
+    for (int i = 0; i < kSweeps &&
+                    runDirectory.sweep([this](const std::string& text) { log.warning(text); }) > 0;
+         ++i) {
+        ::poll(nullptr, 0, kSweepPauseMs);
+    }
     endWith(lost, TlsChannel::after(kRestMs));
     return true;
 }

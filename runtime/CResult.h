@@ -4,7 +4,7 @@
 
 // What became of one command on one target. The numbers are part of the interface: they are the
 // exit status of a command run from the command line.
-enum EXEC_STATUS_ENUM {
+enum EXEC_STATUS_ENUM : int {
     EXEC_SUCCESS = 0,
     EXEC_REJECTED =
         1,  // found unfit before running, for example a node that is not the one configured

@@ -25,7 +25,10 @@ std::string freshTemporaryName() {
 }
 
 bool isAllZero(const std::string& bytes) {
-    return std::all_of(bytes.begin(), bytes.end(), [](char c) { return c == '\0'; });
+    // Each byte equals its neighbour and the first one is zero: as fast as memory, optimised or
+    // not.
+    return bytes.empty() || (bytes.front() == '\0' &&
+                             std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0);
 }
 
 // A file without a name gets one. AT_EMPTY_PATH needs a privilege; the way through /proc does not,
@@ -92,7 +95,7 @@ void FileReplacement::refuseUnfitTarget() const {
 }
 
 std::string FileReplacement::newTemporaryName() const {
-    const std::string fresh = freshTemporaryName();
+    std::string fresh = freshTemporaryName();
     if (announce) {
         announce(path.substr(0, path.find_last_of('/') + 1) + fresh);
     }
@@ -153,7 +156,7 @@ void FileReplacement::write(const std::string& bytes) {
 
 std::string FileReplacement::linkUnderTemporaryName() {
     for (int attempt = 0; attempt < kNameAttempts; ++attempt) {
-        const std::string candidate = newTemporaryName();
+        std::string candidate = newTemporaryName();
         if (linkUnnamed(file.get(), directory.get(), candidate)) {
             return candidate;
         }

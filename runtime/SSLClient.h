@@ -21,13 +21,13 @@ public:
     // Milliseconds that connecting, the handshake and the agent's greeting may take together.
     static constexpr unsigned int kConnectTimeOutMs = 3000;
     // Output kept per result; what comes after it is counted and dropped.
-    static constexpr std::size_t kMaxSummaryBytes = 64U * 1024 * 1024;
+    static constexpr std::size_t kMaxSummaryBytes = std::size_t{64} * 1024 * 1024;
 
-    // ip: the node's address as its certificate names it, an IP literal or a host name.
-    // certificateFile: PEM, the master's certificate, then the cluster's CA certificates, and the
-    // private key unless setPrivateKeyFile names another file. Nothing is read before
+    // address: the node's address as its certificate names it, an IP literal or a host name.
+    // certificate: a PEM file, the master's certificate, then the cluster's CA certificates, and
+    // the private key unless setPrivateKeyFile names another file. Nothing is read before
     // initAndConnect.
-    SSLClient(std::string ip, int port, std::string certificateFile);
+    SSLClient(std::string address, int agentPort, std::string certificate);
     SSLClient(const SSLClient&) = delete;
     SSLClient& operator=(const SSLClient&) = delete;
     ~SSLClient();
@@ -46,7 +46,7 @@ public:
 
     // Whether the jobs sent from now on must not be cut short: they go on at the node whatever
     // becomes of the time-out, the connection or this process. Off at first.
-    void setUninterruptible(bool uninterruptible);
+    void setUninterruptible(bool on);
 
     // Runs a shell command line on the node. timeOut in milliseconds, 0 means no limit.
     //   exit code 0 -> run status 0; any other -> 2; ended by signal n -> exit code 128 + n and 2;

@@ -17,7 +17,9 @@ constexpr int kInput = STDIN_FILENO;
 constexpr std::chrono::milliseconds kAnswerTime{250};
 // The bytes of one late answer follow one another at once.
 constexpr std::chrono::milliseconds kRestOfAnswerTime{50};
-constexpr std::size_t kMostReadAhead = 1024 * 1024;
+constexpr std::chrono::milliseconds kRestOfPasteTime{5};
+constexpr std::chrono::milliseconds kNoTime{0};
+constexpr std::size_t kMostReadAhead = std::size_t{1024} * 1024;
 constexpr unsigned int kMostPositionDigits = 5;
 
 std::atomic<bool> dropRequested{false};
@@ -40,25 +42,36 @@ Terminal::~Terminal() {
     release();
 }
 
-Terminal::Hold::Hold(Terminal& held, std::function<void()> onResume) : terminal(held) {
+Terminal::Hold::Hold(Terminal& held, std::function<void()> onResume)
+    : terminal(held), suspendedBefore(held.holds > 0 && held.suspended) {
     terminal.noticeOtherInput();
-    terminal.held = true;
+    ++terminal.holds;
     terminal.resumed = std::move(onResume);
-    terminal.enter();
+    renew();
 }
 
 Terminal::Hold::~Hold() {
-    // Whatever arrived up to now was typed for the shell. Left in the terminal, the part that a
-    // long paste has not pushed through yet would be echoed by the terminal now and again by the
-    // editor.
-    terminal.readWhatIsThere();
-    terminal.held = false;
     terminal.mute = false;
     terminal.resumed = nullptr;
-    terminal.release();
+    if (terminal.holds == 1 || suspendedBefore) {
+        terminal.release();
+    }
+    --terminal.holds;
+}
+
+void Terminal::Hold::renew() {
+    terminal.suspended = false;
+    terminal.enter();
 }
 
 void Terminal::release() {
+    if (isHeld()) {
+        // Whatever arrived up to now was typed for the shell. Left in the terminal, the part that a
+        // long paste has not pushed through yet would be echoed by the terminal now and again by
+        // the editor.
+        readWhatIsThere();
+    }
+    suspended = true;
     TerminalMode::leave();
 }
 
@@ -70,9 +83,9 @@ void Terminal::enter() {
     isTerminal = TerminalMode::enter();
 }
 
-void Terminal::leaveUnlessHeld() {
-    if (!held) {
-        release();
+void Terminal::leave() {
+    if (!isHeld()) {
+        TerminalMode::leave();
     }
 }
 
@@ -139,14 +152,17 @@ Terminal::Filled Terminal::fill(const Clock::time_point* deadline) {
     char buffer[4096];
     // Only the editor reads on; a single key, and input that is no terminal, leaves the rest where
     // it is.
-    const std::size_t wanted = held && isTerminal ? sizeof buffer : 1;
+    const std::size_t wanted = isHeld() && isTerminal ? sizeof buffer : 1;
     for (;;) {
         if (!waitForInput(deadline)) {
             return Filled::kLate;
         }
         const ssize_t got = read(kInput, buffer, wanted);
         if (got > 0) {
+            // An interrupt that came before these bytes must not take them along later.
+            obeyDrop();
             ahead.append(buffer, static_cast<std::size_t>(got));
+            burst = burst || got > 1;
             return Filled::kBytes;
         }
         if (got < 0 && (errno == EINTR || errno == EAGAIN)) {
@@ -163,13 +179,17 @@ void Terminal::readWhatIsThere() {
     if (!isTerminal) {
         return;
     }
-    const Clock::time_point now = Clock::now();
-    while (ahead.size() - aheadBegin < kMostReadAhead && fill(&now) == Filled::kBytes) {
+    // A paste comes through the terminal in pieces.
+    const std::chrono::milliseconds patience = burst ? kRestOfPasteTime : kNoTime;
+    Clock::time_point deadline = Clock::now() + patience;
+    while (ahead.size() - aheadBegin < kMostReadAhead && fill(&deadline) == Filled::kBytes) {
+        deadline = Clock::now() + patience;
     }
+    burst = false;
 }
 
 int Terminal::readKey() {
-    if (!held) {
+    if (!isHeld()) {
         noticeOtherInput();
     }
     obeyDrop();
@@ -194,7 +214,7 @@ int Terminal::readKey() {
             break;
         }
     }
-    leaveUnlessHeld();
+    leave();
     return key;
 }
 
@@ -282,7 +302,7 @@ bool Terminal::awaitReport(Report& report) {
 void Terminal::cursorPosition(unsigned int& row, unsigned int& column) {
     row = 0;
     column = 0;
-    if (!held) {
+    if (!isHeld()) {
         noticeOtherInput();
     }
     enter();
@@ -292,16 +312,16 @@ void Terminal::cursorPosition(unsigned int& row, unsigned int& column) {
         if (!mute) {
             std::cout << "\x1b[6n" << std::flush;
             answered = awaitReport(report);
-            mute = held && !answered;
+            mute = isHeld() && !answered;
         }
     } else {
         const Clock::time_point now = Clock::now();
         answered = (aheadBegin < ahead.size() || fill(&now) == Filled::kBytes) &&
-                   takeReportAtFront(report, std::chrono::milliseconds(0));
+                   takeReportAtFront(report, kNoTime);
     }
     if (answered) {
         row = report.row;
         column = report.column;
     }
-    leaveUnlessHeld();
+    leave();
 }

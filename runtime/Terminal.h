@@ -19,7 +19,8 @@ class Terminal {
 public:
     // Keeps the terminal in key mode from here to the end of the object's life, so that keys typed
     // between two reads are not echoed by the terminal. What has been typed ahead by then is read
-    // before the mode is put back; the next key comes from there. Holds do not nest.
+    // before the mode is put back; the next key comes from there. Holds nest: the mode ends with
+    // the outermost.
     class Hold {
     public:
         // onResume is called from readKey, in the reading thread, after the process was stopped and
@@ -29,8 +30,12 @@ public:
         Hold& operator=(const Hold&) = delete;
         ~Hold();
 
+        // Takes the mode again after release().
+        void renew();
+
     private:
         Terminal& terminal;
+        bool suspendedBefore;
     };
 
     // The one terminal of the process.
@@ -53,7 +58,8 @@ public:
     // all the same is taken.
     void cursorPosition(unsigned int& row, unsigned int& column);
 
-    // Puts the mode back at once; the next key takes it again.
+    // Puts the mode back in spite of the holds, for a command that is about to run. Until one of
+    // them is renewed, only a hold that begins later, or else a single key, takes the mode.
     void release();
 
     // Forgets what was typed ahead, as the terminal itself does on Ctrl+C. For signal handlers and
@@ -76,7 +82,8 @@ private:
     Terminal() = default;
 
     void enter();
-    void leaveUnlessHeld();
+    void leave();
+    bool isHeld() const { return holds > 0 && !suspended; }
     void noticeOtherInput();
     void obeyDrop();
     bool waitForInput(const Clock::time_point* deadline);
@@ -94,8 +101,10 @@ private:
     timespec inputChanged = {};
     std::function<void()> resumed;
     unsigned int unanswered = 0;  // questions for the cursor position that may still be answered
-    bool held = false;
-    bool mute = false;  // the terminal has not answered within this hold
+    unsigned int holds = 0;
+    bool suspended = false;  // released in spite of the holds
+    bool mute = false;       // the terminal has not answered within this hold
+    bool burst = false;      // more keys have come at once than one was waited for
     bool isTerminal = false;
     bool hungUp = false;
 };

@@ -55,7 +55,8 @@ public:
                                                Deadline deadline);
     // Makes the handshake on an accepted socket. When the peer is refused it is given up to a
     // second to read the alert that says why, then TlsError says the same to the log.
-    static std::unique_ptr<TlsChannel> accept(UniqueFd socket, std::shared_ptr<TlsContext> context,
+    static std::unique_ptr<TlsChannel> accept(UniqueFd accepted,
+                                              std::shared_ptr<TlsContext> context,
                                               Deadline deadline);
 
     TlsChannel(const TlsChannel&) = delete;
@@ -110,7 +111,7 @@ private:
         void operator()(SSL* doomed) const { SSL_free(doomed); }
     };
 
-    TlsChannel(UniqueFd socket, std::shared_ptr<TlsContext> context, std::string peer);
+    TlsChannel(UniqueFd connected, std::shared_ptr<TlsContext> shared, std::string peerAddress);
     void expectAddress(const std::string& address);
     void handshake(const std::string& dialled, Deadline deadline);
     void checkAlpn();

@@ -21,7 +21,7 @@
 
 namespace {
 
-constexpr off_t kMaxPemBytes = 4 * 1024 * 1024;
+constexpr off_t kMaxPemBytes = off_t{4} * 1024 * 1024;
 // A full handshake brings two tickets; more than a few per node are never used before they age.
 constexpr std::size_t kSessionsPerPeer = 4;
 constexpr std::size_t kMaxPeers = 8192;
@@ -242,17 +242,17 @@ struct TlsContext::Material {
     std::vector<Certificate> authorities;
     PrivateKey key;
 
-    explicit Material(const TlsFiles& files) {
-        if (files.certificateFile.empty()) {
+    explicit Material(const TlsFiles& source) {
+        if (source.certificateFile.empty()) {
             throw CException(
                 "No certificate file is configured: the TLS connection to a node"
                 " needs CERTIFICATE_FILE.");
         }
-        const PemText text(files.certificateFile);
-        chain = readCertificates(text, files.certificateFile);
-        readPrivateKey(files, text);
-        if (!files.caFile.empty()) {
-            authorities = readCertificates(PemText(files.caFile), files.caFile);
+        const PemText text(source.certificateFile);
+        chain = readCertificates(text, source.certificateFile);
+        readPrivateKey(source, text);
+        if (!source.caFile.empty()) {
+            authorities = readCertificates(PemText(source.caFile), source.caFile);
         } else {
             for (std::size_t i = 1; i < chain.size(); ++i) {
                 X509_up_ref(chain[i].get());
@@ -260,7 +260,7 @@ struct TlsContext::Material {
             }
         }
         if (authorities.empty()) {
-            throw CException("The certificate file \"" + files.certificateFile +
+            throw CException("The certificate file \"" + source.certificateFile +
                              "\" holds no CA certificate after its first certificate: there would"
                              " be nobody to trust.");
         }
@@ -270,17 +270,18 @@ private:
     bool fits() const { return key && X509_check_private_key(chain.front().get(), key.get()) == 1; }
 
     // The key file first; a key inside the certificate file serves where that one does not.
-    void readPrivateKey(const TlsFiles& files, const PemText& certificateText) {
+    void readPrivateKey(const TlsFiles& source, const PemText& certificateText) {
         std::string problem;
-        const bool separate = !files.privateKeyFile.empty();
+        const bool separate = !source.privateKeyFile.empty();
         if (separate) {
             try {
-                key = readKey(PemText(files.privateKeyFile), &problem);
+                key = readKey(PemText(source.privateKeyFile), &problem);
             } catch (const CException& unreadable) {
                 problem = unreadable.getErrMsg();
             }
             if (key && !fits()) {
-                problem = "does not belong to the certificate in \"" + files.certificateFile + "\"";
+                problem =
+                    "does not belong to the certificate in \"" + source.certificateFile + "\"";
             }
             if (fits()) {
                 return;
@@ -296,7 +297,7 @@ private:
             problem = key ? "holds a private key that does not belong to its first certificate"
                           : insideProblem;
         }
-        const std::string& named = separate ? files.privateKeyFile : files.certificateFile;
+        const std::string& named = separate ? source.privateKeyFile : source.certificateFile;
         throw CException(problem.rfind("Can not", 0) == 0
                              ? problem
                              : "The file \"" + named + "\" " + problem + ".");

@@ -43,9 +43,7 @@ std::string commonContinuation(const std::list<std::string>& candidates,
 AutoHistoryCommandLineRetriever::AutoHistoryCommandLineRetriever(
     CShellExecutionContext* newContext, CCmdHistory* newHistory,
     CShellExecutionContextAutoCompleteAdapter* newAdapter)
-    : executionContext(newContext),
-      history(newHistory),
-      autoCompleteAdapter(newAdapter) {}
+    : executionContext(newContext), history(newHistory), autoCompleteAdapter(newAdapter) {}
 
 AutoHistoryCommandLineRetriever::~AutoHistoryCommandLineRetriever() = default;
 

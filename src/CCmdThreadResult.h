@@ -10,7 +10,7 @@ class CResult;
 // the thread and the result deletes them.
 class CCmdThreadResult {
 public:
-    CCmdThreadResult(CNode* node, boost::thread* thread, CResult* result);
+    CCmdThreadResult(CNode* owner, boost::thread* worker, CResult* outcome);
 
     CNode* getNode() const;
     boost::thread* getThread() const;

@@ -88,11 +88,12 @@ CShellCommandSet::CShellCommandSet(std::string setName, std::string text)
     : name(std::move(setName)), description(std::move(text)) {}
 
 CShellCommandSet::~CShellCommandSet() {
-    if (parent != nullptr) {
-        parent->removeChildCommand(this);
+    if (owner != nullptr) {
+        owner->removeChildCommand(this);
     }
     for (CShellCommandSet* child : children) {
         child->parent = nullptr;
+        child->owner = nullptr;
         delete child;
     }
     for (const auto& entry : supportedCommands) {
@@ -215,6 +216,7 @@ void CShellCommandSet::addChildCommand(CShellCommandSet* child) {
     }
     children.push_back(child);
     child->parent = this;
+    child->owner = this;
 }
 
 void CShellCommandSet::removeChildCommand(CShellCommandSet* child) {
@@ -224,11 +226,13 @@ void CShellCommandSet::removeChildCommand(CShellCommandSet* child) {
     }
     children.remove(child);
     child->parent = nullptr;
+    child->owner = nullptr;
 }
 
 void CShellCommandSet::removeAllChildCommands() {
     for (CShellCommandSet* child : children) {
         child->parent = nullptr;
+        child->owner = nullptr;
     }
     children.clear();
 }

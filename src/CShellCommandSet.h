@@ -119,6 +119,9 @@ private:
 
     std::string name;
     CShellCommandSet* parent = nullptr;
+    // The set whose child list holds this one, which then outlives it. The parent alone, which
+    // anybody may set, may be gone before this set is.
+    CShellCommandSet* owner = nullptr;
     CONFIRM_TYPE_ENUM confirmType = NO;
     std::string confirmMessage;
     unsigned timeOut = 0;

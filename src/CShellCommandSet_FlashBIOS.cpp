@@ -41,7 +41,7 @@ ExitCode readExitCode(CNodeSession& session, const PackagedRun& run) {
 
 // Copies the named file to the node, where it lies under the same path, and returns that path.
 std::string stageFile(CNodeSession& session, const TypedLine& typed, const std::string& what) {
-    const std::string file = typed.path("f");
+    std::string file = typed.path("f");
     const std::string missing = what + ", " + file + ", does not exist!";
     std::string baseName;
     CUtil::exec_cmd("basename " + pathtext::shellWord(file), &baseName);

@@ -10,8 +10,8 @@ class CShellCommandSet_Mem : public CShellCommandSet {
 public:
     CShellCommandSet_Mem();
 
-    // Always gives the node kReadTimeOutMs, whatever timeOutMs says: a node that takes longer to tell
-    // its memory usage is in trouble, and saying so quickly is the point of the command.
+    // Always gives the node kReadTimeOutMs, whatever timeOutMs says: a node that takes longer to
+    // tell its memory usage is in trouble, and saying so quickly is the point of the command.
     void execute(std::string commandLine, CNode* node, CResult& result,
                  unsigned int timeOutMs) override;
 

@@ -209,3 +209,7 @@ void CShellConfigReader::addNodeIntoConfig(CShellExecutionContext& context, CNod
 void CShellConfigReader::correctNodeConfig(CShellExecutionContext& context, CNode* node) {
     NodeConfigWriter(context.getNodeCfgFileName()).correct(*node);
 }
+
+std::list<std::string> resolveOptionToken(std::string token) {
+    return CShellConfigReader::resolveOptionToken(std::move(token));
+}

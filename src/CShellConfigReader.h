@@ -14,8 +14,6 @@ class ConfigErrorCollector;
 // faulty object is dropped, and reading goes on. Nothing is thrown for them. Main thread only.
 class CShellConfigReader {
 public:
-    CShellConfigReader() = delete;
-
     // Reads the three files that the context names. The SSL file comes first, because reading the
     // node file contacts the agents; its findings are nevertheless recorded last.
     static void readConfig(CShellExecutionContext& context, ConfigErrorCollector* errors);
@@ -57,3 +55,6 @@ public:
     // Replaces the MAC on the lines that hold the node's name and address.
     static void correctNodeConfig(CShellExecutionContext& context, CNode* node);
 };
+
+// CShellConfigReader::resolveOptionToken under the name of its own.
+std::list<std::string> resolveOptionToken(std::string token);

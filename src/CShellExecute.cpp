@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <exception>
 #include <iostream>
 #include <sstream>
@@ -24,6 +25,7 @@
 #include "SSLClient.h"
 #include "ShellLogging.h"
 #include "StopWatch.h"
+#include "Terminal.h"
 
 // The engine: one command, one worker for each target, the waits, the report.
 
@@ -46,6 +48,8 @@ unsigned int firstNonZero(std::initializer_list<unsigned int> candidates) {
 
 // One key, asked for with the prompt; the newline that the user does not type is printed.
 int askKey(const std::string& prompt) {
+    // An answer that comes as soon as the question is seen must not be echoed by the terminal.
+    const Terminal::Hold keyMode(Terminal::standard());
     std::cout << prompt << std::flush;
     const int key = CUtil::mygetch();
     std::cout << std::endl;
@@ -55,6 +59,29 @@ int askKey(const std::string& prompt) {
 std::string quotedCommand(const std::string& request) {
     return "Command \"" + request + "\" is canceled for ";
 }
+
+// Keeps Ctrl+C away from this thread for a moment. Its handler does not restart system calls, and
+// the standard streams take an interrupted write for an error, after which they drop everything.
+class InterruptHeld {
+public:
+    InterruptHeld() {
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGINT);
+        held = ::pthread_sigmask(SIG_BLOCK, &signals, &previous) == 0;
+    }
+    InterruptHeld(const InterruptHeld&) = delete;
+    InterruptHeld& operator=(const InterruptHeld&) = delete;
+    ~InterruptHeld() {
+        if (held) {
+            static_cast<void>(::pthread_sigmask(SIG_SETMASK, &previous, nullptr));
+        }
+    }
+
+private:
+    sigset_t previous{};
+    bool held = false;
+};
 
 std::string withoutQuestionMark(std::string message) {
     CUtil::removeTailQuestionMark(&message);
@@ -115,6 +142,7 @@ int CShell::executeJob(CCommandExecutionContext* cmd, ConfigErrorCollector* erro
         return kNothingRun;
     }
     cmd->setValidCommand(true);
+    Terminal::standard().release();
     log->pointResultsAt(installPath + kDumpDirectory + "cmd_" + std::to_string(currentSequence) +
                         ".log");
     SSLClient::setCommandSequence(currentSequence);
@@ -298,6 +326,7 @@ void CShell::reportResult(const std::string& label, const CResult& result, bool 
     }
     const std::string summary = result.getRunSummary();
     const bool filtered = fromNode && ::isatty(STDOUT_FILENO) == 1;
+    const InterruptHeld untilPrinted;
     std::cout << head.str() << (filtered ? escapeForTerminal(summary) : summary) << std::endl;
     log->result(head.str() + summary);
 }

@@ -15,6 +15,7 @@
 #include "ConfigErrorCollector.h"
 #include "OutputFilter.h"
 #include "ShellLogging.h"
+#include "Terminal.h"
 
 // The interactive loop.
 
@@ -59,10 +60,13 @@ int CShell::runInteractive(std::list<std::string>& words) {
         CCmdHistory history;
         CShellExecutionContextAutoCompleteAdapter candidates(context.get());
         AutoHistoryCommandLineRetriever editor(context.get(), &history, &candidates);
+        // Keys are read from here on, whatever runs between two lines: what is typed or pasted then
+        // is drawn once, by the editor. A command gets the terminal back; see executeJob.
+        Terminal::Hold keyMode(Terminal::standard());
         bool ended = false;
         while (!ended) {
+            keyMode.renew();
             editor.printCommandPrompt();
-            static_cast<void>(std::fflush(stdout));
             Line line;
             line.text = editor.getCommandLine();
             std::cout << std::endl;

@@ -17,19 +17,19 @@ class CommandOutcome;
 // live until it ends. No exception leaves it.
 class CThreadWrapperOfCommand {
 public:
-    // request  the command line, as the set's execute takes it
-    // set      the set that owns the command; not owned
-    // node     null for a command of the master; copied
-    // result   not owned; must live until the run ends. Written once, at the end, and only when the
-    //          run took less than the time-out
-    // timeOut  milliseconds; 0 means no limit
-    CThreadWrapperOfCommand(std::string request, CShellCommandSet& set, CNode* node,
-                            CResult* result, unsigned int timeOut);
+    // commandRequest  the command line, as the set's execute takes it
+    // commandSet      the set that owns the command; not owned
+    // target          null for a command of the master; copied
+    // callersResult   not owned; must live until the run ends. Written once, at the end, and only
+    //                 when the run took less than the time-out
+    // limit           the time-out in milliseconds; 0 means none
+    CThreadWrapperOfCommand(std::string commandRequest, CShellCommandSet& commandSet, CNode* target,
+                            CResult* callersResult, unsigned int limit);
     // The engine's form, with a place for the outcome that outlives both sides: where the run is
     // too late, or the place is closed, the outcome is dropped. announce() must have been called
     // for each thread that runs such an object.
-    CThreadWrapperOfCommand(std::string request, CShellCommandSet& set, CNode* node,
-                            std::shared_ptr<CommandOutcome> outcome, unsigned int timeOut);
+    CThreadWrapperOfCommand(std::string commandRequest, CShellCommandSet& commandSet, CNode* target,
+                            std::shared_ptr<CommandOutcome> outcome, unsigned int limit);
 
     // The thread's body.
     void operator()();

@@ -4,7 +4,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <regex>
 #include <set>
 #include <spawn.h>
 #include <sstream>
@@ -16,10 +15,11 @@
 #include <gmock/gmock.h>
 #include <pty.h>
 
-#include "Eventually.h"
 #include "LocalCluster.h"
+#include "ResultBlocks.h"
 #include "StopWatch.h"
 #include "UniqueFd.h"
+#include "WaitFor.h"
 
 namespace {
 
@@ -27,20 +27,6 @@ using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using ::testing::StartsWith;
-
-std::string withoutTimes(const std::string& text) {
-    return std::regex_replace(text, std::regex("\\([0-9]+ms\\)"), "(ms)");
-}
-
-// The names of the result blocks, in the order printed.
-std::vector<std::string> blockNames(const std::string& output) {
-    const std::regex head("(^|\n)\\[([^\\]\n]+)\\] \\([0-9]+ms\\)\n");
-    std::vector<std::string> names;
-    for (std::sregex_iterator at(output.begin(), output.end(), head), end; at != end; ++at) {
-        names.push_back((*at)[2]);
-    }
-    return names;
-}
 
 // The result block of one node, without its head.
 std::string block(const std::string& output, int node) {
@@ -92,7 +78,8 @@ public:
                   ::write(terminal.get(), keys.data(), keys.size()));
     }
     bool shows(const std::string& text) {
-        return eventually([&] { return screen().find(text) != std::string::npos; });
+        return waitFor([&] { return screen().find(text) != std::string::npos; },
+                       std::chrono::seconds(60));
     }
     std::string screen() {
         const std::lock_guard<std::mutex> lock(mutex);
@@ -346,7 +333,7 @@ TEST(ShellCluster, InterruptDuringACommandChangesNothing) {
     OnTerminal kelsh(cluster.kelshLine("lab wait -g all -t 30000"));
     for (int node = 0; node < 2; ++node) {
         ASSERT_TRUE(
-            eventually([&] { return std::filesystem::exists(cluster.nodePath(node) + "/begun"); }));
+            waitFor([&] { return std::filesystem::exists(cluster.nodePath(node) + "/begun"); }));
     }
     kelsh.type("\x03");
     EXPECT_TRUE(kelsh.shows("Do not use Ctrl+C to terminate this program."));
@@ -354,7 +341,5 @@ TEST(ShellCluster, InterruptDuringACommandChangesNothing) {
         std::ofstream(cluster.nodePath(node) + "/go") << "";
     }
     EXPECT_EQ(0, kelsh.wait());
-    const std::string screen = kelsh.screen();
-    EXPECT_EQ(2U, blockNames(std::regex_replace(screen, std::regex("\r\n"), "\n")).size())
-        << screen;
+    EXPECT_EQ(2U, blockNames(kelsh.screen()).size()) << kelsh.screen();
 }

@@ -1,3 +1,8 @@
-kelsh_add_test_program(integration_files LABEL integration
+kelsh_add_test_program(integration_files LABEL integration TIMEOUT 300
     SOURCES
-    LIBRARIES kelsh_core)
+        AgentFilesTest.cpp
+        AgentToolsTest.cpp
+    LIBRARIES kelnode_core)
+if(TARGET integration_files)
+    add_dependencies(integration_files kelnode)
+endif()

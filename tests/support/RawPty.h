@@ -16,10 +16,10 @@
 // and output; nobody answers questions unless the test does.
 class RawPty {
 public:
-    RawPty() {
+    explicit RawPty(unsigned short rows = 24, unsigned short columns = 80) {
         winsize size = {};
-        size.ws_row = 24;
-        size.ws_col = 80;
+        size.ws_row = rows;
+        size.ws_col = columns;
         int ends[2];
         if (openpty(&ends[0], &ends[1], nullptr, nullptr, &size) != 0) {
             throw std::runtime_error("cannot open a pseudo terminal");
@@ -55,6 +55,12 @@ public:
             text.append(buffer, static_cast<std::size_t>(got));
         }
         return text;
+    }
+    // As the editor would; what is typed before it starts is then not edited by the terminal.
+    void enterKeyMode() const {
+        termios keys = mode();
+        keys.c_lflag &= ~static_cast<tcflag_t>(ICANON | ECHO);
+        tcsetattr(near.get(), TCSANOW, &keys);
     }
     void hangUp() { user.reset(); }
 

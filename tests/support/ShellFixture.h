@@ -19,9 +19,9 @@
 #include "CShellCommandSet_Basic.h"
 #include "CShellExecutionContext.h"
 #include "ConfigErrorCollector.h"
-#include "Eventually.h"
 #include "StandardInput.h"
 #include "TempDir.h"
+#include "WaitFor.h"
 
 // Holds up workers until it is opened.
 class Gate {
@@ -95,7 +95,7 @@ protected:
         put("ssl_master.cfg", "");
     }
     void TearDown() override {
-        EXPECT_TRUE(eventually([] { return CShell::runningWorkers() == 0; }));
+        EXPECT_TRUE(waitFor([] { return CShell::runningWorkers() == 0; }));
     }
 
     void put(const std::string& name, const std::string& text) const {

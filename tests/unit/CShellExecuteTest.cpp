@@ -1,22 +1,26 @@
+#include <algorithm>
 #include <atomic>
-#include <regex>
+#include <csignal>
+#include <fcntl.h>
 #include <stdexcept>
+#include <sys/ioctl.h>
+#include <thread>
+#include <unistd.h>
 
 #include <boost/thread/thread.hpp>
 
 #include "CException.h"
+#include "CNodeGroup.h"
 #include "CShellCommandSet.h"
 #include "CThreadWrapperOfCommand.h"
+#include "ResultBlocks.h"
 #include "ShellFixture.h"
+#include "StandardStreams.h"
 #include "StopWatch.h"
 
 namespace {
 
 using CShellExecute = EngineFixture;
-
-std::string withoutTimes(const std::string& text) {
-    return std::regex_replace(text, std::regex("\\([0-9]+ms\\)"), "(ms)");
-}
 
 void holdFor(long milliseconds) {
     StopWatch watch;
@@ -116,7 +120,7 @@ TEST_F(CShellExecute, HungNodeReportsTimedOutWithTheTimeOutAsRunTime) {
     EXPECT_EQ(1U, CShell::runningWorkers());
     EXPECT_LE(1U, CShell::abandonedWorkers());
     gate.open();
-    EXPECT_TRUE(eventually([] { return CShell::runningWorkers() == 0; }));
+    EXPECT_TRUE(waitFor([] { return CShell::runningWorkers() == 0; }));
 }
 
 TEST_F(CShellExecute, HungMasterCommandIsLeftRunning) {
@@ -126,7 +130,7 @@ TEST_F(CShellExecute, HungMasterCommandIsLeftRunning) {
     EXPECT_EQ("[local] (40ms)\nExitCode:5/0[TIMED_OUT], summary: \n", output);
     EXPECT_TRUE(request->isExecuted());
     gate.open();
-    EXPECT_TRUE(eventually([] { return CShell::runningWorkers() == 0; }));
+    EXPECT_TRUE(waitFor([] { return CShell::runningWorkers() == 0; }));
 }
 
 TEST_F(CShellExecute, WaitsForEachNodeFromItsOwnStart) {
@@ -138,7 +142,7 @@ TEST_F(CShellExecute, WaitsForEachNodeFromItsOwnStart) {
     EXPECT_EQ(5, execute("there -n n1,n2,n3 -t 100"));
     EXPECT_GE(watch.getTime(), 300);
     gate.open();
-    EXPECT_TRUE(eventually([] { return CShell::runningWorkers() == 0; }));
+    EXPECT_TRUE(waitFor([] { return CShell::runningWorkers() == 0; }));
 }
 
 TEST_F(CShellExecute, LateFinisherThatIsJoinedStillReadsAsTimedOut) {
@@ -158,7 +162,7 @@ TEST_F(CShellExecute, LateFinisherThatIsJoinedStillReadsAsTimedOut) {
         "[n2] (100ms)\nExitCode:5/0[TIMED_OUT], summary: \n",
         output);
     gate.open();
-    EXPECT_TRUE(eventually([] { return CShell::runningWorkers() == 0; }));
+    EXPECT_TRUE(waitFor([] { return CShell::runningWorkers() == 0; }));
 }
 
 TEST_F(CShellExecute, ShellMayGoWhileAWorkerHangs) {
@@ -174,7 +178,7 @@ TEST_F(CShellExecute, ShellMayGoWhileAWorkerHangs) {
     EXPECT_EQ(5, execute("there -n n1 -t 20"));
     shell.reset();
     gate.open();
-    EXPECT_TRUE(eventually([] { return CShell::runningWorkers() == 0; }));
+    EXPECT_TRUE(waitFor([] { return CShell::runningWorkers() == 0; }));
     EXPECT_TRUE(usedItsSet);
 }
 
@@ -187,7 +191,7 @@ TEST_F(CShellExecute, WorkerKeepsItsOwnCopyOfTheNode) {
     delete context->getNodeMap()["n1"];
     context->getNodeMap().clear();
     gate.open();
-    EXPECT_TRUE(eventually([] { return CShell::runningWorkers() == 0; }));
+    EXPECT_TRUE(waitFor([] { return CShell::runningWorkers() == 0; }));
     EXPECT_EQ("n1", set->calls().at(0).node);
 }
 
@@ -210,6 +214,33 @@ TEST_F(CShellExecute, InterruptedWorkerReadsAsTimedOut) {
     addNodes(1);
     set->behaviour = [](const auto&, CResult&) { throw boost::thread_interrupted(); };
     EXPECT_EQ(5, execute("there -n n1 -t 500"));
+}
+
+TEST_F(CShellExecute, ThousandNodesRunAtOnce) {
+    constexpr int kNodes = 1000;
+    auto* group = new CNodeGroup("all");
+    context->getNodeGroupList().push_back(group);
+    for (int i = 0; i < kNodes; ++i) {
+        const std::string name = "node_" + std::to_string(1000 + i);
+        auto* node = new CNode(name, "02:00:00:00:00:01", "127.0.0.1", 1);
+        context->getNodeMap()[name] = node;
+        group->addNode(node);
+    }
+    // None goes on before all are there.
+    std::atomic<int> arrived{0};
+    Gate gate;
+    set->behaviour = [&](const auto&, CResult& result) {
+        if (++arrived == kNodes) {
+            gate.open();
+        }
+        gate.wait();
+        result.setRunSummary("here");
+    };
+    EXPECT_EQ(0, execute("there -g all -t 60000"));
+    const std::vector<std::string> names = blockNames(output);
+    ASSERT_EQ(static_cast<std::size_t>(kNodes), names.size());
+    EXPECT_TRUE(std::is_sorted(names.begin(), names.end()));
+    EXPECT_EQ(0U, CShell::runningWorkers());
 }
 
 TEST_F(CShellExecute, MasterCommandIsNeverConfirmed) {
@@ -302,6 +333,48 @@ TEST_F(CShellExecute, EarlierNodesRunWhileLaterPromptsAreAsked) {
     ASSERT_EQ(1, ::write(writeEnd.get(), "y", 1));
     EXPECT_EQ(0, execute("there -n n1,n2"));
     EXPECT_EQ(2U, set->calls().size());
+}
+
+TEST_F(CShellExecute, InterruptWhileAResultIsPrintedLosesNothing) {
+    const std::string text(1000000, 'x');
+    set->behaviour = [&](const auto&, CResult& result) { result.setRunSummary(text); };
+    struct sigaction action {};
+    struct sigaction before {};
+    action.sa_handler = &signalHandler;
+    ASSERT_EQ(0, ::sigaction(SIGINT, &action, &before));
+    int ends[2];
+    ASSERT_EQ(0, ::pipe2(ends, O_CLOEXEC));
+    const UniqueFd readEnd(ends[0]);
+    UniqueFd writeEnd(ends[1]);
+    const int capacity = ::fcntl(ends[0], F_GETPIPE_SZ);
+    std::string printed;
+    const pthread_t printer = ::pthread_self();
+    std::thread reader([&] {
+        EXPECT_TRUE(waitFor([&] {
+            int waiting = 0;
+            return ::ioctl(readEnd.get(), FIONREAD, &waiting) == 0 && waiting == capacity;
+        }));
+        // The pipe is full: the printing thread is held up in the middle of the text.
+        ::pthread_kill(printer, SIGINT);
+        char bytes[65536];
+        for (;;) {
+            const ssize_t count = ::read(readEnd.get(), bytes, sizeof bytes);
+            if (count <= 0) {
+                return;
+            }
+            printed.append(bytes, static_cast<std::size_t>(count));
+        }
+    });
+    request.reset(shell->processCommandOption("here", *context, &errors));
+    {
+        const RedirectedFd toPipe(STDOUT_FILENO, writeEnd.get());
+        writeEnd.reset();
+        EXPECT_EQ(0, shell->execute(request.get(), &errors));
+    }
+    reader.join();
+    ::sigaction(SIGINT, &before, nullptr);
+    EXPECT_EQ("[local] (ms)\n" + text + "\nDo not use Ctrl+C to terminate this program.\n",
+              withoutTimes(printed));
 }
 
 namespace {

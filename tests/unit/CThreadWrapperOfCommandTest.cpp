@@ -1,5 +1,6 @@
 #include <memory>
 #include <stdexcept>
+#include <sys/socket.h>
 
 #include <boost/thread/exceptions.hpp>
 #include <gtest/gtest.h>
@@ -7,10 +8,12 @@
 #include "CException.h"
 #include "CNode.h"
 #include "CResult.h"
+#include "CSSLConfig.h"
 #include "CThreadWrapperOfCommand.h"
 #include "CommandOutcome.h"
 #include "ShellFixture.h"
 #include "StopWatch.h"
+#include "TlsFixture.h"
 
 namespace {
 
@@ -122,6 +125,87 @@ TEST_F(CThreadWrapperOfCommandTest, ClosedPlaceTakesNoOutcome) {
     EXPECT_EQ(before, CThreadWrapperOfCommand::running());
     EXPECT_FALSE(place->close(&result));
     EXPECT_EQ(EXEC_TIMED_OUT, result.getRunStatus());
+}
+
+namespace {
+
+// A set of cmd.cfg's kind, whose command goes to the node's agent.
+class CThreadWrapperOfCommandOnNode : public TlsFixture {
+protected:
+    CThreadWrapperOfCommandOnNode() {
+        set.addSupportedCommand(new CShellCommand("look", "Looks.", "ls /", SCRIPT, SLAVE));
+        CSSLConfig::getInstance()->setCertificateFile(master.certificateFile);
+        result.setRunStatus(EXEC_TIMED_OUT);
+    }
+    ~CThreadWrapperOfCommandOnNode() override { CSSLConfig::getInstance()->setCertificateFile(""); }
+    void run(const std::string& mac, const FakeNodeAgent& agent, unsigned int timeOut = 20000) {
+        CNode target("n1", mac, "127.0.0.1", static_cast<unsigned int>(agent.port()));
+        CThreadWrapperOfCommand("look", set, &target, &result, timeOut)();
+    }
+
+    CShellCommandSet set{"lab", "For tests."};
+    CResult result;
+};
+
+}  // namespace
+
+TEST_F(CThreadWrapperOfCommandOnNode, RunsTheCommandOnTheNodeThatIsTheConfiguredOne) {
+    FakeNode machine;
+    machine.onCommand = [](const std::string&) { return FakeNode::Reply{"boot etc", 0}; };
+    const FakeNodeAgent agent(filesOf(node), machine.script());
+    run("02:00:00:00:00:01", agent);
+    EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus());
+    EXPECT_EQ("boot etc", result.getRunSummary());
+    EXPECT_EQ(std::vector<std::string>{"ls /"}, machine.commands());
+}
+
+TEST_F(CThreadWrapperOfCommandOnNode, AnotherMachineIsRejectedAndNeverGetsTheCommand) {
+    FakeNode machine;
+    machine.macAddress = "02:00:00:00:00:AB";
+    const FakeNodeAgent agent(filesOf(node), machine.script());
+    for (const char* configured : {"02:00:00:00:00:01", "02:00:00:00:00:ab"}) {
+        run(configured, agent);
+        EXPECT_EQ(EXEC_REJECTED, result.getRunStatus());
+        EXPECT_EQ(
+            std::string("Node n1: IP(127.0.0.1) and MAC(") + configured + ") are not matched!",
+            result.getRunSummary());
+    }
+    EXPECT_TRUE(machine.commands().empty());
+}
+
+TEST_F(CThreadWrapperOfCommandOnNode, AgentThatCannotTellItsMacIsTrusted) {
+    FakeNode machine;
+    machine.macAddress = "";
+    const FakeNodeAgent agent(filesOf(node), machine.script());
+    run("02:00:00:00:00:01", agent);
+    EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus());
+    EXPECT_EQ(1U, machine.commands().size());
+}
+
+TEST_F(CThreadWrapperOfCommandOnNode, NodeThatTakesTheConnectionAndHangsIsTimedOutWithTheReason) {
+    const FakeNodeAgent agent([](int connection) {
+        char byte = 0;
+        while (::recv(connection, &byte, 1, 0) > 0) {
+        }
+    });
+    run("02:00:00:00:00:01", agent, 900);
+    EXPECT_EQ(EXEC_TIMED_OUT, result.getRunStatus());
+    EXPECT_NE(std::string::npos, result.getRunSummary().find("did not answer in time"))
+        << result.getRunSummary();
+    EXPECT_LT(result.getRunTime(), 900);
+}
+
+TEST_F(CThreadWrapperOfCommandOnNode, NodeThatRefusesTheConnectionIsAFailure) {
+    int port = 0;
+    {
+        const FakeNodeAgent gone([](int) {});
+        port = gone.port();
+    }
+    CNode target("n1", "02:00:00:00:00:01", "127.0.0.1", static_cast<unsigned int>(port));
+    CThreadWrapperOfCommand("look", set, &target, &result, 20000)();
+    EXPECT_EQ(EXEC_FAILURE, result.getRunStatus());
+    EXPECT_NE(std::string::npos, result.getRunSummary().find("Connection refused"))
+        << result.getRunSummary();
 }
 
 TEST(CommandOutcome, GivesWhatWasPublishedOnce) {

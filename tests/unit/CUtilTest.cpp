@@ -220,8 +220,10 @@ TEST(CUtilValidators, HostName) {
     for (const std::string& bad :
          {std::string(), std::string("-a"), std::string("a-"), std::string("a..b"),
           std::string(".a"), std::string("a."), std::string("a b"), std::string("a_b"), label + "a",
-          longest + "b", std::string("n\xc3\xb6" "de"), std::string("a;b"), std::string("a\n"),
-          std::string("a\0b", 3), std::string("a.-b")}) {
+          longest + "b",
+          std::string("n\xc3\xb6"
+                      "de"),
+          std::string("a;b"), std::string("a\n"), std::string("a\0b", 3), std::string("a.-b")}) {
         EXPECT_FALSE(CUtil::validateHostnameFormat(bad)) << bad;
     }
 }

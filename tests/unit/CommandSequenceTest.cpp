@@ -15,9 +15,9 @@
 #include <semaphore.h>
 
 #include "CommandSequence.h"
-#include "Eventually.h"
 #include "TempDir.h"
 #include "UniqueFd.h"
+#include "WaitFor.h"
 
 namespace {
 
@@ -157,7 +157,7 @@ TEST_F(CommandSequenceTest, FileLockHoldsBackAShellWithAnotherSemaphore) {
         EXPECT_EQ(9U, sequence.next());
         taken = true;
     });
-    EXPECT_TRUE(eventually([&] {
+    EXPECT_TRUE(waitFor([&] {
         // The other one waits for the lock once it holds its semaphore.
         sem_t* semaphore = ::sem_open(name.c_str(), 0);
         if (semaphore == SEM_FAILED) {
@@ -192,7 +192,7 @@ TEST_F(CommandSequenceTest, BlockedSemaphoreIsNamedOnStandardErrorAndWaitedFor) 
     const UniqueFd hint(::open(log.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     ASSERT_EQ(STDERR_FILENO, ::dup2(hint.get(), STDERR_FILENO));
     std::thread releaser([&] {
-        EXPECT_TRUE(eventually([&] {
+        EXPECT_TRUE(waitFor([&] {
             ::pthread_kill(waiter, SIGUSR1);
             struct stat status {};
             return ::fstat(hint.get(), &status) == 0 && status.st_size > 0;

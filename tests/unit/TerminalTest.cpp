@@ -98,11 +98,15 @@ TEST_F(TerminalTest, WhatWasTypedInOneHoldIsReadInTheNext) {
     EXPECT_EQ(pty.shown("f", 0), "") << "keys were echoed";
 }
 
-TEST_F(TerminalTest, ReleaseGivesTheModeBackAndTheNextKeyTakesItAgain) {
+TEST_F(TerminalTest, ReleaseGivesTheModeBackInSpiteOfTheHolds) {
     connect();
-    const Terminal::Hold hold(terminal());
+    const Terminal::Hold outer(terminal());
+    { const Terminal::Hold inner(terminal()); }
+    EXPECT_FALSE(pty.echoes());
+    pty.type("a");
     terminal().release();
     EXPECT_TRUE(pty.echoes());
+    EXPECT_EQ(read(1), "a");
     std::thread user([&] {
         while (pty.echoes()) {
             std::this_thread::yield();
@@ -111,6 +115,8 @@ TEST_F(TerminalTest, ReleaseGivesTheModeBackAndTheNextKeyTakesItAgain) {
     });
     EXPECT_EQ(terminal().readKey(), 'k');
     user.join();
+    EXPECT_TRUE(pty.echoes()) << "a single key leaves the released terminal as it was";
+    const Terminal::Hold again(terminal());
     EXPECT_FALSE(pty.echoes());
 }
 

@@ -3,5 +3,6 @@ kelsh_add_test_program(unit_editor LABEL unit
         AbstractCommandLineRetrieverTest.cpp
         AutoHistoryCommandLineRetrieverTest.cpp
         CCmdHistoryTest.cpp
+        EditorScreenTest.cpp
         TerminalTest.cpp
-    LIBRARIES kelsh_core util)
+    LIBRARIES kelsh_core vterm util)

@@ -1,0 +1,427 @@
+#include <random>
+#include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "CException.h"
+#include "FileDigest.h"
+#include "LocalAgent.h"
+
+namespace {
+
+using protocol::FrameType;
+
+constexpr std::uint64_t kMebi = 1024 * 1024;
+
+std::string digestOf(const std::string& content) {
+    FileDigest digest;
+    digest.update(content.data(), content.size());
+    return digest.finish();
+}
+
+std::string dataFrame(const std::string& bytes) {
+    return protocol::encodeHeader({static_cast<std::uint32_t>(bytes.size()), FrameType::kData, 0}) +
+           bytes;
+}
+
+// The answer to a transfer, for comparing.
+struct Answer {
+    FrameType type = FrameType::kError;
+    std::uint16_t code = 0;
+    std::string text;
+    std::string content;
+    std::uint32_t mode = 0;
+    bool digestFits = false;
+};
+
+Answer decodeAnswer(const protocol::Frame& frame) {
+    Answer answer;
+    answer.type = frame.header.type;
+    if (answer.type == FrameType::kError) {
+        protocol::Error error;
+        protocol::decode(frame.body, error);
+        answer.code = error.code;
+        answer.text = error.text;
+    } else if (answer.type == FrameType::kResult) {
+        protocol::Result result;
+        protocol::decode(frame.body, result);
+        answer.text = result.text;
+    }
+    return answer;
+}
+
+void sendPut(TlsChannel& channel, const std::string& path, std::uint64_t size,
+             std::uint32_t mode = 0644, std::uint32_t timeOutMs = 0) {
+    protocol::Put put;
+    put.path = path;
+    put.size = size;
+    put.mode = mode;
+    put.timeOutMs = timeOutMs;
+    channel.sendFrame(protocol::encode(put), LocalAgent::soon());
+}
+
+// Sends everything unless the agent objects, and returns its answer.
+Answer putFile(TlsChannel& channel, const std::string& path, const std::string& content,
+               std::uint32_t mode = 0644, std::string digest = "") {
+    sendPut(channel, path, content.size(), mode);
+    bool wanted = true;
+    for (std::size_t at = 0; wanted && at < content.size(); at += protocol::kDataChunkBytes) {
+        wanted = channel.sendFrameUnlessAnswered(
+            dataFrame(content.substr(at, protocol::kDataChunkBytes)), LocalAgent::soon());
+    }
+    if (wanted) {
+        protocol::End end;
+        end.digest = digest.empty() ? digestOf(content) : digest;
+        channel.sendFrameUnlessAnswered(protocol::encode(end), LocalAgent::soon());
+    }
+    return decodeAnswer(channel.receiveFrame(LocalAgent::soon()));
+}
+
+Answer getFile(TlsChannel& channel, const std::string& path,
+               const std::function<void()>& afterInfo = nullptr) {
+    protocol::Get get;
+    get.path = path;
+    channel.sendFrame(protocol::encode(get), LocalAgent::soon());
+    protocol::Frame frame = channel.receiveFrame(LocalAgent::soon());
+    if (frame.header.type != FrameType::kFileInfo) {
+        return decodeAnswer(frame);
+    }
+    protocol::FileInfo info;
+    protocol::decode(frame.body, info);
+    if (afterInfo) {
+        afterInfo();
+    }
+    std::string content;
+    for (;;) {
+        channel.receiveFrame(frame, LocalAgent::soon());
+        if (frame.header.type != FrameType::kData) {
+            break;
+        }
+        content += frame.body;
+    }
+    Answer answer = decodeAnswer(frame);
+    if (frame.header.type == FrameType::kEnd) {
+        protocol::End end;
+        protocol::decode(frame.body, end);
+        answer.digestFits = end.digest == digestOf(content) && content.size() == info.size;
+        answer.content = content;
+        answer.mode = info.mode;
+    }
+    return answer;
+}
+
+class AgentFiles : public testing::Test {
+protected:
+    AgentFiles() { std::filesystem::create_directory(directory()); }
+    ~AgentFiles() override {
+        if (mounted) {
+            ::umount2(mountPoint().c_str(), MNT_DETACH);
+        }
+    }
+
+    std::string directory() const { return agent.nodePath() + "files"; }
+    std::string file(const std::string& name) const { return directory() + "/" + name; }
+    std::string mountPoint() const { return file("mounted"); }
+    void write(const std::string& path, const std::string& content) const {
+        std::ofstream(path, std::ios::binary) << content;
+    }
+
+    // The agent runs as this user, in this mount name space.
+    void mountSmall(const char* options, unsigned long flags = 0) {
+        std::filesystem::create_directory(mountPoint());
+        ASSERT_EQ(::mount("tmpfs", mountPoint().c_str(), "tmpfs", flags, options), 0)
+            << "the agent's tests need root";
+        mounted = true;
+    }
+
+    void expectFault(const Answer& answer, const std::string& part,
+                     std::uint16_t code = protocol::kErrorFile) {
+        EXPECT_EQ(answer.type, FrameType::kError);
+        EXPECT_EQ(answer.code, code) << answer.text;
+        EXPECT_NE(answer.text.find(part), std::string::npos) << answer.text;
+    }
+
+    LocalAgent agent;
+    bool mounted = false;
+};
+
+}  // namespace
+
+TEST_F(AgentFiles, ContentAndModeAreKeptBothWays) {
+    const std::string content = std::string(300000, 'x') + std::string("\0\n\xff", 3);
+    const Answer saved = putFile(*agent.openChannel(), file("a"), content, 0751);
+    EXPECT_EQ(saved.type, FrameType::kResult);
+    EXPECT_NE(saved.text.find(file("a")), std::string::npos) << saved.text;
+    EXPECT_NE(saved.text.find("300003 bytes"), std::string::npos) << saved.text;
+    EXPECT_NE(saved.text.find(FileDigest::shortHex(digestOf(content))), std::string::npos);
+    EXPECT_EQ(LocalAgent::read(file("a")), content);
+    struct stat found {};
+    ASSERT_EQ(::stat(file("a").c_str(), &found), 0);
+    EXPECT_EQ(found.st_mode & 07777U, 0751U);
+    const Answer got = getFile(*agent.openChannel(), file("a"));
+    EXPECT_TRUE(got.digestFits);
+    EXPECT_EQ(got.content, content);
+    EXPECT_EQ(got.mode, 0751U);
+}
+
+TEST_F(AgentFiles, PrivilegeBitsAreDropped) {
+    write(file("tool"), "old");
+    ASSERT_EQ(::chmod(file("tool").c_str(), 06755), 0);
+    EXPECT_EQ(getFile(*agent.openChannel(), file("tool")).mode, 0755U);
+    EXPECT_EQ(putFile(*agent.openChannel(), file("tool"), "new", 07755).type, FrameType::kResult);
+    struct stat found {};
+    ASSERT_EQ(::stat(file("tool").c_str(), &found), 0);
+    EXPECT_EQ(found.st_mode & 07777U, 0755U);
+}
+
+TEST_F(AgentFiles, EmptyFileTravelsBothWays) {
+    EXPECT_EQ(putFile(*agent.openChannel(), file("empty"), "").type, FrameType::kResult);
+    EXPECT_TRUE(std::filesystem::exists(file("empty")));
+    EXPECT_TRUE(getFile(*agent.openChannel(), file("empty")).digestFits);
+}
+
+TEST_F(AgentFiles, OddNamesAreJustNames) {
+    for (const std::string& name :
+         {std::string(255, 'n'), std::string("two blanks  here"), std::string("quo\"te'"),
+          std::string("line\nbreak"), std::string("gr\xc3\xbc\xc3\x9f"), std::string("$(reboot)"),
+          std::string("\xff\xfe"), std::string("-rf")}) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(putFile(*agent.openChannel(), file(name), name).type, FrameType::kResult);
+        EXPECT_EQ(LocalAgent::read(file(name)), name);
+        EXPECT_EQ(getFile(*agent.openChannel(), file(name)).content, name);
+    }
+}
+
+TEST_F(AgentFiles, UnfitPathsAreRefusedWithTheReason) {
+    ASSERT_EQ(::mkfifo(file("fifo").c_str(), 0600), 0);
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"relative", "not an absolute path"}, {"", "not an absolute path"},
+        {directory(), "is a directory"},      {directory() + "/", "is a directory"},
+        {"/dev/null", "not a regular file"},  {file("fifo"), "not a regular file"},
+        {file("no/such"), "No such file"},    {file(std::string(256, 'n')), "File name too long"}};
+    for (const auto& item : cases) {
+        SCOPED_TRACE(item.first);
+        expectFault(putFile(*agent.openChannel(), item.first, "x"), item.second);
+        expectFault(getFile(*agent.openChannel(), item.first), item.second);
+    }
+    EXPECT_EQ(LocalAgent::list(directory()), std::vector<std::string>{"fifo"});
+}
+
+TEST_F(AgentFiles, FailedGetLeavesTheConnectionUsable) {
+    auto channel = agent.openChannel();
+    expectFault(getFile(*channel, file("missing")), "No such file");
+    write(file("there"), "content");
+    EXPECT_EQ(getFile(*channel, file("there")).content, "content");
+}
+
+TEST_F(AgentFiles, LinkIsReplacedAndNeverWrittenThrough) {
+    write(file("target"), "precious");
+    std::filesystem::create_symlink(file("target"), file("link"));
+    EXPECT_EQ(putFile(*agent.openChannel(), file("link"), "new").type, FrameType::kResult);
+    EXPECT_EQ(LocalAgent::read(file("target")), "precious");
+    EXPECT_FALSE(std::filesystem::is_symlink(file("link")));
+    EXPECT_EQ(LocalAgent::read(file("link")), "new");
+}
+
+TEST_F(AgentFiles, TargetThatKeepsChangingItsKindIsNeverWrittenThrough) {
+    write(file("precious"), "precious");
+    std::atomic<bool> stop{false};
+    std::thread changer([&] {
+        std::error_code ignored;
+        while (!stop) {
+            std::filesystem::remove_all(file("target"), ignored);
+            std::filesystem::create_symlink(file("precious"), file("target"), ignored);
+            std::filesystem::remove(file("target"), ignored);
+            std::filesystem::create_directory(file("target"), ignored);
+        }
+    });
+    for (int i = 0; i < 60; ++i) {
+        const Answer answer = putFile(*agent.openChannel(), file("target"), "new content");
+        EXPECT_TRUE(answer.type == FrameType::kResult || answer.code == protocol::kErrorFile)
+            << answer.text;
+    }
+    stop = true;
+    changer.join();
+    EXPECT_EQ(LocalAgent::read(file("precious")), "precious");
+    for (const std::string& name : LocalAgent::list(directory())) {
+        EXPECT_TRUE(name == "precious" || name == "target") << name;
+    }
+}
+
+TEST_F(AgentFiles, DamagedUploadLeavesTheOldFile) {
+    write(file("a"), "old");
+    expectFault(putFile(*agent.openChannel(), file("a"), "new", 0644, std::string(32, 'x')),
+                "damaged", protocol::kErrorDigest);
+    auto tooShort = agent.openChannel();
+    sendPut(*tooShort, file("a"), 10);
+    tooShort->sendFrame(dataFrame("12345") + protocol::encode(protocol::End{digestOf("12345")}),
+                        LocalAgent::soon());
+    expectFault(decodeAnswer(tooShort->receiveFrame(LocalAgent::soon())), "5 of 10",
+                protocol::kErrorDigest);
+    auto tooLong = agent.openChannel();
+    sendPut(*tooLong, file("a"), 3);
+    tooLong->sendFrame(dataFrame("12345"), LocalAgent::soon());
+    expectFault(decodeAnswer(tooLong->receiveFrame(LocalAgent::soon())), "More bytes",
+                protocol::kErrorDigest);
+    EXPECT_EQ(LocalAgent::read(file("a")), "old");
+    EXPECT_EQ(LocalAgent::list(directory()), std::vector<std::string>{"a"});
+}
+
+TEST_F(AgentFiles, UploadThatTakesTooLongSaysHowFarItGot) {
+    write(file("a"), "old");
+    auto channel = agent.openChannel();
+    sendPut(*channel, file("a"), 1000, 0644, 300);
+    channel->sendFrame(dataFrame("12345"), LocalAgent::soon());
+    expectFault(decodeAnswer(channel->receiveFrame(LocalAgent::soon())), "5 of 1000",
+                protocol::kErrorTimedOut);
+    EXPECT_EQ(LocalAgent::read(file("a")), "old");
+}
+
+TEST_F(AgentFiles, FullDiskIsReportedAndTheOldFileStays) {
+    mountSmall("size=2m");
+    const std::string path = mountPoint() + "/a";
+    write(path, "old");
+    expectFault(putFile(*agent.openChannel(), path, std::string(8 * kMebi, 'x')),
+                "No space left on device");
+    EXPECT_EQ(LocalAgent::read(path), "old");
+    EXPECT_EQ(LocalAgent::list(mountPoint()), std::vector<std::string>{"a"});
+    EXPECT_EQ(putFile(*agent.openChannel(), path, "fits").type, FrameType::kResult);
+}
+
+TEST_F(AgentFiles, ReadOnlyFileSystemIsReported) {
+    mountSmall("size=2m", MS_RDONLY);
+    expectFault(putFile(*agent.openChannel(), mountPoint() + "/a", "x"), "Read-only file system");
+}
+
+TEST_F(AgentFiles, CommandsRunOnAFullDiskToo) {
+    mountSmall("size=64k");
+    // The agent's own directory is what is full.
+    ASSERT_EQ(::mount(mountPoint().c_str(), agent.runPath().c_str(), nullptr, MS_BIND, nullptr), 0);
+    {
+        std::ofstream filler(mountPoint() + "/filler");
+        filler << std::string(kMebi, 'x');
+    }
+    CResult result;
+    agent.connect()->execute("echo still works", 20000, &result);
+    ::umount2(agent.runPath().c_str(), MNT_DETACH);
+    EXPECT_EQ(result.getRunSummary(), "still works\n");
+}
+
+TEST_F(AgentFiles, FileThatChangesWhileItIsReadIsRefused) {
+    const std::string big(64 * kMebi, 'x');
+    write(file("growing"), big);
+    expectFault(getFile(*agent.openChannel(), file("growing"),
+                        [&] { std::ofstream(file("growing"), std::ios::app) << "more"; }),
+                "while it was being read");
+    write(file("shrinking"), big);
+    expectFault(getFile(*agent.openChannel(), file("shrinking"),
+                        [&] { std::filesystem::resize_file(file("shrinking"), 1000); }),
+                "while it was being read");
+}
+
+TEST_F(AgentFiles, SeveralUploadsToOnePathLeaveOneOfThemWhole) {
+    std::vector<std::thread> threads;
+    for (char letter = 'a'; letter < 'i'; ++letter) {
+        threads.emplace_back([this, letter] {
+            EXPECT_EQ(
+                putFile(*agent.openChannel(), file("shared"), std::string(2 * kMebi, letter)).type,
+                FrameType::kResult);
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    const std::string content = LocalAgent::read(file("shared"));
+    ASSERT_EQ(content.size(), 2 * kMebi);
+    EXPECT_EQ(content, std::string(content.size(), content.front()));
+    EXPECT_EQ(LocalAgent::list(directory()), std::vector<std::string>{"shared"});
+}
+
+TEST_F(AgentFiles, MemoryDoesNotGrowWithTheFile) {
+    const std::uint64_t size = 256 * kMebi;
+    std::ofstream(file("sparse")).put('x');
+    std::filesystem::resize_file(file("sparse"), size);
+    auto channel = agent.openChannel();
+    protocol::Get get;
+    get.path = file("sparse");
+    channel->sendFrame(protocol::encode(get), LocalAgent::soon());
+    std::uint64_t bytes = 0;
+    protocol::Frame frame;
+    do {
+        channel->receiveFrame(frame, LocalAgent::soon());
+        bytes += frame.header.type == FrameType::kData ? frame.body.size() : 0;
+    } while (frame.header.type != FrameType::kEnd && frame.header.type != FrameType::kError);
+    EXPECT_EQ(frame.header.type, FrameType::kEnd);
+    EXPECT_EQ(bytes, size);
+    const std::string status = LocalAgent::read(
+        "/proc/" + std::to_string(agent.processes("kelnode-session").at(0)) + "/status");
+    const std::string::size_type peak = status.find("VmHWM:");
+    ASSERT_NE(peak, std::string::npos);
+#ifndef __SANITIZE_ADDRESS__
+#ifndef __SANITIZE_THREAD__
+    EXPECT_LT(std::atol(status.c_str() + peak + 6), 32 * 1024) << status;
+#endif
+#endif
+}
+
+TEST_F(AgentFiles, WhateverIsKilledLeavesTheOldFileOrTheNewOne) {
+    const unsigned int seed = std::random_device{}();
+    RecordProperty("seed", std::to_string(seed));
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    const std::string older(8 * kMebi, 'o');
+    const std::string newer(8 * kMebi, 'n');
+    for (int round = 0; round < 51; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        write(file("target"), older);
+        auto channel = agent.openChannel();
+        const pid_t session = agent.processes("kelnode-session").back();
+        const auto delay = std::chrono::microseconds(random() % 60000);
+        std::thread uploader([&] {
+            try {
+                putFile(*channel, file("target"), newer);
+            } catch (const CException& cut) {
+                EXPECT_FALSE(cut.getErrMsg().empty());
+            }
+        });
+        const auto end = std::chrono::steady_clock::now() + delay;
+        while (std::chrono::steady_clock::now() < end) {
+            std::this_thread::yield();
+        }
+        if (round % 3 == 0) {
+            ::kill(session, SIGKILL);
+        } else if (round % 3 == 1) {
+            // As a master that dies: the connection is cut where it stands.
+            ::shutdown(channel->descriptor(), SHUT_RDWR);
+        } else {
+            agent.signal(SIGKILL);
+            ASSERT_TRUE(agent.waitForExit());
+        }
+        uploader.join();
+        channel.reset();
+        if (round % 3 == 2) {
+            agent.start();
+        }
+        const std::string content = LocalAgent::read(file("target"));
+        EXPECT_TRUE(content == older || content == newer) << content.size();
+        EXPECT_TRUE(waitFor(
+            [&] { return LocalAgent::list(directory()) == std::vector<std::string>{"target"}; }));
+    }
+    EXPECT_TRUE(waitFor([&] { return agent.records().empty(); }));
+}
+
+TEST_F(AgentFiles, SparseFileOfFiveGibibytesTravelsWhole) {
+    const std::uint64_t size = 5120 * kMebi;
+    write(file("huge"), "begin");
+    std::filesystem::resize_file(file("huge"), size);
+    CResult result;
+    agent.connect()->execute("[getfile]" + file("huge"), 250000, &result);
+    EXPECT_EQ(static_cast<int>(result.getRunStatus()), 0) << result.getRunSummary();
+    EXPECT_EQ(std::filesystem::file_size(file("huge")), size);
+    struct stat found {};
+    ASSERT_EQ(::stat(file("huge").c_str(), &found), 0);
+    EXPECT_LT(static_cast<std::uint64_t>(found.st_blocks) * 512, 64 * kMebi);
+}

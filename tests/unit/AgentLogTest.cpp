@@ -1,0 +1,67 @@
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "AgentLog.h"
+#include "TempDir.h"
+
+namespace {
+
+std::string read(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    std::stringstream content;
+    content << file.rdbuf();
+    return content.str();
+}
+
+// Each run of digits becomes one 9.
+std::string withoutNumbers(const std::string& text) {
+    std::string masked;
+    for (const char c : text) {
+        const bool isDigit = c >= '0' && c <= '9';
+        if (!isDigit) {
+            masked += c;
+        } else if (masked.empty() || masked.back() != '9') {
+            masked += '9';
+        }
+    }
+    return masked;
+}
+
+}  // namespace
+
+TEST(AgentLog, EscapesWhatCouldForgeALine) {
+    EXPECT_EQ(AgentLog::escape("plain text, 100%"), "plain text, 100%");
+    EXPECT_EQ(AgentLog::escape("a\nb\rc\td"), "a\\nb\\rc\\td");
+    EXPECT_EQ(AgentLog::escape("say \"hi\" \\"), "say \\\"hi\\\" \\\\");
+    EXPECT_EQ(AgentLog::escape(std::string("\x1b[31m\0\x7f\xc3\xbc", 9)),
+              "\\x1b[31m\\x00\\x7f\\xc3\\xbc");
+}
+
+TEST(AgentLog, LongTextIsCutAndCounted) {
+    EXPECT_EQ(AgentLog::escape(std::string(10, 'x'), 4), "xxxx...(6 more bytes)");
+    EXPECT_EQ(AgentLog::escape(std::string(4, 'x'), 4), "xxxx");
+}
+
+TEST(AgentLog, EntryIsOneStampedLine) {
+    TempDir directory;
+    AgentLog log;
+    ASSERT_EQ(log.open(directory.file("log")), "");
+    log.info("first");
+    log.warning("second\nforged");
+    log.error("third");
+    const std::string lines = withoutNumbers(read(directory.file("log")));
+    const std::string stamp = "9-9-9T9:9:9.9Z kelnode[9]: ";
+    EXPECT_EQ(lines,
+              stamp + "first\n" + stamp + "warning second\\x9aforged\n" + stamp + "error third\n");
+}
+
+TEST(AgentLog, FileThatCannotBeOpenedLeavesTheOldOne) {
+    TempDir directory;
+    AgentLog log;
+    ASSERT_EQ(log.open(directory.file("log")), "");
+    EXPECT_NE(log.open(directory.file("no/such/log")).find("No such file"), std::string::npos);
+    log.info("still here");
+    EXPECT_NE(read(directory.file("log")).find("still here"), std::string::npos);
+}

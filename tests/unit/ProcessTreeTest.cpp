@@ -1,0 +1,134 @@
+#include <csignal>
+#include <functional>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "ProcessTree.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+pid_t forkChild(const std::function<void()>& body) {
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        body();
+        ::_exit(0);
+    }
+    return pid;
+}
+
+[[noreturn]] void linger() {
+    for (;;) {
+        ::pause();
+    }
+}
+
+// Runs in a child of the test, whose descendants are then its own alone. Exit status 0: all gone.
+int endsAll(const std::function<void()>& makeTree, milliseconds grace) {
+    const pid_t child = forkChild([&] {
+        ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+        int ready[2];
+        if (::pipe(ready) != 0) {
+            ::_exit(2);
+        }
+        forkChild([&] {
+            makeTree();
+            if (::write(ready[1], "x", 1) != 1) {
+                ::_exit(2);
+            }
+            linger();
+        });
+        char byte = 0;
+        if (::read(ready[0], &byte, 1) != 1) {
+            ::_exit(2);
+        }
+        const bool ended = processtree::endOwnDescendants(0, grace, milliseconds(20000));
+        ::_exit(ended && processtree::descendantsOf(::getpid()).empty() ? 0 : 1);
+    });
+    int status = 0;
+    return ::waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+}  // namespace
+
+TEST(ProcessTree, DescribesThisProcess) {
+    processtree::ProcessInfo info;
+    ASSERT_TRUE(processtree::readProcess(::getpid(), info));
+    EXPECT_EQ(info.pid, ::getpid());
+    EXPECT_EQ(info.parent, ::getppid());
+    EXPECT_GT(info.startTime, 0U);
+    EXPECT_FALSE(info.isZombie());
+}
+
+TEST(ProcessTree, KnowsWhenThereIsNoSuchProcess) {
+    const pid_t child = forkChild([] {});
+    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+    processtree::ProcessInfo info;
+    EXPECT_FALSE(processtree::readProcess(child, info));
+}
+
+TEST(ProcessTree, SignalsOnlyTheProcessThatWasMeant) {
+    const pid_t child = forkChild(linger);
+    processtree::ProcessInfo info;
+    ASSERT_TRUE(processtree::readProcess(child, info));
+    processtree::ProcessInfo other = info;
+    ++other.startTime;
+    processtree::signalProcess(other, SIGKILL);
+    EXPECT_EQ(::waitpid(child, nullptr, WNOHANG), 0);
+    processtree::signalProcess(info, SIGKILL);
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status));
+}
+
+TEST(ProcessTree, EndsChildrenAndGrandchildren) {
+    EXPECT_EQ(endsAll(
+                  [] {
+                      forkChild([] {
+                          forkChild(linger);
+                          linger();
+                      });
+                  },
+                  milliseconds(2000)),
+              0);
+}
+
+TEST(ProcessTree, EndsThoseThatLeftTheirSession) {
+    EXPECT_EQ(endsAll(
+                  [] {
+                      forkChild([] {
+                          ::setsid();
+                          forkChild(linger);
+                      });
+                  },
+                  milliseconds(2000)),
+              0);
+}
+
+TEST(ProcessTree, EndsThoseThatIgnoreTheFirstSignal) {
+    EXPECT_EQ(endsAll(
+                  [] {
+                      ::signal(SIGTERM, SIG_IGN);
+                      forkChild(linger);
+                  },
+                  milliseconds(50)),
+              0);
+}
+
+TEST(ProcessTree, EndsTheStopped) {
+    EXPECT_EQ(endsAll([] { forkChild([] { ::raise(SIGSTOP); }); }, milliseconds(2000)), 0);
+}
+
+TEST(ProcessTree, IsDoneAtOnceWhenThereIsNothing) {
+    const pid_t child = forkChild([] {
+        ::_exit(processtree::endOwnDescendants(0, milliseconds(60000), milliseconds(60000)) ? 0
+                                                                                            : 1);
+    });
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+}

@@ -1,0 +1,95 @@
+#include <gtest/gtest.h>
+
+#include "SessionTable.h"
+
+namespace {
+
+using Kind = SessionTable::Admission::Kind;
+using std::chrono::milliseconds;
+
+class SessionTableFilled : public testing::Test {
+protected:
+    SessionTable::Entry& add(pid_t pid, const std::string& source, int ageMs = 1000) {
+        return table.add(pid, source, UniqueFd(), now - milliseconds(ageMs));
+    }
+    SessionTable::Admission admit(const std::string& source) {
+        return table.admit(source, bounds, now, [this](std::size_t count) {
+            choices = count;
+            return count - 1;
+        });
+    }
+
+    SessionTable table;
+    SessionTable::Bounds bounds{4, 3, 2, 1};
+    SessionTable::Clock::time_point now = SessionTable::Clock::now();
+    std::size_t choices = 0;
+};
+
+}  // namespace
+
+TEST_F(SessionTableFilled, RoomIsGiven) {
+    const SessionTable::Admission admission = admit("a");
+    EXPECT_EQ(admission.kind, Kind::kServe);
+    EXPECT_EQ(admission.victim, 0);
+}
+
+TEST_F(SessionTableFilled, SourceWithTooManyWaitingLosesOneOfItsOwn) {
+    bounds.unauthenticated = 10;
+    add(1, "b");
+    add(2, "a");
+    add(3, "a");
+    EXPECT_EQ(admit("b").victim, 0);
+    EXPECT_EQ(admit("a").victim, 3);
+    EXPECT_EQ(choices, 2U);
+}
+
+TEST_F(SessionTableFilled, TooManyWaitingInAllLoseAnyOne) {
+    add(1, "a");
+    add(2, "b");
+    add(3, "c");
+    EXPECT_EQ(admit("d").victim, 3);
+    EXPECT_EQ(choices, 3U);
+}
+
+TEST_F(SessionTableFilled, FreshOnesAreSparedWhileThereAreOlder) {
+    add(1, "a", 1000);
+    add(2, "a", 10);
+    EXPECT_EQ(admit("a").victim, 1);
+    EXPECT_EQ(choices, 1U);
+}
+
+TEST_F(SessionTableFilled, AuthenticatedAreNeverDropped) {
+    for (pid_t pid = 1; pid <= 4; ++pid) {
+        add(pid, "a").authenticated = true;
+    }
+    EXPECT_EQ(admit("a").kind, Kind::kTurnAway);
+    EXPECT_EQ(admit("a").victim, 0);
+    add(5, "a").authenticated = true;
+    EXPECT_EQ(admit("a").kind, Kind::kClose);
+}
+
+TEST_F(SessionTableFilled, WaitingOneGivesWayWhenAllPlacesAreTaken) {
+    for (pid_t pid = 1; pid <= 3; ++pid) {
+        add(pid, "a").authenticated = true;
+    }
+    add(4, "b");
+    EXPECT_EQ(admit("c").kind, Kind::kServe);
+    EXPECT_EQ(admit("c").victim, 4);
+}
+
+TEST_F(SessionTableFilled, DroppedOnesDoNotCountButAreNotWithoutEnd) {
+    for (pid_t pid = 1; pid <= 9; ++pid) {
+        add(pid, "a").dropped = true;
+    }
+    EXPECT_EQ(admit("a").kind, Kind::kServe);
+    add(10, "a").dropped = true;
+    EXPECT_EQ(admit("a").kind, Kind::kClose);
+}
+
+TEST_F(SessionTableFilled, RemovedOnesAreForgotten) {
+    add(1, "a");
+    EXPECT_NE(table.find(1), nullptr);
+    table.remove(1);
+    EXPECT_EQ(table.find(1), nullptr);
+    EXPECT_EQ(table.size(), 0U);
+}
