@@ -11,6 +11,7 @@
 #include <pwd.h>
 
 #include "CException.h"
+#include "ConnectGate.h"
 #include "FileReplacement.h"
 #include "FileSource.h"
 #include "Protocol.h"
@@ -29,6 +30,15 @@ constexpr char kGetPrefix[] = "[getfile]";
 constexpr unsigned long kAnswerTimeOutMs = 5000;
 // The agent ends a job at its time-out and says so; that verdict gets this long to arrive.
 constexpr unsigned long kVerdictGraceMs = 1000;
+
+// Handshakes made side by side. More of them are not faster, only later.
+constexpr std::size_t kConnectsAtOnce = 64;
+
+ConnectGate& connectGate() {
+    // Never destroyed, as the settings below.
+    static auto* gate = new ConnectGate(kConnectsAtOnce);
+    return *gate;
+}
 
 // The process-wide settings of all clients. Never destroyed: workers left behind at exit may still
 // ask for them.
@@ -262,7 +272,6 @@ void SSLClient::initAndConnect() {
 
 void SSLClient::initAndConnect(unsigned int timeOutMs) {
     const unsigned int limitMs = timeOutMs == 0 ? kConnectTimeOutMs : timeOutMs;
-    const TlsChannel::Deadline deadline = TlsChannel::after(limitMs);
     channel.reset();
     TlsFiles files;
     files.certificateFile = certificateFile;
@@ -271,7 +280,11 @@ void SSLClient::initAndConnect(unsigned int timeOutMs) {
         const std::lock_guard<std::mutex> lock(all.mutex);
         files.privateKeyFile = all.privateKeyFile;
     }
-    channel = TlsChannel::connect(ip, port, TlsContext::client(files), deadline);
+    const std::shared_ptr<TlsContext> tls = TlsContext::client(files);
+    // The limit is for the node to answer in; standing in line is not the node's fault.
+    const ConnectGate::Turn turn(connectGate(), TlsChannel::after(limitMs));
+    const TlsChannel::Deadline deadline = TlsChannel::after(limitMs);
+    channel = TlsChannel::connect(ip, port, tls, deadline);
     try {
         greet(deadline);
     } catch (const protocol::ProtocolError& error) {

@@ -40,8 +40,9 @@ public:
 
     // Returns when the agent has accepted this master and greeted it.
     void initAndConnect();
-    // With a limit of its own; 0 means kConnectTimeOutMs. Inside a command give at most a third of
-    // its time-out, so that a dead node is reported with its reason and not as timed out.
+    // With a limit of its own, in milliseconds; 0 means kConnectTimeOutMs. When many threads
+    // connect at once, up to the same time again may pass in line. Inside a command give at most a
+    // third of its time-out, so that a dead node is reported with its reason and not as timed out.
     void initAndConnect(unsigned int timeOutMs);
 
     // Whether the jobs sent from now on must not be cut short: they go on at the node whatever

@@ -5,6 +5,7 @@ kelsh_add_test_program(unit_runtime LABEL unit
         CVersionConfigTest.cpp
         ChildProcessTest.cpp
         ConfigLineReaderTest.cpp
+        ConnectGateTest.cpp
         ExceptionTest.cpp
         FileTransferTest.cpp
         ProtocolTest.cpp

@@ -1,0 +1,50 @@
+#include "ConnectGate.h"
+
+#include <algorithm>
+
+ConnectGate::Turn::Turn(ConnectGate& owner, Clock::time_point deadline)
+    : gate(owner), number(owner.enter(deadline)) {}
+
+ConnectGate::Turn::~Turn() {
+    gate.leave(number);
+}
+
+ConnectGate::ConnectGate(std::size_t most, std::chrono::milliseconds turn)
+    : width(most), turnTime(turn) {}
+
+std::uint64_t ConnectGate::enter(Clock::time_point deadline) {
+    std::unique_lock<std::mutex> lock(mutex);
+    std::condition_variable myTurn;
+    const auto place = inLine.insert(inLine.end(), &myTurn);
+    for (;;) {
+        const Clock::time_point now = Clock::now();
+        while (!running.empty() && running.front().countsUntil <= now) {
+            running.pop_front();
+        }
+        const bool isNext = place == inLine.begin();
+        if ((isNext && running.size() < width) || now >= deadline) {
+            break;
+        }
+        // Only the first in line has to notice that a turn has lasted long enough.
+        const bool watches = isNext && !running.empty();
+        myTurn.wait_until(lock,
+                          watches ? std::min(deadline, running.front().countsUntil) : deadline);
+    }
+    inLine.erase(place);
+    const std::uint64_t number = ++last;
+    running.push_back({number, Clock::now() + turnTime});
+    wakeNext();
+    return number;
+}
+
+void ConnectGate::leave(std::uint64_t number) {
+    const std::lock_guard<std::mutex> lock(mutex);
+    running.remove_if([number](const Running& each) { return each.number == number; });
+    wakeNext();
+}
+
+void ConnectGate::wakeNext() {
+    if (!inLine.empty()) {
+        inLine.front()->notify_one();
+    }
+}
