@@ -36,6 +36,12 @@ protected:
                                    std::filesystem::copy_options::overwrite_existing);
         std::filesystem::remove(made);
     }
+    void useAsNode(const TestPki::Identity& identity) const {
+        constexpr auto kReplace = std::filesystem::copy_options::overwrite_existing;
+        std::filesystem::copy_file(identity.certificateFile, agent.nodePath() + "node.crt",
+                                   kReplace);
+        std::filesystem::copy_file(identity.keyFile, agent.nodePath() + "node.key", kReplace);
+    }
     std::unique_ptr<TlsChannel> openAs(const TestPki::Identity& identity) {
         TlsFiles files;
         files.certificateFile = identity.certificateFile;
@@ -164,11 +170,7 @@ TEST_F(AgentCertificates, BundleOfTwoAuthoritiesRollsTheCaOver) {
 
     // The node's own certificate changes over too.
     const TestPki::Identity newNode = next.node("node", agent.ip());
-    for (const auto& copy : std::map<std::string, std::string>{
-             {newNode.certificateFile, "node.crt"}, {newNode.keyFile, "node.key"}}) {
-        std::filesystem::copy_file(copy.first, agent.nodePath() + copy.second,
-                                   std::filesystem::copy_options::overwrite_existing);
-    }
+    useAsNode(newNode);
     ASSERT_TRUE(reload());
     EXPECT_TRUE(answers(*live));
     EXPECT_EQ(refusalOf(agent, newMaster.certificateFile), "");
@@ -191,23 +193,25 @@ TEST_F(AgentCertificates, MasterWithoutAPurposeIsRefused) {
 }
 
 TEST_F(AgentCertificates, EndOfACertificateIsAnnounced) {
-    EXPECT_TRUE(
-        agent.waitForLog("CN=node in \\\"" + agent.nodePath() + "node.crt\\\" expires in "));
+    ASSERT_TRUE(reload());
+    EXPECT_EQ(agent.log().find("expires in"), std::string::npos) << agent.log();
     TestPki::Request request;
-    request.commonName = "node";
+    request.commonName = "ending";
     request.purpose = TestPki::Purpose::kNode;
     request.addresses = {agent.ip()};
-    request.notAfterSeconds = 31L * 24 * 3600;
-    const TestPki::Identity fresh = agent.pki().issue("fresh", request);
-    for (const auto& copy : std::map<std::string, std::string>{{fresh.certificateFile, "node.crt"},
-                                                               {fresh.keyFile, "node.key"}}) {
-        std::filesystem::copy_file(copy.first, agent.nodePath() + copy.second,
-                                   std::filesystem::copy_options::overwrite_existing);
-    }
-    // Without the CA's own certificate, which is as short-lived here as all others.
-    const std::size_t before = agent.log().size();
+    request.notAfterSeconds = 28L * 24 * 3600 + 3600;
+    const TestPki::Identity ending = agent.pki().issue("ending", request);
+    useAsNode(ending);
     ASSERT_TRUE(reload());
-    EXPECT_TRUE(waitFor(
-        [&] { return agent.log().find("ca.crt\\\" expires in ", before) != std::string::npos; }));
-    EXPECT_EQ(agent.log().find("CN=node in ", before), std::string::npos);
+    EXPECT_TRUE(agent.waitForLog("The certificate CN=ending in \\\"" + agent.nodePath() +
+                                 "node.crt\\\" expires in 28 days, on "))
+        << agent.log();
+    // At start too.
+    const std::size_t before = agent.log().size();
+    agent.signal(SIGTERM);
+    ASSERT_TRUE(agent.waitForExit());
+    agent.start();
+    EXPECT_TRUE(waitFor([&] {
+        return agent.log().find("The certificate CN=ending in ", before) != std::string::npos;
+    }));
 }
