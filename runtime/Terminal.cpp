@@ -157,8 +157,12 @@ Terminal::Filled Terminal::fill(const Clock::time_point* deadline) {
         if (!waitForInput(deadline)) {
             return Filled::kLate;
         }
+        // What is read now may have been typed after Ctrl+C: it must not be dropped later.
+        obeyDrop();
         const ssize_t got = read(kInput, buffer, wanted);
         if (got > 0) {
+            // An interrupt that came before these bytes must not take them along later.
+            obeyDrop();
             ahead.append(buffer, static_cast<std::size_t>(got));
             burst = burst || got > 1;
             return Filled::kBytes;

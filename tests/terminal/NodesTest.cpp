@@ -17,7 +17,7 @@ protected:
             commandSet("lab", {{"name", "echo on a node", "", "SLAVE"},
                                {"wait",
                                 "touch " + directory.file("ready") + "; while test ! -e " +
-                                    directory.file("go on") + "; do sleep 0.05; done; echo done",
+                                    directory.file("go") + "; do sleep 0.05; done; echo done",
                                 "", "SLAVE"},
                                {"flash", "touch " + directory.file("flashed") + "; echo flashed",
                                 "confirmtype=each\nconfirmmsg=Flash?\n", "SLAVE"}}));
@@ -95,7 +95,7 @@ TEST_F(NodesTest, CtrlCDoesNotCutACommandShort) {
     ASSERT_TRUE(terminal->until([&] { return exists("ready"); }));
     terminal->type("<^C>");
     ASSERT_TRUE(terminal->untilShown("Do not use Ctrl+C to terminate this program."));
-    writeFile("go on", "");
+    writeFile("go", "");
     ASSERT_TRUE(terminal->untilShown("done"));
     ASSERT_TRUE(terminal->untilLine("[master/lab]$ "));
     quit(*terminal);
@@ -107,7 +107,7 @@ TEST_F(NodesTest, ResizeAndTypeAheadWhileNodesWork) {
     ASSERT_TRUE(terminal->until([&] { return exists("ready"); }));
     terminal->resize(30, 60);
     terminal->type("history<cr>");
-    writeFile("go on", "");
+    writeFile("go", "");
     ASSERT_TRUE(terminal->untilShown("done"));
     ASSERT_TRUE(terminal->untilShown("1  cd lab"));
     ASSERT_TRUE(terminal->untilLine("[master/lab]$ "));
@@ -138,7 +138,7 @@ TEST_F(NodesTest, HangUpDuringACommandEndsTheShell) {
     const std::optional<int> status = terminal->end();
     ASSERT_TRUE(status.has_value());
     EXPECT_TRUE(WIFSIGNALED(*status) && WTERMSIG(*status) == SIGHUP);
-    writeFile("go on", "");
+    writeFile("go", "");
 }
 
 }  // namespace
