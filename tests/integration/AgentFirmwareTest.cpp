@@ -1,3 +1,5 @@
+#include <thread>
+
 #include <gtest/gtest.h>
 
 #include "CException.h"
@@ -106,6 +108,26 @@ TEST_F(AgentFirmware, CompletesAndReportsWhenTheListenerIsTerminated) {
     } while (frame.header.type == protocol::FrameType::kOutput);
     EXPECT_EQ(frame.header.type, protocol::FrameType::kResult);
     EXPECT_TRUE(completes());
+}
+
+// The outcome of a flash is read back by requests of their own.
+TEST_F(AgentFirmware, AnswersWhatFollowsOnItsConnectionWhenTheListenerIsTerminated) {
+    const auto client = agent.connect();
+    client->setUninterruptible(true);
+    CResult result;
+    std::thread terminating([&] {
+        EXPECT_TRUE(hasStarted());
+        agent.signal(SIGTERM);
+        EXPECT_TRUE(agent.waitForExit());
+    });
+    client->execute(flash(), 20000, &result);
+    terminating.join();
+    EXPECT_EQ(static_cast<int>(result.getRunStatus()), 0);
+    client->setUninterruptible(false);
+    client->execute("echo outcome", 20000, &result);
+    EXPECT_EQ(result.getRunSummary(), "outcome\n");
+    client->execute("echo again", 20000, &result);
+    EXPECT_EQ(result.getRunSummary(), "again\n");
 }
 
 TEST_F(AgentFirmware, CompletesWhenTheListenerIsKilled) {
