@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstring>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,6 +16,7 @@
 #include "FileSource.h"
 #include "FileTransfer.h"
 #include "NetworkInterface.h"
+#include "SecretMask.h"
 
 namespace {
 
@@ -23,6 +25,7 @@ using protocol::ProtocolError;
 
 constexpr unsigned long kLastWordsMs = 1000;
 constexpr unsigned long kShortSendMs = 10000;
+constexpr int kListenerPatienceMs = 2000;
 // How long a session that was told to end waits for the next request after a firmware job: the
 // shell reads the job's outcome back over the same connection, and a flash must not look failed.
 constexpr unsigned long kReadBackMs = 10000;
@@ -69,11 +72,13 @@ std::string quoted(const std::string& text) {
 }  // namespace
 
 Session::Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
-                 const AgentConfig& agentConfig, const JobSettings& settings,
-                 const AgentLog& agentLog, UniqueFd toListener, bool isBusy)
+                 const AgentConfig& agentConfig, const Authorization& rules,
+                 const JobSettings& settings, const AgentLog& agentLog, UniqueFd toListener,
+                 bool isBusy)
     : socket(std::move(connection)),
       context(std::move(tlsContext)),
       config(agentConfig),
+      authorization(rules),
       jobSettings(settings),
       log(agentLog),
       statusPipe(std::move(toListener)),
@@ -106,14 +111,18 @@ void Session::setUninterruptible(bool on) {
 
 void Session::run() noexcept {
     try {
-        peer = addressOf(socket.get(), false);
+        peerIp = addressOf(socket.get(), false);
+        peer = peerIp;
         channel =
             TlsChannel::accept(std::move(socket), context, TlsChannel::after(limits.handshakeMs));
-        tellListener(kAuthenticated);
+        announcePeer();
+        certificateName = channel->peerCommonName();
+        grant = authorization.grantOf(certificateName);
         peer = AgentLog::escape(channel->peerSubject()) + " " + peer;
         serve();
     } catch (const ProtocolError& fault) {
         log.warning(who() + ": broke the protocol: " + AgentLog::escape(fault.getErrMsg()));
+        endAudit("broke the protocol");
         try {
             sendError(protocol::kErrorProtocol, fault.getErrMsg());
             channel->close(TlsChannel::after(kLastWordsMs));
@@ -122,6 +131,7 @@ void Session::run() noexcept {
         }
     } catch (const std::exception& fault) {
         log.warning(who() + ": " + AgentLog::escape(fault.what()));
+        endAudit(fault.what());
     }
 }
 
@@ -141,10 +151,7 @@ bool Session::greet() {
     hello.nodeName = name;
     channel->sendFrame(protocol::encode(hello), TlsChannel::after(limits.greetingMs));
     const protocol::Frame frame = channel->receiveFrame(TlsChannel::after(limits.greetingMs));
-    if (frame.header.type != FrameType::kShellHello) {
-        throw ProtocolError(std::string("a ") + protocol::name(frame.header.type) +
-                            " frame came instead of the shell's greeting");
-    }
+    judge(SessionState::kGreeting, frame.header);
     protocol::ShellHello shell;
     protocol::decode(frame.body, shell);
     if (shell.version < protocol::kLowestVersion || shell.version > protocol::kHighestVersion) {
@@ -153,6 +160,10 @@ bool Session::greet() {
                             std::to_string(protocol::kHighestVersion) + ", the shell chose " +
                             std::to_string(shell.version));
     }
+    audit.certificate = certificateName;
+    audit.address = peerIp;
+    audit.user = shell.user;
+    audit.number = shell.sequence;
     user = AgentLog::escape(shell.user, 64);
     if (shell.sequence != 0) {
         user += " #" + std::to_string(shell.sequence);
@@ -193,6 +204,19 @@ void Session::serve() {
 }
 
 bool Session::serveRequest(const protocol::Frame& frame) {
+    if (judge(SessionState::kRequest, frame.header) == Verdict::kRefused) {
+        return refuse(frame.header);
+    }
+    try {
+        return serveAllowed(frame);
+    } catch (const AuditFault& fault) {
+        log.error(who() + ": " + AgentLog::escape(fault.getErrMsg()));
+        sendError(protocol::kErrorRefused, fault.getErrMsg());
+        return frame.header.type != FrameType::kPut;
+    }
+}
+
+bool Session::serveAllowed(const protocol::Frame& frame) {
     switch (frame.header.type) {
         case FrameType::kExec:
             return serveExec(frame);
@@ -215,6 +239,9 @@ bool Session::serveRequest(const protocol::Frame& frame) {
 bool Session::serveExec(const protocol::Frame& frame) {
     protocol::Exec exec;
     protocol::decode(frame.body, exec);
+    beginAudit((frame.header.flags & protocol::kFlagUninterruptible) != 0 ? "EXEC (uninterruptible)"
+                                                                          : "EXEC",
+               secretmask::mask(exec.commandLine));
     JobRequest request;
     request.commandLine = exec.commandLine;
     request.timeOutMs = exec.timeOutMs;
@@ -225,6 +252,12 @@ bool Session::serveExec(const protocol::Frame& frame) {
 bool Session::serveRunPackaged(const protocol::Frame& frame) {
     protocol::RunPackaged run;
     protocol::decode(frame.body, run);
+    beginAudit((frame.header.flags & protocol::kFlagUninterruptible) != 0
+                   ? "RUN_PACKAGED (uninterruptible)"
+                   : "RUN_PACKAGED",
+               secretmask::mask(run.preCommand +
+                                (run.packagedFiles.empty() ? "" : run.packagedFiles.front()) + " " +
+                                run.arguments));
     std::string path = run.nodePath;
     if (path.empty() || path.back() != '/') {
         path += '/';
@@ -256,6 +289,7 @@ bool Session::serveRunPackaged(const protocol::Frame& frame) {
 bool Session::servePut(const protocol::Frame& frame) {
     protocol::Put put;
     protocol::decode(frame.body, put);
+    beginAudit("PUT", put.path);
     const std::string what = "PUT " + quoted(put.path);
     std::uint16_t code = protocol::kErrorFile;
     std::string fault;
@@ -292,6 +326,9 @@ std::string Session::receiveFile(const protocol::Put& put) {
             sendError(protocol::kErrorTimedOut, text);
             throw TlsError(TlsError::Kind::kTimedOut, text);
         }
+        if (judge(SessionState::kUpload, frame.header) == Verdict::kRefused) {
+            throw CException(refusal("PUT"));
+        }
         if (frame.header.type == FrameType::kEnd) {
             protocol::End end;
             protocol::decode(frame.body, end);
@@ -300,10 +337,6 @@ std::string Session::receiveFile(const protocol::Put& put) {
             result.elapsedMs = static_cast<std::uint32_t>(elapsedMs());
             channel->sendFrame(protocol::encode(result), TlsChannel::after(kShortSendMs));
             return result.text;
-        }
-        if (frame.header.type != FrameType::kData) {
-            throw ProtocolError(std::string("a ") + protocol::name(frame.header.type) +
-                                " frame came in the middle of a file");
         }
         receiver.write(frame.body);
     }
@@ -324,12 +357,17 @@ bool Session::receiveUntil(protocol::Frame& frame, TlsChannel::Deadline deadline
 bool Session::serveGet(const protocol::Frame& frame) {
     protocol::Get get;
     protocol::decode(frame.body, get);
+    beginAudit("GET", get.path);
     const std::string what = "GET " + quoted(get.path);
     try {
         logRequest(what, AgentLog::escape(sendFile(get)));
     } catch (const TlsError& lost) {
         logRequest(what, AgentLog::escape(lost.getErrMsg()));
         return false;
+    } catch (const pathprefix::Outside& outside) {
+        const std::string text = refusal(what) + ": " + outside.getErrMsg();
+        logRequest(what, "refused: " + text);
+        sendError(protocol::kErrorRefused, text);
     } catch (const CException& failed) {
         logRequest(what, AgentLog::escape(failed.getErrMsg()));
         sendError(protocol::kErrorFile, failed.getErrMsg());
@@ -343,7 +381,7 @@ std::string Session::sendFile(const protocol::Get& get) {
     // A little more than the time given, so that the reason still gets through.
     const TlsChannel::Deadline hardDeadline =
         get.timeOutMs > 0 ? deadline + std::chrono::milliseconds(kLastWordsMs) : deadline;
-    FileSource source(get.path);
+    FileSource source = openSource(get.path);
     channel->sendFrame(protocol::encode(protocol::FileInfo{source.size(), source.mode()}),
                        hardDeadline);
     std::string piece;
@@ -366,10 +404,11 @@ std::string Session::sendFile(const protocol::Get& get) {
 bool Session::serveExists(const protocol::Frame& frame) {
     protocol::Exists exists;
     protocol::decode(frame.body, exists);
+    beginAudit("EXISTS", exists.path);
     struct stat found {};
     const bool isThere = ::stat(exists.path.c_str(), &found) == 0;
-    sendAnswer(isThere ? "1" : "0");
     logRequest("EXISTS " + quoted(exists.path), isThere ? "yes" : "no");
+    sendAnswer(isThere ? "1" : "0");
     return true;
 }
 
@@ -377,12 +416,13 @@ bool Session::serveMac(const protocol::Frame& frame) {
     if (!frame.body.empty()) {
         throw ProtocolError("a MAC frame has a body");
     }
+    beginAudit("MAC", "");
     const std::string mac =
         !config.macAddress.empty()
             ? config.macAddress
             : networkinterface::macOfLocalAddress(addressOf(channel->descriptor(), true));
-    sendAnswer(mac);
     logRequest("MAC", mac.empty() ? "none" : mac);
+    sendAnswer(mac);
     return true;
 }
 
@@ -396,11 +436,28 @@ void Session::sendAnswer(const std::string& text) {
 }
 
 void Session::tellListener(char what) {
-    while (::write(statusPipe.get(), &what, 1) < 0 && errno == EINTR) {
+    tellListener(std::string(1, what));
+}
+
+void Session::tellListener(const std::string& bytes) {
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t put = ::write(statusPipe.get(), bytes.data() + done, bytes.size() - done);
+        if (put >= 0) {
+            done += static_cast<std::size_t>(put);
+        } else if (errno == EAGAIN) {
+            pollfd watched{statusPipe.get(), POLLOUT, 0};
+            if (::poll(&watched, 1, kListenerPatienceMs) == 0) {
+                return;
+            }
+        } else if (errno != EINTR) {
+            return;
+        }
     }
 }
 
 void Session::logRequest(const std::string& what, const std::string& result) {
+    endAudit(result);
     log.info(who() + ": " + what + ": " + result + ", " + std::to_string(elapsedMs()) + " ms");
 }
 

@@ -1,9 +1,11 @@
 // The shell on a terminal with commands that run on nodes: real agents on loopback addresses.
 
 #include <csignal>
+#include <fstream>
 
 #include "LocalCluster.h"
 #include "ShellOnTerminal.h"
+#include "TestPki.h"
 
 namespace {
 
@@ -45,6 +47,45 @@ TEST_F(NodesTest, CommandRunsOnNodesAndShowsItsBlocksOnce) {
         return terminal->shows("[node_0001]") && terminal->lineAtCursor() == "[master/lab]$ ";
     }));
     EXPECT_TRUE(terminal->shows("[node_0000]"));
+    quit(*terminal);
+}
+
+TEST_F(NodesTest, NodesRecordTheUserAndTheNumberOfTheCommand) {
+    const auto terminal = startInLab();
+    // Numbers begin at 0, which a node takes for none.
+    for (const char* node : {"node_0001", "node_0000"}) {
+        terminal->type(std::string("name -n ") + node + "<cr>");
+        ASSERT_TRUE(terminal->until([&] {
+            return terminal->shows(std::string("[") + node + "]") &&
+                   terminal->lineAtCursor() == "[master/lab]$ ";
+        }));
+    }
+    quit(*terminal);
+    std::ifstream audit(cluster.nodePath(0) + "/audit.log");
+    std::string line;
+    while (std::getline(audit, line) && line.find("echo on a node") == std::string::npos) {
+    }
+    EXPECT_NE(line.find("\"command\":1,"), std::string::npos) << line;
+    EXPECT_TRUE(std::filesystem::exists(cluster.shellPath() + "/cmdexedump/cmd_1.log"));
+    EXPECT_NE(line.find("\"certificate\":\"master\""), std::string::npos) << line;
+    EXPECT_NE(line.find("\"user\":\""), std::string::npos) << line;
+    EXPECT_EQ(line.find("\"user\":\"\""), std::string::npos) << line;
+}
+
+TEST_F(NodesTest, CertificateAboutToEndIsAnnounced) {
+    TestPki pki(directory.file("pki"));
+    TestPki::Request request;
+    request.commonName = "short";
+    request.notAfterSeconds = 5L * 24 * 3600 + 3600;
+    const std::string file = pki.issue("m", request).certificateFile;
+    cluster.writeShellFile("node.cfg", "");
+    cluster.writeShellFile("ssl_master.cfg",
+                           "PRIVATE_KEY_FILE=none.key\nPUBLIC_KEY_FILE=none.pub\n"
+                           "CERTIFICATE_FILE=" +
+                               file + "\n");
+    const auto terminal = start(wanted);
+    EXPECT_TRUE(terminal->shows("The certificate CN=short in ")) << "no warning";
+    EXPECT_TRUE(terminal->shows("expires in 5 days"));
     quit(*terminal);
 }
 
