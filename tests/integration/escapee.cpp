@@ -7,7 +7,9 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <pthread.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -94,6 +96,31 @@ void hopping() {
     });
 }
 
+// A child whose first thread has ended: the process lives on in the others.
+void manyThreads() {
+    fork1([] {
+        ::signal(SIGTERM, SIG_IGN);
+        for (int i = 0; i < 8; ++i) {
+            std::thread([] { linger(); }).detach();
+        }
+        ::pthread_exit(nullptr);
+    });
+}
+
+// Keeps the job's output open, so that its end is never seen there.
+void heldPipe() {
+    fork1([] {
+        ::setsid();
+        ::signal(SIGTERM, SIG_IGN);
+        const int held = ::dup(STDOUT_FILENO);
+        ::close(STDOUT_FILENO);
+        ::close(STDERR_FILENO);
+        if (held >= 0) {
+            linger();
+        }
+    });
+}
+
 void byVfork(char** argv) {
     char way[] = "foreground";
     char* const arguments[] = {argv[0], way, argv[2], nullptr};
@@ -120,6 +147,8 @@ int main(int argc, char** argv) {
         {"stopped", stopped},
         {"storm", storm},
         {"hopping", hopping},
+        {"threads", manyThreads},
+        {"held-pipe", heldPipe},
         {"vfork", [argv] { byVfork(argv); }}};
     const auto way = ways.find(argv[1]);
     if (way == ways.end()) {
