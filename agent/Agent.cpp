@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <iostream>
 #include <memory>
@@ -18,8 +19,12 @@
 #include <openssl/x509v3.h>
 
 #include "AgentLog.h"
+#include "AuditLog.h"
+#include "Authorization.h"
 #include "CException.h"
+#include "CertificateExpiry.h"
 #include "Listener.h"
+#include "TlsFault.h"
 #include "ToolPackage.h"
 
 namespace agent {
@@ -29,13 +34,17 @@ namespace {
 constexpr char kDefaultNodePath[] = "/opt/kelnode/";
 constexpr char kUsage[] =
     "Usage: kelnode [--foreground] [--check] [--ready-fd N] [--version] [--help]\n"
+    "       kelnode --verify-audit FILE\n"
     "\n"
     "The kelsh node agent. Its configuration is kelnode.cfg in the node path, which is taken from\n"
     "KELNODE_PATH and defaults to /opt/kelnode/.\n"
     "\n"
     "  --foreground   stay in the foreground (always so; for service files that say it)\n"
-    "  --check        validate configuration, certificates and keys, and exit with 0 or 1\n"
+    "  --check        validate configuration, rules, certificates and keys; exit with 0 or 1\n"
     "  --ready-fd N   write \"address:port\" and a newline to descriptor N once listening\n"
+    "  --verify-audit FILE\n"
+    "                 check that no line of an audit was changed, moved or removed; exit with\n"
+    "                 0 or 1\n"
     "  --version      print the version and exit\n"
     "  --help         print this text and exit\n"
     "\n"
@@ -46,6 +55,8 @@ struct Options {
     bool version = false;
     bool help = false;
     int readyFd = -1;
+    bool verifyAudit = false;
+    std::string auditFile;
 };
 
 struct FileCloser {
@@ -69,6 +80,12 @@ std::string parseOptions(int argc, const char* const* argv, Options& options) {
             options.version = true;
         } else if (word == "--help") {
             options.help = true;
+        } else if (word == "--verify-audit") {
+            options.verifyAudit = true;
+            options.auditFile = i + 1 < argc ? argv[++i] : "";
+            if (options.auditFile.empty()) {
+                return "--verify-audit needs the name of a file";
+            }
         } else if (word == "--ready-fd") {
             const std::string value = i + 1 < argc ? argv[++i] : "";
             const char* const end = value.data() + value.size();
@@ -108,7 +125,8 @@ void checkCertificate(const std::string& file, std::list<std::string>& findings)
     if (X509_cmp_current_time(X509_get0_notAfter(certificate.get())) < 0) {
         findings.push_back("the certificate " + file + " has expired");
     }
-    if (X509_check_purpose(certificate.get(), X509_PURPOSE_SSL_SERVER, 0) != 1) {
+    if (X509_check_purpose(certificate.get(), X509_PURPOSE_SSL_SERVER, 0) != 1 ||
+        !tlsfault::namesPurpose(certificate.get())) {
         findings.push_back("the certificate " + file + " is not meant for a server (serverAuth)");
     }
 }
@@ -149,6 +167,50 @@ std::vector<AgentConfig::Fault> loadOrReport(AgentConfig& config) {
                   << AgentLog::escape(AgentConfig::describe(config.getFileName(), fault)) << "\n";
     }
     return faults;
+}
+
+int runVerifyAudit(const std::string& file) {
+    try {
+        const AuditLog::Finding found = AuditLog::verifyFile(file);
+        if (found.text.empty()) {
+            std::cout << file << ": " << found.lines << " lines, nothing was changed or removed.\n"
+                      << std::flush;
+            return kExitSuccess;
+        }
+        std::cerr << "kelnode: " << file
+                  << (found.line > 0 ? ", line " + std::to_string(found.line) : "") << ": "
+                  << found.text << "\n";
+    } catch (const CException& fault) {
+        std::cerr << "kelnode: " << fault.getErrMsg() << "\n";
+    }
+    return kExitFailure;
+}
+
+void checkAuthorization(const AgentConfig& config, std::list<std::string>& findings,
+                        std::list<std::string>& notes) {
+    const std::string file = config.getAuthorizationFileName();
+    std::vector<AgentConfig::Fault> faults;
+    const Authorization rules = Authorization::load(file, faults);
+    for (const AgentConfig::Fault& fault : faults) {
+        findings.push_back(AgentLog::escape(AgentConfig::describe(file, fault)));
+    }
+    if (!rules.isRestricted()) {
+        notes.push_back("there is no " + file +
+                        ": every master of the cluster may do everything here");
+        return;
+    }
+    struct stat found {};
+    if (::stat(file.c_str(), &found) == 0 && (found.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        findings.push_back(file + " can be written by others; its mode should be 0600");
+    }
+}
+
+void checkAudit(const AgentConfig& config, std::list<std::string>& findings) {
+    try {
+        AuditLog(config.auditFile).check();
+    } catch (const CException& fault) {
+        findings.push_back("the audit: " + fault.getErrMsg());
+    }
 }
 
 int runCheck() {
@@ -259,6 +321,12 @@ std::list<std::string> check(const AgentConfig& config, std::list<std::string>& 
         checkKeyMode(keyFile, notes);
     }
     checkToolKey(config, findings, notes);
+    checkAuthorization(config, findings, notes);
+    checkAudit(config, findings);
+    notes.splice(notes.end(), certificateexpiry::warnings(
+                                  {config.certificateFile, config.caFile,
+                                   certificateexpiry::revocationListBeside(config.certificateFile)},
+                                  ::time(nullptr)));
     if (::access(config.getNodePath().c_str(), R_OK | W_OK | X_OK) != 0) {
         findings.push_back("the node path " + config.getNodePath() + ": " + std::strerror(errno));
     }
@@ -282,6 +350,9 @@ int run(int argc, const char* const* argv) {
     if (options.version) {
         std::cout << "kelnode " << KELNODE_VERSION << "\n" << std::flush;
         return kExitSuccess;
+    }
+    if (options.verifyAudit) {
+        return runVerifyAudit(options.auditFile);
     }
     return options.check ? runCheck() : serve(options);
 }

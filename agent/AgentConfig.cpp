@@ -81,7 +81,8 @@ std::string AgentConfig::apply(const std::string& key, const std::string& value)
         {"PRIVATE_KEY_FILE", &AgentConfig::privateKeyFile},
         {"CA_FILE", &AgentConfig::caFile},
         {"TOOLS_KEY_FILE", &AgentConfig::toolsKeyFile},
-        {"LOG_FILE", &AgentConfig::logFile}};
+        {"LOG_FILE", &AgentConfig::logFile},
+        {"AUDIT_FILE", &AgentConfig::auditFile}};
     if (value.empty()) {
         return key + " has no value";
     }

@@ -36,6 +36,7 @@ public:
 
     const std::string& getNodePath() const { return nodePath; }
     std::string getFileName() const { return nodePath + "kelnode.cfg"; }
+    std::string getAuthorizationFileName() const { return nodePath + "authz.cfg"; }
     std::string getToolsPath() const { return nodePath + "tools/"; }
     std::string getRunPath() const { return nodePath + "run/"; }
 
@@ -48,7 +49,8 @@ public:
     std::string macAddress;  // empty: ask the interface
     std::string toolsKeyFile;
     unsigned int maxSessions = kDefaultMaxSessions;
-    std::string logFile;  // empty: syslog
+    std::string logFile;    // empty: syslog
+    std::string auditFile;  // empty: no audit
 
 private:
     // The reason why the setting is refused, or an empty text.

@@ -6,6 +6,7 @@
 #include <sys/types.h>
 
 #include "AgentLog.h"
+#include "AuditLog.h"
 #include "Protocol.h"
 #include "ToolRunner.h"
 #include "UniqueFd.h"
@@ -14,7 +15,8 @@
 struct JobSettings {
     std::string nodePath;  // ends in "/"
     std::string toolsKeyFile;
-    rlimit fileLimit{};  // the limit of open files that jobs get
+    std::string auditFile;  // empty: no audit
+    rlimit fileLimit{};     // the limit of open files that jobs get
     const AgentLog* log = nullptr;
 
     std::string toolsPath() const { return nodePath + "tools/"; }
@@ -28,6 +30,7 @@ struct JobRequest {
     bool uninterruptible = false;
     ToolRequest tools;  // empty for a plain command
     std::string owner;  // who asked, escaped, for log and refusal
+    AuditEntry audit;   // to be ended by the supervisor
 };
 
 // One job: a shell line in a process tree of its own, under a supervisor process.

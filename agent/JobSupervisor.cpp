@@ -22,6 +22,7 @@
 #include "CException.h"
 #include "Descriptors.h"
 #include "ProcessTree.h"
+#include "SecretMask.h"
 
 namespace {
 
@@ -130,8 +131,10 @@ bool JobSupervisor::start() {
         report(Job::Report::Kind::kStarted, protocol::Result());
         return true;
     } catch (const Refused& busy) {
+        endAudit("not started: " + busy.getErrMsg());
         reportNotStarted(protocol::kErrorRefused, busy.getErrMsg());
     } catch (const CException& fault) {
+        endAudit("not started: " + fault.getErrMsg());
         reportNotStarted(protocol::kErrorNotStarted, fault.getErrMsg());
     }
     if (!outputFile.empty()) {
@@ -168,8 +171,8 @@ void JobSupervisor::takeFirmwareLock() {
         throw Refused("an uninterruptible job is running on this node already: " +
                       directory.noteOf(kFirmwareLock));
     }
-    firmwareLock.note("\"" + AgentLog::escape(request.commandLine, 200) + "\" for " +
-                      request.owner + " since " + utcNow());
+    firmwareLock.note("\"" + AgentLog::escape(secretmask::mask(request.commandLine), 200) +
+                      "\" for " + request.owner + " since " + utcNow());
     const std::string logFile = settings.runPath() + kFirmwareLog;
     if (::rename(outputFile.c_str(), logFile.c_str()) != 0) {
         throwErrno("cannot make " + logFile);
@@ -365,10 +368,11 @@ void JobSupervisor::readSignals() {
 void JobSupervisor::endTree(const char* why) {
     const bool ended = processtree::endOwnDescendants(shell, kGrace, kEndLimit);
     tidyUp();
+    endAudit(why);
     if (!ended) {
         settings.log->error(std::string("a job that ") + why +
                             " could not be ended: a process of it does not react to SIGKILL: \"" +
-                            AgentLog::escape(request.commandLine) + "\"");
+                            AgentLog::escape(secretmask::mask(request.commandLine)) + "\"");
     }
 }
 
@@ -381,13 +385,23 @@ void JobSupervisor::tidyUp() {
     record.finish();
 }
 
+void JobSupervisor::endAudit(const std::string& outcome) const {
+    const auto elapsed = std::chrono::duration_cast<milliseconds>(Clock::now() - startedAt);
+    const std::string fault =
+        AuditLog(settings.auditFile).tryAppend(request.audit, "end", outcome, elapsed.count());
+    if (!fault.empty()) {
+        settings.log->error("audit: " + AgentLog::escape(fault));
+    }
+}
+
 void JobSupervisor::logOutcome(const protocol::Result& outcome) const {
+    const bool exited = outcome.ending == protocol::Result::Ending::kExited;
+    endAudit((exited ? "exit code " : "ended by signal ") + std::to_string(outcome.value));
     if (!request.uninterruptible) {
         return;
     }
-    const bool exited = outcome.ending == protocol::Result::Ending::kExited;
     settings.log->info(request.owner + ": uninterruptible job \"" +
-                       AgentLog::escape(request.commandLine) + "\" ended with " +
+                       AgentLog::escape(secretmask::mask(request.commandLine)) + "\" ended with " +
                        (exited ? "exit code " : "signal ") + std::to_string(outcome.value) +
                        " after " + std::to_string(outcome.elapsedMs) + " ms");
 }

@@ -53,6 +53,7 @@ private:
     void readSignals();
     void endTree(const char* why);
     void tidyUp();
+    void endAudit(const std::string& outcome) const;
     void logOutcome(const protocol::Result& outcome) const;
 
     protocol::Result result(protocol::Result::Ending ending, int value) const;

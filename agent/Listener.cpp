@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -18,6 +19,7 @@
 #include <utility>
 
 #include "CException.h"
+#include "CertificateExpiry.h"
 #include "Descriptors.h"
 #include "Session.h"
 
@@ -33,6 +35,7 @@ constexpr seconds kSweepPeriod(5);
 constexpr milliseconds kSweepOftenPeriod(200);
 constexpr seconds kSweepOften(10);
 constexpr seconds kLogPause(10);
+constexpr std::chrono::hours kExpiryPeriod(24);
 // Longer than a job gets between SIGTERM and SIGKILL.
 constexpr seconds kLeaveLimit(8);
 
@@ -104,12 +107,23 @@ Listener::Listener(AgentConfig& agentConfig, AgentLog& agentLog, const rlimit& f
       random(std::random_device{}()) {
     jobSettings.nodePath = config.getNodePath();
     jobSettings.toolsKeyFile = config.toolsKeyFile;
+    jobSettings.auditFile = config.auditFile;
     jobSettings.fileLimit = fileLimit;
     jobSettings.log = &log;
 }
 
 std::shared_ptr<TlsContext> Listener::loadContext(const AgentConfig& config) {
     return TlsContext::server({config.certificateFile, config.privateKeyFile, config.caFile});
+}
+
+std::shared_ptr<const Authorization> Listener::loadAuthorization(const AgentConfig& config) {
+    std::vector<AgentConfig::Fault> faults;
+    const std::string file = config.getAuthorizationFileName();
+    auto rules = std::make_shared<const Authorization>(Authorization::load(file, faults));
+    if (!faults.empty()) {
+        throw CException(AgentConfig::describe(file, faults.front()));
+    }
+    return rules;
 }
 
 UniqueFd Listener::listenOn(const ListenAddress& address) {
@@ -132,6 +146,8 @@ UniqueFd Listener::listenOn(const ListenAddress& address) {
 void Listener::open() {
     runDirectory.create();
     context = loadContext(config);
+    authorization = loadAuthorization(config);
+    AuditLog(config.auditFile).check();
     socket = listenOn(config.listen);
     if (::prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) {
         throwErrno("cannot become the reaper of jobs");
@@ -177,12 +193,15 @@ void Listener::run() {
         if (Clock::now() >= sweepAt) {
             sweep();
         }
+        if (Clock::now() >= warnAt) {
+            warnOfExpiry();
+        }
     }
     stop();
 }
 
 int Listener::pollTimeOut() const {
-    Clock::time_point next = sweepAt;
+    Clock::time_point next = std::min(sweepAt, warnAt);
     if (acceptAgainAt != Clock::time_point{}) {
         next = std::min(next, acceptAgainAt);
     }
@@ -197,11 +216,11 @@ void Listener::poll() {
     const bool accepts = socket && acceptAgainAt == Clock::time_point{};
     std::vector<pollfd> watched{{signals.get(), POLLIN, 0},
                                 {accepts ? socket.get() : -1, POLLIN, 0}};
-    std::vector<SessionTable::Entry*> entries;
+    std::vector<std::pair<pid_t, SessionTable::Entry*>> entries;
     for (auto& item : sessions.all()) {
         if (item.second.status) {
             watched.push_back({item.second.status.get(), POLLIN, 0});
-            entries.push_back(&item.second);
+            entries.emplace_back(item.first, &item.second);
         }
     }
     if (::poll(watched.data(), watched.size(), pollTimeOut()) <= 0) {
@@ -209,7 +228,7 @@ void Listener::poll() {
     }
     for (std::size_t i = 0; i < entries.size(); ++i) {
         if (watched[i + 2].revents != 0) {
-            readStatus(*entries[i]);
+            readStatus(entries[i].first, *entries[i].second);
         }
     }
     if (watched[0].revents != 0) {
@@ -286,7 +305,9 @@ void Listener::serve(UniqueFd connection, const std::string& source, bool busy) 
     if (pid == 0) {
         becomeSession(std::move(connection), std::move(statusWrite), busy);
     }
-    sessions.add(pid, source, std::move(statusRead), Clock::now());
+    SessionTable::Entry& entry = sessions.add(pid, source, std::move(statusRead), Clock::now());
+    entry.rules = authorization;
+    entry.generation = generation;
 }
 
 void Listener::becomeSession(UniqueFd connection, UniqueFd status, bool busy) {
@@ -298,16 +319,16 @@ void Listener::becomeSession(UniqueFd connection, UniqueFd status, bool busy) {
     descriptors::closeAllBut({connection.get(), status.get(), log.descriptor()});
     watchForDeadPeer(connection.get());
     {
-        Session session(std::move(connection), context, config, jobSettings, log, std::move(status),
-                        busy);
+        Session session(std::move(connection), context, config, *authorization, jobSettings, log,
+                        std::move(status), busy);
         session.run();
     }
     ::_exit(EXIT_SUCCESS);
 }
 
-void Listener::readStatus(SessionTable::Entry& entry) {
+void Listener::readStatus(pid_t pid, SessionTable::Entry& entry) {
     for (;;) {
-        char bytes[16];
+        char bytes[4096];
         const ssize_t count = ::read(entry.status.get(), bytes, sizeof bytes);
         if (count < 0 && errno == EINTR) {
             continue;
@@ -318,13 +339,65 @@ void Listener::readStatus(SessionTable::Entry& entry) {
         if (count <= 0) {
             return;
         }
-        for (ssize_t i = 0; i < count; ++i) {
-            entry.authenticated = entry.authenticated || bytes[i] == Session::kAuthenticated;
-            if (bytes[i] == Session::kUninterruptibleBegins ||
-                bytes[i] == Session::kUninterruptibleEnds) {
-                entry.uninterruptible = bytes[i] == Session::kUninterruptibleBegins;
+        entry.told.append(bytes, static_cast<std::size_t>(count));
+        takeReports(pid, entry);
+    }
+}
+
+void Listener::takeReports(pid_t pid, SessionTable::Entry& entry) {
+    std::size_t at = 0;
+    while (at < entry.told.size()) {
+        const char what = entry.told[at];
+        if (what == Session::kAuthenticated) {
+            std::uint32_t length = 0;
+            if (entry.told.size() - at < 1 + sizeof length) {
+                break;
             }
+            std::memcpy(&length, &entry.told[at + 1], sizeof length);
+            length = std::min<std::uint32_t>(ntohl(length), Session::kMaxCertificateBytes);
+            if (entry.told.size() - at < 1 + sizeof length + length) {
+                break;
+            }
+            entry.certificates = entry.told.substr(at + 1 + sizeof length, length);
+            entry.authenticated = true;
+            at += 1 + sizeof length + length;
+            if (entry.generation != generation) {
+                recheck(pid, entry);
+            }
+            continue;
         }
+        if (what == Session::kUninterruptibleBegins || what == Session::kUninterruptibleEnds) {
+            entry.uninterruptible = what == Session::kUninterruptibleBegins;
+        }
+        ++at;
+    }
+    entry.told.erase(0, at);
+}
+
+void Listener::recheck(pid_t pid, SessionTable::Entry& entry) {
+    entry.generation = generation;
+    std::string name;
+    std::string reason =
+        context->refusalOf(entry.certificates, "the shell at " + entry.source, name);
+    if (reason.empty() && authorization->grantOf(name).isLessThan(entry.rules->grantOf(name))) {
+        reason = "The certificate " + name + " has fewer rights than before.";
+    }
+    if (!reason.empty()) {
+        log.warning("the session of " + entry.source + " is cut off: " + AgentLog::escape(reason));
+        entry.dropped = true;
+        // Its job is in other hands, which end it or keep it as it must be.
+        ::kill(pid, SIGKILL);
+    }
+}
+
+void Listener::warnOfExpiry() {
+    warnAt = Clock::now() + kExpiryPeriod;
+    const std::list<std::string> warnings = certificateexpiry::warnings(
+        {config.certificateFile, config.caFile,
+         certificateexpiry::revocationListBeside(config.certificateFile)},
+        ::time(nullptr));
+    for (const std::string& warning : warnings) {
+        log.warning(AgentLog::escape(warning));
     }
 }
 
@@ -390,8 +463,11 @@ void Listener::reload() {
     }
     try {
         std::shared_ptr<TlsContext> freshContext = loadContext(fresh);
+        std::shared_ptr<const Authorization> freshRules = loadAuthorization(fresh);
+        AuditLog(fresh.auditFile).check();
         reopenSocket(fresh);
         context = std::move(freshContext);
+        authorization = std::move(freshRules);
     } catch (const CException& fault) {
         log.error("reload: " + AgentLog::escape(fault.getErrMsg()) +
                   "; the old configuration stays in force");
@@ -403,6 +479,14 @@ void Listener::reload() {
     }
     config = std::move(fresh);
     jobSettings.toolsKeyFile = config.toolsKeyFile;
+    jobSettings.auditFile = config.auditFile;
+    ++generation;
+    for (auto& item : sessions.all()) {
+        if (item.second.authenticated && !item.second.dropped) {
+            recheck(item.first, item.second);
+        }
+    }
+    warnAt = Clock::now();
     log.info("configuration and certificates read anew, listening on " + boundAddress());
 }
 
@@ -418,7 +502,7 @@ void Listener::stop() {
     socket.reset();
     terminate = false;
     for (auto& item : sessions.all()) {
-        readStatus(item.second);
+        readStatus(item.first, item.second);
         item.second.dropped = true;
         ::kill(item.first, SIGTERM);
     }
@@ -442,7 +526,7 @@ void Listener::stop() {
 bool Listener::mayLeave() {
     for (auto& item : sessions.all()) {
         if (item.second.status) {
-            readStatus(item.second);
+            readStatus(item.first, item.second);
         }
         if (!item.second.uninterruptible) {
             return false;

@@ -9,6 +9,7 @@
 
 #include "AgentConfig.h"
 #include "AgentLog.h"
+#include "Authorization.h"
 #include "Job.h"
 #include "RunDirectory.h"
 #include "SessionTable.h"
@@ -19,7 +20,9 @@
 // network happens in the sessions. One thread, one poll loop.
 //
 //   SIGHUP   reads configuration, certificates and revocation list anew; what does not work is
-//            logged and the old stays in force. Sessions that run keep what they began with.
+//            logged and the old stays in force. Sessions keep what they began with, unless the
+//            certificate of their master would now be refused, or has fewer rights than before:
+//            those are cut off at once. A job that must not be cut short goes on all the same.
 //   SIGTERM, SIGINT  ends: no new connections, sessions and ordinary jobs are ended and tidied up
 //            after; sessions with an uninterruptible job, and such jobs, go on without the
 //            listener.
@@ -43,6 +46,8 @@ public:
     // A socket that listens there. Throws CException.
     static UniqueFd listenOn(const ListenAddress& address);
     static std::shared_ptr<TlsContext> loadContext(const AgentConfig& config);
+    // Throws CException that names the first fault.
+    static std::shared_ptr<const Authorization> loadAuthorization(const AgentConfig& config);
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -53,7 +58,11 @@ private:
     bool acceptOne();
     void serve(UniqueFd connection, const std::string& source, bool busy);
     [[noreturn]] void becomeSession(UniqueFd connection, UniqueFd status, bool busy);
-    void readStatus(SessionTable::Entry& entry);
+    void readStatus(pid_t pid, SessionTable::Entry& entry);
+    void takeReports(pid_t pid, SessionTable::Entry& entry);
+    // Cuts the session off if its master would not be let in as it is any more.
+    void recheck(pid_t pid, SessionTable::Entry& entry);
+    void warnOfExpiry();
     void readSignals();
     void reap();
     void noteEnd(pid_t pid, int status);
@@ -71,6 +80,8 @@ private:
     JobSettings jobSettings;
     RunDirectory runDirectory;
     std::shared_ptr<TlsContext> context;
+    std::shared_ptr<const Authorization> authorization;
+    unsigned int generation = 0;  // counts what was loaded
     UniqueFd socket;
     UniqueFd signals;
     SessionTable sessions;
@@ -81,6 +92,7 @@ private:
     Clock::time_point acceptAgainAt{};
     Clock::time_point sweepAt{};
     Clock::time_point sweepOftenUntil{};
+    Clock::time_point warnAt{};
     Clock::time_point exhaustionLoggedAt{};
     Clock::time_point refusalLoggedAt{};
 };

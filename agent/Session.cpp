@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstring>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,6 +16,7 @@
 #include "FileSource.h"
 #include "FileTransfer.h"
 #include "NetworkInterface.h"
+#include "SecretMask.h"
 
 namespace {
 
@@ -23,6 +25,13 @@ using protocol::ProtocolError;
 
 constexpr unsigned long kLastWordsMs = 1000;
 constexpr unsigned long kShortSendMs = 10000;
+constexpr int kListenerPatienceMs = 2000;
+
+// Nothing is done that cannot be recorded.
+class AuditFault : public CException {
+public:
+    using CException::CException;
+};
 
 // Set by the handler, read between requests.
 volatile std::sig_atomic_t toldToEnd = 0;
@@ -66,11 +75,13 @@ std::string quoted(const std::string& text) {
 }  // namespace
 
 Session::Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
-                 const AgentConfig& agentConfig, const JobSettings& settings,
-                 const AgentLog& agentLog, UniqueFd toListener, bool isBusy)
+                 const AgentConfig& agentConfig, const Authorization& rules,
+                 const JobSettings& settings, const AgentLog& agentLog, UniqueFd toListener,
+                 bool isBusy)
     : socket(std::move(connection)),
       context(std::move(tlsContext)),
       config(agentConfig),
+      authorization(rules),
       jobSettings(settings),
       log(agentLog),
       statusPipe(std::move(toListener)),
@@ -103,14 +114,18 @@ void Session::setUninterruptible(bool on) {
 
 void Session::run() noexcept {
     try {
-        peer = addressOf(socket.get(), false);
+        peerIp = addressOf(socket.get(), false);
+        peer = peerIp;
         channel =
             TlsChannel::accept(std::move(socket), context, TlsChannel::after(limits.handshakeMs));
-        tellListener(kAuthenticated);
+        announcePeer();
+        certificateName = channel->peerCommonName();
+        grant = authorization.grantOf(certificateName);
         peer = AgentLog::escape(channel->peerSubject()) + " " + peer;
         serve();
     } catch (const ProtocolError& fault) {
         log.warning(who() + ": broke the protocol: " + AgentLog::escape(fault.getErrMsg()));
+        endAudit("broke the protocol");
         try {
             sendError(protocol::kErrorProtocol, fault.getErrMsg());
             channel->close(TlsChannel::after(kLastWordsMs));
@@ -119,6 +134,7 @@ void Session::run() noexcept {
         }
     } catch (const std::exception& fault) {
         log.warning(who() + ": " + AgentLog::escape(fault.what()));
+        endAudit(fault.what());
     }
 }
 
@@ -138,10 +154,7 @@ bool Session::greet() {
     hello.nodeName = name;
     channel->sendFrame(protocol::encode(hello), TlsChannel::after(limits.greetingMs));
     const protocol::Frame frame = channel->receiveFrame(TlsChannel::after(limits.greetingMs));
-    if (frame.header.type != FrameType::kShellHello) {
-        throw ProtocolError(std::string("a ") + protocol::name(frame.header.type) +
-                            " frame came instead of the shell's greeting");
-    }
+    judge(SessionState::kGreeting, frame.header);
     protocol::ShellHello shell;
     protocol::decode(frame.body, shell);
     if (shell.version < protocol::kLowestVersion || shell.version > protocol::kHighestVersion) {
@@ -150,6 +163,10 @@ bool Session::greet() {
                             std::to_string(protocol::kHighestVersion) + ", the shell chose " +
                             std::to_string(shell.version));
     }
+    audit.certificate = certificateName;
+    audit.address = peerIp;
+    audit.user = shell.user;
+    audit.number = shell.sequence;
     user = AgentLog::escape(shell.user, 64);
     if (shell.sequence != 0) {
         user += " #" + std::to_string(shell.sequence);
@@ -188,7 +205,56 @@ void Session::serve() {
     }
 }
 
+Verdict Session::judge(SessionState state, const protocol::FrameHeader& header) const {
+    const Verdict verdict =
+        judgeFrame(state, grant.role, static_cast<std::uint8_t>(header.type), header.flags);
+    if (verdict == Verdict::kOutOfPlace) {
+        const char* const expected = state == SessionState::kGreeting ? "the shell's greeting"
+                                     : state == SessionState::kUpload ? "the rest of a file"
+                                                                      : "a request";
+        throw ProtocolError(std::string("a ") + protocol::name(header.type) + " frame came where " +
+                            expected + " was expected");
+    }
+    return verdict;
+}
+
+std::string Session::refusal(const std::string& what) const {
+    return what + " is not allowed to the certificate " + quoted(certificateName) + " (role " +
+           nameOf(grant.role) + ")";
+}
+
+bool Session::refuse(const protocol::FrameHeader& header) {
+    const bool isUninterruptible = (header.flags & protocol::kFlagUninterruptible) != 0;
+    const std::string what =
+        std::string(protocol::name(header.type)) + (isUninterruptible ? " (uninterruptible)" : "");
+    const std::string text = refusal(what);
+    log.warning(who() + ": " + what + ": refused, role " + nameOf(grant.role));
+    audit.request = what;
+    audit.what.clear();
+    audit.id = nextRequestId();
+    const std::string fault = AuditLog(jobSettings.auditFile).tryAppend(audit, "refused", text, 0);
+    if (!fault.empty()) {
+        log.error("audit: " + AgentLog::escape(fault));
+    }
+    sendError(protocol::kErrorRefused, text);
+    // The file that belongs to a PUT is on its way.
+    return header.type != FrameType::kPut;
+}
+
 bool Session::serveRequest(const protocol::Frame& frame) {
+    if (judge(SessionState::kRequest, frame.header) == Verdict::kRefused) {
+        return refuse(frame.header);
+    }
+    try {
+        return serveAllowed(frame);
+    } catch (const AuditFault& fault) {
+        log.error(who() + ": " + AgentLog::escape(fault.getErrMsg()));
+        sendError(protocol::kErrorRefused, fault.getErrMsg());
+        return frame.header.type != FrameType::kPut;
+    }
+}
+
+bool Session::serveAllowed(const protocol::Frame& frame) {
     switch (frame.header.type) {
         case FrameType::kExec:
             return serveExec(frame);
@@ -211,6 +277,9 @@ bool Session::serveRequest(const protocol::Frame& frame) {
 bool Session::serveExec(const protocol::Frame& frame) {
     protocol::Exec exec;
     protocol::decode(frame.body, exec);
+    beginAudit((frame.header.flags & protocol::kFlagUninterruptible) != 0 ? "EXEC (uninterruptible)"
+                                                                          : "EXEC",
+               secretmask::mask(exec.commandLine));
     JobRequest request;
     request.commandLine = exec.commandLine;
     request.timeOutMs = exec.timeOutMs;
@@ -221,6 +290,12 @@ bool Session::serveExec(const protocol::Frame& frame) {
 bool Session::serveRunPackaged(const protocol::Frame& frame) {
     protocol::RunPackaged run;
     protocol::decode(frame.body, run);
+    beginAudit((frame.header.flags & protocol::kFlagUninterruptible) != 0
+                   ? "RUN_PACKAGED (uninterruptible)"
+                   : "RUN_PACKAGED",
+               secretmask::mask(run.preCommand +
+                                (run.packagedFiles.empty() ? "" : run.packagedFiles.front()) + " " +
+                                run.arguments));
     std::string path = run.nodePath;
     if (path.empty() || path.back() != '/') {
         path += '/';
@@ -252,6 +327,7 @@ bool Session::serveRunPackaged(const protocol::Frame& frame) {
 bool Session::servePut(const protocol::Frame& frame) {
     protocol::Put put;
     protocol::decode(frame.body, put);
+    beginAudit("PUT", put.path);
     const std::string what = "PUT " + quoted(put.path);
     std::uint16_t code = protocol::kErrorFile;
     std::string fault;
@@ -288,6 +364,9 @@ std::string Session::receiveFile(const protocol::Put& put) {
             sendError(protocol::kErrorTimedOut, text);
             throw TlsError(TlsError::Kind::kTimedOut, text);
         }
+        if (judge(SessionState::kUpload, frame.header) == Verdict::kRefused) {
+            throw CException(refusal("PUT"));
+        }
         if (frame.header.type == FrameType::kEnd) {
             protocol::End end;
             protocol::decode(frame.body, end);
@@ -296,10 +375,6 @@ std::string Session::receiveFile(const protocol::Put& put) {
             result.elapsedMs = static_cast<std::uint32_t>(elapsedMs());
             channel->sendFrame(protocol::encode(result), TlsChannel::after(kShortSendMs));
             return result.text;
-        }
-        if (frame.header.type != FrameType::kData) {
-            throw ProtocolError(std::string("a ") + protocol::name(frame.header.type) +
-                                " frame came in the middle of a file");
         }
         receiver.write(frame.body);
     }
@@ -320,17 +395,37 @@ bool Session::receiveUntil(protocol::Frame& frame, TlsChannel::Deadline deadline
 bool Session::serveGet(const protocol::Frame& frame) {
     protocol::Get get;
     protocol::decode(frame.body, get);
+    beginAudit("GET", get.path);
     const std::string what = "GET " + quoted(get.path);
     try {
         logRequest(what, AgentLog::escape(sendFile(get)));
     } catch (const TlsError& lost) {
         logRequest(what, AgentLog::escape(lost.getErrMsg()));
         return false;
+    } catch (const pathprefix::Outside& outside) {
+        const std::string text = refusal(what) + ": " + outside.getErrMsg();
+        logRequest(what, "refused: " + text);
+        sendError(protocol::kErrorRefused, text);
     } catch (const CException& failed) {
         logRequest(what, AgentLog::escape(failed.getErrMsg()));
         sendError(protocol::kErrorFile, failed.getErrMsg());
     }
     return true;
+}
+
+FileSource Session::openSource(const std::string& path) const {
+    if (grant.role != Role::kReader) {
+        return FileSource(path);
+    }
+    try {
+        return FileSource(path, pathprefix::openBelow(grant.prefixes, path));
+    } catch (const pathprefix::Outside&) {
+        throw;
+    } catch (const FileError&) {
+        throw;
+    } catch (const CException& fault) {
+        throw FileError("Can not open \"" + path + "\": " + fault.getErrMsg() + ".");
+    }
 }
 
 std::string Session::sendFile(const protocol::Get& get) {
@@ -339,7 +434,7 @@ std::string Session::sendFile(const protocol::Get& get) {
     // A little more than the time given, so that the reason still gets through.
     const TlsChannel::Deadline hardDeadline =
         get.timeOutMs > 0 ? deadline + std::chrono::milliseconds(kLastWordsMs) : deadline;
-    FileSource source(get.path);
+    FileSource source = openSource(get.path);
     channel->sendFrame(protocol::encode(protocol::FileInfo{source.size(), source.mode()}),
                        hardDeadline);
     std::string piece;
@@ -362,10 +457,11 @@ std::string Session::sendFile(const protocol::Get& get) {
 bool Session::serveExists(const protocol::Frame& frame) {
     protocol::Exists exists;
     protocol::decode(frame.body, exists);
+    beginAudit("EXISTS", exists.path);
     struct stat found {};
     const bool isThere = ::stat(exists.path.c_str(), &found) == 0;
-    sendAnswer(isThere ? "1" : "0");
     logRequest("EXISTS " + quoted(exists.path), isThere ? "yes" : "no");
+    sendAnswer(isThere ? "1" : "0");
     return true;
 }
 
@@ -373,12 +469,13 @@ bool Session::serveMac(const protocol::Frame& frame) {
     if (!frame.body.empty()) {
         throw ProtocolError("a MAC frame has a body");
     }
+    beginAudit("MAC", "");
     const std::string mac =
         !config.macAddress.empty()
             ? config.macAddress
             : networkinterface::macOfLocalAddress(addressOf(channel->descriptor(), true));
-    sendAnswer(mac);
     logRequest("MAC", mac.empty() ? "none" : mac);
+    sendAnswer(mac);
     return true;
 }
 
@@ -392,11 +489,68 @@ void Session::sendAnswer(const std::string& text) {
 }
 
 void Session::tellListener(char what) {
-    while (::write(statusPipe.get(), &what, 1) < 0 && errno == EINTR) {
+    tellListener(std::string(1, what));
+}
+
+void Session::tellListener(const std::string& bytes) {
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t put = ::write(statusPipe.get(), bytes.data() + done, bytes.size() - done);
+        if (put >= 0) {
+            done += static_cast<std::size_t>(put);
+        } else if (errno == EAGAIN) {
+            pollfd watched{statusPipe.get(), POLLOUT, 0};
+            if (::poll(&watched, 1, kListenerPatienceMs) == 0) {
+                return;
+            }
+        } else if (errno != EINTR) {
+            return;
+        }
+    }
+}
+
+void Session::announcePeer() {
+    const std::string certificates = channel->peerCertificates(kMaxCertificateBytes);
+    if (certificates.empty() || certificates.size() > kMaxCertificateBytes) {
+        throw CException("the certificate is too large to be watched over");
+    }
+    const std::uint32_t length = htonl(static_cast<std::uint32_t>(certificates.size()));
+    std::string message(1, kAuthenticated);
+    message.append(reinterpret_cast<const char*>(&length), sizeof length);
+    tellListener(message + certificates);
+}
+
+std::string Session::nextRequestId() {
+    return std::to_string(::getpid()) + "-" + std::to_string(++requestCount);
+}
+
+void Session::beginAudit(const char* request, const std::string& what) {
+    audit.request = request;
+    audit.what = what;
+    audit.id = nextRequestId();
+    try {
+        AuditLog(jobSettings.auditFile).append(audit, "start", "", 0);
+    } catch (const CException& fault) {
+        throw AuditFault("the audit of this node cannot be written, so nothing is done: " +
+                         fault.getErrMsg());
+    }
+    auditOpen = true;
+}
+
+void Session::endAudit(const std::string& result) {
+    if (!auditOpen) {
+        return;
+    }
+    auditOpen = false;
+    const std::string fault =
+        AuditLog(jobSettings.auditFile).tryAppend(audit, "end", result, elapsedMs());
+    if (!fault.empty()) {
+        log.error("audit: " + AgentLog::escape(fault));
     }
 }
 
 void Session::logRequest(const std::string& what, const std::string& result) {
+    endAudit(result);
     log.info(who() + ": " + what + ": " + result + ", " + std::to_string(elapsedMs()) + " ms");
 }
 

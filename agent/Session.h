@@ -6,6 +6,9 @@
 
 #include "AgentConfig.h"
 #include "AgentLog.h"
+#include "AuditLog.h"
+#include "Authorization.h"
+#include "FileSource.h"
 #include "Job.h"
 #include "Protocol.h"
 #include "RunDirectory.h"
@@ -26,16 +29,19 @@ public:
         unsigned long uploadSilenceMs = 60000;
     };
 
-    // What a session tells the listener, one byte each.
+    // What a session tells the listener, one byte each. After kAuthenticated follow the
+    // certificates of the peer: their length, 32 bits in network order, and as many bytes, DER, its
+    // own first.
     static constexpr char kAuthenticated = 'A';
+    static constexpr std::size_t kMaxCertificateBytes = std::size_t{48} * 1024;
     static constexpr char kUninterruptibleBegins = 'U';
     static constexpr char kUninterruptibleEnds = 'u';
 
     // toListener: a pipe; errors there are of no matter, the listener may be gone.
     // isBusy: the agent serves as many sessions as it may, tell the shell so.
     Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
-            const AgentConfig& agentConfig, const JobSettings& settings, const AgentLog& agentLog,
-            UniqueFd toListener, bool isBusy);
+            const AgentConfig& agentConfig, const Authorization& rules, const JobSettings& settings,
+            const AgentLog& agentLog, UniqueFd toListener, bool isBusy);
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
@@ -48,8 +54,14 @@ public:
 private:
     void serve();
     bool greet();
+    // Throws ProtocolError for a frame that has no place in this state.
+    Verdict judge(SessionState state, const protocol::FrameHeader& header) const;
+    // Tells the shell that it may not; false when the session is to end.
+    bool refuse(const protocol::FrameHeader& header);
+    std::string refusal(const std::string& what) const;
     // False when the session is to end.
     bool serveRequest(const protocol::Frame& frame);
+    bool serveAllowed(const protocol::Frame& frame);
     bool serveExec(const protocol::Frame& frame);
     bool serveRunPackaged(const protocol::Frame& frame);
     bool servePut(const protocol::Frame& frame);
@@ -74,10 +86,19 @@ private:
     bool receiveUntil(protocol::Frame& frame, TlsChannel::Deadline deadline);
     std::string receiveFile(const protocol::Put& put);
     std::string sendFile(const protocol::Get& get);
+    // Throws pathprefix::Outside for what the certificate may not read.
+    FileSource openSource(const std::string& path) const;
 
     void sendError(std::uint16_t code, const std::string& text);
     void sendAnswer(const std::string& text);
     void tellListener(char what);
+    void tellListener(const std::string& bytes);
+    void announcePeer();
+    // Writes the start of a request into the audit. Throws CException: it must not be served then.
+    void beginAudit(const char* request, const std::string& what);
+    // Its end, unless somebody else is to write that. Errors are logged.
+    void endAudit(const std::string& result);
+    std::string nextRequestId();
     void logRequest(const std::string& what, const std::string& result);
     long long elapsedMs() const;
     std::string who() const;
@@ -85,6 +106,7 @@ private:
     UniqueFd socket;
     std::shared_ptr<TlsContext> context;
     const AgentConfig& config;
+    const Authorization& authorization;
     const JobSettings& jobSettings;
     const AgentLog& log;
     UniqueFd statusPipe;
@@ -92,9 +114,15 @@ private:
     const Limits limits;
     RunDirectory runDirectory;
     std::unique_ptr<TlsChannel> channel;
+    std::string certificateName;
+    std::string peerIp;
+    Authorization::Grant grant;
     std::string peer;  // certificate name and address, escaped
     std::string user;  // who runs the shell there, and the command's number, escaped
     TlsChannel::Clock::time_point requestStart;
+    AuditEntry audit;  // of the request that is served
+    bool auditOpen = false;
+    unsigned long requestCount = 0;
 
     // Of the job that runs.
     bool uninterruptible = false;

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "CException.h"
+#include "SecretMask.h"
 #include "Session.h"
 
 // The part of a session that runs jobs.
@@ -49,12 +50,13 @@ std::string describe(const protocol::Result& result) {
 
 bool Session::runJob(JobRequest& request, const char* what) {
     request.owner = who();
+    request.audit = audit;
     outputEnded = false;
     connectionLost = false;
     outcome = "cancelled";
     setUninterruptible(request.uninterruptible);
     const std::string label = std::string(what) + (uninterruptible ? " (uninterruptible) " : " ") +
-                              "\"" + AgentLog::escape(request.commandLine) + "\"";
+                              "\"" + AgentLog::escape(secretmask::mask(request.commandLine)) + "\"";
     try {
         converse(request, label);
     } catch (const ProtocolError&) {
@@ -70,6 +72,8 @@ bool Session::runJob(JobRequest& request, const char* what) {
 void Session::converse(const JobRequest& request, const std::string& label) {
     try {
         Job job(jobSettings, request);
+        // The supervisor ends the record from here on: it outlives this process.
+        auditOpen = false;
         if (uninterruptible) {
             log.info(who() + ": " + label + ": begins");
         }
@@ -173,6 +177,7 @@ bool Session::takeReport(Job& job) {
         case Job::Report::Kind::kLost:
             break;
     }
+    auditOpen = true;
     protocol::Result lost;
     lost.ending = protocol::Result::Ending::kCancelled;
     lost.text = uninterruptible

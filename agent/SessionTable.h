@@ -3,9 +3,11 @@
 #include <chrono>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <sys/types.h>
 
+#include "Authorization.h"
 #include "UniqueFd.h"
 
 // The listener's book of the sessions that run. Not locked: the listener has one thread.
@@ -17,6 +19,11 @@ public:
         std::string source;  // the peer's address, without the port
         UniqueFd status;     // the pipe on which the session tells what it is at
         Clock::time_point startedAt;
+        // What the session decides by; it was made when these were in force.
+        std::shared_ptr<const Authorization> rules;
+        unsigned int generation = 0;
+        std::string told;          // bytes from the pipe that are no whole message yet
+        std::string certificates;  // of the peer, once it has authenticated
         bool authenticated = false;
         bool uninterruptible = false;
         bool dropped = false;  // told to end by the listener

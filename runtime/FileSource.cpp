@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <unistd.h>
+#include <utility>
 
 #include "Protocol.h"
 
@@ -52,6 +53,15 @@ FileSource::FileSource(const std::string& sourcePath) : path(sourcePath) {
         const int error = errno;
         throw FileError("Can not open " + quoted(path) + ": " + std::strerror(error) + ".");
     }
+    examine();
+}
+
+FileSource::FileSource(const std::string& sourcePath, UniqueFd openedFile)
+    : path(sourcePath), file(std::move(openedFile)) {
+    examine();
+}
+
+void FileSource::examine() {
     if (fstat(file.get(), &opened) != 0) {
         const int error = errno;
         throw FileError("Can not examine " + quoted(path) + ": " + std::strerror(error) + ".");

@@ -21,6 +21,8 @@ public:
     // Opens the file. Throws FileError for a relative path, for anything but a regular file (a
     // symbolic link to one is followed), and where it cannot be opened.
     explicit FileSource(const std::string& path);
+    // The same for a file that is open for reading already; path names it in messages.
+    FileSource(const std::string& path, UniqueFd opened);
 
     std::uint64_t size() const { return total; }
     // Permission bits only.
@@ -34,6 +36,7 @@ public:
     std::string finish() { return digest.finish(); }
 
 private:
+    void examine();
     [[noreturn]] void changed(const char* how) const;
     void checkUnchanged();
 

@@ -46,6 +46,11 @@ int noteVerification(int accepted, X509_STORE_CTX* store) {
     const auto* ssl =
         static_cast<SSL*>(X509_STORE_CTX_get_ex_data(store, SSL_get_ex_data_X509_STORE_CTX_idx()));
     auto* note = static_cast<VerifyNote*>(SSL_get_ex_data(ssl, noteIndex()));
+    if (accepted == 1 && X509_STORE_CTX_get_error_depth(store) == 0 &&
+        !tlsfault::namesPurpose(X509_STORE_CTX_get_current_cert(store))) {
+        X509_STORE_CTX_set_error(store, X509_V_ERR_INVALID_PURPOSE);
+        accepted = 0;
+    }
     if (accepted == 0 && note != nullptr && note->error == X509_V_OK) {
         note->error = X509_STORE_CTX_get_error(store);
         note->text = tlsfault::describeVerification(
@@ -410,6 +415,19 @@ std::string TlsChannel::peerSubject() const {
 
 std::string TlsChannel::peerCommonName() const {
     return tlsfault::commonName(SSL_get0_peer_certificate(ssl.get()));
+}
+
+std::string TlsChannel::peerCertificates(std::size_t maxBytes) const {
+    std::string all = tlsfault::der(SSL_get0_peer_certificate(ssl.get()));
+    STACK_OF(X509)* issuers = SSL_get_peer_cert_chain(ssl.get());
+    for (int i = 0; issuers != nullptr && i < sk_X509_num(issuers); ++i) {
+        const std::string next = tlsfault::der(sk_X509_value(issuers, i));
+        if (all.size() + next.size() > maxBytes) {
+            break;
+        }
+        all += next;
+    }
+    return all;
 }
 
 bool TlsChannel::isResumed() const {

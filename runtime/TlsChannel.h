@@ -104,6 +104,9 @@ public:
     // The subject of the peer's certificate, "CN=node_0001"; and its common name alone.
     std::string peerSubject() const;
     std::string peerCommonName() const;
+    // The certificates the peer has shown, DER one after the other, its own first. Those of its
+    // issuers are left out after a resumption, and where all would be more than maxBytes.
+    std::string peerCertificates(std::size_t maxBytes) const;
     bool isResumed() const;
 
 private:

@@ -42,6 +42,12 @@ struct KeyDeleter {
 struct CrlDeleter {
     void operator()(X509_CRL* doomed) const { X509_CRL_free(doomed); }
 };
+struct StackDeleter {
+    void operator()(STACK_OF(X509) * doomed) const { sk_X509_free(doomed); }
+};
+struct StoreContextDeleter {
+    void operator()(X509_STORE_CTX* doomed) const { X509_STORE_CTX_free(doomed); }
+};
 using Bio = std::unique_ptr<BIO, BioDeleter>;
 using Certificate = std::unique_ptr<X509, X509Deleter>;
 using PrivateKey = std::unique_ptr<EVP_PKEY, KeyDeleter>;
@@ -443,6 +449,44 @@ std::string TlsContext::describeOwnCertificate() const {
     const X509* own = SSL_CTX_get0_certificate(context.get());
     return "\"" + files.certificateFile + "\" (" + tlsfault::subject(own) + ", " +
            tlsfault::validity(own) + ")";
+}
+
+std::string TlsContext::refusalOf(const std::string& certificates, const std::string& whose,
+                                  std::string& name) const {
+    const auto* next = reinterpret_cast<const unsigned char*>(certificates.data());
+    const unsigned char* const end = next + certificates.size();
+    std::vector<Certificate> parsed;
+    while (next < end) {
+        Certificate certificate(d2i_X509(nullptr, &next, static_cast<long>(end - next)));
+        if (!certificate) {
+            break;
+        }
+        parsed.push_back(std::move(certificate));
+    }
+    const std::unique_ptr<STACK_OF(X509), StackDeleter> issuers(sk_X509_new_null());
+    const std::unique_ptr<X509_STORE_CTX, StoreContextDeleter> check(X509_STORE_CTX_new());
+    if (parsed.empty() || !issuers || !check) {
+        ERR_clear_error();
+        return "The certificate of " + whose + " can not be read.";
+    }
+    for (const Certificate& certificate : parsed) {
+        if (sk_X509_push(issuers.get(), certificate.get()) <= 0) {
+            return "The certificate of " + whose + " can not be checked.";
+        }
+    }
+    X509* const own = parsed.front().get();
+    name = tlsfault::commonName(own);
+    const bool ready =
+        X509_STORE_CTX_init(check.get(), SSL_CTX_get_cert_store(context.get()), own,
+                            issuers.get()) == 1 &&
+        X509_STORE_CTX_set_default(check.get(), serverSide ? "ssl_client" : "ssl_server") == 1;
+    const bool accepted = ready && X509_verify_cert(check.get()) == 1;
+    ERR_clear_error();
+    if (accepted && tlsfault::namesPurpose(own)) {
+        return "";
+    }
+    const int error = accepted ? X509_V_ERR_INVALID_PURPOSE : X509_STORE_CTX_get_error(check.get());
+    return tlsfault::describeVerification(error, own, whose, serverSide ? "" : whose);
 }
 
 SslSession TlsContext::takeSession(const std::string& peer) {

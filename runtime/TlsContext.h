@@ -50,6 +50,12 @@ public:
     // The own certificate for messages: file, subject and validity.
     std::string describeOwnCertificate() const;
 
+    // Whether a peer that was accepted earlier would be accepted now: its certificates as
+    // TlsChannel::peerCertificates gives them, against this context's CAs and revocation list.
+    // Returns why not, or an empty text; name gets the common name.
+    std::string refusalOf(const std::string& certificates, const std::string& whose,
+                          std::string& name) const;
+
     // A session resumes at most once, so it is taken out of the store to be used. The key must name
     // the whole identity of the peer: a resumed handshake does not check the name again. Null when
     // there is none that is still good.

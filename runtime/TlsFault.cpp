@@ -137,7 +137,7 @@ std::string commonName(const X509* certificate) {
     }
     const X509_NAME* name = X509_get_subject_name(certificate);
     const int at = X509_NAME_get_index_by_NID(name, NID_commonName, -1);
-    if (at < 0) {
+    if (at < 0 || X509_NAME_get_index_by_NID(name, NID_commonName, at) >= 0) {
         return std::string();
     }
     const ASN1_STRING* value = X509_NAME_ENTRY_get_data(X509_NAME_get_entry(name, at));
@@ -146,6 +146,16 @@ std::string commonName(const X509* certificate) {
         return std::string();
     }
     return contents(bio.get());
+}
+
+std::string der(X509* certificate) {
+    unsigned char* bytes = nullptr;
+    const int length = certificate == nullptr ? 0 : i2d_X509(certificate, &bytes);
+    const std::string text =
+        length > 0 ? std::string(reinterpret_cast<char*>(bytes), static_cast<std::size_t>(length))
+                   : std::string();
+    OPENSSL_free(bytes);
+    return text;
 }
 
 std::string timeText(const ASN1_TIME* time) {
@@ -160,6 +170,10 @@ std::string timeText(const ASN1_TIME* time) {
 std::string validity(const X509* certificate) {
     return "valid from " + timeText(X509_get0_notBefore(certificate)) + " to " +
            timeText(X509_get0_notAfter(certificate));
+}
+
+bool namesPurpose(X509* certificate) {
+    return certificate != nullptr && (X509_get_extension_flags(certificate) & EXFLAG_XKUSAGE) != 0;
 }
 
 bool isExpired(const X509* certificate) {

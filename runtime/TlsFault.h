@@ -13,11 +13,18 @@ std::string lastReason();
 
 // "CN=node_0001,O=kelsh"; "CN=?" style placeholders are not used: an unreadable name is empty.
 std::string subject(const X509* certificate);
+// Empty also where there are several: rights that hang on the name must not depend on which of them
+// one looks at.
 std::string commonName(const X509* certificate);
+// Empty when it cannot be encoded.
+std::string der(X509* certificate);
 // "2026-01-31 12:00:00 UTC"
 std::string timeText(const ASN1_TIME* time);
 // "valid from ... to ..."
 std::string validity(const X509* certificate);
+// Whether the certificate says at all what it is for. OpenSSL lets one that does not pass for
+// anything; here such a key would be master and node at once.
+bool namesPurpose(X509* certificate);
 // Whether the last day of the certificate has passed.
 bool isExpired(const X509* certificate);
 

@@ -2,8 +2,11 @@ kelsh_add_test_program(unit_agent LABEL unit
     SOURCES
         AgentConfigTest.cpp
         AgentLogTest.cpp
+        AuditLogTest.cpp
+        AuthorizationTest.cpp
         NetworkInterfaceTest.cpp
         ProcessTreeTest.cpp
         RunDirectoryTest.cpp
+        SecretMaskTest.cpp
         SessionTableTest.cpp
     LIBRARIES kelnode_core)

@@ -1,0 +1,272 @@
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "Authorization.h"
+#include "TempDir.h"
+
+namespace {
+
+constexpr SessionState kStates[] = {SessionState::kGreeting, SessionState::kRequest,
+                                    SessionState::kUpload, SessionState::kBusy};
+constexpr Role kRoles[] = {Role::kNone, Role::kObserver, Role::kReader, Role::kOperator,
+                           Role::kFirmware};
+
+// Written out once more, by numbers: what each role may send as a request, as type and flags.
+using Request = std::pair<int, int>;
+const std::map<Role, std::set<Request>> kMayRequest = {
+    {Role::kNone, {}},
+    {Role::kObserver, {{0x14, 0}, {0x15, 0}}},
+    {Role::kReader, {{0x13, 0}, {0x14, 0}, {0x15, 0}}},
+    {Role::kOperator, {{0x10, 0}, {0x11, 0}, {0x12, 0}, {0x13, 0}, {0x14, 0}, {0x15, 0}}},
+    {Role::kFirmware,
+     {{0x10, 0}, {0x10, 1}, {0x11, 0}, {0x11, 1}, {0x12, 0}, {0x13, 0}, {0x14, 0}, {0x15, 0}}}};
+const std::set<int> kUploadTypes = {0x22, 0x23};
+
+Verdict expected(SessionState state, Role role, int type, int flags) {
+    if (state == SessionState::kGreeting) {
+        return type == 0x02 && flags == 0 ? Verdict::kAllowed : Verdict::kOutOfPlace;
+    }
+    if (state == SessionState::kUpload && kUploadTypes.count(type) != 0 && flags == 0) {
+        return role >= Role::kOperator ? Verdict::kAllowed : Verdict::kRefused;
+    }
+    if (state == SessionState::kRequest) {
+        if (kMayRequest.at(role).count({type, flags}) != 0) {
+            return Verdict::kAllowed;
+        }
+        if (kMayRequest.at(Role::kFirmware).count({type, flags}) != 0) {
+            return Verdict::kRefused;
+        }
+    }
+    return Verdict::kOutOfPlace;
+}
+
+class AuthorizationFile : public testing::Test {
+protected:
+    Authorization load(const std::string& content) {
+        std::ofstream(file(), std::ios::binary) << content;
+        faults.clear();
+        return Authorization::load(file(), faults);
+    }
+    std::string file() const { return directory.file("authz.cfg"); }
+    std::string onlyFault() const {
+        return faults.size() == 1 ? std::to_string(faults.front().line) + ": " + faults.front().text
+                                  : std::to_string(faults.size()) + " faults";
+    }
+
+    TempDir directory;
+    std::vector<AgentConfig::Fault> faults;
+};
+
+class PathPrefix : public testing::Test {
+protected:
+    PathPrefix() {
+        std::filesystem::create_directories(inside("deep"));
+        std::filesystem::create_directories(directory.file("open-too"));
+        write(inside("file"), "inside");
+        write(inside("deep/file"), "deep");
+        write(directory.file("secret"), "secret");
+        write(directory.file("open-too/file"), "beside");
+    }
+    std::string inside(const std::string& name) const { return directory.file("open/" + name); }
+    static void write(const std::string& name, const std::string& text) {
+        std::ofstream(name) << text;
+    }
+    // The content, or what kept it from being read.
+    std::string open(const std::string& path) const {
+        return openBelow({directory.file("open")}, path);
+    }
+    static std::string openBelow(const std::list<std::string>& prefixes, const std::string& path) {
+        try {
+            const UniqueFd fd = pathprefix::openBelow(prefixes, path);
+            char text[64];
+            const ssize_t count = ::read(fd.get(), text, sizeof text);
+            return count < 0 ? "unreadable" : std::string(text, static_cast<std::size_t>(count));
+        } catch (const pathprefix::Outside&) {
+            return "OUTSIDE";
+        } catch (const CException& fault) {
+            return fault.getErrMsg();
+        }
+    }
+
+    TempDir directory;
+};
+
+}  // namespace
+
+TEST(Authorization, EveryFrameInEveryStateIsDeniedUnlessItIsGranted) {
+    int allowed = 0;
+    for (const SessionState state : kStates) {
+        for (const Role role : kRoles) {
+            for (int type = 0; type < 256; ++type) {
+                for (int flags = 0; flags < 256; ++flags) {
+                    const Verdict verdict = judgeFrame(state, role, static_cast<std::uint8_t>(type),
+                                                       static_cast<std::uint8_t>(flags));
+                    ASSERT_EQ(verdict, expected(state, role, type, flags))
+                        << "state " << static_cast<int>(state) << ", role " << nameOf(role)
+                        << ", type " << type << ", flags " << flags;
+                    allowed += verdict == Verdict::kAllowed ? 1 : 0;
+                }
+            }
+        }
+    }
+    // 5 greetings, 0 + 2 + 3 + 6 + 8 requests, 2 times 2 parts of a file.
+    EXPECT_EQ(allowed, 5 + 19 + 4);
+}
+
+TEST_F(AuthorizationFile, WithoutTheFileEverybodyMayDoEverything) {
+    const Authorization rules = Authorization::load(file(), faults);
+    EXPECT_TRUE(faults.empty());
+    EXPECT_FALSE(rules.isRestricted());
+    EXPECT_EQ(rules.grantOf("anybody").role, Role::kFirmware);
+}
+
+TEST_F(AuthorizationFile, EmptyFileGrantsNothing) {
+    const Authorization rules = load("");
+    EXPECT_TRUE(faults.empty());
+    EXPECT_TRUE(rules.isRestricted());
+    EXPECT_EQ(rules.grantOf("anybody").role, Role::kNone);
+}
+
+TEST_F(AuthorizationFile, RolesAndPrefixesAreTaken) {
+    const Authorization rules = load(
+        "# who may do what\n\nwatch=observer\nlogs=reader /var/log /var/tmp/ /\nday=operator\n"
+        "night shift=firmware");
+    EXPECT_TRUE(faults.empty()) << onlyFault();
+    EXPECT_EQ(rules.grantOf("watch").role, Role::kObserver);
+    EXPECT_EQ(rules.grantOf("logs").role, Role::kReader);
+    EXPECT_EQ(rules.grantOf("logs").prefixes,
+              (std::list<std::string>{"/var/log", "/var/tmp", "/"}));
+    EXPECT_EQ(rules.grantOf("day").role, Role::kOperator);
+    EXPECT_EQ(rules.grantOf("night shift").role, Role::kFirmware);
+    EXPECT_EQ(rules.grantOf("Day").role, Role::kNone);
+    EXPECT_EQ(rules.grantOf("").role, Role::kNone);
+}
+
+TEST_F(AuthorizationFile, FaultsNameTheLineAndGrantNothing) {
+    const std::map<std::string, std::string> cases = {
+        {"m=root",
+         "1: m: \"root\" is not a role; the roles are observer, reader, operator and "
+         "firmware"},
+        {"m=", "1: m: \"\" is not a role; the roles are observer, reader, operator and firmware"},
+        {"m=none",
+         "1: m: \"none\" is not a role; the roles are observer, reader, operator and "
+         "firmware"},
+        {"m", "1: \"m\" is not NAME=ROLE"},
+        {"=operator", "1: the name of a certificate is missing before \"=\""},
+        {"m=operator /tmp", "1: m: only a reader has path prefixes"},
+        {"m=reader", "1: m: a reader needs at least one path prefix"},
+        {"m=reader tmp", "1: m: \"tmp\" is not an absolute path"},
+        {"m=reader /a/../b", "1: m: \"/a/../b\" has an empty, \".\" or \"..\" part"},
+        {"m=reader /a//b", "1: m: \"/a//b\" has an empty, \".\" or \"..\" part"},
+        {"m=reader /a/.", "1: m: \"/a/.\" has an empty, \".\" or \"..\" part"},
+        {"m=reader " + std::string(600, 'x'), "1: the line is longer than 511 characters"}};
+    for (const auto& entry : cases) {
+        const Authorization rules = load(entry.first + "\n");
+        EXPECT_EQ(onlyFault(), entry.second);
+        EXPECT_TRUE(rules.isRestricted());
+        EXPECT_EQ(rules.grantOf("m").role, Role::kNone) << entry.first;
+    }
+}
+
+TEST_F(AuthorizationFile, SecondMentionIsAFault) {
+    const Authorization rules = load("m=observer\nm=firmware\n");
+    EXPECT_EQ(onlyFault(), "2: m is named a second time");
+    EXPECT_EQ(rules.grantOf("m").role, Role::kObserver);
+}
+
+TEST_F(AuthorizationFile, FileThatCannotBeReadIsNotTakenForNone) {
+    ASSERT_EQ(::symlink("/no/such/file", file().c_str()), 0);
+    const Authorization rules = Authorization::load(file(), faults);
+    EXPECT_EQ(onlyFault(), "0: cannot be opened: No such file or directory");
+    EXPECT_EQ(rules.grantOf("anybody").role, Role::kNone);
+}
+
+TEST_F(AuthorizationFile, DirectoryIsAFault) {
+    std::filesystem::create_directory(file());
+    const Authorization rules = Authorization::load(file(), faults);
+    EXPECT_EQ(onlyFault(), "0: cannot be read: Is a directory");
+    EXPECT_EQ(rules.grantOf("anybody").role, Role::kNone);
+}
+
+TEST_F(AuthorizationFile, FewerRightsAreTold) {
+    const Authorization rules =
+        load("o=observer\nr=reader /a /b\ns=reader /a\nall=reader /\nx=operator\n");
+    const auto less = [&](const char* one, const char* other) {
+        return rules.grantOf(one).isLessThan(rules.grantOf(other));
+    };
+    EXPECT_TRUE(less("o", "r"));
+    EXPECT_FALSE(less("r", "o"));
+    EXPECT_FALSE(less("r", "r"));
+    EXPECT_TRUE(less("s", "r"));
+    EXPECT_FALSE(less("r", "s"));
+    EXPECT_FALSE(less("all", "r"));
+    EXPECT_TRUE(less("r", "x"));
+    EXPECT_TRUE(less("nobody", "o"));
+}
+
+TEST(PathPrefixText, CoversWholePartsOnly) {
+    EXPECT_TRUE(pathprefix::covers("/var/log", "/var/log"));
+    EXPECT_TRUE(pathprefix::covers("/var/log", "/var/log/x"));
+    EXPECT_FALSE(pathprefix::covers("/var/log", "/var/logs"));
+    EXPECT_FALSE(pathprefix::covers("/var/log", "/var"));
+    EXPECT_TRUE(pathprefix::covers("/", "/x"));
+    EXPECT_FALSE(pathprefix::covers("/", "x"));
+    EXPECT_FALSE(pathprefix::covers("", "/x"));
+}
+
+TEST_F(PathPrefix, FilesBelowAreOpened) {
+    EXPECT_EQ(open(inside("file")), "inside");
+    EXPECT_EQ(open(inside("deep/file")), "deep");
+    EXPECT_EQ(open(inside("deep//file")), "deep");
+    EXPECT_EQ(openBelow({inside("file")}, inside("file")), "inside");
+    EXPECT_EQ(openBelow({"/"}, inside("file")), "inside");
+    EXPECT_EQ(openBelow({"/no/such", directory.file("open")}, inside("file")), "inside");
+}
+
+TEST_F(PathPrefix, WhatIsElsewhereIsOutside) {
+    for (const std::string& path :
+         {directory.file("secret"), directory.file("open-too/file"), std::string("/etc/passwd"),
+          std::string(""), std::string("file"), inside("../secret"), inside("deep/../file"),
+          inside("deep/../../secret"), inside("..")}) {
+        EXPECT_EQ(open(path), "OUTSIDE") << path;
+    }
+    EXPECT_EQ(openBelow({}, inside("file")), "OUTSIDE");
+    EXPECT_EQ(openBelow({inside("file")}, inside("file2")), "OUTSIDE");
+}
+
+TEST_F(PathPrefix, LinksDoNotLeadOut) {
+    std::filesystem::create_symlink("../secret", inside("relative"));
+    std::filesystem::create_symlink(directory.file("secret"), inside("absolute"));
+    std::filesystem::create_symlink(directory.path(), inside("up"));
+    std::filesystem::create_symlink("relative", inside("chain"));
+    for (const char* name : {"relative", "absolute", "up/secret", "chain", "up/open-too/file"}) {
+        EXPECT_EQ(open(inside(name)), "OUTSIDE") << name;
+    }
+}
+
+TEST_F(PathPrefix, LinksThatStayBelowAreFollowed) {
+    std::filesystem::create_symlink("deep/file", inside("link"));
+    std::filesystem::create_symlink(directory.path(), inside("up"));
+    EXPECT_EQ(open(inside("link")), "deep");
+    EXPECT_EQ(open(inside("up/open/file")), "inside");
+}
+
+TEST_F(PathPrefix, PrefixMayBeALinkItself) {
+    std::filesystem::create_directory_symlink(directory.file("open"), directory.file("alias"));
+    EXPECT_EQ(openBelow({directory.file("alias")}, directory.file("alias/file")), "inside");
+    EXPECT_EQ(openBelow({directory.file("alias")}, inside("file")), "OUTSIDE");
+}
+
+TEST_F(PathPrefix, OnlyRegularFilesAreOpened) {
+    ASSERT_EQ(::mkfifo(inside("fifo").c_str(), 0600), 0);
+    EXPECT_EQ(open(inside("fifo")), "it is no regular file");
+    EXPECT_EQ(open(inside("deep")), "it is a directory");
+    EXPECT_EQ(open(inside("missing")), "No such file or directory");
+}
