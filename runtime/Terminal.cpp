@@ -159,6 +159,8 @@ Terminal::Filled Terminal::fill(const Clock::time_point* deadline) {
         }
         const ssize_t got = read(kInput, buffer, wanted);
         if (got > 0) {
+            // An interrupt that came before these bytes must not take them along later.
+            obeyDrop();
             ahead.append(buffer, static_cast<std::size_t>(got));
             burst = burst || got > 1;
             return Filled::kBytes;
