@@ -301,21 +301,17 @@ bool believesBareServer(const TlsFiles& files, const std::string& master, const 
                                     SSL_FILETYPE_PEM) != 1) {
         throw std::runtime_error("the bare server cannot use its certificate");
     }
-    static thread_local std::string offered;
-    const FakeNodeAgent agent(FakeNodeAgent::RawScript([context, alpn](int fd) {
-        offered = alpn;
-        SSL_CTX_set_alpn_select_cb(
-            context.get(),
-            [](SSL*, const unsigned char** out, unsigned char* length, const unsigned char*,
-               unsigned int, void*) {
-                if (offered.empty()) {
-                    return SSL_TLSEXT_ERR_NOACK;
-                }
-                *out = reinterpret_cast<const unsigned char*>(offered.data());
-                *length = static_cast<unsigned char>(offered.size());
-                return SSL_TLSEXT_ERR_OK;
-            },
-            nullptr);
+    // The callback hands out a pointer into it.
+    const auto offered = std::make_shared<std::string>(alpn);
+    const auto select = [](SSL*, const unsigned char** out, unsigned char* length,
+                           const unsigned char*, unsigned int, void* argument) {
+        const auto* name = static_cast<const std::string*>(argument);
+        *out = reinterpret_cast<const unsigned char*>(name->data());
+        *length = static_cast<unsigned char>(name->size());
+        return name->empty() ? SSL_TLSEXT_ERR_NOACK : SSL_TLSEXT_ERR_OK;
+    };
+    SSL_CTX_set_alpn_select_cb(context.get(), select, offered.get());
+    const FakeNodeAgent agent(FakeNodeAgent::RawScript([context, offered](int fd) {
         const std::unique_ptr<SSL, decltype(&SSL_free)> ssl(SSL_new(context.get()), SSL_free);
         SSL_set_fd(ssl.get(), fd);
         if (SSL_accept(ssl.get()) == 1) {
