@@ -27,5 +27,6 @@ std::vector<Figure> attackWithMalformedFrames(const Scale& scale);
 std::vector<Figure> attackWithCertificates(const Scale& scale);
 std::vector<Figure> attackWithEscapingJobs(const Scale& scale);
 std::vector<Figure> interruptFlashes(const Scale& scale);
+std::vector<Figure> changeAudit(const Scale& scale);
 std::vector<Figure> attackShellWithAnswers(const Scale& scale);
 std::vector<Figure> soak(const Scale& scale);

@@ -19,10 +19,15 @@ using Attack = std::function<std::vector<Figure>(const Scale&)>;
 
 const std::vector<std::pair<std::string, Attack>>& attacks() {
     static const std::vector<std::pair<std::string, Attack>> all{
-        {"slow-peers", attackWithSlowPeers},   {"descriptors", attackDescriptors},
-        {"frames", attackWithMalformedFrames}, {"certificates", attackWithCertificates},
-        {"escapes", attackWithEscapingJobs},   {"flashes", interruptFlashes},
-        {"payloads", attackShellWithAnswers},  {"soak", soak}};
+        {"slow-peers", attackWithSlowPeers},
+        {"descriptors", attackDescriptors},
+        {"frames", attackWithMalformedFrames},
+        {"certificates", attackWithCertificates},
+        {"escapes", attackWithEscapingJobs},
+        {"flashes", interruptFlashes},
+        {"audit", changeAudit},
+        {"payloads", attackShellWithAnswers},
+        {"soak", soak}};
     return all;
 }
 
