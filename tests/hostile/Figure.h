@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -14,10 +15,14 @@ struct Figure {
     bool isReached = false;
 };
 
-// How much of an attack is run: in full, or so that all of them together take a minute.
+// How much of an attack is run: in full, a part of it, or so little that all of them together take
+// a minute.
 struct Scale {
     bool isShort = false;
-    long pick(long full, long small) const { return isShort ? small : full; }
+    long percent = 100;
+    long pick(long full, long small) const {
+        return isShort ? small : std::max(small, full * percent / 100);
+    }
 };
 
 // The attacks. Each starts what it attacks, ends it, and may throw when it cannot be set up.

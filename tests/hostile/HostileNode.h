@@ -189,7 +189,11 @@ private:
 
     // What an honest node would say, so that the steps behind it are reached too: where the shell
     // looks for a phrase, it finds it.
-    static std::string honestOutput(const std::string& line) {
+    std::string honestOutput(const std::string& line) {
+        if (line.rfind("stat ", 0) == 0) {
+            // The state of a log that every run of a tool writes anew.
+            return "8:1:100:now:" + std::to_string(++logState) + "\n";
+        }
         if (line.find("KELNODE_PATH") != std::string::npos) {
             return "/opt/kelnode/\n";
         }
@@ -326,4 +330,5 @@ private:
     const Payloads& payloads;
     std::atomic<long> count{0};
     std::atomic<long> connections{0};
+    std::atomic<long> logState{0};
 };

@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <functional>
@@ -33,8 +34,9 @@ const std::vector<std::pair<std::string, Attack>>& attacks() {
 
 int usage(int status) {
     std::FILE* const stream = status == 0 ? stdout : stderr;
-    std::fputs("Usage: hostile [--short] [ATTACK...]\n\nAttacks, all of them by default:\n",
-               stream);
+    std::fputs(
+        "Usage: hostile [--short | --percent N] [ATTACK...]\n\nAttacks, all of them by default:\n",
+        stream);
     for (const auto& attack : attacks()) {
         std::fprintf(stream, "  %s\n", attack.first.c_str());
     }
@@ -85,6 +87,10 @@ int main(int argc, char** argv) {
         const std::string word = argv[i];
         bool known = word == "--short";
         scale.isShort = scale.isShort || known;
+        if (word == "--percent" && i + 1 < argc) {
+            scale.percent = std::strtol(argv[++i], nullptr, 10);
+            known = scale.percent > 0 && scale.percent <= 100;
+        }
         for (const auto& attack : attacks()) {
             if (attack.first == word) {
                 chosen.push_back(attack);
