@@ -151,7 +151,7 @@ std::string Authorization::apply(const std::string& name, const std::string& val
         }
         const std::string fault = pathprefix::faultOf(prefix);
         if (!fault.empty()) {
-            return name + ": " + fault;
+            return std::string(name).append(": ").append(fault);
         }
         grant.prefixes.push_back(prefix);
     }

@@ -8,6 +8,7 @@
 #include "AgentLog.h"
 #include "AuditLog.h"
 #include "Authorization.h"
+#include "CException.h"
 #include "FileSource.h"
 #include "Job.h"
 #include "Protocol.h"
@@ -52,6 +53,12 @@ public:
     static void installSignals();
 
 private:
+    // Nothing is done that cannot be recorded.
+    class AuditFault : public CException {
+    public:
+        using CException::CException;
+    };
+
     void serve();
     bool greet();
     // Throws ProtocolError for a frame that has no place in this state.
@@ -94,7 +101,7 @@ private:
     void tellListener(char what);
     void tellListener(const std::string& bytes);
     void announcePeer();
-    // Writes the start of a request into the audit. Throws CException: it must not be served then.
+    // Writes the start of a request into the audit. Throws AuditFault: it must not be served then.
     void beginAudit(const char* request, const std::string& what);
     // Its end, unless somebody else is to write that. Errors are logged.
     void endAudit(const std::string& result);

@@ -8,7 +8,8 @@ target_compile_definitions(kelsh_flags INTERFACE BOOST_THREAD_VERSION=2 BOOST_BI
 
 if(KELSH_SANITIZE)
     target_compile_options(kelsh_flags INTERFACE
-        -fsanitize=${KELSH_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+        -fsanitize=${KELSH_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1
+        -g1)
     target_link_options(kelsh_flags INTERFACE -fsanitize=${KELSH_SANITIZE})
 endif()
 if(KELSH_SANITIZE MATCHES "thread")

@@ -2,6 +2,7 @@
 #include <exception>
 #include <fcntl.h>
 #include <iostream>
+#include <poll.h>
 #include <unistd.h>
 
 #include "CShell.h"
@@ -23,6 +24,21 @@ void occupyStandardDescriptors() {
     }
 }
 
+// A reader that has left, as "head" does, has had what it wanted.
+bool readerHasLeft() {
+    pollfd watched{STDOUT_FILENO, 0, 0};
+    return ::poll(&watched, 1, 0) > 0 && (watched.revents & (POLLERR | POLLHUP)) != 0;
+}
+
+// The commands have run all the same, so the exit status stays theirs; but on a full disk their
+// results are missing from the file, and nobody may take that file for the whole story.
+void reportLostOutput() {
+    if (!readerHasLeft()) {
+        std::cerr << "kelsh: standard output could not be written; results are missing from it."
+                  << std::endl;
+    }
+}
+
 int runShell(int argc, char** argv) {
     try {
         CShell shell;
@@ -39,7 +55,10 @@ int main(int argc, char** argv) {
     occupyStandardDescriptors();
     const int status = runShell(argc, argv);
     std::cout.flush();
-    static_cast<void>(std::fflush(nullptr));
+    const bool written = std::fflush(nullptr) == 0 && std::ferror(stdout) == 0 && std::cout.good();
+    if (!written) {
+        reportLostOutput();
+    }
     if (CShell::abandonedWorkers() != 0) {
         // A worker that was given up may be inside TLS or logging code, which the exit handlers
         // would take apart under it.

@@ -14,8 +14,6 @@ namespace certificateexpiry {
 
 namespace {
 
-constexpr int kSecondsPerDay = 24 * 60 * 60;
-
 struct BioDeleter {
     void operator()(BIO* doomed) const { BIO_free(doomed); }
 };
@@ -50,6 +48,10 @@ std::string endingOf(const ASN1_TIME* end, std::time_t now, int days) {
     return "expires in " + left + ", on " + tlsfault::timeText(end);
 }
 
+std::string describe(const std::string& what, const std::string& file, const std::string& ending) {
+    return "The " + what + " \"" + file + "\" " + ending;
+}
+
 void addCertificates(const std::string& file, std::time_t now, int days,
                      std::list<std::string>& found) {
     const Bio bio(BIO_new_file(file.c_str(), "re"));
@@ -61,8 +63,8 @@ void addCertificates(const std::string& file, std::time_t now, int days,
         }
         const std::string ending = endingOf(X509_get0_notAfter(certificate.get()), now, days);
         if (!ending.empty()) {
-            found.push_back("The certificate " + tlsfault::subject(certificate.get()) + " in \"" +
-                            file + "\" " + ending + ".");
+            found.push_back(describe("certificate " + tlsfault::subject(certificate.get()) + " in",
+                                     file, ending + "."));
         }
     }
     ERR_clear_error();
@@ -79,8 +81,8 @@ void addLists(const std::string& file, std::time_t now, int days, std::list<std:
         const ASN1_TIME* end = X509_CRL_get0_nextUpdate(list.get());
         const std::string ending = end == nullptr ? "" : endingOf(end, now, days);
         if (!ending.empty()) {
-            found.push_back("The revocation list \"" + file + "\" " + ending +
-                            "; nobody is accepted after that.");
+            found.push_back(
+                describe("revocation list", file, ending + "; nobody is accepted after that."));
         }
     }
     ERR_clear_error();

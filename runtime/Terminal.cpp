@@ -157,6 +157,8 @@ Terminal::Filled Terminal::fill(const Clock::time_point* deadline) {
         if (!waitForInput(deadline)) {
             return Filled::kLate;
         }
+        // What is read now may have been typed after Ctrl+C: it must not be dropped later.
+        obeyDrop();
         const ssize_t got = read(kInput, buffer, wanted);
         if (got > 0) {
             // An interrupt that came before these bytes must not take them along later.

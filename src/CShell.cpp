@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <iostream>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -23,6 +24,7 @@
 #include "CSystemEnvironment.h"
 #include "CThreadWrapperOfCommand.h"
 #include "CUtil.h"
+#include "CertificateExpiry.h"
 #include "CommandSequence.h"
 #include "ConfigErrorCollector.h"
 #include "PipedLine.h"
@@ -87,6 +89,18 @@ void raiseDescriptorLimit() {
 std::string installPathOfShell() {
     const CSystemEnvironment environment;
     return environment.isDefaultKelshPathUsed() ? "" : environment.getKelshPath();
+}
+
+// While there is time to renew it: the day it ends no node listens to this master any more.
+void warnOfExpiry() {
+    if (::isatty(STDERR_FILENO) != 1) {
+        return;
+    }
+    const std::string file = CSSLConfig::getInstance()->getCertificateFile();
+    for (const std::string& warning : certificateexpiry::warnings(
+             {file, certificateexpiry::revocationListBeside(file)}, std::time(nullptr))) {
+        std::cerr << warning << std::endl;
+    }
 }
 
 // What a shell with live workers leaves behind. The list keeps it reachable, so that a leak checker
@@ -198,6 +212,7 @@ bool CShell::init(std::list<std::string>&, CShellExecutionContext& ctx) {
         std::cout << errors.toString() << std::flush;
         return false;
     }
+    warnOfExpiry();
     return true;
 }
 

@@ -1,5 +1,8 @@
 kelsh_add_test_program(integration_agent LABEL integration
     SOURCES
+        AgentAuditTest.cpp
+        AgentAuthorizationTest.cpp
+        AgentCertificatesTest.cpp
         AgentExecTest.cpp
         AgentFirmwareTest.cpp
         AgentJobEndTest.cpp

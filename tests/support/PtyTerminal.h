@@ -223,6 +223,13 @@ private:
                 unsetenv(name.c_str());
             }
         }
+        // On Ctrl+C and Ctrl+Z the kernel first signals and then throws away what is on its way in
+        // either direction, which may by then be what the program had to say about the signal.
+        termios terminalMode = {};
+        if (tcgetattr(STDIN_FILENO, &terminalMode) == 0) {
+            terminalMode.c_lflag |= NOFLSH;
+            tcsetattr(STDIN_FILENO, TCSANOW, &terminalMode);
+        }
         std::vector<char*> pointers;
         for (const std::string& argument : arguments) {
             pointers.push_back(const_cast<char*>(argument.c_str()));

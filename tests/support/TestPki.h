@@ -25,7 +25,7 @@ public:
         std::vector<std::string> addresses;  // IP literals
         std::vector<std::string> names;
         long notBeforeSeconds = -3600;  // from now
-        long notAfterSeconds = 24 * 3600;
+        long notAfterSeconds = 90 * 24 * 3600;
     };
 
     // certificateFile: the certificate, the CA's, and the key; keyFile: the key alone.

@@ -1,9 +1,11 @@
 // The shell on a terminal with commands that run on nodes: real agents on loopback addresses.
 
 #include <csignal>
+#include <fstream>
 
 #include "LocalCluster.h"
 #include "ShellOnTerminal.h"
+#include "TestPki.h"
 
 namespace {
 
@@ -15,7 +17,7 @@ protected:
             commandSet("lab", {{"name", "echo on a node", "", "SLAVE"},
                                {"wait",
                                 "touch " + directory.file("ready") + "; while test ! -e " +
-                                    directory.file("go on") + "; do sleep 0.05; done; echo done",
+                                    directory.file("go") + "; do sleep 0.05; done; echo done",
                                 "", "SLAVE"},
                                {"flash", "touch " + directory.file("flashed") + "; echo flashed",
                                 "confirmtype=each\nconfirmmsg=Flash?\n", "SLAVE"}}));
@@ -48,13 +50,52 @@ TEST_F(NodesTest, CommandRunsOnNodesAndShowsItsBlocksOnce) {
     quit(*terminal);
 }
 
+TEST_F(NodesTest, NodesRecordTheUserAndTheNumberOfTheCommand) {
+    const auto terminal = startInLab();
+    // Numbers begin at 0, which a node takes for none.
+    for (const char* node : {"node_0001", "node_0000"}) {
+        terminal->type(std::string("name -n ") + node + "<cr>");
+        ASSERT_TRUE(terminal->until([&] {
+            return terminal->shows(std::string("[") + node + "]") &&
+                   terminal->lineAtCursor() == "[master/lab]$ ";
+        }));
+    }
+    quit(*terminal);
+    std::ifstream audit(cluster.nodePath(0) + "/audit.log");
+    std::string line;
+    while (std::getline(audit, line) && line.find("echo on a node") == std::string::npos) {
+    }
+    EXPECT_NE(line.find("\"command\":1,"), std::string::npos) << line;
+    EXPECT_TRUE(std::filesystem::exists(cluster.shellPath() + "/cmdexedump/cmd_1.log"));
+    EXPECT_NE(line.find("\"certificate\":\"master\""), std::string::npos) << line;
+    EXPECT_NE(line.find("\"user\":\""), std::string::npos) << line;
+    EXPECT_EQ(line.find("\"user\":\"\""), std::string::npos) << line;
+}
+
+TEST_F(NodesTest, CertificateAboutToEndIsAnnounced) {
+    TestPki pki(directory.file("pki"));
+    TestPki::Request request;
+    request.commonName = "short";
+    request.notAfterSeconds = 5L * 24 * 3600 + 3600;
+    const std::string file = pki.issue("m", request).certificateFile;
+    cluster.writeShellFile("node.cfg", "");
+    cluster.writeShellFile("ssl_master.cfg",
+                           "PRIVATE_KEY_FILE=none.key\nPUBLIC_KEY_FILE=none.pub\n"
+                           "CERTIFICATE_FILE=" +
+                               file + "\n");
+    const auto terminal = start(wanted);
+    EXPECT_TRUE(terminal->shows("The certificate CN=short in ")) << "no warning";
+    EXPECT_TRUE(terminal->shows("expires in 5 days"));
+    quit(*terminal);
+}
+
 TEST_F(NodesTest, CtrlCDoesNotCutACommandShort) {
     const auto terminal = startInLab();
     terminal->type("wait -n node_0000 -t 60000<cr>");
     ASSERT_TRUE(terminal->until([&] { return exists("ready"); }));
     terminal->type("<^C>");
     ASSERT_TRUE(terminal->untilShown("Do not use Ctrl+C to terminate this program."));
-    writeFile("go on", "");
+    writeFile("go", "");
     ASSERT_TRUE(terminal->untilShown("done"));
     ASSERT_TRUE(terminal->untilLine("[master/lab]$ "));
     quit(*terminal);
@@ -66,7 +107,7 @@ TEST_F(NodesTest, ResizeAndTypeAheadWhileNodesWork) {
     ASSERT_TRUE(terminal->until([&] { return exists("ready"); }));
     terminal->resize(30, 60);
     terminal->type("history<cr>");
-    writeFile("go on", "");
+    writeFile("go", "");
     ASSERT_TRUE(terminal->untilShown("done"));
     ASSERT_TRUE(terminal->untilShown("1  cd lab"));
     ASSERT_TRUE(terminal->untilLine("[master/lab]$ "));
@@ -97,7 +138,7 @@ TEST_F(NodesTest, HangUpDuringACommandEndsTheShell) {
     const std::optional<int> status = terminal->end();
     ASSERT_TRUE(status.has_value());
     EXPECT_TRUE(WIFSIGNALED(*status) && WTERMSIG(*status) == SIGHUP);
-    writeFile("go on", "");
+    writeFile("go", "");
 }
 
 }  // namespace

@@ -56,6 +56,23 @@ TEST_F(SSLClientCertificates, GoodOnesConnect) {
     EXPECT_EQ(good.macAddress, client.getKelNodeMacAddress("127.0.0.1"));
 }
 
+TEST_F(SSLClientCertificates, NodeWithoutAPurpose) {
+    TestPki::Request request = nodeRequest();
+    request.purpose = Purpose::kAny;
+    EXPECT_THAT(refusedNode(pki.issue("any", request)),
+                MentionsAll(parts({"CN=node_0001", "not meant for a node agent"})));
+}
+
+TEST_F(SSLClientCertificates, MasterWithoutAPurpose) {
+    TestPki::Request request;
+    request.commonName = "anybody";
+    request.purpose = Purpose::kAny;
+    std::string nodeLog;
+    EXPECT_THAT(refusedMaster(pki.issue("any", request).certificateFile, &nodeLog),
+                MentionsAll(parts({"not meant for a master"})));
+    EXPECT_THAT(nodeLog, MentionsAll(parts({"CN=anybody", "not meant for a master"})));
+}
+
 TEST_F(SSLClientCertificates, ExpiredNode) {
     TestPki::Request request = nodeRequest();
     request.notBeforeSeconds = -7200;

@@ -130,6 +130,20 @@ TEST_F(TerminalTest, DroppingForgetsWhatWasTypedAhead) {
     EXPECT_EQ(read(1), "z");
 }
 
+TEST_F(TerminalTest, DroppingSparesWhatIsTypedAfterwards) {
+    connect();
+    const Terminal::Hold hold(terminal());
+    for (int i = 0; i < 200; ++i) {
+        std::thread user([&] {
+            // The reader is about to wait, or waits already.
+            Terminal::dropTypedAhead();
+            pty.type("xyz");
+        });
+        EXPECT_EQ(read(3), "xyz");
+        user.join();
+    }
+}
+
 TEST_F(TerminalTest, HangUpIsTheEndOfInput) {
     connect();
     {

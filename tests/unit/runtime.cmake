@@ -3,6 +3,7 @@ kelsh_add_test_program(unit_runtime LABEL unit
         CResultTest.cpp
         CUtilTest.cpp
         CVersionConfigTest.cpp
+        CertificateExpiryTest.cpp
         ChildProcessTest.cpp
         ConfigLineReaderTest.cpp
         ExceptionTest.cpp

@@ -1,0 +1,419 @@
+// The real shell as a child process: words, pipes, environments, exit statuses, transcripts.
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "CResult.h"
+#include "ChildProcess.h"
+#include "LocalCluster.h"
+#include "RunTimes.h"
+#include "TempDir.h"
+
+namespace {
+
+using ::testing::HasSubstr;
+
+struct Outcome {
+    int status = -1;
+    std::string output;
+    std::string errors;
+};
+
+Outcome shell(const std::string& line) {
+    Outcome outcome;
+    ChildProcess::Request request;
+    request.commandLine = line;
+    request.input = ChildProcess::Input::kNull;
+    request.output = &outcome.output;
+    request.errorOutput = &outcome.errors;
+    outcome.status = ChildProcess::run(request).exitCode();
+    outcome.output = timeless(outcome.output);
+    return outcome;
+}
+
+std::string content(const std::string& name) {
+    std::ifstream file(name);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// --- without a node
+
+class ProgramContract : public ::testing::Test {
+protected:
+    ProgramContract() {
+        std::filesystem::create_directories(directory.file("home/cmdexedump"));
+        std::filesystem::create_directories(directory.file("bin"));
+        put("bin/hostname", "#!/bin/sh\necho master\n");
+        std::filesystem::permissions(directory.file("bin/hostname"),
+                                     std::filesystem::perms::owner_all);
+        put("home/node.cfg", "");
+        put("home/other.cfg", "[group]\n");
+        put("home/ssl_master.cfg", "PRIVATE_KEY_FILE=k\nPUBLIC_KEY_FILE=p\nCERTIFICATE_FILE=c\n");
+        put("home/kelsh_version.cfg", "VERSION=1.0\nBUILD=7\n");
+        put("home/cmd.cfg",
+            "[cmdset]\nname=tools\ndescription=D\n[cmd]\nname=hello\ndescription=D\ntype=SCRIPT\n"
+            "destination=MASTER\ncmd=echo hello\n[cmd]\nname=fail\ndescription=D\ntype=SCRIPT_OPT\n"
+            "destination=MASTER\ncmd=false\n[cmd]\nname=far\ndescription=D\ntype=SCRIPT\n"
+            "destination=SLAVE\ncmd=true\n[cmdset]\nname=tools/disk\ndescription=D\n[cmd]\n"
+            "name=sync all\ndescription=D\ntype=SCRIPT\ndestination=MASTER\ncmd=echo synced\n");
+        put("home/log4cxx.properties",
+            "log4j.rootLogger=OFF\nlog4j.logger.kelsh=INFO, K\nlog4j.additivity.kelsh=false\n"
+            "log4j.appender.K=org.apache.log4j.FileAppender\nlog4j.appender.K.File=" +
+                directory.file("home/kelsh.log") +
+                "\nlog4j.appender.K.layout=org.apache.log4j.PatternLayout\n"
+                "log4j.appender.K.layout.ConversionPattern=%p %m%n\n"
+                "log4j.logger.cmdresult=INFO, CMD_RESULT_FILE\n"
+                "log4j.additivity.cmdresult=false\n"
+                "log4j.appender.CMD_RESULT_FILE=org.apache.log4j.FileAppender\n"
+                "log4j.appender.CMD_RESULT_FILE.Append=false\n"
+                "log4j.appender.CMD_RESULT_FILE.File=" +
+                directory.file("home/cmdexedump/start") +
+                "\nlog4j.appender.CMD_RESULT_FILE.layout=org.apache.log4j.PatternLayout\n"
+                "log4j.appender.CMD_RESULT_FILE.layout.ConversionPattern=%m%n\n");
+    }
+    void put(const std::string& name, const std::string& text) const {
+        std::ofstream(directory.file(name)) << text;
+    }
+    std::string home(const std::string& name) const {
+        return content(directory.file("home/" + name));
+    }
+    // In the working directory "home", as "kelsh WORDS" behind a prefix such as "echo x |".
+    Outcome kelsh(const std::string& words, const std::string& before = "",
+                  const std::string& environment = "KELSH_PATH=$PWD") const {
+        return shell("cd " + directory.file("home") + " && PATH=" + directory.file("bin") +
+                     ":$PATH && " + before + " " + environment +
+                     " " KELSH_BINARY_DIR "/bin/kelsh " + words);
+    }
+    // What the shell prints when these lines are typed at its prompt, from its first prompt on.
+    std::string typed(const std::string& lines) {
+        // An empty first line leaves no words: the rest is for the prompt.
+        const Outcome outcome = kelsh("", "printf '\\n" + lines + "' |");
+        EXPECT_EQ(outcome.status, 7);
+        EXPECT_EQ(outcome.errors, "");
+        const std::string opening =
+            "0 node(s) are loaded ....\nLog property file: " + directory.file("home") +
+            "/log4cxx.properties\n"
+            "kelsh (A CLI interface for managing cluster.)\n"
+            "Version 1.0, Build 7\n";
+        EXPECT_EQ(outcome.output.substr(0, opening.size()), opening);
+        return outcome.output.substr(std::min(opening.size(), outcome.output.size()));
+    }
+
+    TempDir directory;
+};
+
+struct Words {
+    std::string words;
+    int status;
+    std::string output;
+};
+
+TEST_F(ProgramContract, WordsGiveOutputAndStatus) {
+    const std::string needsFile = "It needs to provide configuration file for validation.\n";
+    const std::string fine =
+        "Configuration file node.cfg is OK.\nThere are 0 node definitions.\n"
+        "There are 0 group definitions.\n";
+    const std::vector<Words> rows = {
+        {"list node", 0, "[local] (Nms)\nTotal: 0\n"},
+        {"list group", 0, "[local] (Nms)\nTotal: 0\n"},
+        {"tools hello", 0, "[local] (Nms)\nhello\n\n"},
+        {"tools/hello", 0, "[local] (Nms)\nhello\n\n"},
+        {"/tools/hello", 0, "[local] (Nms)\nhello\n\n"},
+        {"tools disk sync all", 0, "[local] (Nms)\nsynced\n\n"},
+        {"tools disk 'sync  all'", 0, "[local] (Nms)\nsynced\n\n"},
+        {"tools disk list node", 0, "[local] (Nms)\nTotal: 0\n"},
+        {"tools fail", 2, "[local] (Nms)\nExitCode:2/1[FAILURE], summary: \n"},
+        {"tools far", 1, "Please specify node(s) or group(s) for executing command \"far\".\n"},
+        {"tools", 2, "Unknown command: \n"},
+        {"tools disk", 2, "Unknown command: \n"},
+        {"nothing here", 2, "Unknown command: nothing here\n"},
+        {"hello", 2, "Unknown command: hello\n"},
+        {"tools far -n ghost", 7, "Error! node \"ghost\" does not exist.\n"},
+        {"tools far -g ghost -t 00", 7,
+         "Error! group \"ghost\" does not exist.\nInvalid time out: 00\n"},
+        {"nothing -n ghost", 2,
+         "Error! node \"ghost\" does not exist.\nUnknown command: nothing -n ghost\n"
+         "Error! node \"ghost\" does not exist.\n"},
+        {"save file -f x -n ghost", 7, "Error! node \"ghost\" does not exist.\n"},
+        {"-cfg other.cfg list node", 0, "[local] (Nms)\nTotal: 0\n"},
+        {"list --configuration other.cfg node", 0, "[local] (Nms)\nTotal: 0\n"},
+        {"list -cfg", 2, "Unknown command: list -cfg\n"},
+        {"--validate", 2, needsFile},
+        {"x --validate", 2, needsFile},
+        {"--validate ''", 2, needsFile},
+        {"--validate node.cfg", 0, fine},
+        {"--validate node.cfg other words", 0, fine},
+        {"list --validate node.cfg", 0, fine},
+        {"pre--validatepost node.cfg", 0, fine}};
+    for (const Words& row : rows) {
+        SCOPED_TRACE(row.words);
+        const Outcome outcome = kelsh(row.words);
+        EXPECT_EQ(outcome.status, row.status);
+        EXPECT_EQ(outcome.output, row.output);
+        EXPECT_EQ(outcome.errors, "");
+    }
+}
+
+TEST_F(ProgramContract, ValidationNamesEveryFault) {
+    put("home/bad.cfg", "[node]\nn1=zz,127.0.0.1\n");
+    for (const char* words : {"--validate bad.cfg", "--validate none.cfg"}) {
+        const Outcome outcome = kelsh(words);
+        const std::string file = std::string(words).substr(11);
+        EXPECT_EQ(outcome.status, 2);
+        EXPECT_EQ(outcome.output.find("Error! Configuration file " + file + " is not OK.\n"), 0u);
+        EXPECT_THAT(outcome.output, ::testing::EndsWith("Total error(s): 1\n"));
+    }
+    EXPECT_FALSE(std::filesystem::exists(directory.file("home/kelsh.log")))
+        << "validation does not configure logging";
+}
+
+TEST_F(ProgramContract, ConfigurationWithErrorsEndsTheProcess) {
+    const std::string end = "Something wrong in init()....! The program is terminated.\n";
+    for (const char* words : {"list", "-cfg none.cfg list", ""}) {
+        if (std::string(words).find("none") == std::string::npos) {
+            put("home/node.cfg", "[node]\nn1=zz,127.0.0.1\n");
+        }
+        const Outcome outcome = kelsh(words);
+        EXPECT_EQ(outcome.status, 2);
+        EXPECT_THAT(outcome.output, ::testing::EndsWith("\n" + end));
+        EXPECT_THAT(outcome.output, ::testing::Not(HasSubstr("[local]")));
+    }
+}
+
+TEST_F(ProgramContract, PipedLineStandsForWords) {
+    const std::string total = "[local] (Nms)\nTotal: 0\n";
+    EXPECT_EQ(kelsh("", "echo 'list node' |").output, total);
+    EXPECT_EQ(kelsh("", "printf '  list \\t node  ' |").output, total);
+    EXPECT_EQ(kelsh("list", "echo node |").output, total);
+    EXPECT_EQ(kelsh("", "printf 'list node\\nquit\\n' |").output, total) << "one line only";
+    EXPECT_EQ(kelsh("", "echo --validate node.cfg |").status, 0);
+    EXPECT_EQ(kelsh("--validate", "echo node.cfg |").status, 0);
+    EXPECT_EQ(kelsh("", "echo nothing |").status, 2);
+}
+
+TEST_F(ProgramContract, LostOutputIsReported) {
+    const Outcome full = kelsh("tools fail >/dev/full");
+    EXPECT_EQ(full.status, 2) << "the status stays the command's";
+    EXPECT_EQ(full.errors,
+              "kelsh: standard output could not be written; results are missing from it.\n");
+    const Outcome cut = kelsh("help | head -n 1");
+    EXPECT_EQ(cut.output, "[local] (Nms)\n");
+    EXPECT_EQ(cut.errors, "") << "who reads only the beginning wants no complaint";
+}
+
+TEST_F(ProgramContract, NoWordsAndNoInputEndsAsQuitDoes) {
+    EXPECT_THAT(typed(""), ::testing::EndsWith("[master]$ \nBye bye.\n"));
+    EXPECT_EQ(kelsh("").status, 7);
+}
+
+TEST_F(ProgramContract, CommandLineNumbersComeAfterTheRun) {
+    put("home/cmdseq.cfg", "5");
+    kelsh("tools hello");
+    kelsh("tools far -n ghost");
+    kelsh("nothing");
+    EXPECT_EQ(home("cmdseq.cfg"), "7") << "an unknown command takes no number";
+    EXPECT_THAT(home("kelsh.log"), HasSubstr("INFO (5)[hello]\n"));
+    EXPECT_THAT(home("kelsh.log"), HasSubstr("INFO (6)[far -n ghost]\n"));
+    EXPECT_EQ(timeless(home("cmdexedump/cmd_0.log")), "[local] (Nms)\nhello\n\n");
+}
+
+TEST_F(ProgramContract, InstallPathDecidesWhereFilesAre) {
+    const std::string total = "[local] (Nms)\nTotal: 0\n";
+    EXPECT_EQ(kelsh("list node", "", "KELSH_PATH=.").output, total);
+    EXPECT_EQ(kelsh("list node", "cd / &&", "KELSH_PATH=" + directory.file("home/")).output, total);
+    for (const char* none : {"KELSH_PATH=", "env -u KELSH_PATH"}) {
+        std::filesystem::remove(directory.file("home/cmdseq.cfg"));
+        std::filesystem::remove(directory.file("home/kelsh.log"));
+        const Outcome here = kelsh("list node", "", none);
+        EXPECT_EQ(here.output, total) << "files of the working directory";
+        EXPECT_EQ(here.errors, "");
+        EXPECT_EQ(home("cmdseq.cfg"), "1");
+        EXPECT_EQ(home("kelsh.log"), "") << "no logging without an install path";
+        const Outcome elsewhere = kelsh("list node", "cd " + directory.path() + " &&", none);
+        EXPECT_EQ(elsewhere.status, 2);
+        EXPECT_EQ(elsewhere.output.find("Error! Failed in loading kelsh_version.cfg....\n"), 0u);
+        EXPECT_THAT(kelsh("", "", none).output,
+                    HasSubstr("\nLog property file: log4cxx.properties\n"));
+    }
+}
+
+// --- typed lines
+
+TEST_F(ProgramContract, NavigationAndRecall) {
+    EXPECT_EQ(
+        typed("history\\ncd tools\\nhello\\n!2\\ncd nowhere\\n!9\\n!0\\n!-3\\n!x\\n\\n"
+              "cd   ..  \\ncd tools\\ncd disk\\nsync all\\n!3\\ncd ..\\ncd\\nhistory\\nquit\\n"
+              "hello\\n"),
+        "[master]$ history\nThe history of command execution is empty.\n"
+        "[master]$ cd tools\n"
+        "[master/tools]$ hello\n[local] (Nms)\nhello\n\n"
+        "[master/tools]$ !2\nExecute \"hello\"\n[local] (Nms)\nhello\n\n"
+        "[master/tools]$ cd nowhere\nCan not find command set: nowhere\n"
+        "Unknown command: cd nowhere\n"
+        "[master/tools]$ !9\nUnknown command: !9\n"
+        "[master/tools]$ !0\nUnknown command: !0\n"
+        "[master/tools]$ !-3\nUnknown command: !-3\n"
+        "[master/tools]$ !x\nUnknown command: !x\n"
+        "[master/tools]$ \nUnknown command: \n"
+        "[master/tools]$ cd   ..  \n"
+        "[master]$ cd tools\n"
+        "[master/tools]$ cd disk\n"
+        "[master/tools/disk]$ sync all\n[local] (Nms)\nsynced\n\n"
+        "[master/tools/disk]$ !3\nExecute \"hello\"\nUnknown command: hello\n"
+        "[master/tools/disk]$ cd ..\n"
+        "[master/tools]$ cd\n"
+        "[master]$ history\n1  cd tools\n2  hello\n3  hello\n4  cd   ..  \n5  cd tools\n"
+        "6  cd disk\n7  sync all\n8  cd ..\n9  cd\n"
+        "[master]$ quit\nBye bye.\n");
+}
+
+TEST_F(ProgramContract, TypedLinesTakeTheirNumbersBeforeTheyRun) {
+    typed("cd tools\\nhello\\nhistory\\nnothing\\n!2\\ncd\\nquit\\n");
+    // "hello", "nothing" and the recalled "hello".
+    EXPECT_EQ(home("cmdseq.cfg"), "3");
+    EXPECT_EQ(home("kelsh.log"),
+              "INFO >>>Enter interactive mode. [Version 1.0, Build 7]\n"
+              "INFO (0)cd tools\nINFO (0)hello\nINFO (2)hello\nINFO (2)cd\n"
+              "INFO <<<Exit interactive mode.\n");
+    EXPECT_EQ(timeless(home("cmdexedump/cmd_0.log")), "[local] (Nms)\nhello\n\n");
+    EXPECT_EQ(timeless(home("cmdexedump/cmd_2.log")), "[local] (Nms)\nhello\n\n");
+    EXPECT_FALSE(std::filesystem::exists(directory.file("home/cmdexedump/cmd_1.log")));
+}
+
+TEST_F(ProgramContract, ErrorsOfTypedLines) {
+    EXPECT_EQ(typed("list -n ghost\\nlost -g ghost\\nsave file -f\\ntools\\n..\\ncd tools/disk\\n"
+                    "history\\nlast"),
+              "[master]$ list -n ghost\nError! node \"ghost\" does not exist.\n"
+              "[master]$ lost -g ghost\nError! group \"ghost\" does not exist.\n"
+              "Unknown command: lost -g ghost\nError! group \"ghost\" does not exist.\n"
+              "[master]$ save file -f\nUnknown command: save file -f\n"
+              "Option [-f|--file] must have option value.\n"
+              "[master]$ tools\nUnknown command: tools\n"
+              "[master]$ ..\nUnknown command: ..\n"
+              "[master]$ cd tools/disk\nCan not find command set: tools/disk\n"
+              "Unknown command: cd tools/disk\n"
+              "[master]$ history\n1  list -n ghost\n"
+              "[master]$ last\nUnknown command: last\nBye bye.\n");
+}
+
+TEST_F(ProgramContract, HelpTextsAgree) {
+    const std::string whole = kelsh("help").output;
+    EXPECT_EQ(kelsh("'?\?'").output, whole);
+    EXPECT_EQ(kelsh("--help").output, whole);
+    EXPECT_THAT(whole,
+                HasSubstr("(A CLI interface for managing cluster.)\nVersion 1.0, Build 7\nUsage:\n"
+                          "\tOptions for commands executed on slave nodes:\n"
+                          "\t\t[-n|--node]\tfor specified slave nodes.\n"
+                          "\t\t[-g|--group]\tfor slave nodes in the specified groups.\n"
+                          "\t\t[-t|--timeout]\tfor time out of the command execution.\n"));
+    const std::string level = kelsh("tools disk '?'").output;
+    EXPECT_THAT(level, HasSubstr("sync all"));
+    EXPECT_THAT(level, ::testing::Not(HasSubstr("hello")));
+    EXPECT_EQ(kelsh("list").output,
+              "[local] (Nms)\n--help   ?   ??   clear   get file   help   history   list   "
+              "list group   list node   quit   save file   \n[biosfw]   [r3biosfw]   [ipmifw]   "
+              "[tools]   \n");
+    EXPECT_EQ(kelsh("tools list").output, "[local] (Nms)\nfail   far   hello   \n[disk]   \n");
+}
+
+// --- with nodes
+
+class NodesContract : public ::testing::Test {
+protected:
+    static void SetUpTestSuite() { cluster = std::make_unique<LocalCluster>(3); }
+    static void TearDownTestSuite() { cluster.reset(); }
+    static LocalCluster::Run kelsh(const std::string& words) {
+        LocalCluster::Run run = cluster->kelsh(words);
+        run.output = timeless(run.output);
+        return run;
+    }
+    static std::unique_ptr<LocalCluster> cluster;
+};
+
+std::unique_ptr<LocalCluster> NodesContract::cluster;
+
+TEST_F(NodesContract, EveryNodeHasItsBlockInOrder) {
+    const LocalCluster::Run run = kelsh("lab path -g all -n node_0001");
+    std::string blocks;
+    for (int i = 0; i < 3; ++i) {
+        blocks += "[" + LocalCluster::nodeName(i) + "] (Nms)\n" + cluster->nodePath(i) + "/\n\n";
+    }
+    EXPECT_EQ(run.output, blocks);
+    EXPECT_EQ(run.status, 0);
+    EXPECT_EQ(timeless(cluster->shellFile("cmdexedump/cmd_0.log")), blocks);
+}
+
+TEST_F(NodesContract, HungCommandReportsItsTimeOut) {
+    const LocalCluster::Run run = cluster->kelsh("lab slow -n node_0000 -t 1500");
+    EXPECT_EQ(run.output, "[node_0000] (1500ms)\nExitCode:5/0[TIMED_OUT], summary: \n");
+    EXPECT_EQ(run.status, 5);
+}
+
+TEST_F(NodesContract, ForeignMachineIsNotGivenTheCommand) {
+    const std::string nodes = cluster->shellFile("node.cfg");
+    // "node_0001=MAC,ADDRESS"
+    const std::size_t mac = nodes.find("node_0001=") + std::string("node_0001=").size();
+    const std::size_t comma = nodes.find(',', mac);
+    const std::string ip = nodes.substr(comma + 1, nodes.find(':', comma) - comma - 1);
+    std::string foreign = nodes;
+    foreign.replace(mac, comma - mac, "02:00:00:00:00:99");
+    cluster->writeShellFile("node.cfg", foreign);
+    const LocalCluster::Run run = kelsh("lab path -n node_0001");
+    cluster->writeShellFile("node.cfg", nodes);
+    CResult rejected;
+    rejected.setRunStatus(1);
+    EXPECT_EQ(run.output, "[node_0001] (Nms)\nExitCode:1/0[" + rejected.getStatusEnumString() +
+                              "], summary: Node node_0001: IP(" + ip +
+                              ") and MAC(02:00:00:00:00:99) are not matched!\n");
+    EXPECT_EQ(run.status, 1);
+}
+
+TEST_F(NodesContract, ConfirmedFromAPipe) {
+    const auto answered = [&](const std::string& keys) {
+        // The first line of the pipe belongs to the words.
+        return shell("cd / && printf '\\n" + keys + "' | " +
+                     cluster->kelshLine("tools disk sync -g all"));
+    };
+    const std::string asked =
+        "Do you really want to write the caches of all chosen nodes to disk for 3 node(s)? "
+        "[Yes/No]\n";
+    const Outcome no = answered("xn");
+    EXPECT_EQ(no.output, asked + asked + "Command \"sync\" is canceled for 3 node(s).\n");
+    EXPECT_EQ(no.status, 1);
+    const Outcome yes = answered("y");
+    EXPECT_EQ(yes.output,
+              asked + "[node_0000] (Nms)\n\n[node_0001] (Nms)\n\n[node_0002] (Nms)\n\n");
+    EXPECT_EQ(yes.status, 0);
+}
+
+TEST_F(NodesContract, FileGoesOutAndComesBack) {
+    const TempDir files;
+    const std::string file = files.file("payload");
+    std::ofstream(file) << "payload";
+    const LocalCluster::Run saved = kelsh("save file -f " + file + " -n node_0000");
+    EXPECT_EQ(saved.status, 0);
+    const LocalCluster::Run fetched = kelsh("get file -f " + file + " -n node_0000");
+    EXPECT_EQ(fetched.status, 0);
+    EXPECT_EQ(fetched.output.find("[node_0000] (Nms)\nFile \"" + file +
+                                  "\" already exists in local site!\n"),
+              0u)
+        << fetched.output;
+    EXPECT_THAT(fetched.output, HasSubstr("\nOver write the original file."));
+    const std::string gone = files.file("gone");
+    EXPECT_EQ(kelsh("save file -f " + gone + " -n node_0000").output,
+              "[node_0000] (Nms)\nExitCode:2/0[FAILURE], summary: File \"" + gone +
+                  "\" does not exist!\n");
+    const LocalCluster::Run refused = kelsh("get file -f " + files.path() + " -n node_0000");
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_THAT(refused.output,
+                HasSubstr("File \"" + files.path() + "\" already exists in local site!\n"));
+    EXPECT_THAT(refused.output, ::testing::Not(HasSubstr("Over write")));
+}
+
+}  // namespace

@@ -1,0 +1,127 @@
+// The counter file: what is read from it and what is left in it.
+#include <climits>
+#include <filesystem>
+#include <sys/stat.h>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "Contract.h"
+#include "ScopedEnvironment.h"
+#include "ScopedWorkingDirectory.h"
+#include "ShellFixture.h"
+
+namespace {
+
+struct CounterFile {
+    std::string text;
+    unsigned int next;
+    std::string after;
+};
+
+void PrintTo(const CounterFile& row, std::ostream* out) {
+    *out << ::testing::PrintToString(row.text);
+}
+
+class CounterFileContract : public ShellFixture,
+                            public ::testing::WithParamInterface<CounterFile> {};
+
+TEST_P(CounterFileContract, IsReadAndCountedOn) {
+    put("cmdseq.cfg", GetParam().text);
+    CShell shell;
+    EXPECT_EQ(shell.readCmdSeqFromFile(), GetParam().next);
+    EXPECT_EQ(content("cmdseq.cfg"), GetParam().text) << "reading must not change it";
+    EXPECT_EQ(shell.getNextCmdSeq(), GetParam().next);
+    EXPECT_EQ(content("cmdseq.cfg"), GetParam().after);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts, CounterFileContract,
+    ::testing::Values(CounterFile{"", 0, "1"}, CounterFile{"0", 0, "1"},
+                      CounterFile{"41", 41, "42"}, CounterFile{"41\n", 41, "42"},
+                      CounterFile{"# note\n41\n99\n", 41, "42"},
+                      CounterFile{"\n\n#\n\n7 and more\n", 7, "8"}, CounterFile{"abc", 0, "1"},
+                      CounterFile{"12abc\n13", 12, "13"}, CounterFile{"  5", 5, "6"},
+                      CounterFile{" # 5\n6\n", 0, "1"}, CounterFile{"# only a note\n", 0, "1"},
+                      CounterFile{"4294967295", 4294967295u, "0"},
+                      CounterFile{"4294967296", 0, "1"}, CounterFile{"4294967301", 5, "6"},
+                      CounterFile{"-1", 4294967295u, "0"},
+                      // Pieces of 511 characters count as lines of their own.
+                      CounterFile{"#" + std::string(510, 'x') + "77\n", 77, "78"},
+                      CounterFile{"#" + std::string(600, 'x') + "\n8\n", 0, "1"}));
+
+using CounterContract = ShellFixture;
+
+TEST_F(CounterContract, MissingFileIsMadeWithASingleZero) {
+    CShell shell;
+    EXPECT_EQ(shell.readCmdSeqFromFile(), 0u);
+    EXPECT_EQ(content("cmdseq.cfg"), "0");
+}
+
+TEST_F(CounterContract, FirstNumberIsZeroAndOneIsLeft) {
+    CShell shell;
+    EXPECT_EQ(shell.getNextCmdSeq(), 0u);
+    EXPECT_EQ(content("cmdseq.cfg"), "1");
+    EXPECT_EQ(shell.getNextCmdSeq(), 1u);
+    EXPECT_EQ(content("cmdseq.cfg"), "2");
+}
+
+TEST_F(CounterContract, WritingReplacesTheWholeFile) {
+    put("cmdseq.cfg", "# a long comment that must go\n123456\n");
+    CShell shell;
+    shell.writeCmdSeqToFile(5);
+    EXPECT_EQ(content("cmdseq.cfg"), "5");
+    shell.writeCmdSeqToFile(UINT_MAX);
+    EXPECT_EQ(content("cmdseq.cfg"), "4294967295");
+}
+
+TEST_F(CounterContract, FileThatCannotBeWrittenIsReported) {
+    std::filesystem::create_directory(home.file("cmdseq.cfg"));
+    CShell shell;
+    const std::string message = "ERROR!!! fopen(cmdSeqFilePath.data(), \"wt\") returns NULL....\n";
+    EXPECT_EQ(printedBy([&] { shell.writeCmdSeqToFile(3); }), message);
+    EXPECT_EQ(printedBy([&] { EXPECT_EQ(shell.readCmdSeqFromFile(), 0u); }), "");
+    EXPECT_EQ(printedBy([&] { EXPECT_EQ(shell.getNextCmdSeq(), 0u); }), message);
+}
+
+TEST_F(CounterContract, WithoutAnInstallPathTheFileIsInTheWorkingDirectory) {
+    for (const char* unset : {static_cast<const char*>(nullptr), ""}) {
+        const TempDir work;
+        const ScopedWorkingDirectory there(work.path());
+        const ScopedEnvironment none("KELSH_PATH", unset);
+        std::unique_ptr<CShell> shell;
+        printedBy([&] { shell = std::make_unique<CShell>(); });
+        EXPECT_EQ(shell->getNextCmdSeq(), 0u);
+        EXPECT_TRUE(std::filesystem::exists(work.file("cmdseq.cfg")));
+        EXPECT_FALSE(std::filesystem::exists(home.file("cmdseq.cfg")));
+    }
+}
+
+TEST_F(CounterContract, InstallPathKeepsTheCounterWhereverTheUserStands) {
+    const TempDir work;
+    const ScopedWorkingDirectory there(work.path());
+    CShell shell;
+    EXPECT_EQ(shell.getNextCmdSeq(), 0u);
+    EXPECT_EQ(content("cmdseq.cfg"), "1");
+    EXPECT_FALSE(std::filesystem::exists(work.file("cmdseq.cfg")));
+}
+
+TEST_F(CounterContract, SemaphoreIsThereWithTheShellAndGoesWithIt) {
+    struct stat about;
+    {
+        CShell shell;
+        ASSERT_EQ(::stat("/dev/shm/sem.KELSH_CMD_SEQ_SEMAPHORE", &about), 0);
+    }
+    EXPECT_NE(::stat("/dev/shm/sem.KELSH_CMD_SEQ_SEMAPHORE", &about), 0);
+}
+
+TEST_F(CounterContract, ShellWhoseSemaphoreWasUnlinkedGoesOnCounting) {
+    CShell staying;
+    { CShell leaving; }
+    EXPECT_EQ(staying.getNextCmdSeq(), 0u);
+    CShell late;
+    EXPECT_EQ(late.getNextCmdSeq(), 1u);
+    EXPECT_EQ(staying.getNextCmdSeq(), 2u);
+}
+
+}  // namespace

@@ -1,0 +1,205 @@
+#include <fstream>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "AuditLog.h"
+#include "CException.h"
+#include "CUtil.h"
+#include "LocalAgent.h"
+
+// What the real agent writes into its audit.
+
+namespace {
+
+LocalAgent::Options withAudit() {
+    LocalAgent::Options options;
+    options.settings["AUDIT_FILE"] = "audit.log";
+    return options;
+}
+
+class AgentAudit : public testing::Test {
+protected:
+    std::string file() const { return agent.nodePath() + "audit.log"; }
+    std::string text() const { return LocalAgent::read(file()); }
+
+    bool hasLine(const std::vector<std::string>& parts) const {
+        std::istringstream lines(text());
+        for (std::string line; std::getline(lines, line);) {
+            bool has = true;
+            for (const std::string& part : parts) {
+                has = has && line.find(part) != std::string::npos;
+            }
+            if (has) {
+                return true;
+            }
+        }
+        return false;
+    }
+    bool waitForLine(const std::vector<std::string>& parts) const {
+        return waitFor([&] { return hasLine(parts); }, std::chrono::seconds(20));
+    }
+    int verify(std::string& output) const {
+        return CUtil::exec_cmd(
+            std::string(KELSH_BINARY_DIR) + "/bin/kelnode --verify-audit " + file(), &output,
+            &output);
+    }
+    std::string run(const std::string& command) const {
+        CResult result;
+        agent.connect()->execute(command, 20000, &result);
+        return result.getRunSummary();
+    }
+    std::unique_ptr<TlsChannel> start(const std::string& command, std::uint8_t flags = 0) const {
+        auto channel = agent.openChannel();
+        protocol::Exec exec;
+        exec.commandLine = command;
+        channel->sendFrame(protocol::encode(exec, flags), LocalAgent::soon());
+        return channel;
+    }
+
+    LocalAgent agent{withAudit()};
+};
+
+}  // namespace
+
+TEST_F(AgentAudit, StartIsOnDiskBeforeTheJobRunsAndTheEndBeforeItsResult) {
+    SSLClient::setCommandSequence(77);
+    const std::string seen = run("cat " + file());
+    SSLClient::setCommandSequence(0);
+    EXPECT_NE(seen.find("\"event\":\"start\""), std::string::npos) << seen;
+    EXPECT_NE(seen.find("\"what\":\"cat " + file() + "\""), std::string::npos) << seen;
+    EXPECT_EQ(seen.find("\"event\":\"end\""), std::string::npos) << seen;
+    EXPECT_TRUE(hasLine({"\"event\":\"end\"", "\"certificate\":\"master\"",
+                         "\"address\":\"127.0.0.1\"", "\"user\":\"", "\"command\":77,",
+                         "\"request\":\"EXEC\"", "\"outcome\":\"exit code 0\",\"ms\":"}))
+        << text();
+    std::string output;
+    EXPECT_EQ(verify(output), 0) << output;
+    EXPECT_NE(output.find("2 lines"), std::string::npos) << output;
+}
+
+TEST_F(AgentAudit, EveryKindOfRequestLeavesItsLines) {
+    const auto client = agent.connect();
+    client->isFileExistedAtSlaveNode("/etc/passwd");
+    client->getKelNodeMacAddress(agent.ip());
+    const std::string path = agent.nodePath() + "copy";
+    std::ofstream(path) << "content";
+    CResult result;
+    client->execute("[savefile]" + path, 20000, &result);
+    EXPECT_EQ(result.getRunStatus(), 0) << result.getRunSummary();
+    client->execute("[getfile]" + path, 20000, &result);
+    EXPECT_EQ(result.getRunStatus(), 0) << result.getRunSummary();
+    agent.packScript("tool", "#!/bin/sh\nexit 3\n");
+    client->executeEncryptedBinary("", "--now", agent.nodePath(), {"tool.enc"}, {}, 20000, &result);
+    EXPECT_THROW(
+        client->executeEncryptedBinary("", "", agent.nodePath(), {"none.enc"}, {}, 20000, &result),
+        CException);
+    for (const char* event : {"start", "end"}) {
+        const std::string member = std::string("\"event\":\"") + event + "\"";
+        EXPECT_TRUE(hasLine({member, "\"request\":\"EXISTS\"", "/etc/passwd"})) << text();
+        EXPECT_TRUE(hasLine({member, "\"request\":\"MAC\""})) << text();
+        EXPECT_TRUE(hasLine({member, "\"request\":\"PUT\"", path})) << text();
+        EXPECT_TRUE(hasLine({member, "\"request\":\"GET\"", path})) << text();
+        EXPECT_TRUE(hasLine({member, "\"request\":\"RUN_PACKAGED\"", "tool.enc --now"})) << text();
+    }
+    EXPECT_TRUE(hasLine({"RUN_PACKAGED", "\"outcome\":\"exit code 3\""})) << text();
+    EXPECT_TRUE(hasLine({"RUN_PACKAGED", "\"outcome\":\"not started: "})) << text();
+    std::string output;
+    EXPECT_EQ(verify(output), 0) << output;
+    EXPECT_NE(output.find("12 lines"), std::string::npos) << output;
+}
+
+TEST_F(AgentAudit, PasswordsAppearNowhere) {
+    run("true ipmitool -U admin -P hunter2 power status; true");
+    EXPECT_TRUE(hasLine({"-U admin -P *** power status"})) << text();
+    EXPECT_EQ(text().find("hunter2"), std::string::npos);
+    EXPECT_EQ(agent.log().find("hunter2"), std::string::npos) << agent.log();
+}
+
+TEST_F(AgentAudit, EndOfAJobIsWrittenWhateverBecomesOfItsShell) {
+    start("sleep 60").reset();
+    EXPECT_TRUE(waitForLine({"\"event\":\"end\"", "sleep 60", "cancelled"})) << text();
+    CResult result;
+    agent.connect()->execute("sleep 61", 200, &result);
+    EXPECT_TRUE(waitForLine({"\"event\":\"end\"", "sleep 61", "timed out"})) << text();
+    const std::string started = agent.nodePath() + "started";
+    auto flash = start("touch " + started + "; sleep 0.3; exit 9", protocol::kFlagUninterruptible);
+    ASSERT_TRUE(waitFor([&] { return std::filesystem::exists(started); }));
+    for (const pid_t session : agent.processes("kelnode-session")) {
+        ::kill(session, SIGKILL);
+    }
+    EXPECT_TRUE(waitForLine({"\"event\":\"end\"", "EXEC (uninterruptible)", "exit code 9"}))
+        << text();
+    std::string output;
+    EXPECT_EQ(verify(output), 0) << output;
+}
+
+TEST_F(AgentAudit, RefusedRequestsAreRecorded) {
+    std::ofstream(agent.nodePath() + "authz.cfg") << "somebody=operator\n";
+    agent.signal(SIGHUP);
+    ASSERT_TRUE(agent.waitForLog("read anew"));
+    EXPECT_THROW(run("echo secret plan"), CException);
+    EXPECT_TRUE(hasLine({"\"event\":\"refused\"", "\"request\":\"EXEC\"", "(role none)"}))
+        << text();
+    EXPECT_EQ(text().find("secret plan"), std::string::npos);
+}
+
+TEST_F(AgentAudit, NothingIsDoneThatCannotBeRecorded) {
+    std::filesystem::remove(file());
+    std::filesystem::create_directory(file());
+    const std::string mark = agent.nodePath() + "ran";
+    const auto client = agent.connect();
+    CResult result;
+    EXPECT_THROW(client->execute("touch " + mark, 20000, &result), CException);
+    EXPECT_FALSE(std::filesystem::exists(mark));
+    EXPECT_TRUE(agent.waitForLog("the audit of this node cannot be written"));
+    std::filesystem::remove(file());
+    client->execute("touch " + mark, 20000, &result);
+    EXPECT_TRUE(std::filesystem::exists(mark));
+}
+
+TEST_F(AgentAudit, SessionsWriteAtTheSameTime) {
+    constexpr int kSessions = 8;
+    constexpr int kJobs = 5;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kSessions; ++i) {
+        threads.emplace_back([this] {
+            const auto client = agent.connect();
+            for (int job = 0; job < kJobs; ++job) {
+                CResult result;
+                client->execute("true", 20000, &result);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    const AuditLog::Finding found = AuditLog::verifyFile(file());
+    EXPECT_EQ(found.text, "") << found.line;
+    EXPECT_EQ(found.lines, kSessions * kJobs * 2);
+}
+
+TEST_F(AgentAudit, VerifyNamesTheFirstBadLine) {
+    run("echo one");
+    run("echo two");
+    std::string changed = text();
+    changed.replace(changed.find("echo two"), 8, "echo TWO");
+    std::ofstream(file()) << changed;
+    std::string output;
+    EXPECT_EQ(verify(output), 1) << output;
+    EXPECT_NE(output.find("audit.log, line 3: the line was changed"), std::string::npos) << output;
+    EXPECT_NE(
+        CUtil::exec_cmd(std::string(KELSH_BINARY_DIR) + "/bin/kelnode --verify-audit /no/such",
+                        &output, &output),
+        0);
+    EXPECT_NE(CUtil::exec_cmd(std::string(KELSH_BINARY_DIR) + "/bin/kelnode --verify-audit",
+                              &output, &output),
+              0);
+}
+
+TEST(AgentWithoutAudit, WritesNone) {
+    LocalAgent agent;
+    CResult result;
+    agent.connect()->execute("true", 20000, &result);
+    EXPECT_FALSE(std::filesystem::exists(agent.nodePath() + "audit.log"));
+}
