@@ -26,6 +26,9 @@ using protocol::ProtocolError;
 constexpr unsigned long kLastWordsMs = 1000;
 constexpr unsigned long kShortSendMs = 10000;
 constexpr int kListenerPatienceMs = 2000;
+// How long a session that was told to end waits for the next request after a firmware job: the
+// shell reads the job's outcome back over the same connection, and a flash must not look failed.
+constexpr unsigned long kReadBackMs = 10000;
 
 // Set by the handler, read between requests.
 volatile std::sig_atomic_t toldToEnd = 0;
@@ -183,7 +186,8 @@ void Session::serve() {
     for (;;) {
         protocol::Frame frame;
         try {
-            frame = channel->receiveFrame(TlsChannel::after(limits.idleMs));
+            frame = channel->receiveFrame(
+                TlsChannel::after(toldToEnd != 0 ? kReadBackMs : limits.idleMs));
         } catch (const TlsError& lost) {
             if (lost.kind() == TlsError::Kind::kClosed ||
                 lost.kind() == TlsError::Kind::kTimedOut) {
@@ -192,7 +196,7 @@ void Session::serve() {
             throw;
         }
         requestStart = TlsChannel::Clock::now();
-        if (!serveRequest(frame) || toldToEnd != 0) {
+        if (!serveRequest(frame)) {
             channel->close(TlsChannel::after(kLastWordsMs));
             return;
         }

@@ -49,7 +49,8 @@ public:
     // Serves until the connection ends. Throws nothing.
     void run() noexcept;
 
-    // SIGTERM ends a session at once, unless it serves an uninterruptible job: then afterwards.
+    // SIGTERM ends a session at once, unless it serves an uninterruptible job: then afterwards,
+    // when the shell has had the time to read the outcome back.
     static void installSignals();
 
 private:

@@ -5,23 +5,64 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
+#include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
+#include <dirent.h>
+
 namespace {
 
 constexpr int kNameAttempts = 16;
+constexpr std::uint64_t kWriteBehindBytes = std::uint64_t{8} * 1024 * 1024;
+constexpr char kTemporaryPrefix[] = ".kelsh-part-";
+constexpr std::size_t kRandomBytes = 8;
+// The locks of shared file systems may not reach other machines; what nobody has written to for so
+// long is abandoned there.
+constexpr time_t kSharedAbandonedSeconds = 600;
 
 // Short, so that it fits beside a target whose own name has the full 255 bytes.
 std::string freshTemporaryName() {
-    unsigned char random[8] = {};
+    unsigned char random[kRandomBytes] = {};
     if (getrandom(random, sizeof random, 0) != static_cast<ssize_t>(sizeof random)) {
         throw FileError("Can not get random bytes for a temporary file.");
     }
-    return ".kelsh-part-" +
+    return kTemporaryPrefix +
            FileDigest::toHex(std::string(reinterpret_cast<char*>(random), sizeof random));
+}
+
+bool isTemporaryName(const std::string& name) {
+    constexpr std::size_t prefixBytes = sizeof kTemporaryPrefix - 1;
+    return name.size() == prefixBytes + 2 * kRandomBytes &&
+           name.compare(0, prefixBytes, kTemporaryPrefix) == 0;
+}
+
+// Held as long as a temporary file is being made: whoever gets it knows that the maker is gone.
+bool tryLock(int fd) {
+    int result = 0;
+    do {
+        result = flock(fd, LOCK_EX | LOCK_NB);
+    } while (result != 0 && errno == EINTR);
+    return result == 0;
+}
+
+struct DirectoryCloser {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+
+// Removes one temporary file if whoever made it was killed and nobody wrote to it since the time
+// given. Failing leaves a file too many, and no transfer has to fail for that.
+void removeAbandoned(int directory, const std::string& name, time_t untouchedSince) {
+    const UniqueFd found(
+        openat(directory, name.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat info {};
+    if (found && fstat(found.get(), &info) == 0 && S_ISREG(info.st_mode) &&
+        info.st_uid == geteuid() && info.st_mtime <= untouchedSince && tryLock(found.get())) {
+        (void)unlinkat(directory, name.c_str(), 0);
+    }
 }
 
 bool isAllZero(const std::string& bytes) {
@@ -71,6 +112,29 @@ FileReplacement::FileReplacement(const std::string& targetPath,
     refuseUnfitTarget();
 }
 
+void FileReplacement::sweepAbandoned() const {
+    // The new file tells the time by the clock that stamps the others.
+    struct stat made {};
+    if (fstat(file.get(), &made) != 0) {
+        return;
+    }
+    // Where files without a name exist, locks are those of this machine.
+    const time_t untouchedSince =
+        temporaryName.empty() ? made.st_ctime : made.st_ctime - kSharedAbandonedSeconds;
+    UniqueFd own(openat(directory.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const std::unique_ptr<DIR, DirectoryCloser> listing(own ? fdopendir(own.get()) : nullptr);
+    if (!listing) {
+        return;
+    }
+    (void)own.release();
+    while (const dirent* entry = readdir(listing.get())) {
+        const std::string found = entry->d_name;
+        if (isTemporaryName(found)) {
+            removeAbandoned(directory.get(), found, untouchedSince);
+        }
+    }
+}
+
 FileReplacement::~FileReplacement() {
     if (!temporaryName.empty()) {
         // Nothing is left to be done about a failure here.
@@ -103,17 +167,26 @@ std::string FileReplacement::newTemporaryName() const {
 }
 
 void FileReplacement::open() {
+    openUnnamed();
+    if (!file) {
+        openNamed();
+    }
+    sweepAbandoned();
+}
+
+void FileReplacement::openUnnamed() {
     do {
         file.reset(openat(directory.get(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
     } while (!file && errno == EINTR);
     if (file) {
+        // Before it gets a name. Nobody else can have it yet.
+        (void)tryLock(file.get());
         return;
     }
     // What file systems without nameless files say.
     if (errno != EOPNOTSUPP && errno != EISDIR && errno != ENOENT && errno != EINVAL) {
         fail("create a file beside", errno);
     }
-    openNamed();
 }
 
 void FileReplacement::openNamed() {
@@ -122,8 +195,14 @@ void FileReplacement::openNamed() {
         file.reset(openat(directory.get(), candidate.c_str(),
                           O_CREAT | O_EXCL | O_NOFOLLOW | O_WRONLY | O_CLOEXEC, 0600));
         if (file) {
-            temporaryName = candidate;
-            return;
+            // Somebody who tidies up may have taken it for abandoned just before.
+            struct stat made {};
+            if (tryLock(file.get()) && fstat(file.get(), &made) == 0 && made.st_nlink > 0) {
+                temporaryName = candidate;
+                return;
+            }
+            (void)unlinkat(directory.get(), candidate.c_str(), 0);
+            continue;
         }
         if (errno != EEXIST && errno != EINTR) {
             break;
@@ -152,6 +231,17 @@ void FileReplacement::write(const std::string& bytes) {
         at += static_cast<std::size_t>(put);
     }
     written += bytes.size();
+    beginWriting();
+}
+
+void FileReplacement::beginWriting() {
+    // The disk works while the rest arrives, instead of all at once in fsync().
+    if (written - handedToDisk >= kWriteBehindBytes) {
+        // Only a beginning: what goes wrong is told by fsync().
+        (void)sync_file_range(file.get(), static_cast<off_t>(handedToDisk),
+                              static_cast<off_t>(written - handedToDisk), SYNC_FILE_RANGE_WRITE);
+        handedToDisk = written;
+    }
 }
 
 std::string FileReplacement::linkUnderTemporaryName() {

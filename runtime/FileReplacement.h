@@ -11,7 +11,9 @@
 // A file that arrives from the peer and takes its place whole or not at all. The content goes to a
 // temporary file in the directory of the target, which vanishes with this object unless commit()
 // succeeded; where the file system allows it the temporary file has no name, so that not even a
-// kill leaves it behind. Used by either end that receives a file.
+// kill leaves it behind; where it has one, the
+// next transfer into the directory removes it (on shared file systems after ten minutes). Used by
+// either end that receives a file.
 //
 // Several replacements of one target at a time are fine: the last to commit wins, whole.
 // All failures throw FileError and leave the old file untouched.
@@ -38,7 +40,10 @@ public:
 
 private:
     [[noreturn]] void fail(const std::string& what, int error) const;
+    void openUnnamed();
     void openNamed();
+    void sweepAbandoned() const;
+    void beginWriting();
     void refuseUnfitTarget() const;
     std::string newTemporaryName() const;
     std::string linkUnderTemporaryName();
@@ -50,5 +55,6 @@ private:
     UniqueFd directory;
     UniqueFd file;
     std::uint64_t written = 0;
+    std::uint64_t handedToDisk = 0;
     FileDigest digest;
 };

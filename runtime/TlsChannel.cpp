@@ -274,12 +274,16 @@ void TlsChannel::queueFrame(const std::string& bytes) {
 }
 
 bool TlsChannel::flush() {
+    BIO* wire = SSL_get_wbio(ssl.get());
     while (hasQueued()) {
         const std::size_t piece = std::min<std::size_t>(queued.size() - sent, 1U << 30);
         ERR_clear_error();
+        // One call writes one record; the others follow within this loop.
+        tlssocket::setMoreToCome(wire, piece > SSL3_RT_MAX_PLAIN_LENGTH);
         const int put = step(SSL_write(ssl.get(), queued.data() + sent, static_cast<int>(piece)),
                              "while sending");
         if (put == 0) {
+            tlssocket::setMoreToCome(wire, false);
             return false;
         }
         sent += static_cast<std::size_t>(put);

@@ -134,15 +134,28 @@ bool isConnectedToItself(int fd) {
            localLength == remoteLength && std::memcmp(&local, &remote, localLength) == 0;
 }
 
+// A BIO has room for one pointer, which is never dereferenced here: it holds the descriptor, and in
+// its lowest bit whether more is to come.
+void keep(BIO* bio, int fd, bool more) {
+    const std::intptr_t value = static_cast<std::intptr_t>(fd) * 2 + (more ? 1 : 0);
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
+    BIO_set_data(bio, reinterpret_cast<void*>(value));
+}
+
+std::intptr_t kept(BIO* bio) {
+    return reinterpret_cast<std::intptr_t>(BIO_get_data(bio));
+}
+
 int descriptorOf(BIO* bio) {
-    return static_cast<int>(reinterpret_cast<std::intptr_t>(BIO_get_data(bio)));
+    return static_cast<int>(kept(bio) / 2);
 }
 
 int bioWrite(BIO* bio, const char* bytes, int length) {
     BIO_clear_retry_flags(bio);
+    const int flags = MSG_NOSIGNAL | (kept(bio) % 2 != 0 ? MSG_MORE : 0);
     ssize_t put = -1;
     do {
-        put = ::send(descriptorOf(bio), bytes, static_cast<std::size_t>(length), MSG_NOSIGNAL);
+        put = ::send(descriptorOf(bio), bytes, static_cast<std::size_t>(length), flags);
     } while (put < 0 && errno == EINTR);
     if (put < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
         BIO_set_retry_write(bio);
@@ -287,12 +300,14 @@ BIO* newBio(int fd) {
     const BIO_METHOD* method = bioMethod();
     BIO* bio = method == nullptr ? nullptr : BIO_new(method);
     if (bio != nullptr) {
-        // The BIO has room for one pointer; the descriptor is never dereferenced as one.
-        // NOLINTNEXTLINE(performance-no-int-to-ptr)
-        BIO_set_data(bio, reinterpret_cast<void*>(static_cast<std::intptr_t>(fd)));
+        keep(bio, fd, false);
         BIO_set_init(bio, 1);
     }
     return bio;
+}
+
+void setMoreToCome(BIO* bio, bool more) {
+    keep(bio, descriptorOf(bio), more);
 }
 
 }  // namespace tlssocket

@@ -33,5 +33,8 @@ std::string peerOf(int fd);
 // A BIO on the descriptor, which stays the caller's. It never raises SIGPIPE, and it retries EINTR.
 // Null when memory is short.
 BIO* newBio(int fd);
+// Set while more bytes are sure to follow at once: the kernel may then keep a packet back until it
+// is full, instead of waking the peer for every record.
+void setMoreToCome(BIO* bio, bool more);
 
 }  // namespace tlssocket

@@ -1,5 +1,7 @@
 #include "CmdConfigFile.h"
 
+#include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "ConfigLineReader.h"
@@ -42,6 +44,12 @@ void store(const Key<Block> (&keys)[count], Block& block, const std::string& key
             return;
         }
     }
+}
+
+template <class Block, std::size_t count>
+bool isKnown(const Key<Block> (&keys)[count], const std::string& key) {
+    return std::any_of(std::begin(keys), std::end(keys),
+                       [&](const Key<Block>& known) { return key == known.name; });
 }
 
 template <class Block>
@@ -131,4 +139,12 @@ std::list<std::unique_ptr<CmdSetBlock>> CmdConfigFile::read(FILE* stream) {
     }
     collector.closeSet();
     return std::move(collector.sets);
+}
+
+bool CmdConfigFile::isSetKey(const std::string& key) {
+    return isKnown(kSetKeys, key);
+}
+
+bool CmdConfigFile::isCommandKey(const std::string& key) {
+    return key == "example" || key == "option" || isKnown(kCommandKeys, key);
 }

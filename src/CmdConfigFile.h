@@ -41,4 +41,8 @@ class CmdConfigFile {
 public:
     // The stream stays the caller's.
     static std::list<std::unique_ptr<CmdSetBlock>> read(FILE* stream);
+
+    // Whether the key means something in a section of that kind; others are ignored by read.
+    static bool isSetKey(const std::string& key);
+    static bool isCommandKey(const std::string& key);
 };

@@ -1,3 +1,5 @@
+#include <thread>
+
 #include <gtest/gtest.h>
 
 #include "CException.h"
@@ -8,9 +10,15 @@
 
 namespace {
 
+// Real flashers take longer than a test may; KELSH_TEST_FLASH_SECONDS asks for that.
+int flashSeconds() {
+    const char* wanted = std::getenv("KELSH_TEST_FLASH_SECONDS");
+    return wanted != nullptr ? std::atoi(wanted) : 2;
+}
+
 class AgentFirmware : public testing::Test {
 protected:
-    std::string flash(const std::string& seconds = "2") const {
+    std::string flash(const std::string& seconds = std::to_string(flashSeconds())) const {
         return "echo erasing; touch " + started() + "; sleep " + seconds +
                "; echo writing; echo written > " + mark() + "; exit 0";
     }
@@ -21,10 +29,20 @@ protected:
     }
     bool completes() const {
         return waitFor([this] { return LocalAgent::read(mark()) == "written\n"; },
-                       std::chrono::seconds(20));
+                       std::chrono::seconds(20 + flashSeconds()));
+    }
+    static TlsChannel::Deadline afterTheFlash() {
+        return TlsChannel::after(20000 + 1000UL * static_cast<unsigned long>(flashSeconds()));
+    }
+    // Whatever else has gone wrong, nobody else may flash now.
+    void expectSecondRefused() const {
+        const auto second = sendFlash("echo second");
+        EXPECT_EQ(second->receiveFrame(LocalAgent::soon()).header.type,
+                  protocol::FrameType::kError);
     }
 
-    std::unique_ptr<TlsChannel> sendFlash(const std::string& line, std::uint32_t timeOutMs = 0) {
+    std::unique_ptr<TlsChannel> sendFlash(const std::string& line,
+                                          std::uint32_t timeOutMs = 0) const {
         auto channel = agent.openChannel();
         protocol::Exec exec;
         exec.timeOutMs = timeOutMs;
@@ -79,6 +97,7 @@ TEST_F(AgentFirmware, CompletesWhenTheConnectionIsCut) {
     auto channel = sendFlash(flash());
     ASSERT_TRUE(hasStarted());
     channel.reset();
+    expectSecondRefused();
     EXPECT_TRUE(completes());
     EXPECT_TRUE(agent.waitForLog("ended with exit code 0"));
 }
@@ -90,6 +109,7 @@ TEST_F(AgentFirmware, CompletesWhenItsTimeOutHasPassed) {
     client->execute(flash(), 300, &result);
     EXPECT_EQ(static_cast<int>(result.getRunStatus()), 5);
     EXPECT_FALSE(std::filesystem::exists(mark()));
+    expectSecondRefused();
     EXPECT_TRUE(completes());
     EXPECT_TRUE(agent.waitForLog("has passed its time-out and goes on"));
     EXPECT_TRUE(agent.waitForLog("ended with exit code 0"));
@@ -102,10 +122,30 @@ TEST_F(AgentFirmware, CompletesAndReportsWhenTheListenerIsTerminated) {
     ASSERT_TRUE(agent.waitForExit(std::chrono::milliseconds(1900)));
     protocol::Frame frame;
     do {
-        frame = channel->receiveFrame(LocalAgent::soon());
+        frame = channel->receiveFrame(afterTheFlash());
     } while (frame.header.type == protocol::FrameType::kOutput);
     EXPECT_EQ(frame.header.type, protocol::FrameType::kResult);
     EXPECT_TRUE(completes());
+}
+
+// The outcome of a flash is read back by requests of their own.
+TEST_F(AgentFirmware, AnswersWhatFollowsOnItsConnectionWhenTheListenerIsTerminated) {
+    const auto client = agent.connect();
+    client->setUninterruptible(true);
+    CResult result;
+    std::thread terminating([&] {
+        EXPECT_TRUE(hasStarted());
+        agent.signal(SIGTERM);
+        EXPECT_TRUE(agent.waitForExit());
+    });
+    client->execute(flash(), 20000, &result);
+    terminating.join();
+    EXPECT_EQ(static_cast<int>(result.getRunStatus()), 0);
+    client->setUninterruptible(false);
+    client->execute("echo outcome", 20000, &result);
+    EXPECT_EQ(result.getRunSummary(), "outcome\n");
+    client->execute("echo again", 20000, &result);
+    EXPECT_EQ(result.getRunSummary(), "again\n");
 }
 
 TEST_F(AgentFirmware, CompletesWhenTheListenerIsKilled) {
@@ -115,9 +155,7 @@ TEST_F(AgentFirmware, CompletesWhenTheListenerIsKilled) {
     ASSERT_TRUE(agent.waitForExit());
     // The one started anew knows that it is there.
     agent.start();
-    const auto second = sendFlash("echo second");
-    const protocol::Frame frame = second->receiveFrame(LocalAgent::soon());
-    EXPECT_EQ(frame.header.type, protocol::FrameType::kError);
+    expectSecondRefused();
     EXPECT_TRUE(completes());
 }
 
@@ -125,6 +163,7 @@ TEST_F(AgentFirmware, CompletesWhenItsSessionIsKilled) {
     const auto channel = sendFlash(flash());
     ASSERT_TRUE(hasStarted());
     ::kill(agent.processes("kelnode-session").at(0), SIGKILL);
+    expectSecondRefused();
     EXPECT_TRUE(completes());
     EXPECT_TRUE(agent.waitForLog("ended with exit code 0"));
     EXPECT_TRUE(waitFor([&] { return agent.records().empty(); }));
@@ -140,8 +179,7 @@ TEST_F(AgentFirmware, CompletesWhenSessionSupervisorAndListenerAreKilled) {
     ASSERT_TRUE(agent.waitForExit());
     agent.start();
     // Nobody supervises it any more, and it holds its lock all the same.
-    const auto second = sendFlash("echo second");
-    EXPECT_EQ(second->receiveFrame(LocalAgent::soon()).header.type, protocol::FrameType::kError);
+    expectSecondRefused();
     EXPECT_TRUE(completes());
     EXPECT_TRUE(waitFor([&] { return agent.records().empty(); }, std::chrono::seconds(15)));
     EXPECT_EQ(LocalAgent::read(agent.runPath() + "firmware.log"), "erasing\nwriting\n");

@@ -133,6 +133,32 @@ TEST_F(AgentTools, TamperedPackagesRunNothing) {
     EXPECT_TRUE(onlyPackagesLeft());
 }
 
+TEST_F(AgentTools, PackagesCutOrSwappedAtAChunkBorderRunNothing) {
+    // Four chunks; the first alone would be a whole script.
+    agent.packScript("tool",
+                     toolScript("exit 0\n#") + std::string(3 * toolpackage::kChunkBytes, 'x'));
+    const std::string path = agent.toolsPath() + "tool.enc";
+    const std::string good = LocalAgent::read(path);
+    const std::size_t sealed = toolpackage::kChunkBytes + toolpackage::kTagBytes;
+    const std::size_t header = toolpackage::kFixedHeaderBytes + std::string("tool").size();
+    ASSERT_GT(good.size(), header + 3 * sealed);
+    EXPECT_EQ(run("").getExitCode(), 0);
+    std::filesystem::remove(traces());
+    const auto refuse = [&](const std::string& bad, const std::string& what) {
+        std::ofstream(path, std::ios::binary) << bad;
+        EXPECT_EQ(refusal({"tool.enc"}).find("ran: "), std::string::npos) << what;
+    };
+    for (std::size_t chunks = 0; chunks < 4; ++chunks) {
+        refuse(good.substr(0, header + chunks * sealed), "cut after " + std::to_string(chunks));
+    }
+    std::string swapped = good;
+    swapped.replace(header, sealed, good, header + sealed, sealed);
+    swapped.replace(header + sealed, sealed, good, header, sealed);
+    refuse(swapped, "swapped");
+    EXPECT_FALSE(std::filesystem::exists(traces()));
+    EXPECT_TRUE(onlyPackagesLeft());
+}
+
 TEST_F(AgentTools, WrongKeyRunsNothing) {
     agent.packScript("tool", toolScript());
     std::filesystem::remove(agent.nodePath() + "toolkey");

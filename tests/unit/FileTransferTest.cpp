@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -202,6 +203,25 @@ TEST_F(FileTransfer, AReplacementThatIsGivenUpLeavesNothing) {
     EXPECT_EQ(1U, entries());
     { FileReplacement untouched(file("b")); }
     EXPECT_EQ(1U, entries());
+}
+
+TEST_F(FileTransfer, WhatAKilledTransferLeftGoesWithTheNextOne) {
+    const std::string abandoned = file(".kelsh-part-0123456789abcdef");
+    const std::string inUse = file(".kelsh-part-fedcba9876543210");
+    const std::string link = file(".kelsh-part-00000000000000ff");
+    const std::string others = file(".kelsh-part-list");
+    for (const std::string& name : {abandoned, inUse, others, file("precious")}) {
+        writeFile(name, "content");
+    }
+    ASSERT_EQ(0, symlink("precious", link.c_str()));
+    const UniqueFd holder(open(inUse.c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(0, flock(holder.get(), LOCK_EX | LOCK_NB));
+    replace(file("a"), "new", 0600);
+    EXPECT_FALSE(std::filesystem::exists(abandoned));
+    EXPECT_EQ("content", readFile(inUse));
+    EXPECT_EQ("content", readFile(link));
+    EXPECT_EQ("content", readFile(others));
+    EXPECT_EQ(5U, entries());
 }
 
 TEST_F(FileTransfer, AReplacementReplacesALinkAndNotWhatItNames) {

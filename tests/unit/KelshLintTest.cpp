@@ -1,0 +1,255 @@
+#include <fstream>
+#include <string>
+#include <sys/stat.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "CUtil.h"
+#include "TempDir.h"
+#include "TestPki.h"
+
+using testing::HasSubstr;
+using testing::Not;
+
+namespace {
+
+constexpr int kClean = 0;
+constexpr int kWarnings = 1;
+constexpr int kErrors = 2;
+
+// Drives the program itself, in a directory with configuration files.
+class KelshLint : public testing::Test {
+protected:
+    void write(const std::string& name, const std::string& text) {
+        std::ofstream(directory.file(name)) << text;
+    }
+
+    int run(const std::string& arguments) {
+        output.clear();
+        return CUtil::exec_cmd("cd " + directory.path() +
+                                   " && " KELSH_BINARY_DIR "/bin/kelsh-lint " + arguments +
+                                   " </dev/null",
+                               &output, &output);
+    }
+
+    int node(const std::string& text) {
+        write("node.cfg", text);
+        return run("--node node.cfg");
+    }
+    int cmd(const std::string& text) {
+        write("cmd.cfg", text);
+        return run("--cmd cmd.cfg");
+    }
+    int ssl(const std::string& certificateFile, const std::string& keyFile) {
+        write("ssl.cfg",
+              "# x\nPRIVATE_KEY_FILE=" + keyFile + "\nCERTIFICATE_FILE=" + certificateFile + "\n");
+        return run("--ssl ssl.cfg");
+    }
+    TestPki::Identity issue(const TestPki::Request& request) {
+        const TestPki::Identity identity = pki.issue("id", request);
+        EXPECT_EQ(::chmod(identity.keyFile.c_str(), 0600), 0);
+        return identity;
+    }
+
+    TempDir directory;
+    TestPki pki{directory.file("pki")};
+    std::string output;
+};
+
+constexpr char kNodes[] =
+    "[node]\nnode01=02:00:00:AA:BB:01,192.168.10.1:4422\n"
+    "node02=02:00:00:AA:BB:02,192.168.10.2:4422\n";
+constexpr char kSet[] = "[cmdset]\nname=s\ndescription=d\n";
+constexpr char kCommand[] =
+    "[cmd]\nname=c\ndescription=d\ntype=SCRIPT\ndestination=SLAVE\ncmd=true\n";
+
+}  // namespace
+
+TEST_F(KelshLint, FindsNothingInSoundFilesAndAsksNoNode) {
+    EXPECT_EQ(node(std::string(kNodes) + "[group]\nall=node01,node02\n"), kClean);
+    EXPECT_EQ(output, "");
+    EXPECT_EQ(cmd(std::string(kSet) + kCommand), kClean);
+    EXPECT_EQ(output, "");
+}
+
+TEST_F(KelshLint, ChecksTheThreeFilesOfADirectory) {
+    write("node.cfg", kNodes);
+    EXPECT_EQ(run("."), kErrors);
+    EXPECT_EQ(output, "./ssl_master.cfg: error: cannot be opened: No such file or directory\n");
+    write("cmd.cfg", "stray\n");
+    EXPECT_EQ(run("."), kErrors);
+    EXPECT_THAT(output, HasSubstr("./cmd.cfg:1: warning: \"stray\" is not KEY=VALUE"));
+}
+
+TEST_F(KelshLint, TheSamplesOfThePackagesHaveNoErrors) {
+    EXPECT_EQ(run("--cmd " KELSH_SOURCE_DIR "/packaging/cmd.cfg"), kClean) << output;
+    EXPECT_EQ(run("--node " KELSH_SOURCE_DIR "/packaging/node.cfg"), kWarnings);
+    EXPECT_THAT(output, HasSubstr("node.cfg: warning: defines no node\n"));
+}
+
+TEST_F(KelshLint, ReportsBlanksBesideNamesAndAddresses) {
+    EXPECT_EQ(node(std::string(kNodes) + "[group]\nall= node01\n"), kErrors);
+    EXPECT_THAT(output, HasSubstr("node.cfg:5: warning: a blank belongs to the name"));
+    EXPECT_THAT(output, HasSubstr("node.cfg:5: error: \" node01\" is not defined"));
+}
+
+TEST_F(KelshLint, ReportsUndefinedMembersAndEmptyOrRepeatedGroups) {
+    EXPECT_EQ(node(std::string(kNodes) + "[group]\na=node03\nb=\nb=node01\n"), kErrors);
+    EXPECT_THAT(output, HasSubstr("node.cfg:5: error: \"node03\" is not defined for group \"a\"."));
+    EXPECT_THAT(output, HasSubstr("node.cfg:6: warning: the group has no members"));
+    EXPECT_THAT(output, HasSubstr("node.cfg:7: warning: the group \"b\" stands in line 6 already"));
+}
+
+TEST_F(KelshLint, ReportsAddressesThatAreNoneOrTwice) {
+    EXPECT_EQ(node("[node]\na=02:00:00:AA:BB,10.0.0.256:0\nb=02:00:00:aa:bb:01,10.0.0.1:1x\n"
+                   "c=02:00:00:AA:BB:01,10.0.0.2:1\nd=02:00:00:AA:BB:02,10.0.0.2:1\n"),
+              kWarnings);
+    EXPECT_THAT(output, HasSubstr("node.cfg:2: warning: \"02:00:00:AA:BB\" is no MAC address"));
+    EXPECT_THAT(output, HasSubstr("node.cfg:2: warning: \"10.0.0.256\" is no IPv4 address"));
+    EXPECT_THAT(output, HasSubstr("node.cfg:2: warning: \"0\" is no port"));
+    EXPECT_THAT(output, HasSubstr("node.cfg:3: warning: \"1x\" is no port"));
+    EXPECT_THAT(output, HasSubstr("node.cfg:4: warning: the MAC address \"02:00:00:AA:BB:01\""));
+    EXPECT_THAT(output, HasSubstr("node.cfg:5: warning: the address \"10.0.0.2:1\" stands in"));
+}
+
+TEST_F(KelshLint, CountsLinesAsAnEditorDoesBehindALongOne) {
+    EXPECT_EQ(node(std::string(kNodes) + "#" + std::string(510, 'x') + "\n#" +
+                   std::string(1100, 'y') + "\nbroken\n"),
+              kErrors);
+    EXPECT_THAT(output, HasSubstr("node.cfg:5: warning: the line is longer than 511 bytes"));
+    EXPECT_THAT(output, Not(HasSubstr("node.cfg:4:")));
+    EXPECT_THAT(output, HasSubstr("node.cfg:6: error: Invalid format: broken"));
+}
+
+TEST_F(KelshLint, ReportsCarriageReturnsOnce) {
+    EXPECT_EQ(cmd("[cmdset]\r\nname=s\r\n"), kWarnings);
+    EXPECT_THAT(output, HasSubstr("cmd.cfg:1: warning: the line ends in a carriage return"));
+    EXPECT_THAT(output, Not(HasSubstr("cmd.cfg:2: warning: the line ends")));
+}
+
+TEST_F(KelshLint, ReportsLinesThatTheShellIgnores) {
+    EXPECT_EQ(cmd("stray=1\n" + std::string(kSet) + "timeout = 5000\nexample=x\n[cmd ]\n" +
+                  kCommand + "timeuot=1\nno setting\n"),
+              kWarnings);
+    EXPECT_THAT(output, HasSubstr("cmd.cfg:1: warning: stands before the first [cmdset]"));
+    EXPECT_THAT(output, HasSubstr("cmd.cfg:5: warning: blanks around \"=\": the line is ignored"));
+    EXPECT_THAT(output, HasSubstr("cmd.cfg:6: warning: unknown key \"example\""));
+    EXPECT_THAT(output, HasSubstr("cmd.cfg:7: warning: \"[cmd ]\" is neither [cmdset] nor [cmd]"));
+    EXPECT_THAT(output, HasSubstr("cmd.cfg:14: warning: unknown key \"timeuot\""));
+    EXPECT_THAT(output, HasSubstr("cmd.cfg:15: warning: \"no setting\" is not KEY=VALUE"));
+}
+
+TEST_F(KelshLint, ReportsTimeOutsThatLookLikeSeconds) {
+    for (const char* good : {"1000", "0", "900000"}) {
+        EXPECT_EQ(cmd(std::string(kSet) + kCommand + "timeout=" + good + "\n"), kClean) << good;
+    }
+    EXPECT_EQ(cmd(std::string(kSet) + "timeout=30\n" + kCommand + "timeout=999\n"), kWarnings);
+    EXPECT_THAT(output, HasSubstr("cmd.cfg:4: warning: timeout is 30 milliseconds"));
+    EXPECT_THAT(output, HasSubstr("cmd.cfg:11: warning: timeout is 999 milliseconds"));
+    EXPECT_EQ(cmd(std::string(kSet) + kCommand + "timeout=12s\n"), kWarnings);
+    EXPECT_THAT(output, HasSubstr("timeout \"12s\" is taken as 12 milliseconds"));
+    EXPECT_EQ(cmd(std::string(kSet) + kCommand + "timeout=-5\n"), kErrors);
+    EXPECT_THAT(output, HasSubstr("error: Invalid time out: -5"));
+}
+
+TEST_F(KelshLint, ReportsQuestionsThatAreNeverAsked) {
+    EXPECT_EQ(cmd(std::string(kSet) + "confirmtype=ONCE\n" + kCommand + "confirmmsg=Sure?\n"),
+              kWarnings);
+    EXPECT_THAT(output, HasSubstr("cmd.cfg:4: warning: no command of the set says"));
+    EXPECT_THAT(output, HasSubstr("cmd.cfg:11: warning: confirmmsg without confirmtype"));
+    EXPECT_EQ(
+        cmd(std::string(kSet) + "confirmtype=ONCE\n" + kCommand + "confirmtype=inheritance\n"),
+        kClean)
+        << output;
+    EXPECT_EQ(cmd(std::string(kSet) + kCommand + "confirmtype=TWICE\n"), kWarnings);
+    EXPECT_THAT(output, HasSubstr("confirmtype \"TWICE\" is not known and means NO"));
+}
+
+TEST_F(KelshLint, ReportsOptionsThatNeverReachTheCommand) {
+    EXPECT_EQ(cmd(std::string(kSet) + kCommand + "option=[-t|--turbo|00]fast\n"), kWarnings);
+    EXPECT_THAT(output, HasSubstr("cmd.cfg:10: warning: -n, -g and -t"));
+    EXPECT_THAT(output, HasSubstr("cmd.cfg:10: warning: a command of type SCRIPT takes no"));
+}
+
+TEST_F(KelshLint, ReportsRepeatedKeysAndReaderErrorsWithTheirLines) {
+    EXPECT_EQ(cmd(std::string(kSet) + kCommand + "name=d\ntype=QUICK\n"), kErrors);
+    EXPECT_THAT(output, HasSubstr("cmd.cfg:10: warning: \"name\" stands in line 5 already"));
+    EXPECT_THAT(output, HasSubstr("cmd.cfg:5: error: Invalid \"type\" for [Cmd]:QUICK"));
+}
+
+TEST_F(KelshLint, ReportsASetThatIsThereAlready) {
+    EXPECT_EQ(cmd("[cmdset]\nname=biosfw\ndescription=d\n" + std::string(kCommand)), kWarnings);
+    EXPECT_THAT(output, HasSubstr("cmd.cfg:2: warning: the set \"biosfw\" is built in already"));
+    EXPECT_EQ(cmd(std::string(kSet) + kCommand + kSet + kCommand), kWarnings);
+    EXPECT_THAT(output, HasSubstr("cmd.cfg:11: warning: the set \"s\" stands in line 2 already"));
+}
+
+TEST_F(KelshLint, AcceptsAMastersCertificate) {
+    TestPki::Request request;
+    request.notAfterSeconds = 365L * 24 * 3600;
+    const TestPki::Identity identity = issue(request);
+    // The test's authority itself ends tomorrow, which is worth a warning of its own.
+    EXPECT_EQ(ssl(identity.certificateFile, identity.keyFile), kWarnings);
+    EXPECT_THAT(output, HasSubstr("ssl.cfg:3: warning: the certificate of Test CA ends on "));
+    EXPECT_THAT(output, Not(HasSubstr("certificate of test ")));
+    EXPECT_THAT(output, Not(HasSubstr("error")));
+}
+
+TEST_F(KelshLint, ReportsTheDatesOfCertificates) {
+    TestPki::Request request;
+    request.notAfterSeconds = -10;
+    TestPki::Identity identity = issue(request);
+    EXPECT_EQ(ssl(identity.certificateFile, identity.keyFile), kErrors);
+    EXPECT_THAT(output, HasSubstr("ssl.cfg:3: error: the certificate of test has ended on "));
+    request.notAfterSeconds = 29L * 24 * 3600;
+    identity = issue(request);
+    EXPECT_EQ(ssl(identity.certificateFile, identity.keyFile), kWarnings);
+    EXPECT_THAT(output, HasSubstr("ssl.cfg:3: warning: the certificate of test ends on "));
+    request.notBeforeSeconds = 3600;
+    identity = issue(request);
+    EXPECT_EQ(ssl(identity.certificateFile, identity.keyFile), kErrors);
+    EXPECT_THAT(output, HasSubstr("error: the certificate of test is not valid before "));
+}
+
+TEST_F(KelshLint, ReportsACertificateThatIsNoMasters) {
+    const TestPki::Identity identity = pki.node("node01");
+    EXPECT_EQ(::chmod(identity.keyFile.c_str(), 0600), 0);
+    EXPECT_EQ(ssl(identity.certificateFile, identity.keyFile), kErrors);
+    EXPECT_THAT(output, HasSubstr("certificate of node01 is not that of a master (clientAuth)"));
+}
+
+TEST_F(KelshLint, ReportsKeysThatAreOpenOrNotTheCertificates) {
+    const TestPki::Identity master = pki.master("one");
+    const TestPki::Identity other = pki.master("two");
+    EXPECT_EQ(::chmod(other.keyFile.c_str(), 0640), 0);
+    const std::string bare = directory.file("bare.crt");
+    ASSERT_EQ(
+        CUtil::exec_cmd("sed '/PRIVATE/,$d' " + master.certificateFile + " >" + bare, nullptr), 0);
+    EXPECT_EQ(ssl(bare, other.keyFile), kErrors);
+    EXPECT_THAT(output, HasSubstr("ssl.cfg:2: warning: the private key " + other.keyFile));
+    EXPECT_THAT(output, HasSubstr("does not belong to"));
+    EXPECT_EQ(ssl(bare, directory.file("absent")), kErrors);
+    EXPECT_THAT(output, HasSubstr(directory.file("absent")));
+}
+
+TEST_F(KelshLint, GivesTheSslFilesFindingsTheirLines) {
+    write("ssl.cfg", "# x\nCERTIFICATE_FILE = /x\nCOLOUR=red\n=x\n");
+    EXPECT_EQ(run("--ssl ssl.cfg"), kErrors);
+    EXPECT_THAT(output, HasSubstr("ssl.cfg:2: error: Unknown setting for SSL configuration: "
+                                  "CERTIFICATE_FILE \n"));
+    EXPECT_THAT(output, HasSubstr("ssl.cfg:2: warning: blanks around \"=\""));
+    EXPECT_THAT(output,
+                HasSubstr("ssl.cfg:3: error: Unknown setting for SSL configuration: COLOUR\n"));
+    EXPECT_THAT(output, HasSubstr("ssl.cfg:4: error: Unknown setting for SSL configuration: =x\n"));
+    EXPECT_THAT(output, HasSubstr("ssl.cfg: error: CERTIFICATE_FILE names no file"));
+}
+
+TEST_F(KelshLint, RefusesWrongUsage) {
+    for (const char* wrong : {"--fast", "--node", "a b", ". --node node.cfg", "''"}) {
+        EXPECT_EQ(run(wrong), kErrors) << wrong;
+        EXPECT_THAT(output, HasSubstr("Usage: kelsh-lint")) << wrong;
+    }
+    EXPECT_EQ(run("--help"), kClean);
+    EXPECT_THAT(output, HasSubstr("Usage: kelsh-lint"));
+}

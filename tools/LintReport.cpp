@@ -1,0 +1,103 @@
+#include "LintReport.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <sys/stat.h>
+
+#include "ConfigLineReader.h"
+
+namespace {
+
+constexpr char kBlanks[] = " \t";
+
+struct FileCloser {
+    void operator()(FILE* file) const { static_cast<void>(std::fclose(file)); }
+};
+
+}  // namespace
+
+bool LintReport::open(const std::string& name) {
+    fileName = name;
+    const std::unique_ptr<FILE, FileCloser> file(std::fopen(name.c_str(), "re"));
+    struct stat status {};
+    if (!file || ::fstat(::fileno(file.get()), &status) != 0) {
+        error(0, std::string("cannot be opened: ") + std::strerror(errno));
+        return false;
+    }
+    if (S_ISDIR(status.st_mode)) {
+        error(0, "is a directory");
+        return false;
+    }
+    ConfigLineReader reader(file.get());
+    int number = 0;
+    int tooLong = 0;
+    bool continued = false;
+    bool returns = false;
+    for (LintLine line; reader.next(line.text); lines.push_back(line)) {
+        line.number = continued ? number : ++number;
+        const bool isPart = !reader.hadNewline() &&
+                            line.text.size() == std::size_t{ConfigLineReader::kBufferBytes} - 1;
+        // A line of just 511 bytes comes with an empty piece behind it, which harms nobody.
+        if (continued && !line.text.empty() && number != tooLong) {
+            tooLong = number;
+            warning(number,
+                    "the line is longer than 511 bytes: its rest is read as a line of its own");
+        }
+        continued = isPart;
+        if (!returns && !line.text.empty() && line.text.back() == '\r') {
+            returns = true;
+            warning(number, "the line ends in a carriage return, which belongs to its value");
+        }
+    }
+    if (std::ferror(file.get()) != 0) {
+        error(0, std::string("cannot be read: ") + std::strerror(errno));
+        return false;
+    }
+    return true;
+}
+
+void LintReport::error(int line, const std::string& text) {
+    findings.push_back({line, Level::kError, text});
+}
+
+void LintReport::warning(int line, const std::string& text) {
+    findings.push_back({line, Level::kWarning, text});
+}
+
+void LintReport::add(const ConfigErrorCollector& errors) {
+    for (const ConfigError* found : errors.getErrorList()) {
+        if (found->getLevel() != CONFIG_ERROR) {
+            continue;
+        }
+        const int piece = found->getLine();
+        const bool known = piece > 0 && static_cast<std::size_t>(piece) <= lines.size();
+        error(known ? lines[static_cast<std::size_t>(piece) - 1].number : piece,
+              found->getErrorMessage());
+    }
+}
+
+void LintReport::print(std::ostream& out) const {
+    std::vector<Finding> sorted = findings;
+    std::stable_sort(sorted.begin(), sorted.end(),
+                     [](const Finding& one, const Finding& two) { return one.line < two.line; });
+    for (const Finding& finding : sorted) {
+        out << fileName << ':';
+        if (finding.line > 0) {
+            out << finding.line << ':';
+        }
+        out << (finding.level == Level::kError ? " error: " : " warning: ") << finding.text << '\n';
+    }
+}
+
+bool LintReport::has(Level level) const {
+    return std::any_of(findings.begin(), findings.end(),
+                       [=](const Finding& finding) { return finding.level == level; });
+}
+
+bool hasOuterBlank(const std::string& text) {
+    return !text.empty() && (std::strchr(kBlanks, text.front()) != nullptr ||
+                             std::strchr(kBlanks, text.back()) != nullptr);
+}

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "ConfigErrorCollector.h"
+
+// One line of a configuration file as the shell's readers see it.
+struct LintLine {
+    std::string text;  // without its newline
+    int number = 0;    // in the file, as an editor counts; a piece of a long line has its line's
+};
+
+// What was found in one configuration file. The file is read twice: by the reader of the shell,
+// whose findings are added with add(errors), and line by line for what that reader accepts in
+// silence.
+class LintReport {
+public:
+    enum class Level { kWarning, kError };
+
+    // Reads the lines and reports those that are too long or end in a carriage return. False when
+    // the file cannot be read; that is reported too.
+    bool open(const std::string& fileName);
+
+    const std::string& getFileName() const { return fileName; }
+    const std::vector<LintLine>& getLines() const { return lines; }
+
+    // line 0: the file as a whole.
+    void error(int line, const std::string& text);
+    void warning(int line, const std::string& text);
+    // Findings of a reader; its numbers of pieces become lines of the file. Warnings of a reader
+    // are about the world and not about the file, and are left out.
+    void add(const ConfigErrorCollector& errors);
+
+    // In the order of the lines, those of the file as a whole first.
+    void print(std::ostream& out) const;
+    bool has(Level level) const;
+
+private:
+    struct Finding {
+        int line;
+        Level level;
+        std::string text;
+    };
+
+    std::string fileName;
+    std::vector<LintLine> lines;  // by the reader's numbers, from 1 on
+    std::vector<Finding> findings;
+};
+
+// The checks of each file. No node is contacted.
+void lintNodeFile(LintReport& report);
+void lintCmdFile(LintReport& report);
+void lintSslFile(LintReport& report);
+// The private key and the certificates that an SSL file names. certificateLine and keyLine are the
+// lines that name them; an empty keyFile means that the certificate file holds the key.
+void lintCertificates(LintReport& report, const std::string& certificateFile, int certificateLine,
+                      const std::string& keyFile, int keyLine);
+
+// Whether the text begins or ends with a blank or a tab.
+bool hasOuterBlank(const std::string& text);
