@@ -86,8 +86,8 @@ TEST_P(AgentJobEscape, NothingSurvivesTheDisconnect) {
 
 INSTANTIATE_TEST_SUITE_P(Ways, AgentJobEscape,
                          testing::Values("foreground", "setsid", "double-fork", "daemon", "nohup",
-                                         "ignore-term", "stopped", "storm", "hopping", "vfork",
-                                         "threads", "held-pipe"),
+                                         "ignore-term", "stopped", "storm", "great-storm",
+                                         "hopping", "vfork", "threads", "held-pipe"),
                          [](const testing::TestParamInfo<const char*>& way) {
                              std::string name = way.param;
                              name.erase(std::remove(name.begin(), name.end(), '-'), name.end());

@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <functional>
 #include <map>
-#include <string>
 #include <pthread.h>
+#include <string>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -67,12 +67,12 @@ void stopped() {
 }
 
 // Forks as fast as it can, in a process group of its own.
-void storm() {
-    fork1([] {
+void storm(int forks) {
+    fork1([forks] {
         ::setpgid(0, 0);
         ::signal(SIGTERM, SIG_IGN);
         ::signal(SIGCHLD, SIG_IGN);
-        for (int i = 0; i < 400; ++i) {
+        for (int i = 0; i < forks; ++i) {
             fork1([] {
                 fork1([] { linger(); });
                 linger();
@@ -145,7 +145,8 @@ int main(int argc, char** argv) {
         {"nohup", [] { ignoring(SIGHUP); }},
         {"ignore-term", [] { ignoring(SIGTERM); }},
         {"stopped", stopped},
-        {"storm", storm},
+        {"storm", [] { storm(100); }},
+        {"great-storm", [] { storm(400); }},
         {"hopping", hopping},
         {"threads", manyThreads},
         {"held-pipe", heldPipe},
