@@ -98,11 +98,14 @@ std::string headText(const Link& link) {
     return std::string(20 - digits.size(), '0') + digits + " " + link.hash + "\n";
 }
 
+// A head that stands at no line at all, as that of an audit not begun, has the hash of none: or one
+// changed digit of the eighth line's number would make the head say nothing about the file.
 bool parseHead(const std::string& text, Link& link) {
     return text.size() == 20 + 1 + kHashDigits + 1 &&
            parseNumber(text.substr(0, 20), link.number) && isHash(text.substr(21, kHashDigits)) &&
            headText({link.number, text.substr(21, 64)}) == text &&
-           (link.hash = text.substr(21, kHashDigits), true);
+           (link.hash = text.substr(21, kHashDigits), true) &&
+           (link.number == 0) == (link.hash == Link().hash);
 }
 
 std::string readRange(int fd, off_t from, off_t to, const std::string& name) {

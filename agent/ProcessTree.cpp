@@ -29,8 +29,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Of /proc/<pid>/stat, between the parent and the start time.
-constexpr int kFieldsBeforeStartTime = 17;
+// Of /proc/<pid>/stat, between the parent and the number of threads, and between that and the start
+// time.
+constexpr int kFieldsBeforeThreads = 15;
+constexpr int kFieldsBeforeStartTime = 1;
 
 struct DirectoryCloser {
     void operator()(DIR* directory) const { ::closedir(directory); }
@@ -58,6 +60,22 @@ bool readAll(const std::string& path, std::string& content) {
 
 std::string procPath(pid_t pid, const char* file) {
     return "/proc/" + std::to_string(pid) + "/" + file;
+}
+
+// The first thread has no memory any more once it has ended; then another one is asked.
+bool readEnvironment(const ProcessInfo& process, std::string& content) {
+    if (readAll(procPath(process.pid, "environ"), content) && !content.empty()) {
+        return true;
+    }
+    const std::string tasks = procPath(process.pid, "task");
+    const std::unique_ptr<DIR, DirectoryCloser> directory(::opendir(tasks.c_str()));
+    while (const dirent* entry = directory ? ::readdir(directory.get()) : nullptr) {
+        if (entry->d_name[0] != '.' && readAll(tasks + "/" + entry->d_name + "/environ", content) &&
+            !content.empty()) {
+            return true;
+        }
+    }
+    return false;
 }
 
 bool isSame(const ProcessInfo& a, const ProcessInfo& b) {
@@ -132,12 +150,15 @@ bool readProcess(pid_t pid, ProcessInfo& info) {
     if (end == std::string::npos || end + 2 >= content.size()) {
         return false;
     }
-    // State, parent, and 17 fields further the start time.
     std::istringstream fields(content.substr(end + 2));
     ProcessInfo found;
     found.pid = pid;
     fields >> found.state >> found.parent;
     std::string skipped;
+    for (int i = 0; i < kFieldsBeforeThreads; ++i) {
+        fields >> skipped;
+    }
+    fields >> found.threads;
     for (int i = 0; i < kFieldsBeforeStartTime; ++i) {
         fields >> skipped;
     }
@@ -190,7 +211,7 @@ std::vector<ProcessInfo> carrying(const std::string& entry) {
     std::vector<ProcessInfo> found;
     std::string content;
     for (const ProcessInfo& process : listProcesses()) {
-        if (!process.isZombie() && readAll(procPath(process.pid, "environ"), content) &&
+        if (!process.isZombie() && readEnvironment(process, content) &&
             ('\0' + content).find(wanted) != std::string::npos) {
             found.push_back(process);
         }

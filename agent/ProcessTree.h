@@ -16,8 +16,11 @@ struct ProcessInfo {
     pid_t parent = 0;
     unsigned long long startTime = 0;  // clock ticks after boot; with pid it names one process
     char state = '?';
+    long threads = 1;
 
-    bool isZombie() const { return state == 'Z' || state == 'X'; }
+    // Dead, all of it: where only the first thread has ended the process is shown as a zombie too,
+    // while the others run on.
+    bool isZombie() const { return (state == 'Z' || state == 'X') && threads <= 1; }
 };
 
 // False when there is no such process.

@@ -6,7 +6,8 @@
 namespace console {
 
 // Writes the text and a newline on standard output at once, in one piece: lines of workers that
-// print at the same time do not mix. Safe from any thread.
+// print at the same time do not mix. On a terminal it is filtered as results are, by
+// escapeForTerminal. Safe from any thread.
 void printLine(const std::string& text);
 
 }  // namespace console

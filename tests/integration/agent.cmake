@@ -12,6 +12,6 @@ kelsh_add_test_program(integration_agent LABEL integration
 if(TARGET integration_agent)
     # A job that does not want to be ended.
     add_executable(escapee escapee.cpp)
-    target_link_libraries(escapee PRIVATE kelsh_flags)
+    target_link_libraries(escapee PRIVATE kelsh_flags Threads::Threads)
     add_dependencies(integration_agent kelnode escapee)
 endif()

@@ -6,8 +6,10 @@
 #include <cstdlib>
 #include <functional>
 #include <map>
+#include <pthread.h>
 #include <string>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -65,12 +67,12 @@ void stopped() {
 }
 
 // Forks as fast as it can, in a process group of its own.
-void storm() {
-    fork1([] {
+void storm(int forks) {
+    fork1([forks] {
         ::setpgid(0, 0);
         ::signal(SIGTERM, SIG_IGN);
         ::signal(SIGCHLD, SIG_IGN);
-        for (int i = 0; i < 400; ++i) {
+        for (int i = 0; i < forks; ++i) {
             fork1([] {
                 fork1([] { linger(); });
                 linger();
@@ -90,6 +92,31 @@ void hopping() {
                 ::_exit(0);
             }
             ::usleep(1000);
+        }
+    });
+}
+
+// A child whose first thread has ended: the process lives on in the others.
+void manyThreads() {
+    fork1([] {
+        ::signal(SIGTERM, SIG_IGN);
+        for (int i = 0; i < 8; ++i) {
+            std::thread([] { linger(); }).detach();
+        }
+        ::pthread_exit(nullptr);
+    });
+}
+
+// Keeps the job's output open, so that its end is never seen there.
+void heldPipe() {
+    fork1([] {
+        ::setsid();
+        ::signal(SIGTERM, SIG_IGN);
+        const int held = ::dup(STDOUT_FILENO);
+        ::close(STDOUT_FILENO);
+        ::close(STDERR_FILENO);
+        if (held >= 0) {
+            linger();
         }
     });
 }
@@ -118,8 +145,11 @@ int main(int argc, char** argv) {
         {"nohup", [] { ignoring(SIGHUP); }},
         {"ignore-term", [] { ignoring(SIGTERM); }},
         {"stopped", stopped},
-        {"storm", storm},
+        {"storm", [] { storm(100); }},
+        {"great-storm", [] { storm(400); }},
         {"hopping", hopping},
+        {"threads", manyThreads},
+        {"held-pipe", heldPipe},
         {"vfork", [argv] { byVfork(argv); }}};
     const auto way = ways.find(argv[1]);
     if (way == ways.end()) {

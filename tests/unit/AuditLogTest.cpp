@@ -126,6 +126,17 @@ TEST_F(AuditFile, EverySingleBitFlipIsFound) {
     }
 }
 
+// One bit makes "8" a "0".
+TEST_F(AuditFile, HeadThatClaimsAnEmptyAuditIsFound) {
+    write(4);
+    std::string head = read(headFile());
+    const std::string::size_type digit = head.find('8');
+    ASSERT_EQ(digit, 19U);
+    head[digit] = '0';
+    EXPECT_NE(AuditLog::verify(read(file()), head).text, "");
+    EXPECT_NE(AuditLog::verify("", head).text, "");
+}
+
 TEST_F(AuditFile, RemovedMovedAndRepeatedLinesAreFound) {
     write(4);
     const std::vector<std::string> good = lines();

@@ -6,11 +6,23 @@
 #include <gtest/gtest.h>
 
 #include "Console.h"
+#include "RawPty.h"
 
 TEST(Console, PrintsTheTextAndANewline) {
     testing::internal::CaptureStdout();
     console::printLine("one\ntwo");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "one\ntwo\n");
+}
+
+TEST(Console, ControlsOfANodeReachNoTerminal) {
+    const RawPty terminal;
+    {
+        const RedirectedFd output(STDOUT_FILENO, terminal.nearEnd());
+        console::printLine(
+            "IPMI GUID:\x1b[2J\x9b"
+            "6n");
+    }
+    EXPECT_EQ(terminal.shown("\n"), "IPMI GUID:\\x1b[2J\\x9b6n\r\n");
 }
 
 TEST(Console, LinesOfManyThreadsStayWhole) {

@@ -1,12 +1,15 @@
 #include <csignal>
 #include <functional>
 #include <sys/prctl.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "ProcessTree.h"
+#include "WaitFor.h"
 
 namespace {
 
@@ -121,6 +124,25 @@ TEST(ProcessTree, EndsThoseThatIgnoreTheFirstSignal) {
 
 TEST(ProcessTree, EndsTheStopped) {
     EXPECT_EQ(endsAll([] { forkChild([] { ::raise(SIGSTOP); }); }, milliseconds(2000)), 0);
+}
+
+// The system shows such a process as a zombie although it runs on.
+TEST(ProcessTree, EndsThoseWhoseFirstThreadHasEnded) {
+    const pid_t child = forkChild([] {
+        ::signal(SIGTERM, SIG_IGN);
+        std::thread(linger).detach();
+        // Of this thread alone; pthread_exit would unwind into the test's own frames.
+        ::syscall(SYS_exit, 0);
+    });
+    processtree::ProcessInfo info;
+    ASSERT_TRUE(waitFor([&] {
+        return processtree::readProcess(child, info) && info.state == 'Z' && info.threads > 1;
+    }));
+    EXPECT_FALSE(info.isZombie());
+    processtree::killAll([&] { return std::vector<processtree::ProcessInfo>{info}; });
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFSIGNALED(status));
 }
 
 TEST(ProcessTree, IsDoneAtOnceWhenThereIsNothing) {

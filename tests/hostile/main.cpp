@@ -1,0 +1,113 @@
+// Attacks a real agent and a real shell and prints what became of them. Not a test of single
+// functions: everything here goes over real TLS to real processes on loopback addresses.
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <functional>
+#include <string>
+#include <sys/resource.h>
+#include <utility>
+#include <vector>
+
+#include "Figure.h"
+
+namespace {
+
+using Attack = std::function<std::vector<Figure>(const Scale&)>;
+
+const std::vector<std::pair<std::string, Attack>>& attacks() {
+    static const std::vector<std::pair<std::string, Attack>> all{
+        {"slow-peers", attackWithSlowPeers},
+        {"descriptors", attackDescriptors},
+        {"frames", attackWithMalformedFrames},
+        {"certificates", attackWithCertificates},
+        {"escapes", attackWithEscapingJobs},
+        {"flashes", interruptFlashes},
+        {"audit", changeAudit},
+        {"payloads", attackShellWithAnswers},
+        {"soak", soak}};
+    return all;
+}
+
+int usage(int status) {
+    std::FILE* const stream = status == 0 ? stdout : stderr;
+    std::fputs(
+        "Usage: hostile [--short | --percent N] [ATTACK...]\n\nAttacks, all of them by default:\n",
+        stream);
+    for (const auto& attack : attacks()) {
+        std::fprintf(stream, "  %s\n", attack.first.c_str());
+    }
+    std::fputs("Exit status: 0 every figure reached, 1 one was not, 2 wrong usage.\n", stream);
+    return status;
+}
+
+void print(const Figure& figure) {
+    const std::string recovery =
+        figure.recoverMs < 0 ? "-" : std::to_string(figure.recoverMs) + " ms";
+    std::printf("| %s | %ld | %ld | %s | %ld KiB | %s | %s |\n", figure.attack.c_str(),
+                figure.tries, figure.survived, recovery.c_str(), figure.growthKiB,
+                figure.isReached ? "reached" : "**missed**", figure.remark.c_str());
+    std::fflush(stdout);
+}
+
+// True when all its figures are reached.
+bool run(const std::string& name, const Attack& attack, const Scale& scale) {
+    bool reached = true;
+    try {
+        for (const Figure& figure : attack(scale)) {
+            print(figure);
+            reached = reached && figure.isReached;
+        }
+    } catch (const std::exception& failure) {
+        Figure broken;
+        broken.attack = name;
+        broken.remark = std::string("could not be run: ") + failure.what();
+        print(broken);
+        return false;
+    }
+    return reached;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    ::signal(SIGPIPE, SIG_IGN);
+    // Hundreds of connections are held open at once.
+    rlimit files{};
+    if (::getrlimit(RLIMIT_NOFILE, &files) == 0) {
+        files.rlim_cur = files.rlim_max;
+        static_cast<void>(::setrlimit(RLIMIT_NOFILE, &files));
+    }
+    Scale scale;
+    std::vector<std::pair<std::string, Attack>> chosen;
+    for (int i = 1; i < argc; ++i) {
+        const std::string word = argv[i];
+        bool known = word == "--short";
+        scale.isShort = scale.isShort || known;
+        if (word == "--percent" && i + 1 < argc) {
+            scale.percent = std::strtol(argv[++i], nullptr, 10);
+            known = scale.percent > 0 && scale.percent <= 100;
+        }
+        for (const auto& attack : attacks()) {
+            if (attack.first == word) {
+                chosen.push_back(attack);
+                known = true;
+            }
+        }
+        if (!known) {
+            return usage(word == "--help" || word == "-h" ? 0 : 2);
+        }
+    }
+    bool reached = true;
+    std::puts(
+        "| attack | tries | survived | recovery | memory | figure | remarks |\n"
+        "|---|---|---|---|---|---|---|");
+    std::fflush(stdout);
+    for (const auto& [name, attack] : chosen.empty() ? attacks() : chosen) {
+        reached = run(name, attack, scale) && reached;
+    }
+    return reached ? 0 : 1;
+}
