@@ -256,6 +256,11 @@ bool endOwnDescendants(pid_t groupLeader, std::chrono::milliseconds grace,
         std::vector<ProcessInfo> left = find();
         reapEnded(left, groupLeader);
         if (!anyAlive(left)) {
+            // Whoever lives too shortly to be seen, always making the next one, is still in the
+            // group; once its leader is reaped, nothing can reach it in one stroke any more.
+            if (groupLeader > 0) {
+                ::kill(-groupLeader, SIGKILL);
+            }
             // The look at /proc is not one moment: only "no child at all" is the last word.
             if (reapLast()) {
                 return true;

@@ -126,6 +126,34 @@ TEST(ProcessTree, EndsTheStopped) {
     EXPECT_EQ(endsAll([] { forkChild([] { ::raise(SIGSTOP); }); }, milliseconds(2000)), 0);
 }
 
+// A look through /proc sees such a process only now and then.
+TEST(ProcessTree, EndsAGroupWhoseProcessesLiveTooShortlyToBeSeen) {
+    const auto start = std::chrono::steady_clock::now();
+    for (int round = 0; round < 30; ++round) {
+        const pid_t child = forkChild([] {
+            ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+            const pid_t leader = forkChild([] {
+                ::setpgid(0, 0);
+                ::signal(SIGTERM, SIG_IGN);
+                forkChild([] {
+                    while (::fork() == 0) {
+                        ::usleep(200);
+                    }
+                });
+            });
+            ::setpgid(leader, leader);
+            const bool ended =
+                processtree::endOwnDescendants(leader, milliseconds(20), milliseconds(5000));
+            ::_exit(ended ? 0 : 1);
+        });
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_EQ(WEXITSTATUS(status), 0);
+    }
+    // At the limit of a single round nothing would be left either, by chance.
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+}
+
 // The system shows such a process as a zombie although it runs on.
 TEST(ProcessTree, EndsThoseWhoseFirstThreadHasEnded) {
     const pid_t child = forkChild([] {
