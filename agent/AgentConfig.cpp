@@ -114,7 +114,9 @@ std::string AgentConfig::apply(const std::string& key, const std::string& value)
     return "unknown setting \"" + key + "\"";
 }
 
-void AgentConfig::read(FILE* stream, std::vector<Fault>& faults) {
+void readSettings(FILE* stream, const SettingLines& lines,
+                  const std::function<std::string(const std::string&, const std::string&)>& apply,
+                  std::vector<AgentConfig::Fault>& faults) {
     ConfigLineReader reader(stream);
     std::set<std::string> seen;
     std::string line;
@@ -134,9 +136,9 @@ void AgentConfig::read(FILE* stream, std::vector<Fault>& faults) {
         } else if (ConfigLineReader::isSkipped(line)) {
             continue;
         } else if (!ConfigLineReader::splitSetting(line, key, value)) {
-            reason = "\"" + line + "\" is not KEY=VALUE";
+            reason = "\"" + line + "\" is not " + lines.form;
         } else if (!seen.insert(key).second) {
-            reason = key + " is set a second time";
+            reason = key + lines.repeated;
         } else {
             reason = apply(key, value);
         }
@@ -144,11 +146,24 @@ void AgentConfig::read(FILE* stream, std::vector<Fault>& faults) {
             faults.push_back({reader.lineNumber(), reason});
         }
     }
-    if (seen.count("CERTIFICATE_FILE") != 0 && seen.count("PRIVATE_KEY_FILE") == 0) {
-        privateKeyFile.clear();
-    }
     if (std::ferror(stream) != 0) {
         faults.push_back({0, std::string("cannot be read: ") + std::strerror(errno)});
+    }
+}
+
+void AgentConfig::read(FILE* stream, std::vector<Fault>& faults) {
+    bool certificateNamed = false;
+    bool keyNamed = false;
+    readSettings(
+        stream, {"KEY=VALUE", " is set a second time"},
+        [&](const std::string& key, const std::string& value) {
+            certificateNamed = certificateNamed || key == "CERTIFICATE_FILE";
+            keyNamed = keyNamed || key == "PRIVATE_KEY_FILE";
+            return apply(key, value);
+        },
+        faults);
+    if (certificateNamed && !keyNamed) {
+        privateKeyFile.clear();
     }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -62,3 +63,16 @@ private:
 
 // Reads "address:port" or "[v6]:port". Returns the reason for a refusal, or an empty text.
 std::string parseListenAddress(const std::string& text, ListenAddress& address);
+
+// How the lines of one of the agent's files are spoken of in faults.
+struct SettingLines {
+    const char* form;      // "KEY=VALUE"
+    const char* repeated;  // " is set a second time"
+};
+
+// Reads setting lines from the stream, which stays the caller's, and hands each key and value,
+// split at the first "=", to apply, which returns the reason for a refusal or an empty text. A key
+// given twice, a line too long and one without "=" are faults; what is at fault is left out.
+void readSettings(FILE* stream, const SettingLines& lines,
+                  const std::function<std::string(const std::string&, const std::string&)>& apply,
+                  std::vector<AgentConfig::Fault>& faults);

@@ -7,13 +7,11 @@
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
-#include <set>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
 #include "CException.h"
-#include "ConfigLineReader.h"
 
 namespace {
 
@@ -161,38 +159,10 @@ std::string Authorization::apply(const std::string& name, const std::string& val
 
 void Authorization::read(FILE* stream, std::vector<AgentConfig::Fault>& faults) {
     restricted = true;
-    ConfigLineReader reader(stream);
-    std::set<std::string> seen;
-    std::string line;
-    bool continued = false;
-    while (reader.next(line)) {
-        // The rest of a line that was too long must not be taken for a rule of its own.
-        const bool isRest = continued;
-        continued = !reader.hadNewline() && line.size() == ConfigLineReader::kBufferBytes - 1;
-        if (isRest) {
-            continue;
-        }
-        std::string name;
-        std::string value;
-        std::string reason;
-        if (continued) {
-            reason = "the line is longer than 511 characters";
-        } else if (ConfigLineReader::isSkipped(line)) {
-            continue;
-        } else if (!ConfigLineReader::splitSetting(line, name, value)) {
-            reason = "\"" + line + "\" is not NAME=ROLE";
-        } else if (!seen.insert(name).second) {
-            reason = name + " is named a second time";
-        } else {
-            reason = apply(name, value);
-        }
-        if (!reason.empty()) {
-            faults.push_back({reader.lineNumber(), reason});
-        }
-    }
-    if (std::ferror(stream) != 0) {
-        faults.push_back({0, std::string("cannot be read: ") + std::strerror(errno)});
-    }
+    readSettings(
+        stream, {"NAME=ROLE", " is named a second time"},
+        [this](const std::string& name, const std::string& value) { return apply(name, value); },
+        faults);
 }
 
 Authorization Authorization::load(const std::string& fileName,

@@ -151,7 +151,7 @@ std::string commonName(const X509* certificate) {
 std::string der(X509* certificate) {
     unsigned char* bytes = nullptr;
     const int length = certificate == nullptr ? 0 : i2d_X509(certificate, &bytes);
-    const std::string text =
+    std::string text =
         length > 0 ? std::string(reinterpret_cast<char*>(bytes), static_cast<std::size_t>(length))
                    : std::string();
     OPENSSL_free(bytes);
