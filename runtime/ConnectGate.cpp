@@ -25,10 +25,13 @@ std::uint64_t ConnectGate::enter(Clock::time_point deadline) {
         if ((isNext && running.size() < width) || now >= deadline) {
             break;
         }
-        // Only the first in line has to notice that a turn has lasted long enough.
-        const bool watches = isNext && !running.empty();
-        myTurn.wait_until(lock,
-                          watches ? std::min(deadline, running.front().countsUntil) : deadline);
+        // Only the first in line has to notice that a turn has lasted long enough. A copy, because
+        // the wait looks at it after others have changed the list.
+        Clock::time_point wakeUp = deadline;
+        if (isNext && !running.empty()) {
+            wakeUp = std::min(wakeUp, running.front().countsUntil);
+        }
+        myTurn.wait_until(lock, wakeUp);
     }
     inLine.erase(place);
     const std::uint64_t number = ++last;
