@@ -323,8 +323,13 @@ bool TlsChannel::sendFrameUnlessAnswered(const std::string& bytes, Deadline dead
     return true;
 }
 
-bool TlsChannel::readInto(char* target, std::size_t wanted, std::size_t& have) {
+bool TlsChannel::readInto(char* target, std::size_t wanted, std::size_t& have, Deadline deadline) {
     while (have < wanted) {
+        // A peer that sends without a pause, frame after frame or byte after byte, leaves nothing
+        // to wait for.
+        if (Clock::now() >= deadline) {
+            throw TlsError(Kind::kTimedOut, peer + " did not come to an end in time.");
+        }
         ERR_clear_error();
         const int got = step(SSL_read(ssl.get(), target + have, static_cast<int>(wanted - have)),
                              "while waiting for it");
@@ -337,15 +342,19 @@ bool TlsChannel::readInto(char* target, std::size_t wanted, std::size_t& have) {
 }
 
 bool TlsChannel::tryReceiveFrame(protocol::Frame& frame) {
+    return receiveWhatIsThere(frame, never());
+}
+
+bool TlsChannel::receiveWhatIsThere(protocol::Frame& frame, Deadline deadline) {
     if (headerBytes < sizeof header) {
-        if (!readInto(reinterpret_cast<char*>(header), sizeof header, headerBytes)) {
+        if (!readInto(reinterpret_cast<char*>(header), sizeof header, headerBytes, deadline)) {
             return false;
         }
         incoming.header = protocol::decodeHeader(header);
         incoming.body.resize(incoming.header.length);
         bodyBytes = 0;
     }
-    if (!readInto(&incoming.body[0], incoming.body.size(), bodyBytes)) {
+    if (!readInto(&incoming.body[0], incoming.body.size(), bodyBytes, deadline)) {
         return false;
     }
     frame.header = incoming.header;
@@ -362,11 +371,7 @@ protocol::Frame TlsChannel::receiveFrame(Deadline deadline) {
 }
 
 void TlsChannel::receiveFrame(protocol::Frame& frame, Deadline deadline) {
-    // Also where frames come without a pause, so that nothing has to be waited for.
-    if (Clock::now() >= deadline) {
-        throw TlsError(Kind::kTimedOut, peer + " did not come to an end in time.");
-    }
-    while (!tryReceiveFrame(frame)) {
+    while (!receiveWhatIsThere(frame, deadline)) {
         waitForSocket(wantedEvents, deadline, "to a request");
     }
 }

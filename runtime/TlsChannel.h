@@ -123,7 +123,8 @@ private:
     // One step of OpenSSL: above 0 done, 0 not yet (poll for wantedEvents). Throws TlsError.
     int step(int returned, const char* doing);
     [[noreturn]] void fail(int sslError, int savedErrno, const char* doing);
-    bool readInto(char* target, std::size_t wanted, std::size_t& have);
+    bool readInto(char* target, std::size_t wanted, std::size_t& have, Deadline deadline);
+    bool receiveWhatIsThere(protocol::Frame& frame, Deadline deadline);
     void waitForSocket(short events, Deadline deadline, const char* doing);
 
     std::shared_ptr<TlsContext> context;
