@@ -1,10 +1,12 @@
 #pragma once
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <string>
+#include <sys/wait.h>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -93,6 +95,11 @@ protected:
     static void quit(PtyTerminal& terminal) {
         terminal.type("quit<cr>");
         expectQuit(terminal);
+    }
+    // A shell whose terminal goes away gets SIGHUP and the end of its input; either may be first.
+    static bool endedByHangUp(int status) {
+        constexpr int kQuit = 7;
+        return WIFSIGNALED(status) ? WTERMSIG(status) == SIGHUP : WEXITSTATUS(status) == kQuit;
     }
     static void expectQuit(PtyTerminal& terminal) {
         const std::optional<int> status = terminal.end();
