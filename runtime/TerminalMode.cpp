@@ -49,11 +49,13 @@ bool inForeground() {
 }
 
 void onFatal(int signal) {
+    const int savedErrno = errno;
     if (active.load() && inForeground()) {
         setMode(modeFound);
     }
     // The default action is back (SA_RESETHAND); it takes place when this handler returns.
     raise(signal);
+    errno = savedErrno;
 }
 
 void takeKeyMode() {
