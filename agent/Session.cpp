@@ -74,7 +74,7 @@ std::string quoted(const std::string& text) {
 Session::Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
                  const AgentConfig& agentConfig, const Authorization& rules,
                  const JobSettings& settings, const AgentLog& agentLog, UniqueFd toListener,
-                 bool isBusy)
+                 TlsChannel::Clock::time_point accepted, bool isBusy)
     : socket(std::move(connection)),
       context(std::move(tlsContext)),
       config(agentConfig),
@@ -82,6 +82,7 @@ Session::Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
       jobSettings(settings),
       log(agentLog),
       statusPipe(std::move(toListener)),
+      acceptedAt(accepted),
       busy(isBusy),
       limits(),
       runDirectory(agentConfig.getRunPath()) {}
@@ -113,8 +114,8 @@ void Session::run() noexcept {
     try {
         peerIp = addressOf(socket.get(), false);
         peer = peerIp;
-        channel =
-            TlsChannel::accept(std::move(socket), context, TlsChannel::after(limits.handshakeMs));
+        channel = TlsChannel::accept(std::move(socket), context,
+                                     acceptedAt + std::chrono::milliseconds(limits.handshakeMs));
         announcePeer();
         certificateName = channel->peerCommonName();
         grant = authorization.grantOf(certificateName);

@@ -38,8 +38,8 @@ namespace {
 // One asking of all nodes.
 class Survey {
 public:
-    Survey(const std::vector<const CNode*>& all, const NodeAgentQuery& how)
-        : nodes(all), query(how), answers(all.size()) {}
+    Survey(const std::vector<const CNode*>& all, const NodeAgentQuery& how, std::size_t most)
+        : nodes(all), query(how), mostAtOnce(most), answers(all.size()) {}
 
     std::vector<NodeAgentAnswer> run() {
         std::vector<std::size_t> due(nodes.size());
@@ -69,7 +69,7 @@ private:
                 }
             }
         };
-        runOnThreads(std::min(due.size(), kMaxAgentQueries), work);
+        runOnThreads(std::min(due.size(), mostAtOnce), work);
         return pending;
     }
 
@@ -124,14 +124,15 @@ private:
 
     const std::vector<const CNode*>& nodes;
     const NodeAgentQuery& query;
+    const std::size_t mostAtOnce;
     std::vector<NodeAgentAnswer> answers;  // each written by the thread that asks
 };
 
 }  // namespace
 
 std::vector<NodeAgentAnswer> askNodeAgents(const std::vector<const CNode*>& nodes,
-                                           const NodeAgentQuery& query) {
+                                           const NodeAgentQuery& query, std::size_t mostAtOnce) {
     // Made here if not yet: the instance must not come into being on several threads at once.
     static_cast<void>(CSSLConfig::getInstance());
-    return Survey(nodes, query).run();
+    return Survey(nodes, query, mostAtOnce).run();
 }
