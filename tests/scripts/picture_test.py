@@ -35,7 +35,8 @@ def without_chance(rows):
     """Without what differs from run to run: times, addresses, build, directory, machine, and in what
     step of a connection the silence is noticed."""
     for pattern, word in ((r"\(\d+ms\)", "(ms)"), (r"127\.\d+\.\d+\.\d+:\d+", "ADDRESS"),
-                          (r"Version .*", "VERSION"), (r"(did not answer in time).*", r"\1"), (r"/\S+(?=/(nodes|kelsh)/)", "DIR"),
+                          (r"Version .*", "VERSION"), (r"(did not answer in time).*", r"\1"),
+                          (r"/\S+(?=/(nodes|kelsh)/)", "DIR"),
                           (r"\[[^]]+\]\$", "[master]$")):
         rows = [re.sub(pattern, word, row) for row in rows]
     return rows
