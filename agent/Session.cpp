@@ -338,7 +338,7 @@ std::string Session::receiveFile(const protocol::Put& put) {
             channel->sendFrame(protocol::encode(result), TlsChannel::after(kShortSendMs));
             return result.text;
         }
-        receiver.write(frame.body);
+        receiver.consume(frame.body);
     }
 }
 
