@@ -91,7 +91,7 @@ void Session::installSignals() {
     action.sa_handler = onTerminate;
     ::sigemptyset(&action.sa_mask);
     ::sigaction(SIGTERM, &action, nullptr);
-    for (const int ignored : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE}) {
+    for (const int ignored : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGXFSZ}) {
         ::signal(ignored, SIG_IGN);
     }
     // Supervisors are not waited for.
