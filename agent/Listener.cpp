@@ -31,6 +31,7 @@ using std::chrono::seconds;
 // Connections taken in one turn, so that signals and reports get theirs too.
 constexpr int kAcceptBurst = 64;
 constexpr milliseconds kExhaustionPause(100);
+constexpr milliseconds kHandshakeTime(Session::kHandshakeMs);
 constexpr seconds kSweepPeriod(5);
 constexpr milliseconds kSweepOftenPeriod(200);
 constexpr seconds kSweepOften(10);
@@ -153,6 +154,7 @@ void Listener::open() {
         throwErrno("cannot become the reaper of jobs");
     }
     watchSignals();
+    keepReserve();
     sweep();
 }
 
@@ -190,6 +192,8 @@ void Listener::run() {
             hangUp = false;
             reload();
         }
+        closeExpired();
+        keepReserve();
         if (Clock::now() >= sweepAt) {
             sweep();
         }
@@ -205,6 +209,9 @@ int Listener::pollTimeOut() const {
     if (acceptAgainAt != Clock::time_point{}) {
         next = std::min(next, acceptAgainAt);
     }
+    if (waitingRoom.size() > 0) {
+        next = std::min(next, waitingRoom.all().begin()->second.acceptedAt + kHandshakeTime);
+    }
     const auto left = std::chrono::ceil<milliseconds>(next - Clock::now()).count();
     return static_cast<int>(std::clamp<long long>(left, 0, 60000));
 }
@@ -215,7 +222,9 @@ void Listener::poll() {
     }
     const bool accepts = socket && acceptAgainAt == Clock::time_point{};
     std::vector<pollfd> watched{{signals.get(), POLLIN, 0},
-                                {accepts ? socket.get() : -1, POLLIN, 0}};
+                                {accepts ? socket.get() : -1, POLLIN, 0},
+                                {waitingRoom.descriptor(), POLLIN, 0}};
+    const std::size_t firstStatus = watched.size();
     std::vector<std::pair<pid_t, SessionTable::Entry*>> entries;
     for (auto& item : sessions.all()) {
         if (item.second.status) {
@@ -227,7 +236,7 @@ void Listener::poll() {
         return;
     }
     for (std::size_t i = 0; i < entries.size(); ++i) {
-        if (watched[i + 2].revents != 0) {
+        if (watched[firstStatus + i].revents != 0) {
             readStatus(entries[i].first, *entries[i].second);
         }
     }
@@ -237,6 +246,9 @@ void Listener::poll() {
     }
     if (watched[1].revents != 0) {
         acceptAll();
+    }
+    if (watched[2].revents != 0) {
+        serveMoved();
     }
 }
 
@@ -252,75 +264,141 @@ bool Listener::acceptOne() {
         ::accept4(socket.get(), reinterpret_cast<sockaddr*>(&storage), &length, SOCK_CLOEXEC));
     if (!connection) {
         if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-            // The connection stays in the queue; asking again at once would only burn the
-            // processor.
             logSparingly(exhaustionLoggedAt,
                          std::string("cannot accept connections: ") + std::strerror(errno));
+            if (dropOneThatWaits()) {
+                return true;
+            }
+            // The connection stays in the queue; asking again at once would only burn the
+            // processor.
             acceptAgainAt = Clock::now() + kExhaustionPause;
             return false;
         }
         return errno == EINTR || errno == ECONNABORTED;
     }
     unsigned int port = 0;
-    const std::string source = hostOf(storage, port);
+    WaitingRoom::Guest guest;
+    guest.connection = std::move(connection);
+    guest.source = hostOf(storage, port);
+    guest.acceptedAt = Clock::now();
     SessionTable::Bounds bounds;
     bounds.sessions = config.maxSessions;
-    const SessionTable::Admission admission =
-        sessions.admit(source, bounds, Clock::now(), [this](std::size_t count) {
+    const SessionTable::Admission admission = sessions.admit(
+        guest.source, bounds, guest.acceptedAt,
+        [this](std::size_t count) {
             return std::uniform_int_distribution<std::size_t>(0, count - 1)(random);
-        });
-    if (admission.victim != 0) {
-        logSparingly(refusalLoggedAt,
-                     "too many connections that do not authenticate, the last from " + source +
-                         "; some are dropped");
-        sessions.find(admission.victim)->dropped = true;
-        ::kill(admission.victim, SIGKILL);
-    }
+        },
+        waitingRoom.all());
+    makeRoom(admission, guest.source);
     if (admission.kind == SessionTable::Admission::Kind::kClose) {
-        logSparingly(refusalLoggedAt, "no room for the connection from " + source);
+        logSparingly(refusalLoggedAt, "no room for the connection from " + guest.source);
         return true;
     }
-    serve(std::move(connection), source,
-          admission.kind == SessionTable::Admission::Kind::kTurnAway);
+    guest.busy = admission.kind == SessionTable::Admission::Kind::kTurnAway;
+    if (!waitingRoom.add(std::move(guest))) {
+        cannotServe("cannot watch a connection");
+    }
     return true;
 }
 
-void Listener::serve(UniqueFd connection, const std::string& source, bool busy) {
+bool Listener::dropOneThatWaits() {
+    const std::vector<WaitingRoom::Id> old =
+        waitingRoom.acceptedBefore(Clock::now() - SessionTable::kFairChance);
+    if (old.empty()) {
+        return false;
+    }
+    waitingRoom.take(old[std::uniform_int_distribution<std::size_t>(0, old.size() - 1)(random)]);
+    return true;
+}
+
+void Listener::makeRoom(const SessionTable::Admission& admission, const std::string& source) {
+    if (admission.victim == 0 && admission.victimGuest == 0) {
+        return;
+    }
+    logSparingly(refusalLoggedAt, "too many connections that do not authenticate, the last from " +
+                                      source + "; some are dropped");
+    if (admission.victimGuest != 0) {
+        waitingRoom.take(admission.victimGuest);
+        return;
+    }
+    sessions.find(admission.victim)->dropped = true;
+    ::kill(admission.victim, SIGKILL);
+}
+
+void Listener::serveMoved() {
+    for (const auto& moved : waitingRoom.takeMoved()) {
+        WaitingRoom::Guest guest = waitingRoom.take(moved.first);
+        switch (moved.second) {
+            case WaitingRoom::Beginning::kReady:
+                serve(std::move(guest));
+                break;
+            case WaitingRoom::Beginning::kForeign:
+                logSparingly(foreignLoggedAt,
+                             guest.source + " does not speak TLS 1.3 and is disconnected");
+                break;
+            case WaitingRoom::Beginning::kEnded:
+            case WaitingRoom::Beginning::kUnfinished:
+                break;
+        }
+    }
+}
+
+void Listener::closeExpired() {
+    for (const WaitingRoom::Id id : waitingRoom.acceptedBefore(Clock::now() - kHandshakeTime)) {
+        const WaitingRoom::Guest guest = waitingRoom.take(id);
+        logSparingly(silenceLoggedAt, guest.source + " began no handshake in time");
+    }
+}
+
+void Listener::cannotServe(const std::string& what) {
+    logSparingly(exhaustionLoggedAt, what + ": " + std::strerror(errno));
+    acceptAgainAt = Clock::now() + kExhaustionPause;
+}
+
+void Listener::keepReserve() {
+    for (UniqueFd& kept : reserve) {
+        if (!kept) {
+            kept.reset(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+        }
+    }
+}
+
+void Listener::serve(WaitingRoom::Guest guest) {
+    for (UniqueFd& kept : reserve) {
+        kept.reset();
+    }
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
-        logSparingly(exhaustionLoggedAt,
-                     std::string("cannot serve a connection: ") + std::strerror(errno));
-        acceptAgainAt = Clock::now() + kExhaustionPause;
+        cannotServe("cannot serve a connection");
         return;
     }
     UniqueFd statusRead(ends[0]);
     UniqueFd statusWrite(ends[1]);
+    const std::string source = guest.source;
     const pid_t pid = ::fork();
     if (pid < 0) {
-        logSparingly(exhaustionLoggedAt,
-                     std::string("cannot start a session: ") + std::strerror(errno));
-        acceptAgainAt = Clock::now() + kExhaustionPause;
+        cannotServe("cannot start a session");
         return;
     }
     if (pid == 0) {
-        becomeSession(std::move(connection), std::move(statusWrite), busy);
+        becomeSession(std::move(guest), std::move(statusWrite));
     }
-    SessionTable::Entry& entry = sessions.add(pid, source, std::move(statusRead), Clock::now());
+    SessionTable::Entry& entry = sessions.add(pid, source, std::move(statusRead), guest.acceptedAt);
     entry.rules = authorization;
     entry.generation = generation;
 }
 
-void Listener::becomeSession(UniqueFd connection, UniqueFd status, bool busy) {
+void Listener::becomeSession(WaitingRoom::Guest guest, UniqueFd status) {
     // First the signals: a session must never take part in the listener's end.
     Session::installSignals();
     ::prctl(PR_SET_NAME, "kelnode-session");
     ::prctl(PR_SET_CHILD_SUBREAPER, 0);
     ::closelog();
-    descriptors::closeAllBut({connection.get(), status.get(), log.descriptor()});
-    watchForDeadPeer(connection.get());
+    descriptors::closeAllBut({guest.connection.get(), status.get(), log.descriptor()});
+    watchForDeadPeer(guest.connection.get());
     {
-        Session session(std::move(connection), context, config, *authorization, jobSettings, log,
-                        std::move(status), busy);
+        Session session(std::move(guest.connection), context, config, *authorization, jobSettings,
+                        log, std::move(status), guest.acceptedAt, guest.busy);
         session.run();
     }
     ::_exit(EXIT_SUCCESS);
@@ -500,6 +578,7 @@ void Listener::reopenSocket(const AgentConfig& fresh) {
 void Listener::stop() {
     log.info("ending");
     socket.reset();
+    waitingRoom.clear();
     terminate = false;
     for (auto& item : sessions.all()) {
         readStatus(item.first, item.second);

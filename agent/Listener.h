@@ -15,9 +15,11 @@
 #include "SessionTable.h"
 #include "TlsContext.h"
 #include "UniqueFd.h"
+#include "WaitingRoom.h"
 
 // The agent's parent process: accepts, counts and forks; everything that reads a byte from the
-// network happens in the sessions. One thread, one poll loop.
+// network happens in the sessions, and a connection gets one only when a handshake has begun
+// (WaitingRoom). One thread, one poll loop.
 //
 //   SIGHUP   reads configuration, certificates and revocation list anew; what does not work is
 //            logged and the old stays in force. Sessions keep what they began with, unless the
@@ -56,8 +58,15 @@ private:
     void poll();
     void acceptAll();
     bool acceptOne();
-    void serve(UniqueFd connection, const std::string& source, bool busy);
-    [[noreturn]] void becomeSession(UniqueFd connection, UniqueFd status, bool busy);
+    // For a newer one. False when all of them have only come.
+    bool dropOneThatWaits();
+    void makeRoom(const SessionTable::Admission& admission, const std::string& source);
+    void serveMoved();
+    void closeExpired();
+    void serve(WaitingRoom::Guest guest);
+    void cannotServe(const std::string& what);
+    void keepReserve();
+    [[noreturn]] void becomeSession(WaitingRoom::Guest guest, UniqueFd status);
     void readStatus(pid_t pid, SessionTable::Entry& entry);
     void takeReports(pid_t pid, SessionTable::Entry& entry);
     // Cuts the session off if its master would not be let in as it is any more.
@@ -85,6 +94,10 @@ private:
     UniqueFd socket;
     UniqueFd signals;
     SessionTable sessions;
+    WaitingRoom waitingRoom;
+    // Given up for the pipe of a session: connections that wait must not take the last descriptors
+    // from those that speak.
+    UniqueFd reserve[2];
     std::mt19937 random;
 
     bool hangUp = false;
@@ -95,4 +108,6 @@ private:
     Clock::time_point warnAt{};
     Clock::time_point exhaustionLoggedAt{};
     Clock::time_point refusalLoggedAt{};
+    Clock::time_point silenceLoggedAt{};
+    Clock::time_point foreignLoggedAt{};
 };

@@ -74,7 +74,7 @@ std::string quoted(const std::string& text) {
 Session::Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
                  const AgentConfig& agentConfig, const Authorization& rules,
                  const JobSettings& settings, const AgentLog& agentLog, UniqueFd toListener,
-                 bool isBusy)
+                 TlsChannel::Clock::time_point accepted, bool isBusy)
     : socket(std::move(connection)),
       context(std::move(tlsContext)),
       config(agentConfig),
@@ -82,6 +82,7 @@ Session::Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
       jobSettings(settings),
       log(agentLog),
       statusPipe(std::move(toListener)),
+      acceptedAt(accepted),
       busy(isBusy),
       limits(),
       runDirectory(agentConfig.getRunPath()) {}
@@ -113,8 +114,8 @@ void Session::run() noexcept {
     try {
         peerIp = addressOf(socket.get(), false);
         peer = peerIp;
-        channel =
-            TlsChannel::accept(std::move(socket), context, TlsChannel::after(limits.handshakeMs));
+        channel = TlsChannel::accept(std::move(socket), context,
+                                     acceptedAt + std::chrono::milliseconds(limits.handshakeMs));
         announcePeer();
         certificateName = channel->peerCommonName();
         grant = authorization.grantOf(certificateName);
@@ -152,6 +153,12 @@ bool Session::greet() {
     channel->sendFrame(protocol::encode(hello), TlsChannel::after(limits.greetingMs));
     const protocol::Frame frame = channel->receiveFrame(TlsChannel::after(limits.greetingMs));
     judge(SessionState::kGreeting, frame.header);
+    takeGreeting(frame);
+    return true;
+}
+
+// The first one opens the conversation; later ones tell which command the next requests belong to.
+void Session::takeGreeting(const protocol::Frame& frame) {
     protocol::ShellHello shell;
     protocol::decode(frame.body, shell);
     if (shell.version < protocol::kLowestVersion || shell.version > protocol::kHighestVersion) {
@@ -168,7 +175,6 @@ bool Session::greet() {
     if (shell.sequence != 0) {
         user += " #" + std::to_string(shell.sequence);
     }
-    return true;
 }
 
 void Session::serve() {
@@ -218,6 +224,9 @@ bool Session::serveRequest(const protocol::Frame& frame) {
 
 bool Session::serveAllowed(const protocol::Frame& frame) {
     switch (frame.header.type) {
+        case FrameType::kShellHello:
+            takeGreeting(frame);
+            return true;
         case FrameType::kExec:
             return serveExec(frame);
         case FrameType::kRunPackaged:

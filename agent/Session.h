@@ -21,10 +21,11 @@
 // and disconnected; nothing it sends can harm more than this process.
 class Session {
 public:
+    static constexpr unsigned long kHandshakeMs = 5000;
     struct Limits {
-        // Milliseconds: the handshake; the shell's greeting after it; the wait for a request; a
-        // silence in the middle of an upload.
-        unsigned long handshakeMs = 5000;
+        // Milliseconds: accepting and the handshake; the shell's greeting after it; the wait for a
+        // request; a silence in the middle of an upload.
+        unsigned long handshakeMs = kHandshakeMs;
         unsigned long greetingMs = 2000;
         unsigned long idleMs = 120000;
         unsigned long uploadSilenceMs = 60000;
@@ -39,10 +40,12 @@ public:
     static constexpr char kUninterruptibleEnds = 'u';
 
     // toListener: a pipe; errors there are of no matter, the listener may be gone.
+    // accepted: when the connection was; the time for the handshake counts from there.
     // isBusy: the agent serves as many sessions as it may, tell the shell so.
     Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
             const AgentConfig& agentConfig, const Authorization& rules, const JobSettings& settings,
-            const AgentLog& agentLog, UniqueFd toListener, bool isBusy);
+            const AgentLog& agentLog, UniqueFd toListener, TlsChannel::Clock::time_point accepted,
+            bool isBusy);
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
@@ -62,6 +65,7 @@ private:
 
     void serve();
     bool greet();
+    void takeGreeting(const protocol::Frame& frame);
     // Throws ProtocolError for a frame that has no place in this state.
     Verdict judge(SessionState state, const protocol::FrameHeader& header) const;
     // Tells the shell that it may not; false when the session is to end.
@@ -118,6 +122,7 @@ private:
     const JobSettings& jobSettings;
     const AgentLog& log;
     UniqueFd statusPipe;
+    const TlsChannel::Clock::time_point acceptedAt;
     const bool busy;
     const Limits limits;
     RunDirectory runDirectory;

@@ -5,21 +5,22 @@
 
 namespace {
 
-// A handshake in progress is usually over by then.
-constexpr std::chrono::milliseconds kFairChance(250);
-
 bool isWaiting(const SessionTable::Entry& entry) {
     return !entry.authenticated && !entry.dropped;
 }
 
 }  // namespace
 
-SessionTable::Admission SessionTable::admit(
-    const std::string& source, const Bounds& bounds, Clock::time_point now,
-    const std::function<std::size_t(std::size_t)>& random) const {
-    std::size_t live = 0;
-    std::size_t waiting = 0;
+SessionTable::Admission SessionTable::admit(const std::string& source, const Bounds& bounds,
+                                            Clock::time_point now,
+                                            const std::function<std::size_t(std::size_t)>& random,
+                                            const WaitingRoom::Guests& guests) const {
+    std::size_t live = guests.size();
+    std::size_t waiting = guests.size();
     std::size_t waitingFromSource = 0;
+    for (const auto& item : guests) {
+        waitingFromSource += item.second.source == source ? 1 : 0;
+    }
     for (const auto& item : entries) {
         live += item.second.dropped ? 0 : 1;
         if (isWaiting(item.second)) {
@@ -29,35 +30,53 @@ SessionTable::Admission SessionTable::admit(
     }
     Admission admission;
     if (waitingFromSource >= bounds.unauthenticatedPerSource) {
-        admission.victim = chooseVictim(&source, now, random);
+        chooseVictim(&source, now, random, guests, admission);
     } else if (waiting > 0 && (waiting >= bounds.unauthenticated || live >= bounds.sessions)) {
-        admission.victim = chooseVictim(nullptr, now, random);
+        chooseVictim(nullptr, now, random, guests, admission);
     } else if (live >= bounds.sessions) {
         admission.kind = live < bounds.sessions + bounds.turnedAway ? Admission::Kind::kTurnAway
                                                                     : Admission::Kind::kClose;
     }
     // Sessions told to end still take a process each until they are gone.
     if (entries.size() >= 2 * (static_cast<std::size_t>(bounds.sessions) + bounds.turnedAway)) {
-        admission = {Admission::Kind::kClose, 0};
+        admission = Admission();
+        admission.kind = Admission::Kind::kClose;
     }
     return admission;
 }
 
-pid_t SessionTable::chooseVictim(const std::string* source, Clock::time_point now,
-                                 const std::function<std::size_t(std::size_t)>& random) const {
-    std::vector<pid_t> all;
-    std::vector<pid_t> old;
-    for (const auto& item : entries) {
-        if (!isWaiting(item.second) || (source != nullptr && item.second.source != *source)) {
-            continue;
+void SessionTable::chooseVictim(const std::string* source, Clock::time_point now,
+                                const std::function<std::size_t(std::size_t)>& random,
+                                const WaitingRoom::Guests& guests, Admission& admission) const {
+    struct Candidate {
+        pid_t session;
+        WaitingRoom::Id guest;
+    };
+    std::vector<Candidate> all;
+    std::vector<Candidate> old;
+    const auto consider = [&](const std::string& from, Clock::time_point since, Candidate who) {
+        if (source != nullptr && from != *source) {
+            return;
         }
-        all.push_back(item.first);
-        if (now - item.second.startedAt >= kFairChance) {
-            old.push_back(item.first);
+        all.push_back(who);
+        if (now - since >= kFairChance) {
+            old.push_back(who);
+        }
+    };
+    for (const auto& item : entries) {
+        if (isWaiting(item.second)) {
+            consider(item.second.source, item.second.startedAt, {item.first, 0});
         }
     }
-    const std::vector<pid_t>& choice = old.empty() ? all : old;
-    return choice.empty() ? 0 : choice[random(choice.size())];
+    for (const auto& item : guests) {
+        consider(item.second.source, item.second.acceptedAt, {0, item.first});
+    }
+    const std::vector<Candidate>& choice = old.empty() ? all : old;
+    if (!choice.empty()) {
+        const Candidate chosen = choice[random(choice.size())];
+        admission.victim = chosen.session;
+        admission.victimGuest = chosen.guest;
+    }
 }
 
 SessionTable::Entry& SessionTable::add(pid_t pid, std::string source, UniqueFd status,

@@ -9,11 +9,14 @@
 
 #include "Authorization.h"
 #include "UniqueFd.h"
+#include "WaitingRoom.h"
 
 // The listener's book of the sessions that run. Not locked: the listener has one thread.
 class SessionTable {
 public:
     using Clock = std::chrono::steady_clock;
+    // A handshake in progress is usually over by then.
+    static constexpr std::chrono::milliseconds kFairChance{250};
 
     struct Entry {
         std::string source;  // the peer's address, without the port
@@ -40,15 +43,18 @@ public:
     struct Admission {
         enum class Kind { kServe, kTurnAway, kClose };
         Kind kind = Kind::kServe;
-        pid_t victim = 0;  // a session to be ended in exchange; 0: none
+        pid_t victim = 0;                 // a session to be ended in exchange; 0: none
+        WaitingRoom::Id victimGuest = 0;  // or one that waits for its session; 0: none
     };
 
-    // What to do with a new connection. A session that has not authenticated must give way when
-    // there are too many of its kind: which one is left to chance, among those that have had some
-    // time, so that nobody can hold all places by saying nothing.
+    // What to do with a new connection. One that has not authenticated must give way when there are
+    // too many of its kind: which one is left to chance, among those that have had some time, so
+    // that nobody can hold all places by saying nothing. Connections that wait for their session
+    // count like sessions in every bound.
     //   random  a number from 0 to its argument, that excluded
     Admission admit(const std::string& source, const Bounds& bounds, Clock::time_point now,
-                    const std::function<std::size_t(std::size_t)>& random) const;
+                    const std::function<std::size_t(std::size_t)>& random,
+                    const WaitingRoom::Guests& guests) const;
 
     Entry& add(pid_t pid, std::string source, UniqueFd status, Clock::time_point now);
     // Null when there is no such session.
@@ -59,8 +65,9 @@ public:
     std::size_t size() const { return entries.size(); }
 
 private:
-    pid_t chooseVictim(const std::string* source, Clock::time_point now,
-                       const std::function<std::size_t(std::size_t)>& random) const;
+    void chooseVictim(const std::string* source, Clock::time_point now,
+                      const std::function<std::size_t(std::size_t)>& random,
+                      const WaitingRoom::Guests& guests, Admission& admission) const;
 
     std::map<pid_t, Entry> entries;
 };

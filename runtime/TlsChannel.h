@@ -53,6 +53,10 @@ public:
     static std::unique_ptr<TlsChannel> connect(const std::string& address, int port,
                                                std::shared_ptr<TlsContext> context,
                                                Deadline deadline);
+    // The same over a socket that is connected to that address already, as by tlssocket::connect.
+    static std::unique_ptr<TlsChannel> connectOver(UniqueFd connected, const std::string& address,
+                                                   int port, std::shared_ptr<TlsContext> context,
+                                                   Deadline deadline);
     // Makes the handshake on an accepted socket. When the peer is refused it is given up to a
     // second to read the alert that says why, then TlsError says the same to the log.
     static std::unique_ptr<TlsChannel> accept(UniqueFd accepted,
@@ -91,6 +95,12 @@ public:
     // reported the descriptor readable: bytes may also wait inside the TLS layer, so ask once
     // before the first poll().
     Peer lookAtPeer();
+
+    // Whether both directions are between two frames, as far as this end knows without looking, and
+    // nothing has gone wrong.
+    bool isAtRest() const { return established && !broken && !hasQueued() && headerBytes == 0; }
+    // Whether the last day of one of the two certificates has passed since the handshake.
+    bool isExpired() const;
 
     // Ends the conversation in order: goodbye, no more writing, then what the peer still sends is
     // dropped until it closes or the deadline passes. Without it a peer that is still sending would

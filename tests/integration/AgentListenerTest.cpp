@@ -1,3 +1,4 @@
+#include <sys/socket.h>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -60,6 +61,48 @@ TEST_F(AgentListener, SilentConnectionsLockNobodyOut) {
     for (int i = 0; i < 5; ++i) {
         EXPECT_EQ(echo(agent), "served\n");
     }
+}
+
+TEST_F(AgentListener, ConnectionsThatBeginNoHandshakeCostNoProcess) {
+    const std::vector<UniqueFd> silent = dialMany(agent, 20);
+    const std::string hello("\x16\x03\x01\x01\x00\x01\x00\x00\xfc", 9);
+    const long before = processorTicks(agent.listenerPid());
+    for (std::size_t length = 0; length < hello.size(); ++length) {
+        for (const UniqueFd& connection : silent) {
+            ASSERT_EQ(::send(connection.get(), &hello[length], 1, MSG_NOSIGNAL), 1);
+        }
+        EXPECT_EQ(echo(agent), "served\n");
+        EXPECT_TRUE(waitFor([&] { return agent.processes("kelnode-session").empty(); }));
+    }
+    for (const UniqueFd& connection : silent) {
+        EXPECT_NE(tlssocket::wait(connection.get(), POLLIN, TlsChannel::after(15000)), 0);
+    }
+    EXPECT_TRUE(agent.processes("kelnode-session").empty());
+    EXPECT_NE(agent.log().find("began no handshake in time"), std::string::npos) << agent.log();
+    // Seconds of waiting, and no turning round and round meanwhile.
+    EXPECT_LT(processorTicks(agent.listenerPid()) - before, ::sysconf(_SC_CLK_TCK));
+}
+
+TEST_F(AgentListener, TimeForTheHandshakeCountsFromTheBeginning) {
+    const UniqueFd slow = tlssocket::connect(agent.ip(), agent.port(), LocalAgent::soon());
+    const auto start = TlsChannel::Clock::now();
+    // Half a greeting, and late: enough for a session, which gets only the time that is left.
+    std::string half = std::string("\x16\x03\x01\x01\x00\x01\x00\x00\xfc\x03\x03", 11);
+    half.resize(200, 'r');
+    std::this_thread::sleep_until(start + std::chrono::milliseconds(3000));
+    ASSERT_EQ(::send(slow.get(), half.data(), half.size(), MSG_NOSIGNAL), 200);
+    ASSERT_TRUE(waitFor([&] { return agent.processes("kelnode-session").size() == 1; }));
+    EXPECT_TRUE(waitFor([&] { return agent.processes("kelnode-session").empty(); }));
+    EXPECT_LT(TlsChannel::Clock::now() - start, std::chrono::milliseconds(7500));
+}
+
+TEST_F(AgentListener, WhoDoesNotSpeakTlsIsCutAtOnce) {
+    const UniqueFd stranger = tlssocket::connect(agent.ip(), agent.port(), LocalAgent::soon());
+    const std::string request = "GET / HTTP/1.1\r\n\r\n";
+    ASSERT_EQ(::write(stranger.get(), request.data(), request.size()),
+              static_cast<ssize_t>(request.size()));
+    EXPECT_NE(tlssocket::wait(stranger.get(), POLLIN, TlsChannel::after(3000)), 0);
+    EXPECT_TRUE(agent.waitForLog("does not speak TLS"));
 }
 
 TEST_F(AgentListener, SilentConnectionsAreCutAfterAWhile) {

@@ -13,13 +13,21 @@ protected:
         return table.add(pid, source, UniqueFd(), now - milliseconds(ageMs));
     }
     SessionTable::Admission admit(const std::string& source) {
-        return table.admit(source, bounds, now, [this](std::size_t count) {
-            choices = count;
-            return count - 1;
-        });
+        return table.admit(
+            source, bounds, now,
+            [this](std::size_t count) {
+                choices = count;
+                return count - 1;
+            },
+            guests);
+    }
+    void addGuest(WaitingRoom::Id id, const std::string& source, int ageMs = 1000) {
+        guests[id].source = source;
+        guests[id].acceptedAt = now - milliseconds(ageMs);
     }
 
     SessionTable table;
+    WaitingRoom::Guests guests;
     SessionTable::Bounds bounds{4, 3, 2, 1};
     SessionTable::Clock::time_point now = SessionTable::Clock::now();
     std::size_t choices = 0;
@@ -92,4 +100,35 @@ TEST_F(SessionTableFilled, RemovedOnesAreForgotten) {
     table.remove(1);
     EXPECT_EQ(table.find(1), nullptr);
     EXPECT_EQ(table.size(), 0U);
+}
+
+TEST_F(SessionTableFilled, GuestsCountForTheirSource) {
+    bounds.unauthenticated = 10;
+    add(1, "a");
+    addGuest(7, "a");
+    addGuest(8, "b");
+    EXPECT_EQ(admit("b").victimGuest, 0U);
+    const SessionTable::Admission admission = admit("a");
+    EXPECT_EQ(admission.victimGuest, 7U);
+    EXPECT_EQ(admission.victim, 0);
+    EXPECT_EQ(choices, 2U);
+}
+
+TEST_F(SessionTableFilled, GuestsCountForTheBoundOfAll) {
+    addGuest(7, "a");
+    addGuest(8, "b", 10);
+    EXPECT_EQ(admit("c").victimGuest, 0U);
+    addGuest(9, "c", 10);
+    EXPECT_EQ(admit("d").victimGuest, 7U);
+    EXPECT_EQ(choices, 1U);
+}
+
+TEST_F(SessionTableFilled, GuestsTakeThePlacesOfSessions) {
+    for (pid_t pid = 1; pid <= 3; ++pid) {
+        add(pid, "a").authenticated = true;
+    }
+    EXPECT_EQ(admit("b").victimGuest, 0U);
+    addGuest(7, "b");
+    EXPECT_EQ(admit("c").kind, Kind::kServe);
+    EXPECT_EQ(admit("c").victimGuest, 7U);
 }

@@ -9,4 +9,5 @@ kelsh_add_test_program(unit_agent LABEL unit
         RunDirectoryTest.cpp
         SecretMaskTest.cpp
         SessionTableTest.cpp
+        WaitingRoomTest.cpp
     LIBRARIES kelnode_core)
