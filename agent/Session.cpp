@@ -92,7 +92,7 @@ void Session::installSignals() {
     action.sa_handler = onTerminate;
     ::sigemptyset(&action.sa_mask);
     ::sigaction(SIGTERM, &action, nullptr);
-    for (const int ignored : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE}) {
+    for (const int ignored : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGXFSZ}) {
         ::signal(ignored, SIG_IGN);
     }
     // Supervisors are not waited for.
@@ -153,6 +153,12 @@ bool Session::greet() {
     channel->sendFrame(protocol::encode(hello), TlsChannel::after(limits.greetingMs));
     const protocol::Frame frame = channel->receiveFrame(TlsChannel::after(limits.greetingMs));
     judge(SessionState::kGreeting, frame.header);
+    takeGreeting(frame);
+    return true;
+}
+
+// The first one opens the conversation; later ones tell which command the next requests belong to.
+void Session::takeGreeting(const protocol::Frame& frame) {
     protocol::ShellHello shell;
     protocol::decode(frame.body, shell);
     if (shell.version < protocol::kLowestVersion || shell.version > protocol::kHighestVersion) {
@@ -169,7 +175,6 @@ bool Session::greet() {
     if (shell.sequence != 0) {
         user += " #" + std::to_string(shell.sequence);
     }
-    return true;
 }
 
 void Session::serve() {
@@ -219,6 +224,9 @@ bool Session::serveRequest(const protocol::Frame& frame) {
 
 bool Session::serveAllowed(const protocol::Frame& frame) {
     switch (frame.header.type) {
+        case FrameType::kShellHello:
+            takeGreeting(frame);
+            return true;
         case FrameType::kExec:
             return serveExec(frame);
         case FrameType::kRunPackaged:
@@ -339,7 +347,7 @@ std::string Session::receiveFile(const protocol::Put& put) {
             channel->sendFrame(protocol::encode(result), TlsChannel::after(kShortSendMs));
             return result.text;
         }
-        receiver.write(frame.body);
+        receiver.consume(frame.body);
     }
 }
 

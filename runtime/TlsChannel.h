@@ -18,6 +18,7 @@ public:
         kTimedOut,     // the deadline passed
         kClosed,       // the peer or the network ended the connection
         kUnreachable,  // no connection was made
+        kPending,      // none yet, but it is being made: DialPatience
         kRefused,      // one end did not accept the other's certificate
         kFailed,       // anything else: TLS broken, no ALPN, resources
     };
@@ -53,6 +54,10 @@ public:
     static std::unique_ptr<TlsChannel> connect(const std::string& address, int port,
                                                std::shared_ptr<TlsContext> context,
                                                Deadline deadline);
+    // The same over a socket that is connected to that address already, as by tlssocket::connect.
+    static std::unique_ptr<TlsChannel> connectOver(UniqueFd connected, const std::string& address,
+                                                   int port, std::shared_ptr<TlsContext> context,
+                                                   Deadline deadline);
     // Makes the handshake on an accepted socket. When the peer is refused it is given up to a
     // second to read the alert that says why, then TlsError says the same to the log.
     static std::unique_ptr<TlsChannel> accept(UniqueFd accepted,
@@ -92,6 +97,12 @@ public:
     // before the first poll().
     Peer lookAtPeer();
 
+    // Whether both directions are between two frames, as far as this end knows without looking, and
+    // nothing has gone wrong.
+    bool isAtRest() const { return established && !broken && !hasQueued() && headerBytes == 0; }
+    // Whether the last day of one of the two certificates has passed since the handshake.
+    bool isExpired() const;
+
     // Ends the conversation in order: goodbye, no more writing, then what the peer still sends is
     // dropped until it closes or the deadline passes. Without it a peer that is still sending would
     // lose our last words. Never throws.
@@ -124,6 +135,7 @@ private:
     int step(int returned, const char* doing);
     [[noreturn]] void fail(int sslError, int savedErrno, const char* doing);
     bool readInto(char* target, std::size_t wanted, std::size_t& have, Deadline deadline);
+    bool write(const std::string& bytes, std::size_t& done);
     bool receiveWhatIsThere(protocol::Frame& frame, Deadline deadline);
     void waitForSocket(short events, Deadline deadline, const char* doing);
 

@@ -7,8 +7,10 @@ kelsh_add_test_program(unit_runtime LABEL unit
         ChildProcessTest.cpp
         ConfigLineReaderTest.cpp
         ConnectGateTest.cpp
+        ConnectionPoolTest.cpp
         ExceptionTest.cpp
         FileTransferTest.cpp
+        ParkedDialsTest.cpp
         ProtocolTest.cpp
         SSLClientCertificateTest.cpp
         SSLClientTest.cpp
