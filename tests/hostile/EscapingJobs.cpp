@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <map>
 #include <mutex>
-#include <set>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -23,7 +22,9 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
 constexpr unsigned int kTimeOutMs = 400;
-constexpr milliseconds kLimit(6000);
+constexpr long kLimitMs = 6000;
+// That many jobs are to be ended at the same time.
+constexpr int kSideBySide = 16;
 
 const char* const kWays[] = {"foreground", "setsid",      "double-fork", "daemon",
                              "nohup",      "ignore-term", "stopped",     "storm",
@@ -57,12 +58,12 @@ private:
     void look() {
         while (!stopped) {
             const Clock::time_point began = Clock::now();
-            const std::set<long> found = jobsIn(processes::commandLines(token));
+            const std::vector<processes::Sighting> found = processes::sightings(token);
             {
                 const std::lock_guard<std::mutex> lock(mutex);
                 lookBegan = began;
-                for (const long job : found) {
-                    seen[job] = Clock::now();
+                for (const processes::Sighting& sighting : found) {
+                    seen[jobOf(sighting.commandLine)] = sighting.at;
                 }
             }
             looked.notify_all();
@@ -70,12 +71,8 @@ private:
         }
     }
 
-    std::set<long> jobsIn(const std::vector<std::string>& lines) const {
-        std::set<long> found;
-        for (const std::string& line : lines) {
-            found.insert(std::atol(line.c_str() + line.find(token) + token.size()));
-        }
-        return found;
+    long jobOf(const std::string& line) const {
+        return std::atol(line.c_str() + line.find(token) + token.size());
     }
 
     const std::string token;
@@ -94,7 +91,7 @@ struct Outcome {
 };
 
 Outcome escape(const LocalAgent& agent, Watch& watch, const std::string& way,
-               const std::string& token, long job) {
+               const std::string& token, long job, milliseconds limit) {
     const auto client = agent.connect();
     const Clock::time_point end = Clock::now() + milliseconds(kTimeOutMs);
     CResult result;
@@ -103,8 +100,8 @@ Outcome escape(const LocalAgent& agent, Watch& watch, const std::string& way,
         kTimeOutMs, &result);
     Outcome outcome;
     outcome.timedOut = result.getRunStatus() == EXEC_TIMED_OUT;
-    const Clock::time_point seen = watch.lastSeen(job, end + kLimit);
-    outcome.survived = seen >= end + kLimit;
+    const Clock::time_point seen = watch.lastSeen(job, end + limit);
+    outcome.survived = seen >= end + limit;
     outcome.lastedMs =
         static_cast<long>(std::chrono::duration_cast<milliseconds>(seen - end).count());
     return outcome;
@@ -115,6 +112,7 @@ Outcome escape(const LocalAgent& agent, Watch& watch, const std::string& way,
 std::vector<Figure> attackWithEscapingJobs(const Scale& scale) {
     constexpr std::size_t kWayCount = sizeof kWays / sizeof *kWays;
     const long tries = scale.pick(504, 24);
+    const milliseconds limit(scale.lenient(kLimitMs));
     LocalAgent agent;
     agent.connect();
     const pid_t listener = agent.listenerPid();
@@ -128,13 +126,13 @@ std::vector<Figure> attackWithEscapingJobs(const Scale& scale) {
     std::atomic<long> next{0};
     long survivors = 0;
     std::vector<std::thread> threads;
-    for (int i = 0; i < 8; ++i) {
+    for (int i = 0; i < kSideBySide; ++i) {
         threads.emplace_back([&] {
             for (long at = next++; at < tries; at = next++) {
                 const char* const way = kWays[static_cast<std::size_t>(at) % kWayCount];
                 Outcome outcome;
                 try {
-                    outcome = escape(agent, watch, way, run, at);
+                    outcome = escape(agent, watch, way, run, at, limit);
                 } catch (const CException& failure) {
                     std::fprintf(stderr, "escapes: %s: %s\n", way, failure.getErrMsg().c_str());
                 }
@@ -163,8 +161,8 @@ std::vector<Figure> attackWithEscapingJobs(const Scale& scale) {
         std::this_thread::sleep_for(milliseconds(25));
     }
     figure.growthKiB = processes::statusKiB(listener, "VmRSS") - memoryBefore;
-    figure.remark = std::to_string(survivors) +
-                    " jobs with a process left 6 s after the time-out, " +
+    figure.remark = std::to_string(survivors) + " jobs with a process left " +
+                    std::to_string(limit.count() / 1000) + " s after the time-out, " +
                     std::to_string(processes::zombies(listener)) +
                     " zombies; recovery is the longest time to the last one's end";
     figure.isReached = figure.survived == tries && survivors == 0 && tidy && late == 0;

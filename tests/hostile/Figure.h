@@ -23,6 +23,11 @@ struct Scale {
     long pick(long full, long small) const {
         return isShort ? small : std::max(small, full * percent / 100);
     }
+    // A limit that only says how fast something has to be. The short form runs beside compilers on
+    // machines that have other things to do.
+    long lenient(long limit) const { return isShort ? kLeniency * limit : limit; }
+
+    static constexpr long kLeniency = 5;
 };
 
 // The attacks. Each starts what it attacks, ends it, and may throw when it cannot be set up.
@@ -33,5 +38,6 @@ std::vector<Figure> attackWithCertificates(const Scale& scale);
 std::vector<Figure> attackWithEscapingJobs(const Scale& scale);
 std::vector<Figure> interruptFlashes(const Scale& scale);
 std::vector<Figure> changeAudit(const Scale& scale);
+std::vector<Figure> compareConfigurations(const Scale& scale);
 std::vector<Figure> attackShellWithAnswers(const Scale& scale);
 std::vector<Figure> soak(const Scale& scale);

@@ -120,12 +120,13 @@ long zombies(pid_t root) {
                          [](pid_t pid) { return statOf(pid).state == 'Z'; });
 }
 
-std::vector<std::string> commandLines(const std::string& text) {
-    std::vector<std::string> found;
+std::vector<Sighting> sightings(const std::string& text) {
+    std::vector<Sighting> found;
     for (const pid_t pid : all()) {
+        const auto at = std::chrono::steady_clock::now();
         std::string line = pid == ::getpid() ? "" : commandLineOf(pid);
         if (line.find(text) != std::string::npos) {
-            found.push_back(std::move(line));
+            found.push_back({std::move(line), at});
         }
     }
     return found;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -18,7 +19,14 @@ long processorMs(pid_t pid);
 std::vector<pid_t> tree(pid_t root);
 // Dead and not waited for, below the process.
 long zombies(pid_t root);
-// The command lines, of this process excepted, that hold the text.
-std::vector<std::string> commandLines(const std::string& text);
+
+// A command line and when it was seen.
+struct Sighting {
+    std::string commandLine;
+    std::chrono::steady_clock::time_point at;
+};
+// The command lines, of this process excepted, that hold the text. On a busy machine one look lasts
+// long, so each has a time of its own.
+std::vector<Sighting> sightings(const std::string& text);
 
 }  // namespace processes

@@ -1,6 +1,7 @@
 // Attacks a real agent and a real shell and prints what became of them. Not a test of single
 // functions: everything here goes over real TLS to real processes on loopback addresses.
 
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -27,6 +28,7 @@ const std::vector<std::pair<std::string, Attack>>& attacks() {
         {"escapes", attackWithEscapingJobs},
         {"flashes", interruptFlashes},
         {"audit", changeAudit},
+        {"configurations", compareConfigurations},
         {"payloads", attackShellWithAnswers},
         {"soak", soak}};
     return all;
@@ -44,28 +46,38 @@ int usage(int status) {
     return status;
 }
 
-void print(const Figure& figure) {
+// lasted: of the attack; empty for its further figures.
+void print(const Figure& figure, const std::string& lasted) {
     const std::string recovery =
         figure.recoverMs < 0 ? "-" : std::to_string(figure.recoverMs) + " ms";
-    std::printf("| %s | %ld | %ld | %s | %ld KiB | %s | %s |\n", figure.attack.c_str(),
+    std::printf("| %s | %ld | %ld | %s | %ld KiB | %s | %s | %s |\n", figure.attack.c_str(),
                 figure.tries, figure.survived, recovery.c_str(), figure.growthKiB,
-                figure.isReached ? "reached" : "**missed**", figure.remark.c_str());
+                figure.isReached ? "reached" : "**missed**", lasted.c_str(), figure.remark.c_str());
     std::fflush(stdout);
+}
+
+std::string secondsSince(std::chrono::steady_clock::time_point began) {
+    const auto elapsed = std::chrono::steady_clock::now() - began;
+    return std::to_string(std::chrono::ceil<std::chrono::seconds>(elapsed).count()) + " s";
 }
 
 // True when all its figures are reached.
 bool run(const std::string& name, const Attack& attack, const Scale& scale) {
+    const auto began = std::chrono::steady_clock::now();
     bool reached = true;
     try {
-        for (const Figure& figure : attack(scale)) {
-            print(figure);
+        const std::vector<Figure> figures = attack(scale);
+        std::string lasted = secondsSince(began);
+        for (const Figure& figure : figures) {
+            print(figure, lasted);
+            lasted.clear();
             reached = reached && figure.isReached;
         }
     } catch (const std::exception& failure) {
         Figure broken;
         broken.attack = name;
         broken.remark = std::string("could not be run: ") + failure.what();
-        print(broken);
+        print(broken, secondsSince(began));
         return false;
     }
     return reached;
@@ -103,8 +115,8 @@ int main(int argc, char** argv) {
     }
     bool reached = true;
     std::puts(
-        "| attack | tries | survived | recovery | memory | figure | remarks |\n"
-        "|---|---|---|---|---|---|---|");
+        "| attack | tries | survived | recovery | memory | figure | lasted | remarks |\n"
+        "|---|---|---|---|---|---|---|---|");
     std::fflush(stdout);
     for (const auto& [name, attack] : chosen.empty() ? attacks() : chosen) {
         reached = run(name, attack, scale) && reached;
