@@ -278,6 +278,8 @@ int serve(const Options& options) {
         Listener listener(config, log, raiseFileLimit());
         // Gone readers of the standard streams or of the ready descriptor must not end the agent.
         ::signal(SIGPIPE, SIG_IGN);
+        // A limit on the size of files is an error of one transfer, not the end of the agent.
+        ::signal(SIGXFSZ, SIG_IGN);
         listener.open();
         const std::string address = listener.boundAddress();
         log.info(std::string("version ") + KELNODE_VERSION + " listening on " + address);

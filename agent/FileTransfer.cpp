@@ -11,7 +11,7 @@ FileReceiver::FileReceiver(const protocol::Put& request, const RunDirectory& run
         }
         record.addFile(temporary);
     });
-    target->open();
+    target->open(put.size);
 }
 
 FileReceiver::~FileReceiver() {
@@ -19,11 +19,11 @@ FileReceiver::~FileReceiver() {
     record.finish();
 }
 
-void FileReceiver::write(const std::string& bytes) {
+void FileReceiver::consume(std::string& bytes) {
     if (bytes.size() > put.size - target->receivedBytes()) {
         throw Damaged("More bytes arrived for \"" + put.path + "\" than were announced.");
     }
-    target->write(bytes);
+    target->consume(bytes);
 }
 
 std::string FileReceiver::finish(const std::string& expectedDigest) {

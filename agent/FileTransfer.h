@@ -26,7 +26,8 @@ public:
     FileReceiver& operator=(const FileReceiver&) = delete;
     ~FileReceiver();
 
-    void write(const std::string& bytes);
+    // Takes the memory too and leaves some to be filled again.
+    void consume(std::string& bytes);
     // Puts the file in its place, safe on the disk, and returns a sentence for the user.
     std::string finish(const std::string& expectedDigest);
 

@@ -97,7 +97,7 @@ void JobSupervisor::becomeSupervisor() {
         throwErrno("cannot become the job's reaper");
     }
     keepOnlyOwnDescriptors();
-    for (const int ignored : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGUSR1, SIGUSR2}) {
+    for (const int ignored : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGXFSZ, SIGUSR1, SIGUSR2}) {
         ::signal(ignored, SIG_IGN);
     }
     ::signal(SIGTERM, SIG_DFL);

@@ -92,7 +92,7 @@ void Session::installSignals() {
     action.sa_handler = onTerminate;
     ::sigemptyset(&action.sa_mask);
     ::sigaction(SIGTERM, &action, nullptr);
-    for (const int ignored : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE}) {
+    for (const int ignored : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGXFSZ}) {
         ::signal(ignored, SIG_IGN);
     }
     // Supervisors are not waited for.
@@ -347,7 +347,7 @@ std::string Session::receiveFile(const protocol::Put& put) {
             channel->sendFrame(protocol::encode(result), TlsChannel::after(kShortSendMs));
             return result.text;
         }
-        receiver.write(frame.body);
+        receiver.consume(frame.body);
     }
 }
 

@@ -136,6 +136,7 @@ void FileReplacement::sweepAbandoned() const {
 }
 
 FileReplacement::~FileReplacement() {
+    arrived.abandon();
     if (!temporaryName.empty()) {
         // Nothing is left to be done about a failure here.
         (void)unlinkat(directory.get(), temporaryName.c_str(), 0);
@@ -166,12 +167,27 @@ std::string FileReplacement::newTemporaryName() const {
     return fresh;
 }
 
-void FileReplacement::open() {
+void FileReplacement::open(std::uint64_t expectedBytes) {
     openUnnamed();
     if (!file) {
         openNamed();
     }
     sweepAbandoned();
+    if (expectedBytes >= SideThread::kWorthwhileBytes) {
+        (void)digester.start([this] { digestArrived(); });
+    }
+}
+
+void FileReplacement::digestArrived() noexcept {
+    try {
+        std::string piece;
+        while (arrived.take(piece)) {
+            digest.update(piece.data(), piece.size());
+        }
+    } catch (...) {
+        fault = std::current_exception();
+        arrived.abandon();
+    }
 }
 
 void FileReplacement::openUnnamed() {
@@ -212,7 +228,30 @@ void FileReplacement::openNamed() {
 }
 
 void FileReplacement::write(const std::string& bytes) {
-    digest.update(bytes.data(), bytes.size());
+    std::string copy = bytes;
+    consume(copy);
+}
+
+void FileReplacement::consume(std::string& bytes) {
+    store(bytes);
+    if (!digester.isRunning()) {
+        digest.update(bytes.data(), bytes.size());
+    } else {
+        // An abandoned pipe means that the digest has failed, as finish() will tell.
+        (void)arrived.put(bytes);
+    }
+}
+
+std::string FileReplacement::finish() {
+    arrived.end();
+    digester.join();
+    if (fault) {
+        std::rethrow_exception(fault);
+    }
+    return digest.finish();
+}
+
+void FileReplacement::store(const std::string& bytes) {
     if (isAllZero(bytes)) {
         // A hole: a sparse image of gigabytes stays as small as it was.
         written += bytes.size();
@@ -269,6 +308,7 @@ void FileReplacement::commit(std::uint32_t mode) {
         fail("write", errno);
     }
     refuseUnfitTarget();
+    holdOldFile();
     // A new name can be given at once; only a name that exists needs the detour over another.
     const bool placed = temporaryName.empty() && linkUnnamed(file.get(), directory.get(), name);
     if (!placed) {
@@ -283,6 +323,11 @@ void FileReplacement::commit(std::uint32_t mode) {
     if (fsync(directory.get()) != 0) {
         fail("write the directory of", errno);
     }
+}
+
+void FileReplacement::holdOldFile() {
+    // O_PATH: needs no permission, and has no effect on whatever it should turn out to be.
+    oldFile.reset(openat(directory.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
 }
 
 void FileReplacement::fail(const std::string& what, int error) const {

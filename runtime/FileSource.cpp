@@ -78,7 +78,49 @@ void FileSource::examine() {
     (void)posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
 }
 
+FileSource::~FileSource() {
+    ahead.abandon();
+}
+
 bool FileSource::nextFrame(std::string& frame) {
+    startReadingAhead();
+    if (!(reader.isRunning() ? takeFrame(frame) : readFrame(frame))) {
+        return false;
+    }
+    given += frame.size() - protocol::kHeaderBytes;
+    return true;
+}
+
+void FileSource::startReadingAhead() {
+    if (!started && total >= SideThread::kWorthwhileBytes) {
+        (void)reader.start([this] { readAhead(); });
+    }
+    started = true;
+}
+
+void FileSource::readAhead() noexcept {
+    try {
+        std::string frame;
+        while (readFrame(frame) && ahead.put(frame)) {
+        }
+    } catch (...) {
+        fault = std::current_exception();
+    }
+    ahead.end();
+}
+
+bool FileSource::takeFrame(std::string& frame) {
+    if (ahead.take(frame)) {
+        return true;
+    }
+    reader.join();
+    if (fault) {
+        std::rethrow_exception(fault);
+    }
+    return false;
+}
+
+bool FileSource::readFrame(std::string& frame) {
     if (done == total) {
         checkUnchanged();
         return false;

@@ -34,8 +34,8 @@ constexpr char kAlpn[] = "kelsh/1";
 
 constexpr std::size_t kHeaderBytes = 8;
 constexpr std::uint32_t kMaxBodyBytes = 256 * 1024;
-// A file travels in pieces of this size.
-constexpr std::size_t kDataChunkBytes = std::size_t{128} * 1024;
+// A file travels in pieces of this size: a frame of it fills eight TLS records to the last byte.
+constexpr std::size_t kDataChunkBytes = std::size_t{128} * 1024 - kHeaderBytes;
 constexpr std::size_t kDigestBytes = 32;
 
 enum class FrameType : std::uint8_t {

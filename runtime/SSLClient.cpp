@@ -191,8 +191,8 @@ public:
     std::uint64_t received() const { return target.receivedBytes(); }
     std::uint64_t expected() const { return info.size; }
 
-    // Takes one frame of the answer to GET; true after the last.
-    bool take(const Frame& frame) {
+    // Takes one frame of the answer to GET, and the memory of its body; true after the last.
+    bool take(Frame& frame) {
         switch (frame.header.type) {
             case FrameType::kFileInfo:
                 if (started) {
@@ -200,13 +200,13 @@ public:
                 }
                 protocol::decode(frame.body, info);
                 started = true;
-                target.open();
+                target.open(info.size);
                 return false;
             case FrameType::kData:
                 if (!started || frame.body.size() > info.size - target.receivedBytes()) {
                     throw unexpected(frame);
                 }
-                target.write(frame.body);
+                target.consume(frame.body);
                 return false;
             case FrameType::kEnd:
                 if (!started) {

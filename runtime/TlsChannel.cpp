@@ -279,20 +279,28 @@ void TlsChannel::queueFrame(const std::string& bytes) {
     queued += bytes;
 }
 
-bool TlsChannel::flush() {
+// Without waiting, from where an earlier call stopped; true when all is written.
+bool TlsChannel::write(const std::string& bytes, std::size_t& done) {
     BIO* wire = SSL_get_wbio(ssl.get());
-    while (hasQueued()) {
-        const std::size_t piece = std::min<std::size_t>(queued.size() - sent, 1U << 30);
+    while (done < bytes.size()) {
+        const std::size_t piece = std::min<std::size_t>(bytes.size() - done, 1U << 30);
         ERR_clear_error();
         // One call writes one record; the others follow within this loop.
         tlssocket::setMoreToCome(wire, piece > SSL3_RT_MAX_PLAIN_LENGTH);
-        const int put = step(SSL_write(ssl.get(), queued.data() + sent, static_cast<int>(piece)),
+        const int put = step(SSL_write(ssl.get(), bytes.data() + done, static_cast<int>(piece)),
                              "while sending");
         if (put == 0) {
             tlssocket::setMoreToCome(wire, false);
             return false;
         }
-        sent += static_cast<std::size_t>(put);
+        done += static_cast<std::size_t>(put);
+    }
+    return true;
+}
+
+bool TlsChannel::flush() {
+    if (!write(queued, sent)) {
+        return false;
     }
     queued.clear();
     sent = 0;
@@ -300,8 +308,9 @@ bool TlsChannel::flush() {
 }
 
 void TlsChannel::sendFrame(const std::string& bytes, Deadline deadline) {
-    queueFrame(bytes);
-    while (!flush()) {
+    std::size_t done = 0;
+    // Straight from the caller's memory: copies of large files add up.
+    while (!flush() || !write(bytes, done)) {
         waitForSocket(wantedEvents, deadline, "while it was being sent to");
     }
 }
@@ -310,9 +319,9 @@ bool TlsChannel::sendFrameUnlessAnswered(const std::string& bytes, Deadline dead
     if (lookAtPeer() != Peer::kSilent) {
         return false;
     }
-    queueFrame(bytes);
+    std::size_t done = 0;
     try {
-        while (!flush()) {
+        while (!flush() || !write(bytes, done)) {
             waitForSocket(static_cast<short>(wantedEvents | POLLIN), deadline,
                           "while it was being sent to");
             if (lookAtPeer() != Peer::kSilent) {

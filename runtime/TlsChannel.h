@@ -18,6 +18,7 @@ public:
         kTimedOut,     // the deadline passed
         kClosed,       // the peer or the network ended the connection
         kUnreachable,  // no connection was made
+        kPending,      // none yet, but it is being made: DialPatience
         kRefused,      // one end did not accept the other's certificate
         kFailed,       // anything else: TLS broken, no ALPN, resources
     };
@@ -134,6 +135,7 @@ private:
     int step(int returned, const char* doing);
     [[noreturn]] void fail(int sslError, int savedErrno, const char* doing);
     bool readInto(char* target, std::size_t wanted, std::size_t& have, Deadline deadline);
+    bool write(const std::string& bytes, std::size_t& done);
     bool receiveWhatIsThere(protocol::Frame& frame, Deadline deadline);
     void waitForSocket(short events, Deadline deadline, const char* doing);
 

@@ -18,6 +18,7 @@
 #include <system_error>
 #include <thread>
 
+#include "ParkedDials.h"
 #include "TlsChannel.h"
 
 namespace tlssocket {
@@ -95,8 +96,38 @@ Addresses resolve(const std::string& address, int port, Deadline deadline) {
     return std::move(pending->result.found);
 }
 
+// The outcome of an attempt to connect, 0 or an errno; EINPROGRESS when there is none by then.
+int outcomeOf(int fd, Deadline deadline) {
+    if (wait(fd, POLLOUT, deadline) == 0) {
+        return EINPROGRESS;
+    }
+    int error = 0;
+    socklen_t length = sizeof error;
+    return getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &length) != 0 ? errno : error;
+}
+
+// Waits for an attempt until its deadline, or as long as the thread's patience lasts: then it is
+// parked, and TlsError kPending thrown.
+int awaitOutcome(UniqueFd& fd, Deadline deadline, const std::string& peer, bool mayPark) {
+    const auto patience = mayPark ? DialPatience::ofThisThread() : std::nullopt;
+    if (patience) {
+        const int error = outcomeOf(fd.get(), std::min(deadline, Clock::now() + *patience));
+        if (error != EINPROGRESS) {
+            return error;
+        }
+        ParkedDials::Dial dial{std::move(fd), deadline};
+        if (Clock::now() < deadline && ParkedDials::instance().park(peer, dial)) {
+            throw TlsError(Kind::kPending, peer + " has not answered yet.");
+        }
+        fd = std::move(dial.socket);
+    }
+    const int error = outcomeOf(fd.get(), deadline);
+    return error == EINPROGRESS ? ETIMEDOUT : error;
+}
+
 // Dials one address; returns 0 or an errno.
-int dial(const addrinfo& target, Deadline deadline, UniqueFd& socketOut) {
+int dial(const addrinfo& target, Deadline deadline, const std::string& peer, bool mayPark,
+         UniqueFd& socketOut) {
     UniqueFd fd(::socket(target.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!fd) {
         return errno;
@@ -106,14 +137,7 @@ int dial(const addrinfo& target, Deadline deadline, UniqueFd& socketOut) {
         if (errno != EINPROGRESS && errno != EINTR) {
             return errno;
         }
-        if (wait(fd.get(), POLLOUT, deadline) == 0) {
-            return ETIMEDOUT;
-        }
-        int error = 0;
-        socklen_t length = sizeof error;
-        if (getsockopt(fd.get(), SOL_SOCKET, SO_ERROR, &error, &length) != 0) {
-            return errno;
-        }
+        const int error = awaitOutcome(fd, deadline, peer, mayPark);
         if (error != 0) {
             return error;
         }
@@ -132,6 +156,39 @@ bool isConnectedToItself(int fd) {
     return getsockname(fd, reinterpret_cast<sockaddr*>(&local), &localLength) == 0 &&
            getpeername(fd, reinterpret_cast<sockaddr*>(&remote), &remoteLength) == 0 &&
            localLength == remoteLength && std::memcmp(&local, &remote, localLength) == 0;
+}
+
+// Dials the addresses of one peer in turn; returns 0 or the errno of the last.
+int dialAny(const addrinfo* addresses, Deadline deadline, const std::string& peer, UniqueFd& fd) {
+    int error = EADDRNOTAVAIL;
+    // Of several addresses the next may answer where the first does not.
+    const bool isOnly = addresses != nullptr && addresses->ai_next == nullptr;
+    for (const addrinfo* one = addresses; one != nullptr; one = one->ai_next) {
+        error = dial(*one, deadline, peer, isOnly, fd);
+        if (error == 0 && isConnectedToItself(fd.get())) {
+            error = ECONNREFUSED;
+        }
+        if (error == 0) {
+            return 0;
+        }
+    }
+    return error;
+}
+
+// Goes on with an attempt that was parked; returns 0, its errno, or EAGAIN when there is none.
+int takeUp(const std::string& peer, Deadline deadline, UniqueFd& fd) {
+    ParkedDials::Dial parked = ParkedDials::instance().take(peer);
+    if (!parked.socket) {
+        return EAGAIN;
+    }
+    fd = std::move(parked.socket);
+    // What has been answered meanwhile counts, however late anybody looks.
+    pollfd watched{fd.get(), POLLOUT, 0};
+    const bool isAnswered = poll(&watched, 1, 0) > 0;
+    const Deadline limit =
+        isAnswered ? Clock::now() + std::chrono::seconds(1) : std::min(deadline, parked.deadline);
+    const int error = awaitOutcome(fd, limit, peer, !isAnswered);
+    return error == 0 && isConnectedToItself(fd.get()) ? ECONNREFUSED : error;
 }
 
 // A BIO has room for one pointer, which is never dereferenced here: it holds the descriptor, and in
@@ -239,18 +296,14 @@ UniqueFd connect(const std::string& address, int port, Deadline deadline) {
         throw TlsError(Kind::kUnreachable,
                        "\"" + peer + "\" is not an address a node agent can have.");
     }
-    const Addresses addresses = resolve(address, port, deadline);
-    int error = EADDRNOTAVAIL;
-    for (const addrinfo* one = addresses.get(); one != nullptr; one = one->ai_next) {
-        UniqueFd fd;
-        error = dial(*one, deadline, fd);
-        if (error == 0 && isConnectedToItself(fd.get())) {
-            error = ECONNREFUSED;
-        }
-        if (error == 0) {
-            prepare(fd.get(), peer);
-            return fd;
-        }
+    UniqueFd fd;
+    int error = takeUp(peer, deadline, fd);
+    if (error == EAGAIN) {
+        error = dialAny(resolve(address, port, deadline).get(), deadline, peer, fd);
+    }
+    if (error == 0) {
+        prepare(fd.get(), peer);
+        return fd;
     }
     if (error == ETIMEDOUT) {
         throw TlsError(Kind::kUnreachable,

@@ -72,9 +72,10 @@ void installSignals() {
     action.sa_handler = &signalHandler;
     sigemptyset(&action.sa_mask);
     static_cast<void>(::sigaction(SIGINT, &action, nullptr));
-    // A node or a pager that goes away must not take the shell along.
+    // A node or a pager that goes away must not take the shell along, nor a file that may not grow.
     action.sa_handler = SIG_IGN;
     static_cast<void>(::sigaction(SIGPIPE, &action, nullptr));
+    static_cast<void>(::sigaction(SIGXFSZ, &action, nullptr));
 }
 
 // Each worker needs a socket; the usual soft limit would end at about a thousand of them.

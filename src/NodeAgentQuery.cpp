@@ -2,14 +2,20 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <mutex>
+#include <numeric>
 #include <system_error>
 #include <thread>
 
 #include "CException.h"
 #include "CSSLConfig.h"
 #include "CUtil.h"
+#include "ParkedDials.h"
 #include "SSLClient.h"
 #include "StopWatch.h"
+#include "TlsChannel.h"
+#include "TlsSocket.h"
 
 NodeAgentAnswer askNodeAgent(const CNode& node) {
     SSLClient client(node.getIp(), static_cast<int>(node.getPort()),
@@ -27,36 +33,106 @@ NodeAgentAnswer askNodeAgent(const CNode& node) {
     return answer;
 }
 
+namespace {
+
+// One asking of all nodes.
+class Survey {
+public:
+    Survey(const std::vector<const CNode*>& all, const NodeAgentQuery& how, std::size_t most)
+        : nodes(all), query(how), mostAtOnce(most), answers(all.size()) {}
+
+    std::vector<NodeAgentAnswer> run() {
+        std::vector<std::size_t> due(nodes.size());
+        std::iota(due.begin(), due.end(), std::size_t{0});
+        std::vector<std::size_t> silent;
+        for (;;) {
+            const std::vector<std::size_t> still = ask(due);
+            silent.insert(silent.end(), still.begin(), still.end());
+            if (silent.empty()) {
+                return std::move(answers);
+            }
+            due = takeAnswered(silent);
+        }
+    }
+
+private:
+    // Asks these side by side; returns the ones that the network has not answered yet.
+    std::vector<std::size_t> ask(const std::vector<std::size_t>& due) {
+        std::mutex mutex;
+        std::vector<std::size_t> pending;
+        std::atomic<std::size_t> next{0};
+        const auto work = [&] {
+            for (std::size_t place = next++; place < due.size(); place = next++) {
+                if (!askOne(due[place])) {
+                    const std::lock_guard<std::mutex> lock(mutex);
+                    pending.push_back(due[place]);
+                }
+            }
+        };
+        runOnThreads(std::min(due.size(), mostAtOnce), work);
+        return pending;
+    }
+
+    // False when the node is to be asked again.
+    bool askOne(std::size_t index) {
+        try {
+            const DialPatience patience{std::chrono::milliseconds(kAgentSilenceMs)};
+            answers[index] = query(*nodes[index]);
+        } catch (const TlsError& failure) {
+            return failure.kind() != TlsError::Kind::kPending;
+        } catch (...) {
+            // Whatever went wrong, the node could not be asked; nothing may leave a thread.
+            answers[index] = NodeAgentAnswer();
+        }
+        return true;
+    }
+
+    // The calling thread takes part, so that the work is done even when no thread can be started.
+    static void runOnThreads(std::size_t count, const std::function<void()>& work) {
+        std::vector<std::thread> threads;
+        threads.reserve(count);
+        try {
+            while (threads.size() + 1 < count) {
+                threads.emplace_back(work);
+            }
+        } catch (const std::system_error&) {
+            // Out of threads: those that run, and this one, do it all.
+        }
+        work();
+        for (std::thread& thread : threads) {
+            thread.join();
+        }
+    }
+
+    // Waits until at least one need not be waited for any more; takes those out of the list.
+    std::vector<std::size_t> takeAnswered(std::vector<std::size_t>& silent) const {
+        std::vector<std::string> peers;
+        peers.reserve(silent.size());
+        for (const std::size_t index : silent) {
+            peers.push_back(
+                tlssocket::join(nodes[index]->getIp(), static_cast<int>(nodes[index]->getPort())));
+        }
+        std::vector<std::size_t> places = ParkedDials::instance().awaitAnswers(peers);
+        std::vector<std::size_t> answered;
+        // From the end, so that the places before stay right.
+        for (auto place = places.rbegin(); place != places.rend(); ++place) {
+            answered.push_back(silent[*place]);
+            silent.erase(silent.begin() + static_cast<std::ptrdiff_t>(*place));
+        }
+        return answered;
+    }
+
+    const std::vector<const CNode*>& nodes;
+    const NodeAgentQuery& query;
+    const std::size_t mostAtOnce;
+    std::vector<NodeAgentAnswer> answers;  // each written by the thread that asks
+};
+
+}  // namespace
+
 std::vector<NodeAgentAnswer> askNodeAgents(const std::vector<const CNode*>& nodes,
                                            const NodeAgentQuery& query, std::size_t mostAtOnce) {
     // Made here if not yet: the instance must not come into being on several threads at once.
     static_cast<void>(CSSLConfig::getInstance());
-    std::vector<NodeAgentAnswer> answers(nodes.size());
-    std::atomic<std::size_t> next{0};
-    const auto work = [&] {
-        for (std::size_t index = next++; index < nodes.size(); index = next++) {
-            try {
-                answers[index] = query(*nodes[index]);
-            } catch (...) {
-                // Whatever went wrong, the node could not be asked; nothing may leave a thread.
-                answers[index] = NodeAgentAnswer();
-            }
-        }
-    };
-    // The calling thread takes part, so that the work is done even when no thread can be started.
-    const std::size_t helpers = std::min(nodes.size(), mostAtOnce);
-    std::vector<std::thread> threads;
-    threads.reserve(helpers);
-    try {
-        while (threads.size() + 1 < helpers) {
-            threads.emplace_back(work);
-        }
-    } catch (const std::system_error&) {
-        // Out of threads: those that run, and this one, do it all.
-    }
-    work();
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    return answers;
+    return Survey(nodes, query, mostAtOnce).run();
 }

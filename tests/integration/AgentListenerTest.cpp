@@ -5,6 +5,7 @@
 
 #include "CException.h"
 #include "CUtil.h"
+#include "ConnectionPool.h"
 #include "LocalAgent.h"
 #include "TlsSocket.h"
 
@@ -72,6 +73,7 @@ TEST_F(AgentListener, ConnectionsThatBeginNoHandshakeCostNoProcess) {
             ASSERT_EQ(::send(connection.get(), &hello[length], 1, MSG_NOSIGNAL), 1);
         }
         EXPECT_EQ(echo(agent), "served\n");
+        ConnectionPool::instance().clear();
         EXPECT_TRUE(waitFor([&] { return agent.processes("kelnode-session").empty(); }));
     }
     for (const UniqueFd& connection : silent) {

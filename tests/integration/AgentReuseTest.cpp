@@ -9,6 +9,7 @@
 #include "CException.h"
 #include "ConnectionPool.h"
 #include "LocalAgent.h"
+#include "WaitFor.h"
 
 namespace {
 
@@ -66,8 +67,11 @@ TEST_F(AgentReuse, OneSessionServesManyCommandsUnderTheirOwnNumbers) {
         for (const std::string& line : jobs) {
             EXPECT_NE(line.find("\"command\":" + text + ","), std::string::npos) << line;
         }
-        // The question and the job, each with its start and its end.
-        EXPECT_EQ(auditLinesWith("\"command\":" + text + ",").size(), 4 * times);
+        // The question and the job, each with its start and its end; an end may come after the
+        // answer.
+        const auto recorded = [&] { return auditLinesWith("\"command\":" + text + ",").size(); };
+        EXPECT_TRUE(waitFor([&] { return recorded() >= 4 * times; })) << recorded();
+        EXPECT_EQ(recorded(), 4 * times);
         EXPECT_NE(agent.log().find(" #" + text + "): EXEC \"echo as " + text), std::string::npos)
             << agent.log();
     }

@@ -4,9 +4,12 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <memory>
 #include <random>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -14,6 +17,8 @@
 
 #include "LocalAgent.h"
 #include "MasterShell.h"
+#include "QuotaDisk.h"
+#include "RefusedCall.h"
 #include "ScopedEnvironment.h"
 
 namespace {
@@ -120,6 +125,39 @@ private:
         options.mounts[root.file("exchange")] = root.file("node");
         return options;
     }
+};
+
+// The receiving end may not write as much as it is sent: the node of a save, the master of a get.
+class FileLimit : public FileFaults, public testing::WithParamInterface<bool> {
+protected:
+    FileLimit() : isSave(GetParam()), target(isSave ? onNode("") : onMaster("")) {
+        if (isSave) {
+            agent.signal(SIGTERM);
+            EXPECT_TRUE(agent.waitForExit());
+        }
+    }
+
+    // Before the receiver is started.
+    void prepareFiles() {
+        std::ofstream(target + "f") << "old";
+        fill(isSave ? onMaster("f") : onNode("f"), 'n', 16 * kMebi);
+    }
+    void startReceiver() {
+        if (isSave) {
+            agent.start();
+        } else {
+            master.start(line("get", path("f")));
+        }
+    }
+    void expectRefusal(const std::string& reason) {
+        EXPECT_EQ(isSave ? save("f") : master.wait(), 2);
+        EXPECT_THAT(master.output(), HasSubstr(reason));
+        EXPECT_EQ(LocalAgent::read(target + "f"), "old");
+        EXPECT_TRUE(isTidy(target)) << testing::PrintToString(LocalAgent::list(target));
+    }
+
+    bool isSave;
+    std::string target;
 };
 
 enum class Victim { kSession, kMaster, kListener };
@@ -237,6 +275,51 @@ TEST_F(FileFaults, FullDiskOnTheMasterKeepsTheOldFile) {
     EXPECT_EQ(LocalAgent::read(onMaster("f")), "old");
     EXPECT_TRUE(isTidy(path("")));
 }
+
+TEST_P(FileLimit, QuotaKeepsTheOldFile) {
+    const QuotaDisk disk(directory->path(), target, 4 * kMebi);
+    if (!disk.missing().empty()) {
+        GTEST_SKIP() << disk.missing();
+    }
+    prepareFiles();
+    startReceiver();
+    expectRefusal("Disk quota exceeded");
+}
+
+// The same where no such file system is to be had. Some report it only when the file is synced.
+TEST_P(FileLimit, QuotaReportedByAnyCallKeepsTheOldFile) {
+    for (const long call : {SYS_pwrite64, SYS_fsync}) {
+        SCOPED_TRACE("system call " + std::to_string(call));
+        prepareFiles();
+        bool allowed = false;
+        std::thread([&] {
+            allowed = refuseCall(static_cast<unsigned int>(call), EDQUOT);
+            startReceiver();
+        }).join();
+        expectRefusal("Disk quota exceeded");
+        EXPECT_TRUE(allowed);
+        if (isSave) {
+            agent.signal(SIGTERM);
+            EXPECT_TRUE(agent.waitForExit());
+        }
+    }
+}
+
+TEST_P(FileLimit, LimitOnTheSizeOfFilesKeepsTheOldFile) {
+    prepareFiles();
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+    const rlimit small{kMebi, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    startReceiver();
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+    expectRefusal("File too large");
+}
+
+INSTANTIATE_TEST_SUITE_P(Ends, FileLimit, testing::Bool(),
+                         [](const testing::TestParamInfo<bool>& isSave) {
+                             return isSave.param ? "OfTheNode" : "OfTheMaster";
+                         });
 
 TEST_F(FileFaults, ReadOnlyFileSystemOnTheMasterIsReported) {
     mountOnMaster("size=4m", MS_RDONLY);

@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "BlackHoles.h"
 #include "CSSLConfig.h"
 #include "CShellConfigReader.h"
 #include "CShellExecutionContext.h"
@@ -121,6 +122,31 @@ TEST_F(NodeConfigAgentsTest, WaitsForSilentAgentsSideBySide) {
     EXPECT_LT(std::chrono::steady_clock::now() - start,
               std::chrono::milliseconds(kAgentQueryTimeOutMs) * (kAgents / 4));
     EXPECT_EQ(kAgents, errors.getSize(CONFIG_WARNING));
+}
+
+TEST_F(NodeConfigAgentsTest, SilentNetworksCostTheTimeOfOne) {
+    constexpr int kSilent = 200;
+    const BlackHoles holes(kSilent);
+    const FakeNodeAgent live(files, reporting("02:00:00:00:00:01"));
+    const FakeNodeAgent other(files, reporting("02:00:00:00:00:99"));
+    std::string text = "[node]\n";
+    int number = 1;
+    std::vector<std::string> expected;
+    for (const BlackHoles::Address& hole : holes.addresses()) {
+        const std::string name = "n" + std::to_string(++number);
+        text += name + "=02:00:00:00:00:01," + hole.ip + ":" + std::to_string(hole.port) + "\n";
+        expected.push_back("Line:" + std::to_string(number) + ", Can not connect to " + name +
+                           ". (" + hole.ip + ":" + std::to_string(hole.port) + ")");
+    }
+    text += line("live", live) + line("other", other);
+    expected.push_back("Line:" + std::to_string(number + 2) +
+                       ", other: IP(127.0.0.1) and MAC(02:00:00:00:00:01 != 02:00:00:00:00:99) "
+                       "are not matched!");
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_THAT(read(text), testing::ElementsAreArray(expected));
+    // 64 at a time, they would take the limit of one four times.
+    EXPECT_LT(std::chrono::steady_clock::now() - start,
+              std::chrono::milliseconds(kAgentQueryTimeOutMs) * 2);
 }
 
 TEST_F(NodeConfigAgentsTest, UsesThePrivateKeyOfTheSslFile) {

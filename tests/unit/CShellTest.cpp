@@ -319,8 +319,10 @@ TEST_F(CShellTest, RunInstallsTheHandlerAndRaisesTheDescriptorLimit) {
     ASSERT_EQ(0, ::sigaction(SIGINT, nullptr, &action));
     EXPECT_EQ(&signalHandler, action.sa_handler);
     EXPECT_EQ(0, action.sa_flags & SA_RESTART);
-    ASSERT_EQ(0, ::sigaction(SIGPIPE, nullptr, &action));
-    EXPECT_EQ(SIG_IGN, action.sa_handler);
+    for (const int ignored : {SIGPIPE, SIGXFSZ}) {
+        ASSERT_EQ(0, ::sigaction(ignored, nullptr, &action));
+        EXPECT_EQ(SIG_IGN, action.sa_handler);
+    }
     ASSERT_EQ(0, ::getrlimit(RLIMIT_NOFILE, &limit));
     EXPECT_EQ(limit.rlim_max, limit.rlim_cur);
 }

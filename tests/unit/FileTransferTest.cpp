@@ -5,6 +5,8 @@
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <thread>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
@@ -13,6 +15,9 @@
 #include "FileDigest.h"
 #include "FileReplacement.h"
 #include "FileSource.h"
+#include "PiecePipe.h"
+#include "RefusedCall.h"
+#include "SideThread.h"
 #include "TlsFixture.h"
 
 namespace {
@@ -34,6 +39,18 @@ protected:
             state = state * 1103515245 + 12345;
             c = static_cast<char>(state >> 16);
         }
+        return content;
+    }
+
+    // Made fast, and no two pieces of it are the same.
+    static std::string largePattern(std::size_t size) {
+        const std::string block = pattern(std::size_t{256} * 1024);
+        std::string content;
+        content.reserve(size + block.size());
+        while (content.size() < size) {
+            content += std::to_string(content.size()) + block;
+        }
+        content.resize(size);
         return content;
     }
 
@@ -174,6 +191,131 @@ TEST_F(FileTransfer, ASourceThatChangesIsAnError) {
                         }
                     }),
                     testing::HasSubstr(change.says));
+    }
+}
+
+// Files large enough for a thread of their own.
+TEST_F(FileTransfer, ALargeFileTravelsWholeWithItsDigest) {
+    const std::string content = largePattern(SideThread::kWorthwhileBytes + 12345);
+    writeFile(file("a"), content);
+    FileSource source(file("a"));
+    FileReplacement replacement(file("b"));
+    replacement.open(source.size());
+    std::string frame;
+    std::string body;
+    while (source.nextFrame(frame)) {
+        body.assign(frame, protocol::kHeaderBytes, std::string::npos);
+        replacement.consume(body);
+    }
+    EXPECT_EQ(content.size(), source.sentBytes());
+    EXPECT_EQ(digestOf(content), source.finish());
+    EXPECT_EQ(digestOf(content), replacement.finish());
+    replacement.commit(0600);
+    EXPECT_TRUE(readFile(file("b")) == content);
+}
+
+TEST_F(FileTransfer, ALargeFileThatIsGivenUpLeavesNothing) {
+    writeFile(file("a"), largePattern(SideThread::kWorthwhileBytes));
+    {
+        FileSource source(file("a"));
+        FileReplacement replacement(file("b"));
+        replacement.open(source.size());
+        std::string frame;
+        for (std::size_t i = 0; i < 2 * PiecePipe::kPieces; ++i) {
+            ASSERT_TRUE(source.nextFrame(frame));
+            replacement.consume(frame);
+        }
+    }
+    EXPECT_EQ(1U, entries());
+}
+
+TEST_F(FileTransfer, ALargeSourceThatChangesIsAnError) {
+    writeFile(file("a"), largePattern(SideThread::kWorthwhileBytes));
+    for (const bool grows : {true, false}) {
+        FileSource source(file("a"));
+        std::string frame;
+        ASSERT_TRUE(source.nextFrame(frame));
+        ASSERT_EQ(
+            0, truncate(file("a").c_str(), static_cast<off_t>(source.size()) + (grows ? 1 : -1)));
+        EXPECT_THAT(errorOf([&] {
+                        while (source.nextFrame(frame)) {
+                        }
+                    }),
+                    testing::HasSubstr(grows ? "became longer" : "became shorter"));
+    }
+}
+
+TEST_F(FileTransfer, MoreLargeFilesThanProcessorsAreFine) {
+    const std::string content = largePattern(SideThread::kWorthwhileBytes);
+    writeFile(file("a"), content);
+    const std::string expected = digestOf(content);
+    std::vector<std::unique_ptr<FileSource>> sources;
+    std::string frame;
+    for (unsigned int i = 0; i < std::thread::hardware_concurrency() + 2; ++i) {
+        sources.push_back(std::make_unique<FileSource>(file("a")));
+        ASSERT_TRUE(sources.back()->nextFrame(frame));
+    }
+    for (const std::unique_ptr<FileSource>& source : sources) {
+        while (source->nextFrame(frame)) {
+        }
+        EXPECT_EQ(expected, source->finish());
+    }
+}
+
+TEST(PiecePipe, KeepsTheOrderAndTellsTheEnd) {
+    PiecePipe pipe;
+    constexpr int kMany = 10000;
+    std::thread producer([&] {
+        for (int i = 0; i < kMany; ++i) {
+            std::string piece = std::to_string(i);
+            EXPECT_TRUE(pipe.put(piece));
+        }
+        pipe.end();
+    });
+    std::string piece;
+    int next = 0;
+    for (; pipe.take(piece); ++next) {
+        EXPECT_EQ(std::to_string(next), piece);
+    }
+    producer.join();
+    EXPECT_EQ(kMany, next);
+}
+
+TEST(PiecePipe, NobodyWaitsWhenItIsAbandoned) {
+    for (const bool isFull : {true, false}) {
+        PiecePipe pipe;
+        std::thread waiting([&] {
+            std::string piece;
+            if (isFull) {
+                while (pipe.put(piece)) {
+                }
+            } else {
+                EXPECT_FALSE(pipe.take(piece));
+            }
+        });
+        pipe.abandon();
+        waiting.join();
+    }
+}
+
+// The call that fails is any of those that make the new file.
+TEST_F(FileTransfer, AQuotaKeepsTheOldFileWhicheverCallReportsIt) {
+    writeFile(file("a"), "old");
+    for (const long call : {SYS_openat, SYS_pwrite64, SYS_ftruncate, SYS_fsync}) {
+        SCOPED_TRACE("system call " + std::to_string(call));
+        std::string error;
+        std::thread([&] {
+            FileReplacement replacement(file("a"));
+            ASSERT_TRUE(refuseCall(static_cast<unsigned int>(call), EDQUOT));
+            error = errorOf([&] {
+                replacement.open();
+                replacement.write("new");
+                replacement.commit(0600);
+            });
+        }).join();
+        EXPECT_THAT(error, MentionsAll(parts({file("a"), "Disk quota exceeded"})));
+        EXPECT_EQ("old", readFile(file("a")));
+        EXPECT_EQ(1U, entries());
     }
 }
 

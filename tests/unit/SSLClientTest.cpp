@@ -5,9 +5,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "BlackHoles.h"
 #include "SSLClient.h"
 #include "TlsFixture.h"
-#include "TlsSocket.h"
 
 namespace {
 
@@ -431,26 +431,11 @@ TEST_F(SSLClientTest, AClosedPortIsReportedAtOnce) {
 }
 
 TEST_F(SSLClientTest, ABlackHoleTimesOut) {
-    const UniqueFd hole(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    auto* generic = reinterpret_cast<sockaddr*>(&address);
-    ASSERT_EQ(0, bind(hole.get(), generic, length));
-    ASSERT_EQ(0, listen(hole.get(), 0));
-    ASSERT_EQ(0, getsockname(hole.get(), generic, &length));
-    // Fill the queue of connections nobody accepts, until the kernel drops what comes.
-    std::list<UniqueFd> queue;
-    bool full = false;
-    while (!full && queue.size() < 64) {
-        queue.emplace_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-        (void)connect(queue.back().get(), generic, length);
-        full = tlssocket::wait(queue.back().get(), POLLOUT, TlsChannel::after(100)) == 0;
-    }
-    ASSERT_TRUE(full);
-    EXPECT_THAT(connectError(ntohs(address.sin_port), 200),
-                MentionsAll(parts({"Can not connect to 127.0.0.1:", "timed out"})));
+    const BlackHoles holes(1);
+    const BlackHoles::Address hole = holes.addresses().front();
+    SSLClient client(hole.ip, hole.port, master.certificateFile);
+    EXPECT_THAT(errorOf([&] { client.initAndConnect(200); }),
+                MentionsAll(parts({"Can not connect to " + hole.ip, "timed out"})));
 }
 
 TEST_F(SSLClientTest, AnAgentThatAcceptsAndSaysNothingTimesOut) {
