@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstring>
 #include <poll.h>
-#include <sys/socket.h>
 #include <utility>
 
 #include <openssl/err.h>
@@ -81,15 +80,10 @@ bool isNotTls(int reason) {
 
 }  // namespace
 
-TlsError::TlsError(Kind kind, std::string text) : CException(std::move(text)), reason(kind) {}
-
-TlsError::~TlsError() = default;
-
 TlsChannel::TlsChannel(UniqueFd connected, std::shared_ptr<TlsContext> shared,
                        std::string peerAddress)
-    : context(std::move(shared)),
-      socket(std::move(connected)),
-      peer(std::move(peerAddress)),
+    : FrameChannel(std::move(connected), std::move(peerAddress)),
+      context(std::move(shared)),
       ssl(SSL_new(context->get())) {
     BIO* bio = ssl ? tlssocket::newBio(socket.get()) : nullptr;
     if (bio == nullptr) {
@@ -259,121 +253,24 @@ void TlsChannel::fail(int sslError, int savedErrno, const char* doing) {
                    "The connection to " + peer + " failed" + where + ": " + text + ".");
 }
 
-void TlsChannel::waitForSocket(short events, Deadline deadline, const char* doing) {
-    if (tlssocket::wait(socket.get(), events, deadline) == 0) {
-        throw TlsError(Kind::kTimedOut, peer + " did not answer in time " + doing + ".");
-    }
+std::size_t TlsChannel::readSome(char* target, std::size_t most) {
+    ERR_clear_error();
+    const auto piece = static_cast<int>(std::min<std::size_t>(most, 1U << 30));
+    return static_cast<std::size_t>(
+        step(SSL_read(ssl.get(), target, piece), "while waiting for it"));
 }
 
-void TlsChannel::queueFrame(const std::string& bytes) {
-    if (sent > 0) {
-        queued.erase(0, sent);
-        sent = 0;
-    }
-    queued += bytes;
-}
-
-bool TlsChannel::flush() {
+std::size_t TlsChannel::writeSome(const char* bytes, std::size_t count) {
     BIO* wire = SSL_get_wbio(ssl.get());
-    while (hasQueued()) {
-        const std::size_t piece = std::min<std::size_t>(queued.size() - sent, 1U << 30);
-        ERR_clear_error();
-        // One call writes one record; the others follow within this loop.
-        tlssocket::setMoreToCome(wire, piece > SSL3_RT_MAX_PLAIN_LENGTH);
-        const int put = step(SSL_write(ssl.get(), queued.data() + sent, static_cast<int>(piece)),
-                             "while sending");
-        if (put == 0) {
-            tlssocket::setMoreToCome(wire, false);
-            return false;
-        }
-        sent += static_cast<std::size_t>(put);
+    const std::size_t piece = std::min<std::size_t>(count, 1U << 30);
+    ERR_clear_error();
+    // One call writes one record; the others follow at once.
+    tlssocket::setMoreToCome(wire, piece > SSL3_RT_MAX_PLAIN_LENGTH);
+    const int put = step(SSL_write(ssl.get(), bytes, static_cast<int>(piece)), "while sending");
+    if (put == 0) {
+        tlssocket::setMoreToCome(wire, false);
     }
-    queued.clear();
-    sent = 0;
-    return true;
-}
-
-void TlsChannel::sendFrame(const std::string& bytes, Deadline deadline) {
-    queueFrame(bytes);
-    while (!flush()) {
-        waitForSocket(wantedEvents, deadline, "while it was being sent to");
-    }
-}
-
-bool TlsChannel::sendFrameUnlessAnswered(const std::string& bytes, Deadline deadline) {
-    if (lookAtPeer() != Peer::kSilent) {
-        return false;
-    }
-    queueFrame(bytes);
-    try {
-        while (!flush()) {
-            waitForSocket(static_cast<short>(wantedEvents | POLLIN), deadline,
-                          "while it was being sent to");
-            if (lookAtPeer() != Peer::kSilent) {
-                return false;
-            }
-        }
-    } catch (const TlsError& error) {
-        // A peer that closes may have said why before: the caller receives it, or the same failure.
-        if (error.kind() != Kind::kClosed) {
-            throw;
-        }
-        return false;
-    }
-    return true;
-}
-
-bool TlsChannel::readInto(char* target, std::size_t wanted, std::size_t& have, Deadline deadline) {
-    while (have < wanted) {
-        // A peer that sends without a pause, frame after frame or byte after byte, leaves nothing
-        // to wait for.
-        if (Clock::now() >= deadline) {
-            throw TlsError(Kind::kTimedOut, peer + " did not come to an end in time.");
-        }
-        ERR_clear_error();
-        const int got = step(SSL_read(ssl.get(), target + have, static_cast<int>(wanted - have)),
-                             "while waiting for it");
-        if (got == 0) {
-            return false;
-        }
-        have += static_cast<std::size_t>(got);
-    }
-    return true;
-}
-
-bool TlsChannel::tryReceiveFrame(protocol::Frame& frame) {
-    return receiveWhatIsThere(frame, never());
-}
-
-bool TlsChannel::receiveWhatIsThere(protocol::Frame& frame, Deadline deadline) {
-    if (headerBytes < sizeof header) {
-        if (!readInto(reinterpret_cast<char*>(header), sizeof header, headerBytes, deadline)) {
-            return false;
-        }
-        incoming.header = protocol::decodeHeader(header);
-        incoming.body.resize(incoming.header.length);
-        bodyBytes = 0;
-    }
-    if (!readInto(&incoming.body[0], incoming.body.size(), bodyBytes, deadline)) {
-        return false;
-    }
-    frame.header = incoming.header;
-    // Exchanged, not copied: the memory of the frame before serves for the next one.
-    frame.body.swap(incoming.body);
-    headerBytes = 0;
-    return true;
-}
-
-protocol::Frame TlsChannel::receiveFrame(Deadline deadline) {
-    protocol::Frame frame;
-    receiveFrame(frame, deadline);
-    return frame;
-}
-
-void TlsChannel::receiveFrame(protocol::Frame& frame, Deadline deadline) {
-    while (!receiveWhatIsThere(frame, deadline)) {
-        waitForSocket(wantedEvents, deadline, "to a request");
-    }
+    return static_cast<std::size_t>(put);
 }
 
 TlsChannel::Peer TlsChannel::lookAtPeer() {
@@ -403,19 +300,6 @@ void TlsChannel::close(Deadline deadline) noexcept {
     }
     broken = true;
     drainSocket(deadline);
-}
-
-void TlsChannel::drainSocket(Deadline deadline) noexcept {
-    if (shutdown(socket.get(), SHUT_WR) != 0) {
-        return;
-    }
-    char dropped[16384];
-    while (tlssocket::wait(socket.get(), POLLIN, deadline) != 0) {
-        const ssize_t got = recv(socket.get(), dropped, sizeof dropped, 0);
-        if (got == 0 || (got < 0 && errno != EINTR && errno != EAGAIN)) {
-            return;
-        }
-    }
 }
 
 std::string TlsChannel::peerSubject() const {

@@ -25,7 +25,6 @@ constexpr off_t kMaxPemBytes = off_t{4} * 1024 * 1024;
 // A full handshake brings two tickets; more than a few per node are never used before they age.
 constexpr std::size_t kSessionsPerPeer = 4;
 constexpr std::size_t kMaxPeers = 8192;
-constexpr unsigned char kSessionContext[] = "kelnode";
 constexpr char kGroups[] = "P-256";
 // Several records for each system call. Held only while bytes are coming; small enough that the
 // allocator does not fetch it from the kernel each time.
@@ -196,25 +195,6 @@ int selectAlpn(SSL* /*ssl*/, const unsigned char** selected, unsigned char* sele
     return SSL_TLSEXT_ERR_OK;
 }
 
-// A ticket must not carry a certificate past its last day: such a peer makes the full handshake,
-// and is refused there with the usual alert.
-SSL_TICKET_RETURN acceptTicket(SSL* /*ssl*/, SSL_SESSION* session, const unsigned char* /*name*/,
-                               std::size_t /*nameLength*/, SSL_TICKET_STATUS status,
-                               void* /*unused*/) {
-    switch (status) {
-        case SSL_TICKET_SUCCESS:
-        case SSL_TICKET_SUCCESS_RENEW:
-            return tlsfault::isExpired(SSL_SESSION_get0_peer(session))
-                       ? SSL_TICKET_RETURN_IGNORE_RENEW
-                       : SSL_TICKET_RETURN_USE_RENEW;
-        case SSL_TICKET_EMPTY:
-        case SSL_TICKET_NO_DECRYPT:
-            return SSL_TICKET_RETURN_IGNORE_RENEW;
-        default:
-            return SSL_TICKET_RETURN_ABORT;
-    }
-}
-
 int keepNewSession(SSL* ssl, SSL_SESSION* session) {
     const auto* peer = static_cast<const std::string*>(SSL_get_app_data(ssl));
     auto* owner = static_cast<TlsContext*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(ssl)));
@@ -382,11 +362,12 @@ void TlsContext::configureClient() {
 
 void TlsContext::configureServer() {
     SSL_CTX* ctx = context.get();
-    // Sessions live in the tickets alone, so that every forked child can resume them.
+    // Nothing resumes: who resumes shows no certificate, and is known only to whoever has the keys
+    // of the tickets.
     SSL_CTX_set_session_cache_mode(ctx, SSL_SESS_CACHE_OFF);
-    if (SSL_CTX_set_session_id_context(ctx, kSessionContext, sizeof kSessionContext - 1) != 1 ||
-        SSL_CTX_set_session_ticket_cb(ctx, nullptr, &acceptTicket, nullptr) != 1) {
-        failed("Can not set up session tickets");
+    SSL_CTX_set_options(ctx, SSL_OP_NO_TICKET);
+    if (SSL_CTX_set_num_tickets(ctx, 0) != 1) {
+        failed("Can not do without session tickets");
     }
     SSL_CTX_set_alpn_select_cb(ctx, &selectAlpn, nullptr);
 }
