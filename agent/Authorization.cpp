@@ -26,6 +26,7 @@ struct Rule {
 
 constexpr Rule kRules[] = {
     {SessionState::kGreeting, FrameType::kShellHello, 0, Role::kNone},
+    {SessionState::kRequest, FrameType::kShellHello, 0, Role::kNone},
     {SessionState::kRequest, FrameType::kMac, 0, Role::kObserver},
     {SessionState::kRequest, FrameType::kExists, 0, Role::kObserver},
     {SessionState::kRequest, FrameType::kGet, 0, Role::kReader},

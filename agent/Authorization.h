@@ -25,7 +25,7 @@ const char* nameOf(Role role);
 // What the agent waits for when a frame comes.
 enum class SessionState {
     kGreeting,  // the shell's greeting
-    kRequest,   // the next request
+    kRequest,   // the next request, or a greeting that names the next command
     kUpload,    // the rest of a PUT
     kBusy,      // nothing: a job runs, or a file is on its way to the shell
 };

@@ -9,7 +9,7 @@
 #include <map>
 #include <memory>
 #include <set>
-#include <sstream>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -29,10 +29,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Of /proc/<pid>/stat, between the parent and the number of threads, and between that and the start
-// time.
-constexpr int kFieldsBeforeThreads = 15;
+// Of /proc/<pid>/stat, between the session and the number of threads, and between that and the
+// start time.
+constexpr int kFieldsBeforeThreads = 13;
 constexpr int kFieldsBeforeStartTime = 1;
+
+// So many looks that find nothing alive, one after the other, are taken for an end.
+constexpr int kLooksAtNothing = 3;
 
 struct DirectoryCloser {
     void operator()(DIR* directory) const { ::closedir(directory); }
@@ -56,6 +59,14 @@ bool readAll(const std::string& path, std::string& content) {
             return false;
         }
     }
+}
+
+// Reads the number behind the blanks, also a negative one, and moves on; 0 at the end of the text.
+unsigned long long nextNumber(const char*& at) {
+    char* end = nullptr;
+    const unsigned long long number = std::strtoull(at, &end, 10);
+    at = end;
+    return number;
 }
 
 std::string procPath(pid_t pid, const char* file) {
@@ -129,11 +140,124 @@ bool reapLast() {
     }
 }
 
+// The highest priority, while it lives. Where that is not allowed, things are as they were.
+class Urgency {
+public:
+    Urgency() : before(::getpriority(PRIO_PROCESS, 0)) {
+        ::setpriority(PRIO_PROCESS, 0, kHighest);
+        setOfSession(kHighest);
+    }
+    Urgency(const Urgency&) = delete;
+    Urgency& operator=(const Urgency&) = delete;
+    ~Urgency() {
+        ::setpriority(PRIO_PROCESS, 0, before);
+        setOfSession(0);
+    }
+
+private:
+    static constexpr int kHighest = -20;
+
+    // The kernel may weigh sessions against each other before it looks at a process's priority.
+    static void setOfSession(int priority) {
+        const UniqueFd file(::open("/proc/self/autogroup", O_WRONLY | O_CLOEXEC));
+        const std::string text = std::to_string(priority);
+        if (file && ::write(file.get(), text.data(), text.size()) < 0) {
+            return;  // not allowed, and it is only a matter of speed
+        }
+    }
+
+    int before;
+};
+
 void askToEnd(const std::vector<ProcessInfo>& processes, std::set<Key>& asked) {
     for (const ProcessInfo& process : processes) {
         if (!process.isZombie() && asked.insert(keyOf(process)).second) {
             signalProcess(process, SIGTERM);
             signalProcess(process, SIGCONT);
+        }
+    }
+}
+
+// Kills all of them, and in one stroke the groups they are in: a process that only makes its
+// successor and ends is gone before its own signal arrives, the group is not. Numbers are given
+// round the whole range, so that a group's cannot be another's between the look and the signal.
+// True when one of them had not been killed before.
+bool killFound(const std::vector<ProcessInfo>& found, std::set<Key>& killed) {
+    const pid_t ownSession = ::getsid(0);
+    // Without a session of its own the caller cannot know who else is in its session's groups.
+    const bool sharesSession = ownSession != ::getpid();
+    std::set<pid_t> groups;
+    bool isNew = false;
+    for (const ProcessInfo& process : found) {
+        if (process.isZombie()) {
+            continue;
+        }
+        isNew = killed.insert(keyOf(process)).second || isNew;
+        const bool isApart = !sharesSession || process.session != ownSession;
+        if (isApart && process.group > 1 && process.group != ::getpgrp()) {
+            groups.insert(process.group);
+        }
+    }
+    for (const pid_t group : groups) {
+        ::kill(-group, SIGKILL);
+    }
+    for (const ProcessInfo& process : found) {
+        if (!process.isZombie()) {
+            signalProcess(process, SIGKILL);
+        }
+    }
+    return isNew;
+}
+
+// Asks everything below the caller to end, newcomers too, until the end of the grace or until
+// nothing is to be seen.
+void askUntil(Clock::time_point end, pid_t groupLeader) {
+    std::set<Key> asked;
+    std::chrono::milliseconds pause(1);
+    int looksAtNothing = 0;
+    while (Clock::now() < end) {
+        const std::vector<ProcessInfo> left = descendantsOf(::getpid());
+        reapEnded(left, groupLeader);
+        looksAtNothing = anyAlive(left) ? 0 : looksAtNothing + 1;
+        // One look may miss a process that has just taken over from its parent.
+        if (looksAtNothing == kLooksAtNothing) {
+            return;
+        }
+        askToEnd(left, asked);
+        pause = std::min(pause * 2, std::chrono::milliseconds(50));
+        const auto rest = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+        waitForChange(std::clamp(rest, std::chrono::milliseconds(0), pause));
+    }
+}
+
+// Kills until the caller has no child any more; false at the limit.
+bool killUntil(Clock::time_point limit, pid_t groupLeader) {
+    const Urgency urgency;
+    std::set<Key> killed;
+    std::chrono::milliseconds pause(1);
+    for (;;) {
+        // Whoever lives too shortly to be seen, always making the next one, is still in the group;
+        // once its leader is reaped, nothing can reach it in one stroke any more.
+        if (groupLeader > 0) {
+            ::kill(-groupLeader, SIGKILL);
+        }
+        const std::vector<ProcessInfo> left = descendantsOf(::getpid());
+        const bool isNew = killFound(left, killed);
+        reapEnded(left, groupLeader);
+        if (!anyAlive(left)) {
+            groupLeader = 0;
+        }
+        // The look at /proc is not one moment: only "no child at all" is the last word.
+        if (groupLeader == 0 && reapLast()) {
+            return true;
+        }
+        if (Clock::now() >= limit) {
+            return false;
+        }
+        // What has been killed needs time to die; what is new must not get any.
+        if (!isNew) {
+            waitForChange(pause);
+            pause = std::min(pause * 2, std::chrono::milliseconds(20));
         }
     }
 }
@@ -150,19 +274,23 @@ bool readProcess(pid_t pid, ProcessInfo& info) {
     if (end == std::string::npos || end + 2 >= content.size()) {
         return false;
     }
-    std::istringstream fields(content.substr(end + 2));
     ProcessInfo found;
     found.pid = pid;
-    fields >> found.state >> found.parent;
-    std::string skipped;
+    found.state = content[end + 2];
+    // By hand: this is done for every process of the machine while a fork storm is on.
+    const char* at = content.c_str() + end + 3;
+    found.parent = static_cast<pid_t>(nextNumber(at));
+    found.group = static_cast<pid_t>(nextNumber(at));
+    found.session = static_cast<pid_t>(nextNumber(at));
     for (int i = 0; i < kFieldsBeforeThreads; ++i) {
-        fields >> skipped;
+        nextNumber(at);
     }
-    fields >> found.threads;
+    found.threads = static_cast<long>(nextNumber(at));
     for (int i = 0; i < kFieldsBeforeStartTime; ++i) {
-        fields >> skipped;
+        nextNumber(at);
     }
-    if (!(fields >> found.startTime)) {
+    found.startTime = nextNumber(at);
+    if (found.startTime == 0) {
         return false;
     }
     info = found;
@@ -248,39 +376,9 @@ void killAll(const std::function<std::vector<ProcessInfo>()>& find, int maxRound
 
 bool endOwnDescendants(pid_t groupLeader, std::chrono::milliseconds grace,
                        std::chrono::milliseconds limit) {
-    const auto find = [] { return descendantsOf(::getpid()); };
     const Clock::time_point start = Clock::now();
-    std::set<Key> asked;
-    std::chrono::milliseconds pause(1);
-    while (Clock::now() < start + limit) {
-        std::vector<ProcessInfo> left = find();
-        reapEnded(left, groupLeader);
-        if (!anyAlive(left)) {
-            // Whoever lives too shortly to be seen, always making the next one, is still in the
-            // group; once its leader is reaped, nothing can reach it in one stroke any more.
-            if (groupLeader > 0) {
-                ::kill(-groupLeader, SIGKILL);
-            }
-            // The look at /proc is not one moment: only "no child at all" is the last word.
-            if (reapLast()) {
-                return true;
-            }
-            groupLeader = 0;
-            continue;
-        }
-        if (Clock::now() < start + grace) {
-            askToEnd(left, asked);
-            pause = std::min(pause * 2, std::chrono::milliseconds(50));
-        } else {
-            if (groupLeader > 0) {
-                ::kill(-groupLeader, SIGKILL);
-            }
-            killAll(find);
-            pause = std::min(pause * 2, std::chrono::milliseconds(200));
-        }
-        waitForChange(pause);
-    }
-    return reapLast();
+    askUntil(start + std::min(grace, limit), groupLeader);
+    return killUntil(start + limit, groupLeader);
 }
 
 }  // namespace processtree

@@ -14,6 +14,8 @@ namespace processtree {
 struct ProcessInfo {
     pid_t pid = 0;
     pid_t parent = 0;
+    pid_t group = 0;
+    pid_t session = 0;
     unsigned long long startTime = 0;  // clock ticks after boot; with pid it names one process
     char state = '?';
     long threads = 1;
@@ -44,8 +46,11 @@ void killAll(const std::function<std::vector<ProcessInfo>()>& find, int maxRound
 // Ends all descendants of the calling process, which must be a child subreaper: SIGTERM (and
 // SIGCONT, for the stopped), then after the grace SIGKILL until none is left, and reaps them.
 // groupLeader, when not 0, is a child of the caller, not reaped yet, that leads a process group:
-// the group is killed in one stroke, which no fork storm inside it outruns. Returns false when
-// something was still there at the limit, as a process in uninterruptible sleep is.
+// the group is killed in one stroke, which no fork storm inside it outruns. So are the groups that
+// the descendants made, where the caller's session holds nobody else. Killing does not wait for its
+// turn on a busy machine: the caller has the highest priority for as long as it lasts.
+// Returns false when something was still there at the limit, as a process in uninterruptible sleep
+// is.
 bool endOwnDescendants(pid_t groupLeader, std::chrono::milliseconds grace,
                        std::chrono::milliseconds limit);
 

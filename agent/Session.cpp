@@ -161,6 +161,12 @@ bool Session::greet() {
     channel->sendFrame(protocol::encode(hello), FrameChannel::after(limits.greetingMs));
     const protocol::Frame frame = channel->receiveFrame(FrameChannel::after(limits.greetingMs));
     judge(SessionState::kGreeting, frame.header);
+    takeGreeting(frame);
+    return true;
+}
+
+// The first one opens the conversation; later ones tell which command the next requests belong to.
+void Session::takeGreeting(const protocol::Frame& frame) {
     protocol::ShellHello shell;
     protocol::decode(frame.body, shell);
     if (shell.version < protocol::kLowestVersion || shell.version > protocol::kHighestVersion) {
@@ -177,7 +183,6 @@ bool Session::greet() {
     if (shell.sequence != 0) {
         user += " #" + std::to_string(shell.sequence);
     }
-    return true;
 }
 
 void Session::serve() {
@@ -227,6 +232,9 @@ bool Session::serveRequest(const protocol::Frame& frame) {
 
 bool Session::serveAllowed(const protocol::Frame& frame) {
     switch (frame.header.type) {
+        case FrameType::kShellHello:
+            takeGreeting(frame);
+            return true;
         case FrameType::kExec:
             return serveExec(frame);
         case FrameType::kRunPackaged:

@@ -69,6 +69,7 @@ private:
 
     void serve();
     bool greet();
+    void takeGreeting(const protocol::Frame& frame);
     // Throws ProtocolError for a frame that has no place in this state.
     Verdict judge(SessionState state, const protocol::FrameHeader& header) const;
     // Tells the shell that it may not; false when the session is to end.

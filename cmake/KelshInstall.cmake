@@ -61,9 +61,10 @@ set(private OWNER_READ OWNER_WRITE OWNER_EXECUTE)
 set(program OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 
 # The master.
-set_target_properties(kelsh_launcher PROPERTIES INSTALL_RPATH
-    ${CMAKE_INSTALL_PREFIX}/${private_library})
-install(TARGETS kelsh_launcher RUNTIME DESTINATION ${private_lib} COMPONENT kelsh)
+add_launcher(kelsh_installed ${CMAKE_INSTALL_PREFIX}/${private_library})
+set_target_properties(kelsh_installed PROPERTIES
+    RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/installed)
+install(TARGETS kelsh_installed RUNTIME DESTINATION ${private_lib} COMPONENT kelsh)
 install(TARGETS kelsh LIBRARY DESTINATION ${private_library}
     PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ COMPONENT kelsh)
 install(PROGRAMS ${generated}/kelsh DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT kelsh)

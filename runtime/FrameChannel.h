@@ -95,6 +95,7 @@ protected:
     // done yet, and then wantedEvents says what to poll for. Throw TlsError, kClosed at the end.
     virtual std::size_t readSome(char* target, std::size_t most) = 0;
     virtual std::size_t writeSome(const char* bytes, std::size_t count) = 0;
+    bool isBetweenFrames() const { return !hasQueued() && headerBytes == 0; }
     void waitForSocket(short events, Deadline deadline, const char* doing);
     // Drops what comes until the peer closes or the deadline passes; no more is written.
     void drainSocket(Deadline deadline) noexcept;

@@ -17,6 +17,7 @@
 //
 // The order on a connection: the agent sends AGENT_HELLO; the shell sends SHELL_HELLO and its first
 // request without waiting in between; then each request gets its replies before the next is sent.
+// Before a request SHELL_HELLO may come again, with another command's number; it has no reply.
 //
 //   EXEC, RUN_PACKAGED   -> OUTPUT* RESULT | ERROR
 //   PUT DATA* END        -> RESULT | ERROR          (ERROR may come while DATA is still being sent)

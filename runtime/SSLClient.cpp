@@ -12,6 +12,7 @@
 
 #include "CException.h"
 #include "ConnectGate.h"
+#include "ConnectionPool.h"
 #include "FileReplacement.h"
 #include "FileSource.h"
 #include "Protocol.h"
@@ -30,6 +31,9 @@ constexpr char kGetPrefix[] = "[getfile]";
 constexpr unsigned long kAnswerTimeOutMs = 5000;
 // The agent ends a job at its time-out and says so; that verdict gets this long to arrive.
 constexpr unsigned long kVerdictGraceMs = 1000;
+
+// A connection that has rested no longer than this is as good as one just made.
+constexpr std::chrono::milliseconds kFresh{1000};
 
 // Handshakes made side by side. More of them are not faster, only later.
 constexpr std::size_t kConnectsAtOnce = 64;
@@ -161,6 +165,12 @@ std::string timedOutText(const std::string& path, std::uint64_t done, std::uint6
            " ms ran out; nothing was replaced. \"-t\" gives it more time.";
 }
 
+// A job that was ended before its time may leave more than its result behind.
+bool isOrderly(const protocol::Result& verdict) {
+    return verdict.ending == protocol::Result::Ending::kExited ||
+           verdict.ending == protocol::Result::Ending::kSignaled;
+}
+
 bool hasPrefix(const std::string& text, const char* prefix) {
     return text.rfind(prefix, 0) == 0;
 }
@@ -254,7 +264,16 @@ bool sendContent(TlsChannel& channel, FileSource& source, TlsChannel::Deadline d
 SSLClient::SSLClient(std::string address, int agentPort, std::string certificate)
     : ip(std::move(address)), port(agentPort), certificateFile(std::move(certificate)) {}
 
-SSLClient::~SSLClient() = default;
+SSLClient::~SSLClient() {
+    leaveToPool();
+}
+
+void SSLClient::leaveToPool() noexcept {
+    if (channel && endedWell) {
+        ConnectionPool::instance().give(context.get(),
+                                        {std::move(channel), version, toldSequence, made, heard});
+    }
+}
 
 void SSLClient::setPrivateKeyFile(std::string file) {
     Settings& all = settings();
@@ -271,7 +290,7 @@ void SSLClient::initAndConnect() {
 }
 
 void SSLClient::initAndConnect(unsigned int timeOutMs) {
-    const unsigned int limitMs = timeOutMs == 0 ? kConnectTimeOutMs : timeOutMs;
+    connectLimitMs = timeOutMs == 0 ? kConnectTimeOutMs : timeOutMs;
     channel.reset();
     TlsFiles files;
     files.certificateFile = certificateFile;
@@ -280,11 +299,41 @@ void SSLClient::initAndConnect(unsigned int timeOutMs) {
         const std::lock_guard<std::mutex> lock(all.mutex);
         files.privateKeyFile = all.privateKeyFile;
     }
-    const std::shared_ptr<TlsContext> tls = TlsContext::client(files);
-    // The limit is for the node to answer in; standing in line is not the node's fault.
+    context = TlsContext::client(files);
+    sequence = settings().sequence;
+    if (!takeRested()) {
+        dial(connectLimitMs);
+    }
+}
+
+bool SSLClient::takeRested() {
+    AgentConnection rested = ConnectionPool::instance().take(context.get(), peerName());
+    if (!rested.channel) {
+        return false;
+    }
+    channel = std::move(rested.channel);
+    version = rested.version;
+    toldSequence = rested.toldSequence;
+    made = rested.made;
+    heard = rested.heard;
+    proven = false;
+    // Untouched it may go back.
+    endedWell = true;
+    return true;
+}
+
+void SSLClient::dial(unsigned int limitMs) {
+    endedWell = false;
+    // The limit is for the node to answer in; standing in line is not the node's fault. Only what
+    // needs the processor stands in line: a silent network must not hold up the others.
+    const Clock::time_point begun = Clock::now();
+    UniqueFd connected = tlssocket::connect(ip, port, TlsChannel::after(limitMs));
+    const Clock::time_point reached = Clock::now();
     const ConnectGate::Turn turn(connectGate(), TlsChannel::after(limitMs));
-    const TlsChannel::Deadline deadline = TlsChannel::after(limitMs);
-    channel = TlsChannel::connect(ip, port, tls, deadline);
+    const Clock::duration left = std::chrono::milliseconds(limitMs) - (reached - begun);
+    const TlsChannel::Deadline deadline =
+        Clock::now() + std::max<Clock::duration>(left, std::chrono::milliseconds(1));
+    channel = TlsChannel::connectOver(std::move(connected), ip, port, context, deadline);
     try {
         greet(deadline);
     } catch (const protocol::ProtocolError& error) {
@@ -295,9 +344,12 @@ void SSLClient::initAndConnect(unsigned int timeOutMs) {
         channel.reset();
         throw;
     }
+    made = Clock::now();
+    heard = made;
+    proven = true;
 }
 
-void SSLClient::greet(std::chrono::steady_clock::time_point deadline) {
+void SSLClient::greet(Clock::time_point deadline) {
     // A handshake that the agent refuses still looks finished from here: only its greeting proves
     // that it accepted our certificate.
     const Frame frame = channel->receiveFrame(deadline);
@@ -309,19 +361,65 @@ void SSLClient::greet(std::chrono::steady_clock::time_point deadline) {
     }
     protocol::AgentHello agent;
     protocol::decode(frame.body, agent);
-    protocol::ShellHello hello;
-    hello.version = protocol::commonVersion(agent);
-    if (hello.version == 0) {
+    version = protocol::commonVersion(agent);
+    if (version == 0) {
         throw CException(peerName() + ": this kelsh (" KELSH_BUILD ") speaks protocol version " +
                          std::to_string(protocol::kLowestVersion) + " to " +
                          std::to_string(protocol::kHighestVersion) + ", the agent (" + agent.build +
                          ") speaks " + std::to_string(agent.lowestVersion) + " to " +
                          std::to_string(agent.highestVersion) + ": update the older one.");
     }
+    channel->sendFrame(shellHello(), deadline);
+    toldSequence = sequence;
+}
+
+std::string SSLClient::shellHello() const {
+    protocol::ShellHello hello;
+    hello.version = version;
     hello.build = KELSH_BUILD;
     hello.user = userName();
-    hello.sequence = settings().sequence;
-    channel->sendFrame(protocol::encode(hello), deadline);
+    hello.sequence = sequence;
+    return protocol::encode(hello);
+}
+
+// Every request goes this way.
+void SSLClient::send(const std::string& request, Clock::time_point deadline) {
+    endedWell = false;
+    if (toldSequence == sequence) {
+        channel->sendFrame(request, deadline);
+        return;
+    }
+    // The connection has served another command before: the node must not record this request under
+    // that one's number.
+    channel->sendFrame(shellHello() + request, deadline);
+    toldSequence = sequence;
+}
+
+void SSLClient::noteAnswer(bool wasGood) {
+    heard = Clock::now();
+    proven = true;
+    endedWell = wasGood;
+}
+
+// What becomes of the connection after an ERROR of the agent.
+void SSLClient::settle(std::uint16_t errorCode, bool ends) {
+    if (ends || errorCode == protocol::kErrorProtocol) {
+        channel.reset();
+        return;
+    }
+    // A session keeps the rights with which it began: who was refused shall find the new ones.
+    noteAnswer(errorCode != protocol::kErrorRefused);
+}
+
+void SSLClient::prove() {
+    if (proven || Clock::now() - heard < kFresh) {
+        return;
+    }
+    try {
+        (void)ask(protocol::encodeMacRequest());
+    } catch (const AgentError&) {
+        // An answer too.
+    }
 }
 
 void SSLClient::setUninterruptible(bool on) {
@@ -368,12 +466,13 @@ void SSLClient::executeEncryptedBinary(std::string preCommand, std::string argum
 }
 
 void SSLClient::runJob(const std::string& request, unsigned int timeOut, CResult& result) {
+    prove();
     const TlsChannel::Deadline deadline = deadlineFor(timeOut);
     StopWatch watch;
     watch.start();
     OutputCollector output;
     try {
-        channel->sendFrame(request, deadline);
+        send(request, deadline);
         Frame frame;
         for (;;) {
             channel->receiveFrame(frame, deadline);
@@ -382,6 +481,7 @@ void SSLClient::runJob(const std::string& request, unsigned int timeOut, CResult
             } else if (frame.header.type == FrameType::kResult) {
                 protocol::Result verdict;
                 protocol::decode(frame.body, verdict);
+                noteAnswer(isOrderly(verdict));
                 fillFromVerdict(result, verdict, output.finish());
                 break;
             } else if (frame.header.type == FrameType::kError) {
@@ -391,9 +491,7 @@ void SSLClient::runJob(const std::string& request, unsigned int timeOut, CResult
             }
         }
     } catch (const AgentError& error) {
-        if (error.code() == protocol::kErrorProtocol) {
-            channel.reset();
-        }
+        settle(error.code(), false);
         throw;
     } catch (const TlsError& error) {
         if (error.kind() != TlsError::Kind::kTimedOut) {
@@ -425,9 +523,7 @@ void SSLClient::transfer(CResult& result, bool endsWithError, Work work, Late la
     try {
         work();
     } catch (const AgentError& error) {
-        if (endsWithError || error.code() == protocol::kErrorProtocol) {
-            channel.reset();
-        }
+        settle(error.code(), endsWithError);
         fillFromError(result, error, late());
     } catch (const FileError& error) {
         // The rest of the transfer must not be taken for the next one.
@@ -447,6 +543,7 @@ void SSLClient::transfer(CResult& result, bool endsWithError, Work work, Late la
 }
 
 void SSLClient::saveFile(const std::string& path, unsigned int timeOut, CResult& result) {
+    prove();
     const TlsChannel::Deadline deadline = deadlineFor(timeOut);
     std::unique_ptr<FileSource> source;
     try {
@@ -461,8 +558,8 @@ void SSLClient::saveFile(const std::string& path, unsigned int timeOut, CResult&
     put.size = source->size();
     put.mode = source->mode();
     const std::string request = protocol::encode(put);
-    const auto send = [&] {
-        channel->sendFrame(request, deadline);
+    const auto upload = [&] {
+        send(request, deadline);
         const bool complete = sendContent(*channel, *source, deadline);
         const Frame frame = channel->receiveFrame(deadline);
         if (frame.header.type == FrameType::kError) {
@@ -473,14 +570,16 @@ void SSLClient::saveFile(const std::string& path, unsigned int timeOut, CResult&
         }
         protocol::Result verdict;
         protocol::decode(frame.body, verdict);
+        noteAnswer(isOrderly(verdict));
         fillFromVerdict(result, verdict, std::string());
     };
     // What was sent beyond the error would be taken for a request.
-    transfer(result, true, send,
+    transfer(result, true, upload,
              [&] { return timedOutText(path, source->sentBytes(), put.size, timeOut); });
 }
 
 void SSLClient::getFile(const std::string& path, unsigned int timeOut, CResult& result) {
+    prove();
     const TlsChannel::Deadline deadline = deadlineFor(timeOut);
     std::unique_ptr<IncomingFile> incoming;
     try {
@@ -493,15 +592,16 @@ void SSLClient::getFile(const std::string& path, unsigned int timeOut, CResult& 
     get.timeOutMs = timeOut;
     get.path = path;
     const std::string request = protocol::encode(get);
-    const auto receive = [&] {
-        channel->sendFrame(request, deadline);
+    const auto download = [&] {
+        send(request, deadline);
         Frame frame;
         do {
             channel->receiveFrame(frame, deadline);
         } while (!incoming->take(frame));
+        noteAnswer(true);
         fillOutcome(result, EXEC_SUCCESS, 0, incoming->summary());
     };
-    transfer(result, false, receive, [&] {
+    transfer(result, false, download, [&] {
         return timedOutText(path, incoming->received(), incoming->expected(), timeOut);
     });
 }
@@ -537,27 +637,50 @@ std::string SSLClient::ask(const std::string& request, unsigned int timeOutMs) {
     const TlsChannel::Deadline deadline =
         TlsChannel::after(timeOutMs == 0 ? kAnswerTimeOutMs : timeOutMs);
     try {
-        channel->sendFrame(request, deadline);
-        const Frame frame = channel->receiveFrame(deadline);
-        if (frame.header.type == FrameType::kError) {
-            throw decodeError(frame, peerName());
-        }
-        if (frame.header.type != FrameType::kAnswer) {
-            throw unexpected(frame);
-        }
-        protocol::Answer answer;
-        protocol::decode(frame.body, answer);
-        return answer.text;
+        return proven ? askOnce(request, deadline) : askAgain(request, deadline);
     } catch (const AgentError& error) {
-        if (error.code() == protocol::kErrorProtocol) {
-            channel.reset();
-        }
+        settle(error.code(), false);
         throw;
     } catch (const protocol::ProtocolError& error) {
         loseConnection(error.getErrMsg());
     } catch (const TlsError& error) {
+        if (!channel) {
+            throw;  // no new connection could be made
+        }
         loseConnection(error.getErrMsg());
     }
+}
+
+std::string SSLClient::askOnce(const std::string& request, Clock::time_point deadline) {
+    send(request, deadline);
+    const Frame frame = channel->receiveFrame(deadline);
+    if (frame.header.type == FrameType::kError) {
+        throw decodeError(frame, peerName());
+    }
+    if (frame.header.type != FrameType::kAnswer) {
+        throw unexpected(frame);
+    }
+    protocol::Answer answer;
+    protocol::decode(frame.body, answer);
+    noteAnswer(true);
+    return answer.text;
+}
+
+// Over a connection that has rested: where it turns out dead, a question does no harm when it is
+// asked a second time, over a new one.
+std::string SSLClient::askAgain(const std::string& request, Clock::time_point deadline) {
+    try {
+        return askOnce(request,
+                       std::min(deadline, TlsChannel::after(std::max(connectLimitMs / 2, 1U))));
+    } catch (const TlsError&) {
+        channel.reset();
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    if (left <= 0) {
+        throw TlsError(TlsError::Kind::kTimedOut, peerName() + " did not answer in time.");
+    }
+    dial(std::min(connectLimitMs, static_cast<unsigned int>(left)));
+    return askOnce(request, deadline);
 }
 
 void SSLClient::requireChannel() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <list>
 #include <memory>
 #include <string>
@@ -8,10 +9,17 @@
 #include "CResult.h"
 
 class TlsChannel;
+class TlsContext;
 
-// The shell's connection to the agent of one node: mutual TLS, one connection per object, made by
-// initAndConnect and closed by the destructor. Created per use; used by one thread at a time. Any
-// number of objects work at once on different threads.
+// The shell's connection to the agent of one node: mutual TLS, one connection per object, had from
+// initAndConnect until the destructor. Created per use; used by one thread at a time. Any number of
+// objects work at once on different threads.
+//
+// A connection whose conversation ended well is left to the ConnectionPool of the process, where
+// the next object for the same node finds it; never one after a time-out, a refusal or a fault. A
+// rested connection may be dead without a sign of it, so it is trusted only after an answer:
+// questions are asked again over a new connection, and jobs and transfers, which must never be done
+// twice, are not sent before the agent has answered a question.
 //
 // Whatever concerns the connection throws CException with a text that names the node; the object is
 // then without a connection, and every further request throws too until initAndConnect is called
@@ -38,11 +46,14 @@ public:
     // The number of the shell's current command, for the node's log; 0 when there is none.
     static void setCommandSequence(unsigned int sequence);
 
-    // Returns when the agent has accepted this master and greeted it.
+    // Returns when the agent has accepted this master and greeted it, now or, where a connection
+    // is used again, earlier.
     void initAndConnect();
     // With a limit of its own, in milliseconds; 0 means kConnectTimeOutMs. When many threads
     // connect at once, up to the same time again may pass in line. Inside a command give at most a
     // third of its time-out, so that a dead node is reported with its reason and not as timed out.
+    // Where a rested connection turns out dead at the first request, making a new one may take the
+    // same time, and finding out half of it.
     void initAndConnect(unsigned int timeOutMs);
 
     // Whether the jobs sent from now on must not be cut short: they go on at the node whatever
@@ -79,14 +90,26 @@ public:
     std::string getKelNodeMacAddress(std::string ip, unsigned int timeOutMs);
 
 private:
+    using Clock = std::chrono::steady_clock;
+
     void requireChannel() const;
-    void greet(std::chrono::steady_clock::time_point deadline);
+    bool takeRested();
+    void dial(unsigned int limitMs);
+    void greet(Clock::time_point deadline);
+    void leaveToPool() noexcept;
+    std::string shellHello() const;
+    void send(const std::string& request, Clock::time_point deadline);
+    void noteAnswer(bool endedWell);
+    void prove();
     void runJob(const std::string& request, unsigned int timeOut, CResult& result);
     void saveFile(const std::string& path, unsigned int timeOut, CResult& result);
     void getFile(const std::string& path, unsigned int timeOut, CResult& result);
     template <typename Work, typename Late>
     void transfer(CResult& result, bool endsWithError, Work work, Late late);
     std::string ask(const std::string& request, unsigned int timeOutMs = 0);
+    std::string askOnce(const std::string& request, Clock::time_point deadline);
+    std::string askAgain(const std::string& request, Clock::time_point deadline);
+    void settle(std::uint16_t errorCode, bool ends);
     [[noreturn]] void loseConnection(const std::string& reason);
     std::string peerName() const;
 
@@ -95,4 +118,15 @@ private:
     std::string certificateFile;
     bool uninterruptible = false;
     std::unique_ptr<TlsChannel> channel;
+
+    // Of the connection.
+    std::shared_ptr<TlsContext> context;
+    unsigned int connectLimitMs = kConnectTimeOutMs;
+    std::uint16_t version = 0;
+    std::uint32_t sequence = 0;      // the command this object works for
+    std::uint32_t toldSequence = 0;  // the one that the agent knows
+    Clock::time_point made{};
+    Clock::time_point heard{};  // the agent's last complete answer
+    bool proven = false;        // an answer has come since the connection was made or taken
+    bool endedWell = false;     // the last request has its whole answer, and a good one
 };

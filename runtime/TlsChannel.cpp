@@ -105,6 +105,12 @@ std::unique_ptr<TlsChannel> TlsChannel::connect(const std::string& address, int 
                                                 std::shared_ptr<TlsContext> context,
                                                 Deadline deadline) {
     UniqueFd connected = tlssocket::connect(address, port, deadline);
+    return connectOver(std::move(connected), address, port, std::move(context), deadline);
+}
+
+std::unique_ptr<TlsChannel> TlsChannel::connectOver(UniqueFd connected, const std::string& address,
+                                                    int port, std::shared_ptr<TlsContext> context,
+                                                    Deadline deadline) {
     std::unique_ptr<TlsChannel> channel(
         new TlsChannel(std::move(connected), std::move(context), tlssocket::join(address, port)));
     channel->expectAddress(address);
@@ -290,6 +296,11 @@ TlsChannel::Peer TlsChannel::lookAtPeer() {
     }
     broken = error != SSL_ERROR_ZERO_RETURN;
     return Peer::kGone;
+}
+
+bool TlsChannel::isExpired() const {
+    return tlsfault::isExpired(SSL_get0_peer_certificate(ssl.get())) ||
+           tlsfault::isExpired(SSL_CTX_get0_certificate(context->get()));
 }
 
 void TlsChannel::close(Deadline deadline) noexcept {

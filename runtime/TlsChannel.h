@@ -17,6 +17,10 @@ public:
     static std::unique_ptr<TlsChannel> connect(const std::string& address, int port,
                                                std::shared_ptr<TlsContext> context,
                                                Deadline deadline);
+    // The same over a socket that is connected to that address already, as by tlssocket::connect.
+    static std::unique_ptr<TlsChannel> connectOver(UniqueFd connected, const std::string& address,
+                                                   int port, std::shared_ptr<TlsContext> context,
+                                                   Deadline deadline);
     // Makes the handshake on an accepted socket. When the peer is refused it is given up to a
     // second to read the alert that says why, then TlsError says the same to the log.
     static std::unique_ptr<TlsChannel> accept(UniqueFd accepted,
@@ -33,6 +37,12 @@ public:
     // For who only passes bytes on and leaves frames to others; see FrameChannel.
     std::size_t readSome(char* target, std::size_t most) override;
     std::size_t writeSome(const char* bytes, std::size_t count) override;
+
+    // Whether both directions are between two frames, as far as this end knows without looking, and
+    // nothing has gone wrong.
+    bool isAtRest() const { return established && !broken && isBetweenFrames(); }
+    // Whether the last day of one of the two certificates has passed since the handshake.
+    bool isExpired() const;
 
     // The subject of the peer's certificate, "CN=node_0001"; and its common name alone.
     std::string peerSubject() const;

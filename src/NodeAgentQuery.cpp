@@ -28,7 +28,7 @@ NodeAgentAnswer askNodeAgent(const CNode& node) {
 }
 
 std::vector<NodeAgentAnswer> askNodeAgents(const std::vector<const CNode*>& nodes,
-                                           const NodeAgentQuery& query) {
+                                           const NodeAgentQuery& query, std::size_t mostAtOnce) {
     // Made here if not yet: the instance must not come into being on several threads at once.
     static_cast<void>(CSSLConfig::getInstance());
     std::vector<NodeAgentAnswer> answers(nodes.size());
@@ -44,7 +44,7 @@ std::vector<NodeAgentAnswer> askNodeAgents(const std::vector<const CNode*>& node
         }
     };
     // The calling thread takes part, so that the work is done even when no thread can be started.
-    const std::size_t helpers = std::min(nodes.size(), kMaxAgentQueries);
+    const std::size_t helpers = std::min(nodes.size(), mostAtOnce);
     std::vector<std::thread> threads;
     threads.reserve(helpers);
     try {

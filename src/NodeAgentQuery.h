@@ -28,5 +28,8 @@ NodeAgentAnswer askNodeAgent(const CNode& node);
 
 // Asks all nodes and returns the answers in the order of the nodes. Returns when every query has;
 // the threads it needs end with it. Where threads cannot be had, fewer or none are used.
+//   mostAtOnce  so many queries run at the same time at most; 1 asks on the calling thread alone,
+//               which is cheaper where a query does not wait for anything
 std::vector<NodeAgentAnswer> askNodeAgents(const std::vector<const CNode*>& nodes,
-                                           const NodeAgentQuery& query);
+                                           const NodeAgentQuery& query,
+                                           std::size_t mostAtOnce = kMaxAgentQueries);

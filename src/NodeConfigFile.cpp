@@ -48,8 +48,12 @@ CNodeGroup* findGroup(const std::list<CNodeGroup*>& groups, const std::string& n
 }  // namespace
 
 NodeConfigFile::NodeConfigFile(CShellExecutionContext& shellContext,
-                               ConfigErrorCollector* collector, NodeAgentQuery agentQuery)
-    : context(shellContext), errors(collector), query(std::move(agentQuery)) {}
+                               ConfigErrorCollector* collector, NodeAgentQuery agentQuery,
+                               std::size_t mostAtOnce)
+    : context(shellContext),
+      errors(collector),
+      query(std::move(agentQuery)),
+      mostQueries(mostAtOnce) {}
 
 void NodeConfigFile::read(FILE* stream) {
     enum class Section { none, node, group } section = Section::none;
@@ -151,7 +155,7 @@ void NodeConfigFile::report() {
             nodes.push_back(finding.node);
         }
     }
-    const std::vector<NodeAgentAnswer> answers = askNodeAgents(nodes, query);
+    const std::vector<NodeAgentAnswer> answers = askNodeAgents(nodes, query, mostQueries);
     auto answer = answers.begin();
     for (const Finding& finding : findings) {
         if (finding.node == nullptr) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -18,8 +19,10 @@ class ConfigErrorCollector;
 class NodeConfigFile {
 public:
     // Neither of the references is owned; both must outlive the object.
+    //   mostAtOnce  so many agents are asked at the same time at most
     NodeConfigFile(CShellExecutionContext& shellContext, ConfigErrorCollector* collector,
-                   NodeAgentQuery agentQuery = askNodeAgent);
+                   NodeAgentQuery agentQuery = askNodeAgent,
+                   std::size_t mostAtOnce = kMaxAgentQueries);
 
     void read(FILE* stream);
 
@@ -41,6 +44,7 @@ private:
     CShellExecutionContext& context;
     ConfigErrorCollector* errors;
     NodeAgentQuery query;
+    std::size_t mostQueries;
     std::vector<Finding> findings;
     // Nodes that were refused; their agents are asked all the same.
     std::vector<std::unique_ptr<CNode>> refused;

@@ -25,9 +25,10 @@ void readWithShell(LintReport& report) {
     }
     CShellExecutionContext context{CShellExecutionContext::Temporary()};
     ConfigErrorCollector errors;
-    NodeConfigFile(context, &errors, [](const CNode& node) {
+    const auto asConfigured = [](const CNode& node) {
         return NodeAgentAnswer{true, node.getMac()};
-    }).read(file.get());
+    };
+    NodeConfigFile(context, &errors, asConfigured, 1).read(file.get());
     report.add(errors);
 }
 

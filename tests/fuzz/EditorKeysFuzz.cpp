@@ -3,7 +3,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <fcntl.h>
 #include <string>
+#include <unistd.h>
 
 #include "AutoHistoryCommandLineRetriever.h"
 #include "CCmdHistory.h"
@@ -69,8 +71,8 @@ struct World {
         history.add("");
     }
 
-    MemoryFile dropped;
-    RedirectedFd silence{STDOUT_FILENO, dropped.get()};
+    UniqueFd nothing{::open("/dev/null", O_WRONLY | O_CLOEXEC)};
+    RedirectedFd silence{STDOUT_FILENO, nothing.get()};
     CShellExecutionContext context;
     CCmdHistory history;
     CShellExecutionContextAutoCompleteAdapter adapter{&context};
@@ -85,9 +87,5 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     do {
         require(editor.getCommandLine().find('\n') == std::string::npos);
     } while (!editor.isEndOfInput());
-    std::cout.flush();
-    if (ftruncate(world.dropped.get(), 0) != 0 || lseek(world.dropped.get(), 0, SEEK_SET) != 0) {
-        std::abort();
-    }
     return 0;
 }

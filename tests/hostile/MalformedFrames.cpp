@@ -207,7 +207,13 @@ const std::vector<FrameClass>& frameClasses() {
          true},
         {"replies in place of requests",
          [](Random& random) { return frame(0x20 + random() % 6, randomBytes(random, 64)); }, true},
-        {"second greeting", [](Random&) { return protocol::encode(protocol::ShellHello()); }, true},
+        {"second greeting of another version",
+         [](Random& random) {
+             protocol::ShellHello hello;
+             hello.version = static_cast<std::uint16_t>(2 + random() % 60000);
+             return protocol::encode(hello);
+         },
+         true},
         {"request before the greeting",
          [](Random& random) { return frame(0x10 + random() % 6, execOf("true")); }, false},
         {"greeting of another version",

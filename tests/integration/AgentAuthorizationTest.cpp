@@ -140,9 +140,8 @@ TEST_F(AgentAuthorization, RequestsAreRefusedBeforeTheyAreParsed) {
 TEST_F(AgentAuthorization, NoRoleChangesWhatHasNoPlace) {
     for (const char* name : {"nobody", "firmware"}) {
         for (const FrameType type :
-             {FrameType::kAgentHello, FrameType::kShellHello, FrameType::kOutput,
-              FrameType::kResult, FrameType::kData, FrameType::kEnd, FrameType::kFileInfo,
-              FrameType::kAnswer, FrameType::kError}) {
+             {FrameType::kAgentHello, FrameType::kOutput, FrameType::kResult, FrameType::kData,
+              FrameType::kEnd, FrameType::kFileInfo, FrameType::kAnswer, FrameType::kError}) {
             EXPECT_EQ(errorFor(name, {type, 0}).code, protocol::kErrorProtocol)
                 << name << " " << protocol::name(type);
         }

@@ -71,11 +71,23 @@ TEST_F(AgentProtocol, OnlyTheGreetingMayComeFirst) {
     }
 }
 
-TEST_F(AgentProtocol, OnlyRequestsMayFollowTheGreeting) {
+TEST_F(AgentProtocol, OnlyRequestsAndGreetingsMayFollowTheGreeting) {
     for (const FrameType type : kNoRequests) {
-        SCOPED_TRACE(protocol::name(type));
-        expectRefused(*agent.openChannel(), frameOf(type));
+        if (type != FrameType::kShellHello) {
+            SCOPED_TRACE(protocol::name(type));
+            expectRefused(*agent.openChannel(), frameOf(type));
+        }
     }
+}
+
+TEST_F(AgentProtocol, ALaterGreetingMustBeWholeAndOfAVersionTheAgentSpeaks) {
+    protocol::ShellHello hello;
+    auto channel = agent.openChannel();
+    channel->sendFrame(protocol::encode(hello) + protocol::encodeMacRequest(), LocalAgent::soon());
+    EXPECT_EQ(channel->receiveFrame(LocalAgent::soon()).header.type, FrameType::kAnswer);
+    hello.version = 2;
+    expectRefused(*channel, protocol::encode(hello));
+    expectRefused(*agent.openChannel(), frameOf(FrameType::kShellHello, "\x01\x02\x03"));
 }
 
 TEST_F(AgentProtocol, RequestsWithBrokenBodiesAreRefused) {
@@ -92,6 +104,9 @@ TEST_F(AgentProtocol, NothingMayBeSaidWhileAJobRuns) {
     channel->sendFrame(protocol::encode(exec, 0), LocalAgent::soon());
     expectRefused(*channel, protocol::encodeMacRequest());
     EXPECT_TRUE(agent.waitForLog("cancelled"));
+    channel = agent.openChannel();
+    channel->sendFrame(protocol::encode(exec, 0), LocalAgent::soon());
+    expectRefused(*channel, protocol::encode(protocol::ShellHello()));
 }
 
 TEST_F(AgentProtocol, OnlyDataMayFollowAnUpload) {

@@ -116,7 +116,7 @@ void printSets(const std::list<CShellCommandSet*>& sets, int depth) {
 void dumpNodeFile(FILE* file) {
     CShellExecutionContext context;
     ConfigErrorCollector errors;
-    NodeConfigFile(context, &errors, answerByPort).read(file);
+    NodeConfigFile(context, &errors, answerByPort, 1).read(file);
     printErrors(errors);
     printNodes(context);
 }

@@ -4,6 +4,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <map>
 #include <set>
 #include <spawn.h>
 #include <sstream>
@@ -322,6 +324,46 @@ TEST(ShellCluster, InteractiveShellWarnsOfItsNodesAndRunsOnThem) {
     EXPECT_EQ("1", cluster.shellFile("cmdseq.cfg"));
     EXPECT_THAT(cluster.shellFile("kelsh.log"), HasSubstr("(0)uptime -n node_0011\n"));
     EXPECT_THAT(cluster.shellFile("kelsh.log"), HasSubstr("WARN"));
+}
+
+TEST(ShellCluster, CommandsOfOneShellShareAConnectionAndKeepTheirNumbers) {
+    const LocalCluster cluster(1);
+    cluster.writeShellFile("cmdseq.cfg", "41");
+    // The parent of the job's supervisor is the process of the connection.
+    const std::string session = "$(cut -d' ' -f4 /proc/$PPID/stat)";
+    cluster.writeShellFile("cmd.cfg",
+                           commandSet(command("first", "echo first by " + session + ".") +
+                                      command("second", "echo second by " + session + ".")));
+    OnTerminal kelsh(cluster.kelshLine(""));
+    EXPECT_TRUE(kelsh.shows("]$ ")) << kelsh.screen();
+    std::set<std::string> sessions;
+    for (const std::string word : {"first", "second"}) {
+        kelsh.type("lab/" + word + " -n node_0000\n");
+        const std::string mark = word + " by ";
+        const auto isShown = [&] {
+            const std::string::size_type at = kelsh.screen().find(mark);
+            return at != std::string::npos && kelsh.screen().find('.', at) != std::string::npos;
+        };
+        ASSERT_TRUE(waitFor(isShown, std::chrono::seconds(60))) << kelsh.screen();
+        const std::string screen = kelsh.screen();
+        const std::string::size_type at = screen.find(mark) + mark.size();
+        sessions.insert(screen.substr(at, screen.find('.', at) - at));
+    }
+    kelsh.type("quit\n");
+    EXPECT_EQ(7, kelsh.wait());
+    EXPECT_EQ(1U, sessions.size()) << kelsh.screen();
+    std::ifstream audit(cluster.nodePath(0) + "/audit.log");
+    std::map<std::string, std::set<std::string>> numbers;
+    for (std::string line; std::getline(audit, line);) {
+        for (const char* word : {"first", "second"}) {
+            const std::string::size_type at = line.find("\"command\":");
+            if (line.find(std::string("echo ") + word) != std::string::npos) {
+                numbers[word].insert(line.substr(at, line.find(',', at) - at));
+            }
+        }
+    }
+    EXPECT_EQ(std::set<std::string>{"\"command\":41"}, numbers["first"]);
+    EXPECT_EQ(std::set<std::string>{"\"command\":42"}, numbers["second"]);
 }
 
 TEST(ShellCluster, InterruptDuringACommandChangesNothing) {

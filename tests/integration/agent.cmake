@@ -8,6 +8,7 @@ kelsh_add_test_program(integration_agent LABEL integration
         AgentJobEndTest.cpp
         AgentListenerTest.cpp
         AgentProtocolTest.cpp
+        AgentReuseTest.cpp
     LIBRARIES kelnode_core)
 if(TARGET integration_agent)
     # A job that does not want to be ended.

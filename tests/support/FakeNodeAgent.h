@@ -32,12 +32,13 @@ public:
     using Script = std::function<void(TlsChannel&)>;
     using RawScript = std::function<void(int)>;  // instead of TLS, on the accepted socket
 
-    FakeNodeAgent(const TlsFiles& files, Script conversation)
+    // port: 0 for any that is free.
+    FakeNodeAgent(const TlsFiles& files, Script conversation, int port = 0)
         : context(TlsContext::server(files)), script(std::move(conversation)) {
-        start();
+        start(port);
     }
     explicit FakeNodeAgent(RawScript rawConversation) : rawScript(std::move(rawConversation)) {
-        start();
+        start(0);
     }
     FakeNodeAgent(const FakeNodeAgent&) = delete;
     FakeNodeAgent& operator=(const FakeNodeAgent&) = delete;
@@ -106,16 +107,19 @@ public:
     }
 
 private:
-    void start() {
+    void start(int port) {
         listener.reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         stopEvent.reset(eventfd(0, EFD_CLOEXEC));
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(static_cast<std::uint16_t>(port));
         socklen_t length = sizeof address;
         auto* generic = reinterpret_cast<sockaddr*>(&address);
-        if (!listener || !stopEvent || bind(listener.get(), generic, length) != 0 ||
-            listen(listener.get(), 256) != 0 ||
+        const int on = 1;
+        if (!listener || !stopEvent ||
+            setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
+            bind(listener.get(), generic, length) != 0 || listen(listener.get(), 256) != 0 ||
             getsockname(listener.get(), generic, &length) != 0) {
             throw std::runtime_error("the fake agent cannot listen");
         }
@@ -197,7 +201,7 @@ public:
 
     FakeNodeAgent::Script script() {
         return [this](TlsChannel& channel) {
-            FakeNodeAgent::greet(channel);
+            note(FakeNodeAgent::greet(channel));
             for (;;) {
                 answer(channel, channel.receiveFrame(FakeNodeAgent::soon()));
             }
@@ -222,6 +226,13 @@ public:
         const std::lock_guard<std::mutex> lock(mutex);
         return packaged;
     }
+    // The command number under which each job came.
+    std::vector<std::uint32_t> numbers() const {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return commandNumbers;
+    }
+    // How often a shell greeted.
+    int greetings() const { return greetingCount; }
     // The flags of the last job.
     int lastFlags() const { return flags; }
 
@@ -234,6 +245,11 @@ private:
     void answer(TlsChannel& channel, const protocol::Frame& frame) {
         using protocol::FrameType;
         switch (frame.header.type) {
+            case FrameType::kShellHello: {
+                protocol::ShellHello hello;
+                protocol::decode(frame.body, hello);
+                return note(hello);
+            }
             case FrameType::kExec:
                 return runCommand(channel, frame);
             case FrameType::kRunPackaged:
@@ -252,6 +268,11 @@ private:
             default:
                 throw std::runtime_error("not a request");
         }
+    }
+
+    void note(const protocol::ShellHello& hello) {
+        ++greetingCount;
+        sequence = hello.sequence;
     }
 
     static void say(TlsChannel& channel, const std::string& text) {
@@ -275,6 +296,7 @@ private:
         {
             const std::lock_guard<std::mutex> lock(mutex);
             commandLines.push_back(exec.commandLine);
+            commandNumbers.push_back(sequence);
         }
         reply(channel, onCommand(exec.commandLine));
     }
@@ -337,6 +359,10 @@ private:
     mutable std::mutex mutex;
     std::map<std::string, std::string> files;  // guarded by mutex
     std::vector<std::string> commandLines;
+    std::vector<std::uint32_t> commandNumbers;
     std::vector<protocol::RunPackaged> packaged;
     std::atomic<int> flags{0};
+    // Of the shell that greeted last.
+    std::atomic<std::uint32_t> sequence{0};
+    std::atomic<int> greetingCount{0};
 };

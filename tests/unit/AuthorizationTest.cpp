@@ -36,6 +36,9 @@ Verdict expected(SessionState state, Role role, int type, int flags) {
     if (state == SessionState::kUpload && kUploadTypes.count(type) != 0 && flags == 0) {
         return role >= Role::kOperator ? Verdict::kAllowed : Verdict::kRefused;
     }
+    if (state == SessionState::kRequest && type == 0x02 && flags == 0) {
+        return Verdict::kAllowed;
+    }
     if (state == SessionState::kRequest) {
         if (kMayRequest.at(role).count({type, flags}) != 0) {
             return Verdict::kAllowed;
@@ -116,8 +119,8 @@ TEST(Authorization, EveryFrameInEveryStateIsDeniedUnlessItIsGranted) {
             }
         }
     }
-    // 5 greetings, 0 + 2 + 3 + 6 + 8 requests, 2 times 2 parts of a file.
-    EXPECT_EQ(allowed, 5 + 19 + 4);
+    // 5 greetings in 2 states, 0 + 2 + 3 + 6 + 8 requests, 2 times 2 parts of a file.
+    EXPECT_EQ(allowed, 10 + 19 + 4);
 }
 
 TEST_F(AuthorizationFile, WithoutTheFileEverybodyMayDoEverything) {

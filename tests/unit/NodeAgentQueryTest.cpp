@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -63,6 +64,21 @@ TEST_F(NodeAgentQueryTest, AsksUpTo64AtOnceAndNoMore) {
     });
     EXPECT_TRUE(opened);
     EXPECT_EQ(kMaxAgentQueries, most);
+}
+
+TEST_F(NodeAgentQueryTest, AsksOnTheCallersThreadAloneWhereOneAtOnceIsWanted) {
+    const std::thread::id caller = std::this_thread::get_id();
+    const std::vector<NodeAgentAnswer> answers = askNodeAgents(
+        makeNodes(20),
+        [caller](const CNode& node) {
+            return NodeAgentAnswer{std::this_thread::get_id() == caller, node.getName()};
+        },
+        1);
+    ASSERT_EQ(20U, answers.size());
+    for (std::size_t index = 0; index < answers.size(); ++index) {
+        EXPECT_TRUE(answers[index].connected);
+        EXPECT_EQ("n" + std::to_string(index), answers[index].mac);
+    }
 }
 
 TEST_F(NodeAgentQueryTest, CountsAnExceptionAsNotConnected) {

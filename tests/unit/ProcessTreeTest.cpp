@@ -154,6 +154,61 @@ TEST(ProcessTree, EndsAGroupWhoseProcessesLiveTooShortlyToBeSeen) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
 }
 
+// Nobody knows such a group before one of its members is seen by chance.
+TEST(ProcessTree, EndsGroupsThatWereMadeByTheDescendants) {
+    for (int round = 0; round < 10; ++round) {
+        const pid_t child = forkChild([] {
+            ::setsid();
+            ::prctl(PR_SET_CHILD_SUBREAPER, 1);
+            for (int group = 0; group < 3; ++group) {
+                forkChild([] {
+                    ::setsid();
+                    ::signal(SIGTERM, SIG_IGN);
+                    while (::fork() == 0) {
+                        ::usleep(300);
+                    }
+                });
+            }
+            const bool ended =
+                processtree::endOwnDescendants(0, milliseconds(20), milliseconds(10000));
+            ::_exit(ended && ::waitpid(-1, nullptr, WNOHANG) < 0 ? 0 : 1);
+        });
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_EQ(WEXITSTATUS(status), 0);
+    }
+}
+
+TEST(ProcessTree, LeavesTheGroupOfWhoeverStartedItAlone) {
+    // A caller without a session of its own: its descendants are in the group of this process.
+    EXPECT_EQ(endsAll(
+                  [] {
+                      ::signal(SIGTERM, SIG_IGN);
+                      forkChild(linger);
+                  },
+                  milliseconds(10)),
+              0);
+    // Another group of the same session, to which a stranger belongs as well.
+    const pid_t stranger = forkChild([] {
+        ::setpgid(0, 0);
+        linger();
+    });
+    ::setpgid(stranger, stranger);
+    EXPECT_EQ(endsAll(
+                  [stranger] {
+                      ::signal(SIGTERM, SIG_IGN);
+                      if (::setpgid(0, stranger) != 0) {
+                          ::_exit(3);
+                      }
+                      forkChild(linger);
+                  },
+                  milliseconds(10)),
+              0);
+    EXPECT_EQ(::waitpid(stranger, nullptr, WNOHANG), 0);
+    ::kill(stranger, SIGKILL);
+    EXPECT_EQ(::waitpid(stranger, nullptr, 0), stranger);
+}
+
 // The system shows such a process as a zombie although it runs on.
 TEST(ProcessTree, EndsThoseWhoseFirstThreadHasEnded) {
     const pid_t child = forkChild([] {

@@ -7,6 +7,7 @@ kelsh_add_test_program(unit_runtime LABEL unit
         ChildProcessTest.cpp
         ConfigLineReaderTest.cpp
         ConnectGateTest.cpp
+        ConnectionPoolTest.cpp
         ExceptionTest.cpp
         FileTransferTest.cpp
         ProtocolTest.cpp

@@ -1,6 +1,7 @@
 kelsh_add_test_program(unit_tools LABEL unit
     SOURCES
         KelpackTest.cpp
+        LauncherTest.cpp
         KelshLintTest.cpp
         ManualPageTest.cpp
         ShellCompletionTest.cpp

@@ -1,0 +1,188 @@
+// Connections to the real agent that are used again.
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "CException.h"
+#include "ConnectionPool.h"
+#include "LocalAgent.h"
+
+namespace {
+
+LocalAgent::Options withAudit() {
+    LocalAgent::Options options;
+    options.settings["AUDIT_FILE"] = "audit.log";
+    return options;
+}
+
+class AgentReuse : public testing::Test {
+protected:
+    ~AgentReuse() override {
+        SSLClient::setCommandSequence(0);
+        ConnectionPool::instance().clear();
+    }
+
+    // The output of a command, or what the client says of its failure.
+    std::string run(const std::string& command) const {
+        try {
+            CResult result;
+            agent.connect()->execute(command, 20000, &result);
+            return result.getRunSummary();
+        } catch (const CException& fault) {
+            return fault.getErrMsg();
+        }
+    }
+    std::vector<std::string> auditLinesWith(const std::string& part) const {
+        std::istringstream lines(LocalAgent::read(agent.nodePath() + "audit.log"));
+        std::vector<std::string> found;
+        for (std::string line; std::getline(lines, line);) {
+            if (line.find(part) != std::string::npos) {
+                found.push_back(line);
+            }
+        }
+        return found;
+    }
+
+    LocalAgent agent{withAudit()};
+};
+
+}  // namespace
+
+TEST_F(AgentReuse, OneSessionServesManyCommandsUnderTheirOwnNumbers) {
+    for (const unsigned int number : {11U, 12U, 12U, 13U}) {
+        SSLClient::setCommandSequence(number);
+        EXPECT_EQ(agent.connect()->getKelNodeMacAddress(agent.ip()), "");
+        EXPECT_EQ(run("echo as " + std::to_string(number)), "as " + std::to_string(number) + "\n");
+    }
+    EXPECT_EQ(agent.processes("kelnode-session").size(), 1U);
+    for (const unsigned int number : {11U, 12U, 13U}) {
+        const std::string text = std::to_string(number);
+        const std::size_t times = number == 12 ? 2 : 1;
+        const std::vector<std::string> jobs = auditLinesWith("echo as " + text);
+        EXPECT_GE(jobs.size(), times);
+        for (const std::string& line : jobs) {
+            EXPECT_NE(line.find("\"command\":" + text + ","), std::string::npos) << line;
+        }
+        // The question and the job, each with its start and its end.
+        EXPECT_EQ(auditLinesWith("\"command\":" + text + ",").size(), 4 * times);
+        EXPECT_NE(agent.log().find(" #" + text + "): EXEC \"echo as " + text), std::string::npos)
+            << agent.log();
+    }
+    EXPECT_EQ(auditLinesWith("\"command\":0,").size(), 0U);
+}
+
+TEST_F(AgentReuse, TheNextCommandWorksWhenTheSessionWasKilled) {
+    EXPECT_EQ(run("echo one"), "one\n");
+    const std::vector<pid_t> before = agent.processes("kelnode-session");
+    ASSERT_EQ(before.size(), 1U);
+    ASSERT_EQ(::kill(before.front(), SIGKILL), 0);
+    ASSERT_TRUE(waitFor([&] { return agent.processes("kelnode-session").empty(); }));
+    EXPECT_EQ(run("echo two"), "two\n");
+}
+
+TEST_F(AgentReuse, TheNextCommandWorksWhenTheAgentWasStartedAnew) {
+    EXPECT_EQ(run("echo one"), "one\n");
+    agent.signal(SIGTERM);
+    ASSERT_TRUE(agent.waitForExit());
+    EXPECT_NE(run("echo nobody").find("Can not connect"), std::string::npos);
+    agent.start();
+    EXPECT_EQ(run("echo two"), "two\n");
+}
+
+TEST_F(AgentReuse, TheNextCommandWorksWhenTheAgentWasKilledAndStartedAnew) {
+    EXPECT_EQ(run("echo one"), "one\n");
+    // The session outlives its listener: it serves on.
+    agent.signal(SIGKILL);
+    ASSERT_TRUE(agent.waitForExit());
+    agent.start();
+    EXPECT_EQ(run("echo two"), "two\n");
+    EXPECT_EQ(run("echo three"), "three\n");
+}
+
+TEST_F(AgentReuse, AHungSessionCostsAQuestionOneNewConnection) {
+    EXPECT_EQ(run("echo one"), "one\n");
+    const std::vector<pid_t> hung = agent.processes("kelnode-session");
+    ASSERT_EQ(hung.size(), 1U);
+    ASSERT_EQ(::kill(hung.front(), SIGSTOP), 0);
+    {
+        SSLClient client(agent.ip(), agent.port(), agent.masterCertificate());
+        client.initAndConnect(2000);
+        EXPECT_TRUE(client.isFileExistedAtSlaveNode("/etc"));
+    }
+    EXPECT_EQ(run("echo two"), "two\n");
+    ASSERT_EQ(::kill(hung.front(), SIGKILL), 0);
+}
+
+TEST_F(AgentReuse, ARevokedMasterIsRefusedWhateverRests) {
+    const TestPki::Identity lost = agent.pki().master("lost");
+    CResult result;
+    agent.connect(lost.certificateFile)->execute("true", 20000, &result);
+    EXPECT_EQ(run("echo other"), "other\n");
+    EXPECT_EQ(ConnectionPool::instance().size(), 2U);
+    agent.pki().revoke({lost.serial});
+    // In force at the agent alone: the shell's files are as they were.
+    const std::string made = std::filesystem::path(agent.pki().caFile()).parent_path() / "crl.pem";
+    std::filesystem::rename(made, agent.nodePath() + "crl.pem");
+    agent.signal(SIGHUP);
+    ASSERT_TRUE(agent.waitForLog("is cut off: "));
+    ASSERT_TRUE(waitFor([&] { return agent.processes("kelnode-session").size() == 1; }));
+    try {
+        agent.connect(lost.certificateFile);
+        ADD_FAILURE() << "connected";
+    } catch (const CException& refused) {
+        EXPECT_NE(refused.getErrMsg().find("revoked"), std::string::npos) << refused.getErrMsg();
+    }
+    EXPECT_EQ(run("echo other"), "other\n");
+}
+
+TEST_F(AgentReuse, WhoWasRefusedFindsTheNewRightsAtOnce) {
+    std::ofstream(agent.nodePath() + "authz.cfg") << "master=observer\n";
+    agent.signal(SIGHUP);
+    ASSERT_TRUE(agent.waitForLog("read anew"));
+    EXPECT_NE(run("echo no").find("not allowed"), std::string::npos);
+    const std::size_t before = agent.log().size();
+    std::ofstream(agent.nodePath() + "authz.cfg") << "master=operator\n";
+    agent.signal(SIGHUP);
+    ASSERT_TRUE(
+        waitFor([&] { return agent.log().find("read anew", before) != std::string::npos; }));
+    EXPECT_EQ(run("echo yes"), "yes\n");
+}
+
+TEST_F(AgentReuse, FilesGoOverOneConnectionToo) {
+    const std::string path = agent.nodePath() + "file";
+    std::ofstream(path) << "content";
+    for (int i = 0; i < 3; ++i) {
+        CResult result;
+        agent.connect()->execute("[savefile]" + path, 20000, &result);
+        EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS) << result.getRunSummary();
+        agent.connect()->execute("[getfile]" + path, 20000, &result);
+        EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS) << result.getRunSummary();
+        agent.connect()->execute("[getfile]" + path + ".missing", 20000, &result);
+        EXPECT_EQ(result.getRunStatus(), EXEC_FAILURE);
+    }
+    EXPECT_EQ(agent.processes("kelnode-session").size(), 1U);
+}
+
+TEST_F(AgentReuse, AGreetingInBetweenNeedsNoAnswerAndNoRights) {
+    std::ofstream(agent.nodePath() + "authz.cfg") << "somebody=operator\n";
+    agent.signal(SIGHUP);
+    ASSERT_TRUE(agent.waitForLog("read anew"));
+    const auto channel = agent.openChannel();
+    protocol::ShellHello hello;
+    hello.user = "second";
+    hello.sequence = 99;
+    channel->sendFrame(
+        protocol::encode(hello) + protocol::encode(hello) + protocol::encodeMacRequest(),
+        LocalAgent::soon());
+    // Refused, since this master has no role; but the greetings were in their place.
+    const protocol::Frame frame = channel->receiveFrame(LocalAgent::soon());
+    ASSERT_EQ(frame.header.type, protocol::FrameType::kError);
+    protocol::Error error;
+    protocol::decode(frame.body, error);
+    EXPECT_EQ(error.code, protocol::kErrorRefused) << error.text;
+    EXPECT_EQ(auditLinesWith("\"command\":99,").size(), 1U);
+    EXPECT_EQ(auditLinesWith("\"user\":\"second\"").size(), 1U);
+}
