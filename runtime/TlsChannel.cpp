@@ -90,7 +90,6 @@ TlsChannel::TlsChannel(UniqueFd connected, std::shared_ptr<TlsContext> shared,
         throw TlsError(Kind::kFailed, "Can not set up TLS for " + peer + ": out of memory.");
     }
     SSL_set_bio(ssl.get(), bio, bio);
-    SSL_set_app_data(ssl.get(), &peer);
     const bool server = context->isServer();
     SSL_set_verify(ssl.get(), SSL_VERIFY_PEER | (server ? SSL_VERIFY_FAIL_IF_NO_PEER_CERT : 0),
                    &noteVerification);
@@ -139,7 +138,7 @@ std::unique_ptr<TlsChannel> TlsChannel::accept(UniqueFd accepted,
 
 TlsChannel::~TlsChannel() {
     if (established && !broken) {
-        // Without the goodbye OpenSSL takes the session for damaged, and nothing resumes.
+        // Without the goodbye the end would look like a cut.
         ERR_clear_error();
         SSL_shutdown(ssl.get());
     }
@@ -159,11 +158,6 @@ void TlsChannel::expectAddress(const std::string& address) {
     }
     if (!expected) {
         throw TlsError(Kind::kFailed, "\"" + address + "\" can not be checked in a certificate.");
-    }
-    const SslSession session = context->takeSession(peer);
-    if (session) {
-        // A session that does not fit any more leads to a full handshake.
-        SSL_set_session(ssl.get(), session.get());
     }
 }
 
@@ -332,8 +326,4 @@ std::string TlsChannel::peerCertificates(std::size_t maxBytes) const {
         all += next;
     }
     return all;
-}
-
-bool TlsChannel::isResumed() const {
-    return SSL_session_reused(ssl.get()) == 1;
 }

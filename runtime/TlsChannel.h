@@ -27,8 +27,7 @@ public:
                                               std::shared_ptr<TlsContext> context,
                                               Deadline deadline);
 
-    // Tells the peer goodbye without waiting, so that the session stays resumable; closes the
-    // socket.
+    // Tells the peer goodbye without waiting; closes the socket.
     ~TlsChannel() override;
 
     Peer lookAtPeer() override;
@@ -48,9 +47,8 @@ public:
     std::string peerSubject() const;
     std::string peerCommonName() const;
     // The certificates the peer has shown, DER one after the other, its own first. Those of its
-    // issuers are left out after a resumption, and where all would be more than maxBytes.
+    // issuers are left out where all would be more than maxBytes.
     std::string peerCertificates(std::size_t maxBytes) const;
-    bool isResumed() const;
 
 private:
     struct SslDeleter {
