@@ -30,13 +30,14 @@ namespace sandbox {
 namespace {
 
 constexpr char kUserName[] = "kelnode";
-constexpr rlim_t kDescriptors = 2;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool kIsSanitized = true;
 #else
 constexpr bool kIsSanitized = false;
 #endif
+// A sanitizer makes a pipe when it looks whether memory may be read.
+constexpr rlim_t kDescriptors = kIsSanitized ? 64 : 2;
 
 #if defined(__x86_64__)
 constexpr std::uint32_t kArchitecture = AUDIT_ARCH_X86_64;
