@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "CException.h"
+#include "ConnectionPool.h"
 #include "LocalAgent.h"
 #include "NetworkSide.h"
 
@@ -179,6 +180,7 @@ TEST_F(AgentNetworkSide, EndsWithItsSession) {
 TEST_F(AgentNetworkSide, LeavesNobodyBehind) {
     for (int i = 0; i < 10; ++i) {
         EXPECT_EQ(echo(), "served\n");
+        ConnectionPool::instance().clear();
     }
     EXPECT_TRUE(isTidy());
 }
