@@ -24,6 +24,7 @@
 #include "CException.h"
 #include "CertificateExpiry.h"
 #include "Listener.h"
+#include "Sandbox.h"
 #include "TlsFault.h"
 #include "ToolPackage.h"
 
@@ -329,6 +330,8 @@ std::list<std::string> check(const AgentConfig& config, std::list<std::string>& 
                                   {config.certificateFile, config.caFile,
                                    certificateexpiry::revocationListBeside(config.certificateFile)},
                                   ::time(nullptr)));
+    // "/" stands for the directory that only a running agent has.
+    sandbox::probe("/", notes);
     if (::access(config.getNodePath().c_str(), R_OK | W_OK | X_OK) != 0) {
         findings.push_back("the node path " + config.getNodePath() + ": " + std::strerror(errno));
     }

@@ -13,6 +13,7 @@
 #include <sys/prctl.h>
 #include <sys/signalfd.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -146,6 +147,7 @@ UniqueFd Listener::listenOn(const ListenAddress& address) {
 
 void Listener::open() {
     runDirectory.create();
+    confineNetworkSides();
     context = loadContext(config);
     authorization = loadAuthorization(config);
     AuditLog(config.auditFile).check();
@@ -156,6 +158,18 @@ void Listener::open() {
     watchSignals();
     keepReserve();
     sweep();
+}
+
+void Listener::confineNetworkSides() {
+    const std::string empty = runDirectory.getPath() + "empty";
+    if (::mkdir(empty.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+        throwErrno("cannot make " + empty);
+    }
+    std::list<std::string> missing;
+    confinement = sandbox::probe(empty, missing);
+    for (const std::string& text : missing) {
+        log.warning(text);
+    }
 }
 
 std::string Listener::boundAddress() const {
@@ -398,7 +412,7 @@ void Listener::becomeSession(WaitingRoom::Guest guest, UniqueFd status) {
     watchForDeadPeer(guest.connection.get());
     {
         Session session(std::move(guest.connection), context, config, *authorization, jobSettings,
-                        log, std::move(status), guest.acceptedAt, guest.busy);
+                        log, confinement, std::move(status), guest.acceptedAt, guest.busy);
         session.run();
     }
     ::_exit(EXIT_SUCCESS);

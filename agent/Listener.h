@@ -12,6 +12,7 @@
 #include "Authorization.h"
 #include "Job.h"
 #include "RunDirectory.h"
+#include "Sandbox.h"
 #include "SessionTable.h"
 #include "TlsContext.h"
 #include "UniqueFd.h"
@@ -54,6 +55,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
+    void confineNetworkSides();
     void watchSignals();
     void poll();
     void acceptAll();
@@ -88,6 +90,7 @@ private:
     AgentLog& log;
     JobSettings jobSettings;
     RunDirectory runDirectory;
+    sandbox::Settings confinement;  // of what faces the network
     std::shared_ptr<TlsContext> context;
     std::shared_ptr<const Authorization> authorization;
     unsigned int generation = 0;  // counts what was loaded

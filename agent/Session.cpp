@@ -16,7 +16,9 @@
 #include "FileSource.h"
 #include "FileTransfer.h"
 #include "NetworkInterface.h"
+#include "NetworkSide.h"
 #include "SecretMask.h"
+#include "TlsSocket.h"
 
 namespace {
 
@@ -73,14 +75,16 @@ std::string quoted(const std::string& text) {
 
 Session::Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
                  const AgentConfig& agentConfig, const Authorization& rules,
-                 const JobSettings& settings, const AgentLog& agentLog, UniqueFd toListener,
-                 TlsChannel::Clock::time_point accepted, bool isBusy)
+                 const JobSettings& settings, const AgentLog& agentLog,
+                 const sandbox::Settings& confinement, UniqueFd toListener,
+                 FrameChannel::Clock::time_point accepted, bool isBusy)
     : socket(std::move(connection)),
       context(std::move(tlsContext)),
       config(agentConfig),
       authorization(rules),
       jobSettings(settings),
       log(agentLog),
+      confinementOfNetwork(confinement),
       statusPipe(std::move(toListener)),
       acceptedAt(accepted),
       busy(isBusy),
@@ -113,20 +117,24 @@ void Session::setUninterruptible(bool on) {
 void Session::run() noexcept {
     try {
         peerIp = addressOf(socket.get(), false);
+        ownIp = addressOf(socket.get(), true);
         peer = peerIp;
-        channel = TlsChannel::accept(std::move(socket), context,
-                                     acceptedAt + std::chrono::milliseconds(limits.handshakeMs));
-        announcePeer();
-        certificateName = channel->peerCommonName();
+        const std::string address = tlssocket::peerOf(socket.get());
+        NetworkSide network(std::move(socket), context, confinementOfNetwork, address,
+                            acceptedAt + std::chrono::milliseconds(limits.handshakeMs));
+        const HandshakeWitness::Master master = network.authenticate();
+        channel = network.openChannel();
+        announcePeer(master.certificates);
+        certificateName = master.name;
         grant = authorization.grantOf(certificateName);
-        peer = AgentLog::escape(channel->peerSubject()) + " " + peer;
+        peer = AgentLog::escape(master.subject) + " " + peer;
         serve();
     } catch (const ProtocolError& fault) {
         log.warning(who() + ": broke the protocol: " + AgentLog::escape(fault.getErrMsg()));
         endAudit("broke the protocol");
         try {
             sendError(protocol::kErrorProtocol, fault.getErrMsg());
-            channel->close(TlsChannel::after(kLastWordsMs));
+            channel->close(FrameChannel::after(kLastWordsMs));
         } catch (const std::exception& gone) {
             log.warning(who() + ": " + AgentLog::escape(gone.what()));
         }
@@ -141,7 +149,7 @@ bool Session::greet() {
         sendError(protocol::kErrorRefused,
                   "the agent serves as many sessions as it may (MAX_SESSIONS=" +
                       std::to_string(config.maxSessions) + "); try again later");
-        channel->close(TlsChannel::after(kLastWordsMs));
+        channel->close(FrameChannel::after(kLastWordsMs));
         log.warning(who() + ": turned away, all sessions are taken");
         return false;
     }
@@ -150,8 +158,8 @@ bool Session::greet() {
     char name[256] = "";
     ::gethostname(name, sizeof name - 1);
     hello.nodeName = name;
-    channel->sendFrame(protocol::encode(hello), TlsChannel::after(limits.greetingMs));
-    const protocol::Frame frame = channel->receiveFrame(TlsChannel::after(limits.greetingMs));
+    channel->sendFrame(protocol::encode(hello), FrameChannel::after(limits.greetingMs));
+    const protocol::Frame frame = channel->receiveFrame(FrameChannel::after(limits.greetingMs));
     judge(SessionState::kGreeting, frame.header);
     takeGreeting(frame);
     return true;
@@ -193,7 +201,7 @@ void Session::serve() {
         protocol::Frame frame;
         try {
             frame = channel->receiveFrame(
-                TlsChannel::after(toldToEnd != 0 ? kReadBackMs : limits.idleMs));
+                FrameChannel::after(toldToEnd != 0 ? kReadBackMs : limits.idleMs));
         } catch (const TlsError& lost) {
             if (lost.kind() == TlsError::Kind::kClosed ||
                 lost.kind() == TlsError::Kind::kTimedOut) {
@@ -201,9 +209,9 @@ void Session::serve() {
             }
             throw;
         }
-        requestStart = TlsChannel::Clock::now();
+        requestStart = FrameChannel::Clock::now();
         if (!serveRequest(frame)) {
-            channel->close(TlsChannel::after(kLastWordsMs));
+            channel->close(FrameChannel::after(kLastWordsMs));
             return;
         }
     }
@@ -323,8 +331,8 @@ bool Session::servePut(const protocol::Frame& frame) {
 }
 
 std::string Session::receiveFile(const protocol::Put& put) {
-    const TlsChannel::Deadline deadline =
-        put.timeOutMs > 0 ? TlsChannel::after(put.timeOutMs) : TlsChannel::never();
+    const FrameChannel::Deadline deadline =
+        put.timeOutMs > 0 ? FrameChannel::after(put.timeOutMs) : FrameChannel::never();
     FileReceiver receiver(put, runDirectory);
     protocol::Frame frame;
     for (;;) {
@@ -344,16 +352,17 @@ std::string Session::receiveFile(const protocol::Put& put) {
             protocol::Result result;
             result.text = receiver.finish(end.digest);
             result.elapsedMs = static_cast<std::uint32_t>(elapsedMs());
-            channel->sendFrame(protocol::encode(result), TlsChannel::after(kShortSendMs));
+            channel->sendFrame(protocol::encode(result), FrameChannel::after(kShortSendMs));
             return result.text;
         }
         receiver.consume(frame.body);
     }
 }
 
-bool Session::receiveUntil(protocol::Frame& frame, TlsChannel::Deadline deadline) {
+bool Session::receiveUntil(protocol::Frame& frame, FrameChannel::Deadline deadline) {
     try {
-        channel->receiveFrame(frame, std::min(deadline, TlsChannel::after(limits.uploadSilenceMs)));
+        channel->receiveFrame(frame,
+                              std::min(deadline, FrameChannel::after(limits.uploadSilenceMs)));
         return true;
     } catch (const TlsError& lost) {
         if (lost.kind() != TlsError::Kind::kTimedOut) {
@@ -385,17 +394,17 @@ bool Session::serveGet(const protocol::Frame& frame) {
 }
 
 std::string Session::sendFile(const protocol::Get& get) {
-    const TlsChannel::Deadline deadline =
-        get.timeOutMs > 0 ? TlsChannel::after(get.timeOutMs) : TlsChannel::never();
+    const FrameChannel::Deadline deadline =
+        get.timeOutMs > 0 ? FrameChannel::after(get.timeOutMs) : FrameChannel::never();
     // A little more than the time given, so that the reason still gets through.
-    const TlsChannel::Deadline hardDeadline =
+    const FrameChannel::Deadline hardDeadline =
         get.timeOutMs > 0 ? deadline + std::chrono::milliseconds(kLastWordsMs) : deadline;
     FileSource source = openSource(get.path);
     channel->sendFrame(protocol::encode(protocol::FileInfo{source.size(), source.mode()}),
                        hardDeadline);
     std::string piece;
     while (source.nextFrame(piece)) {
-        if (TlsChannel::Clock::now() >= deadline) {
+        if (FrameChannel::Clock::now() >= deadline) {
             std::string text = "\"" + get.path + "\" was not sent in time, " +
                                std::to_string(source.sentBytes()) + " of " +
                                std::to_string(source.size()) + " bytes were read.";
@@ -427,9 +436,7 @@ bool Session::serveMac(const protocol::Frame& frame) {
     }
     beginAudit("MAC", "");
     const std::string mac =
-        !config.macAddress.empty()
-            ? config.macAddress
-            : networkinterface::macOfLocalAddress(addressOf(channel->descriptor(), true));
+        !config.macAddress.empty() ? config.macAddress : networkinterface::macOfLocalAddress(ownIp);
     logRequest("MAC", mac.empty() ? "none" : mac);
     sendAnswer(mac);
     return true;
@@ -437,11 +444,11 @@ bool Session::serveMac(const protocol::Frame& frame) {
 
 void Session::sendError(std::uint16_t code, const std::string& text) {
     channel->sendFrame(protocol::encode(protocol::Error{code, text}),
-                       TlsChannel::after(kShortSendMs));
+                       FrameChannel::after(kShortSendMs));
 }
 
 void Session::sendAnswer(const std::string& text) {
-    channel->sendFrame(protocol::encode(protocol::Answer{text}), TlsChannel::after(kShortSendMs));
+    channel->sendFrame(protocol::encode(protocol::Answer{text}), FrameChannel::after(kShortSendMs));
 }
 
 void Session::tellListener(char what) {
@@ -471,7 +478,7 @@ void Session::logRequest(const std::string& what, const std::string& result) {
 }
 
 long long Session::elapsedMs() const {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(TlsChannel::Clock::now() -
+    return std::chrono::duration_cast<std::chrono::milliseconds>(FrameChannel::Clock::now() -
                                                                  requestStart)
         .count();
 }

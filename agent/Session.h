@@ -10,13 +10,16 @@
 #include "Authorization.h"
 #include "CException.h"
 #include "FileSource.h"
+#include "FrameChannel.h"
 #include "Job.h"
 #include "Protocol.h"
 #include "RunDirectory.h"
-#include "TlsChannel.h"
+#include "Sandbox.h"
+#include "TlsContext.h"
 #include "UniqueFd.h"
 
-// One connection of a shell, from the handshake to its end, in a process of its own. Requests are
+// One connection of a shell, from the handshake to its end, in a process of its own, with another
+// one without privileges between it and the network (NetworkSide). Requests are
 // served one after the other; each leaves one log line. A shell that breaks the rules is told so
 // and disconnected; nothing it sends can harm more than this process.
 class Session {
@@ -41,11 +44,12 @@ public:
 
     // toListener: a pipe; errors there are of no matter, the listener may be gone.
     // accepted: when the connection was; the time for the handshake counts from there.
+    // confinement: of the process that faces the network; stays the caller's.
     // isBusy: the agent serves as many sessions as it may, tell the shell so.
     Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
             const AgentConfig& agentConfig, const Authorization& rules, const JobSettings& settings,
-            const AgentLog& agentLog, UniqueFd toListener, TlsChannel::Clock::time_point accepted,
-            bool isBusy);
+            const AgentLog& agentLog, const sandbox::Settings& confinement, UniqueFd toListener,
+            FrameChannel::Clock::time_point accepted, bool isBusy);
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
@@ -91,11 +95,11 @@ private:
     void checkPeer();
     void forwardOutput(Job& job);
     bool takeReport(Job& job);
-    void sendRest(Job& job, TlsChannel::Deadline deadline);
-    void endWith(const protocol::Result& result, TlsChannel::Deadline deadline);
+    void sendRest(Job& job, FrameChannel::Deadline deadline);
+    void endWith(const protocol::Result& result, FrameChannel::Deadline deadline);
 
     // False when nothing came in time.
-    bool receiveUntil(protocol::Frame& frame, TlsChannel::Deadline deadline);
+    bool receiveUntil(protocol::Frame& frame, FrameChannel::Deadline deadline);
     std::string receiveFile(const protocol::Put& put);
     std::string sendFile(const protocol::Get& get);
     // Throws pathprefix::Outside for what the certificate may not read.
@@ -105,7 +109,7 @@ private:
     void sendAnswer(const std::string& text);
     void tellListener(char what);
     void tellListener(const std::string& bytes);
-    void announcePeer();
+    void announcePeer(const std::string& certificates);
     // Writes the start of a request into the audit. Throws AuditFault: it must not be served then.
     void beginAudit(const char* request, const std::string& what);
     // Its end, unless somebody else is to write that. Errors are logged.
@@ -121,18 +125,20 @@ private:
     const Authorization& authorization;
     const JobSettings& jobSettings;
     const AgentLog& log;
+    const sandbox::Settings& confinementOfNetwork;
     UniqueFd statusPipe;
-    const TlsChannel::Clock::time_point acceptedAt;
+    const FrameChannel::Clock::time_point acceptedAt;
     const bool busy;
     const Limits limits;
     RunDirectory runDirectory;
-    std::unique_ptr<TlsChannel> channel;
+    std::unique_ptr<FrameChannel> channel;
+    std::string ownIp;
     std::string certificateName;
     std::string peerIp;
     Authorization::Grant grant;
     std::string peer;  // certificate name and address, escaped
     std::string user;  // who runs the shell there, and the command's number, escaped
-    TlsChannel::Clock::time_point requestStart;
+    FrameChannel::Clock::time_point requestStart;
     AuditEntry audit;  // of the request that is served
     bool auditOpen = false;
     unsigned long requestCount = 0;

@@ -110,12 +110,12 @@ bool Session::pumpJob(Job& job) {
 
 void Session::checkPeer() {
     switch (channel->lookAtPeer()) {
-        case TlsChannel::Peer::kSilent:
+        case FrameChannel::Peer::kSilent:
             return;
-        case TlsChannel::Peer::kGone:
+        case FrameChannel::Peer::kGone:
             connectionLost = true;
             return;
-        case TlsChannel::Peer::kSpeaking:
+        case FrameChannel::Peer::kSpeaking:
             throw ProtocolError("the shell spoke while its job was running");
     }
 }
@@ -160,13 +160,13 @@ bool Session::takeReport(Job& job) {
             sendError(report.errorCode, report.text);
             return true;
         case Job::Report::Kind::kEnded: {
-            const TlsChannel::Deadline deadline = TlsChannel::after(kRestMs);
+            const FrameChannel::Deadline deadline = FrameChannel::after(kRestMs);
             sendRest(job, deadline);
             endWith(report.result, deadline);
             return true;
         }
         case Job::Report::Kind::kTimedOut: {
-            const TlsChannel::Deadline deadline = TlsChannel::after(kRestAfterTimeOutMs);
+            const FrameChannel::Deadline deadline = FrameChannel::after(kRestAfterTimeOutMs);
             sendRest(job, deadline);
             endWith(report.result, deadline);
             if (uninterruptible) {
@@ -190,11 +190,11 @@ bool Session::takeReport(Job& job) {
          ++i) {
         ::poll(nullptr, 0, kSweepPauseMs);
     }
-    endWith(lost, TlsChannel::after(kRestMs));
+    endWith(lost, FrameChannel::after(kRestMs));
     return true;
 }
 
-void Session::sendRest(Job& job, TlsChannel::Deadline deadline) {
+void Session::sendRest(Job& job, FrameChannel::Deadline deadline) {
     // Only what is there now: what was left running in the background may go on writing
     // for ever.
     std::size_t left = job.unreadOutput();
@@ -208,7 +208,7 @@ void Session::sendRest(Job& job, TlsChannel::Deadline deadline) {
     }
 }
 
-void Session::endWith(const protocol::Result& result, TlsChannel::Deadline deadline) {
+void Session::endWith(const protocol::Result& result, FrameChannel::Deadline deadline) {
     outcome = describe(result);
     channel->sendFrame(protocol::encode(result), deadline);
 }

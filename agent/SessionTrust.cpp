@@ -64,8 +64,7 @@ FileSource Session::openSource(const std::string& path) const {
     }
 }
 
-void Session::announcePeer() {
-    const std::string certificates = channel->peerCertificates(kMaxCertificateBytes);
+void Session::announcePeer(const std::string& certificates) {
     if (certificates.empty() || certificates.size() > kMaxCertificateBytes) {
         throw CException("the certificate is too large to be watched over");
     }

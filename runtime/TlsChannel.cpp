@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstring>
 #include <poll.h>
-#include <sys/socket.h>
 #include <utility>
 
 #include <openssl/err.h>
@@ -81,22 +80,16 @@ bool isNotTls(int reason) {
 
 }  // namespace
 
-TlsError::TlsError(Kind kind, std::string text) : CException(std::move(text)), reason(kind) {}
-
-TlsError::~TlsError() = default;
-
 TlsChannel::TlsChannel(UniqueFd connected, std::shared_ptr<TlsContext> shared,
                        std::string peerAddress)
-    : context(std::move(shared)),
-      socket(std::move(connected)),
-      peer(std::move(peerAddress)),
+    : FrameChannel(std::move(connected), std::move(peerAddress)),
+      context(std::move(shared)),
       ssl(SSL_new(context->get())) {
     BIO* bio = ssl ? tlssocket::newBio(socket.get()) : nullptr;
     if (bio == nullptr) {
         throw TlsError(Kind::kFailed, "Can not set up TLS for " + peer + ": out of memory.");
     }
     SSL_set_bio(ssl.get(), bio, bio);
-    SSL_set_app_data(ssl.get(), &peer);
     const bool server = context->isServer();
     SSL_set_verify(ssl.get(), SSL_VERIFY_PEER | (server ? SSL_VERIFY_FAIL_IF_NO_PEER_CERT : 0),
                    &noteVerification);
@@ -145,7 +138,7 @@ std::unique_ptr<TlsChannel> TlsChannel::accept(UniqueFd accepted,
 
 TlsChannel::~TlsChannel() {
     if (established && !broken) {
-        // Without the goodbye OpenSSL takes the session for damaged, and nothing resumes.
+        // Without the goodbye the end would look like a cut.
         ERR_clear_error();
         SSL_shutdown(ssl.get());
     }
@@ -165,11 +158,6 @@ void TlsChannel::expectAddress(const std::string& address) {
     }
     if (!expected) {
         throw TlsError(Kind::kFailed, "\"" + address + "\" can not be checked in a certificate.");
-    }
-    const SslSession session = context->takeSession(peer);
-    if (session) {
-        // A session that does not fit any more leads to a full handshake.
-        SSL_set_session(ssl.get(), session.get());
     }
 }
 
@@ -265,130 +253,24 @@ void TlsChannel::fail(int sslError, int savedErrno, const char* doing) {
                    "The connection to " + peer + " failed" + where + ": " + text + ".");
 }
 
-void TlsChannel::waitForSocket(short events, Deadline deadline, const char* doing) {
-    if (tlssocket::wait(socket.get(), events, deadline) == 0) {
-        throw TlsError(Kind::kTimedOut, peer + " did not answer in time " + doing + ".");
-    }
+std::size_t TlsChannel::readSome(char* target, std::size_t most) {
+    ERR_clear_error();
+    const auto piece = static_cast<int>(std::min<std::size_t>(most, 1U << 30));
+    return static_cast<std::size_t>(
+        step(SSL_read(ssl.get(), target, piece), "while waiting for it"));
 }
 
-void TlsChannel::queueFrame(const std::string& bytes) {
-    if (sent > 0) {
-        queued.erase(0, sent);
-        sent = 0;
-    }
-    queued += bytes;
-}
-
-// Without waiting, from where an earlier call stopped; true when all is written.
-bool TlsChannel::write(const std::string& bytes, std::size_t& done) {
+std::size_t TlsChannel::writeSome(const char* bytes, std::size_t count) {
     BIO* wire = SSL_get_wbio(ssl.get());
-    while (done < bytes.size()) {
-        const std::size_t piece = std::min<std::size_t>(bytes.size() - done, 1U << 30);
-        ERR_clear_error();
-        // One call writes one record; the others follow within this loop.
-        tlssocket::setMoreToCome(wire, piece > SSL3_RT_MAX_PLAIN_LENGTH);
-        const int put = step(SSL_write(ssl.get(), bytes.data() + done, static_cast<int>(piece)),
-                             "while sending");
-        if (put == 0) {
-            tlssocket::setMoreToCome(wire, false);
-            return false;
-        }
-        done += static_cast<std::size_t>(put);
+    const std::size_t piece = std::min<std::size_t>(count, 1U << 30);
+    ERR_clear_error();
+    // One call writes one record; the others follow at once.
+    tlssocket::setMoreToCome(wire, piece > SSL3_RT_MAX_PLAIN_LENGTH);
+    const int put = step(SSL_write(ssl.get(), bytes, static_cast<int>(piece)), "while sending");
+    if (put == 0) {
+        tlssocket::setMoreToCome(wire, false);
     }
-    return true;
-}
-
-bool TlsChannel::flush() {
-    if (!write(queued, sent)) {
-        return false;
-    }
-    queued.clear();
-    sent = 0;
-    return true;
-}
-
-void TlsChannel::sendFrame(const std::string& bytes, Deadline deadline) {
-    std::size_t done = 0;
-    // Straight from the caller's memory: copies of large files add up.
-    while (!flush() || !write(bytes, done)) {
-        waitForSocket(wantedEvents, deadline, "while it was being sent to");
-    }
-}
-
-bool TlsChannel::sendFrameUnlessAnswered(const std::string& bytes, Deadline deadline) {
-    if (lookAtPeer() != Peer::kSilent) {
-        return false;
-    }
-    std::size_t done = 0;
-    try {
-        while (!flush() || !write(bytes, done)) {
-            waitForSocket(static_cast<short>(wantedEvents | POLLIN), deadline,
-                          "while it was being sent to");
-            if (lookAtPeer() != Peer::kSilent) {
-                return false;
-            }
-        }
-    } catch (const TlsError& error) {
-        // A peer that closes may have said why before: the caller receives it, or the same failure.
-        if (error.kind() != Kind::kClosed) {
-            throw;
-        }
-        return false;
-    }
-    return true;
-}
-
-bool TlsChannel::readInto(char* target, std::size_t wanted, std::size_t& have, Deadline deadline) {
-    while (have < wanted) {
-        // A peer that sends without a pause, frame after frame or byte after byte, leaves nothing
-        // to wait for.
-        if (Clock::now() >= deadline) {
-            throw TlsError(Kind::kTimedOut, peer + " did not come to an end in time.");
-        }
-        ERR_clear_error();
-        const int got = step(SSL_read(ssl.get(), target + have, static_cast<int>(wanted - have)),
-                             "while waiting for it");
-        if (got == 0) {
-            return false;
-        }
-        have += static_cast<std::size_t>(got);
-    }
-    return true;
-}
-
-bool TlsChannel::tryReceiveFrame(protocol::Frame& frame) {
-    return receiveWhatIsThere(frame, never());
-}
-
-bool TlsChannel::receiveWhatIsThere(protocol::Frame& frame, Deadline deadline) {
-    if (headerBytes < sizeof header) {
-        if (!readInto(reinterpret_cast<char*>(header), sizeof header, headerBytes, deadline)) {
-            return false;
-        }
-        incoming.header = protocol::decodeHeader(header);
-        incoming.body.resize(incoming.header.length);
-        bodyBytes = 0;
-    }
-    if (!readInto(&incoming.body[0], incoming.body.size(), bodyBytes, deadline)) {
-        return false;
-    }
-    frame.header = incoming.header;
-    // Exchanged, not copied: the memory of the frame before serves for the next one.
-    frame.body.swap(incoming.body);
-    headerBytes = 0;
-    return true;
-}
-
-protocol::Frame TlsChannel::receiveFrame(Deadline deadline) {
-    protocol::Frame frame;
-    receiveFrame(frame, deadline);
-    return frame;
-}
-
-void TlsChannel::receiveFrame(protocol::Frame& frame, Deadline deadline) {
-    while (!receiveWhatIsThere(frame, deadline)) {
-        waitForSocket(wantedEvents, deadline, "to a request");
-    }
+    return static_cast<std::size_t>(put);
 }
 
 TlsChannel::Peer TlsChannel::lookAtPeer() {
@@ -425,19 +307,6 @@ void TlsChannel::close(Deadline deadline) noexcept {
     drainSocket(deadline);
 }
 
-void TlsChannel::drainSocket(Deadline deadline) noexcept {
-    if (shutdown(socket.get(), SHUT_WR) != 0) {
-        return;
-    }
-    char dropped[16384];
-    while (tlssocket::wait(socket.get(), POLLIN, deadline) != 0) {
-        const ssize_t got = recv(socket.get(), dropped, sizeof dropped, 0);
-        if (got == 0 || (got < 0 && errno != EINTR && errno != EAGAIN)) {
-            return;
-        }
-    }
-}
-
 std::string TlsChannel::peerSubject() const {
     return tlsfault::subject(SSL_get0_peer_certificate(ssl.get()));
 }
@@ -457,8 +326,4 @@ std::string TlsChannel::peerCertificates(std::size_t maxBytes) const {
         all += next;
     }
     return all;
-}
-
-bool TlsChannel::isResumed() const {
-    return SSL_session_reused(ssl.get()) == 1;
 }

@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <map>
+#include <mutex>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -22,10 +24,6 @@
 namespace {
 
 constexpr off_t kMaxPemBytes = off_t{4} * 1024 * 1024;
-// A full handshake brings two tickets; more than a few per node are never used before they age.
-constexpr std::size_t kSessionsPerPeer = 4;
-constexpr std::size_t kMaxPeers = 8192;
-constexpr unsigned char kSessionContext[] = "kelnode";
 constexpr char kGroups[] = "P-256";
 // Several records for each system call. Held only while bytes are coming; small enough that the
 // allocator does not fetch it from the kernel each time.
@@ -196,35 +194,6 @@ int selectAlpn(SSL* /*ssl*/, const unsigned char** selected, unsigned char* sele
     return SSL_TLSEXT_ERR_OK;
 }
 
-// A ticket must not carry a certificate past its last day: such a peer makes the full handshake,
-// and is refused there with the usual alert.
-SSL_TICKET_RETURN acceptTicket(SSL* /*ssl*/, SSL_SESSION* session, const unsigned char* /*name*/,
-                               std::size_t /*nameLength*/, SSL_TICKET_STATUS status,
-                               void* /*unused*/) {
-    switch (status) {
-        case SSL_TICKET_SUCCESS:
-        case SSL_TICKET_SUCCESS_RENEW:
-            return tlsfault::isExpired(SSL_SESSION_get0_peer(session))
-                       ? SSL_TICKET_RETURN_IGNORE_RENEW
-                       : SSL_TICKET_RETURN_USE_RENEW;
-        case SSL_TICKET_EMPTY:
-        case SSL_TICKET_NO_DECRYPT:
-            return SSL_TICKET_RETURN_IGNORE_RENEW;
-        default:
-            return SSL_TICKET_RETURN_ABORT;
-    }
-}
-
-int keepNewSession(SSL* ssl, SSL_SESSION* session) {
-    const auto* peer = static_cast<const std::string*>(SSL_get_app_data(ssl));
-    auto* owner = static_cast<TlsContext*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(ssl)));
-    if (peer == nullptr || owner == nullptr) {
-        return 0;
-    }
-    owner->keepSession(*peer, SslSession(session));
-    return 1;
-}
-
 using ClientKey = std::array<std::string, 3>;
 
 struct ClientEntry {
@@ -369,9 +338,7 @@ void TlsContext::configureCommon() {
 
 void TlsContext::configureClient() {
     SSL_CTX* ctx = context.get();
-    SSL_CTX_set_session_cache_mode(ctx, SSL_SESS_CACHE_CLIENT | SSL_SESS_CACHE_NO_INTERNAL_STORE);
-    SSL_CTX_sess_set_new_cb(ctx, &keepNewSession);
-    SSL_CTX_set_app_data(ctx, this);
+    SSL_CTX_set_session_cache_mode(ctx, SSL_SESS_CACHE_OFF);
     const std::string& alpn = alpnList();
     // The one function of the library that returns 0 for success.
     if (SSL_CTX_set_alpn_protos(ctx, reinterpret_cast<const unsigned char*>(alpn.data()),
@@ -382,11 +349,12 @@ void TlsContext::configureClient() {
 
 void TlsContext::configureServer() {
     SSL_CTX* ctx = context.get();
-    // Sessions live in the tickets alone, so that every forked child can resume them.
+    // Nothing resumes: who resumes shows no certificate, and is known only to whoever has the keys
+    // of the tickets.
     SSL_CTX_set_session_cache_mode(ctx, SSL_SESS_CACHE_OFF);
-    if (SSL_CTX_set_session_id_context(ctx, kSessionContext, sizeof kSessionContext - 1) != 1 ||
-        SSL_CTX_set_session_ticket_cb(ctx, nullptr, &acceptTicket, nullptr) != 1) {
-        failed("Can not set up session tickets");
+    SSL_CTX_set_options(ctx, SSL_OP_NO_TICKET);
+    if (SSL_CTX_set_num_tickets(ctx, 0) != 1) {
+        failed("Can not do without session tickets");
     }
     SSL_CTX_set_alpn_select_cb(ctx, &selectAlpn, nullptr);
 }
@@ -399,6 +367,11 @@ void TlsContext::useMaterial(const Material& material) {
     }
     if (SSL_CTX_use_PrivateKey(ctx, material.key.get()) != 1) {
         failed("Can not use the private key for " + named);
+    }
+    const int keyType = EVP_PKEY_get_base_id(material.key.get());
+    if (serverSide && keyType != EVP_PKEY_EC && keyType != EVP_PKEY_RSA) {
+        throw CException("The private key for " + named +
+                         " is neither EC nor RSA, and an agent can use no other.");
     }
     for (std::size_t i = 1; i < material.chain.size(); ++i) {
         X509* link = material.chain[i].get();
@@ -491,33 +464,4 @@ std::string TlsContext::refusalOf(const std::string& certificates, const std::st
     }
     const int error = accepted ? X509_V_ERR_INVALID_PURPOSE : X509_STORE_CTX_get_error(check.get());
     return tlsfault::describeVerification(error, own, whose, serverSide ? "" : whose);
-}
-
-SslSession TlsContext::takeSession(const std::string& peer) {
-    const std::lock_guard<std::mutex> lock(sessionsMutex);
-    const auto found = sessions.find(peer);
-    if (found == sessions.end()) {
-        return nullptr;
-    }
-    SslSession session = std::move(found->second.front());
-    found->second.pop_front();
-    if (found->second.empty()) {
-        sessions.erase(found);
-    }
-    const bool fresh = SSL_SESSION_is_resumable(session.get()) == 1 &&
-                       !tlsfault::isExpired(SSL_SESSION_get0_peer(session.get()));
-    return fresh ? std::move(session) : nullptr;
-}
-
-void TlsContext::keepSession(const std::string& peer, SslSession session) {
-    const std::lock_guard<std::mutex> lock(sessionsMutex);
-    if (sessions.size() >= kMaxPeers && sessions.count(peer) == 0) {
-        sessions.erase(sessions.begin());
-    }
-    std::list<SslSession>& ofPeer = sessions[peer];
-    // The newest first: it lives longest.
-    ofPeer.push_front(std::move(session));
-    if (ofPeer.size() > kSessionsPerPeer) {
-        ofPeer.pop_back();
-    }
 }

@@ -1,9 +1,6 @@
 #pragma once
 
-#include <list>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include <openssl/ssl.h>
@@ -20,25 +17,19 @@ struct TlsFiles {
     std::string caFile;
 };
 
-struct SslSessionDeleter {
-    void operator()(SSL_SESSION* session) const { SSL_SESSION_free(session); }
-};
-using SslSession = std::unique_ptr<SSL_SESSION, SslSessionDeleter>;
-
 // Everything that connections of one identity share: certificate, key, trusted CAs, revocation
-// list, and on the client's side the sessions that may be resumed. TLS 1.3 only, ALPN "kelsh/1",
-// both ends show a certificate, nothing but the CAs named in the files is trusted.
+// list. TLS 1.3 only, ALPN "kelsh/1", both ends show a certificate, nothing but the CAs named in
+// the files is trusted. Nothing resumes: every connection proves who is at its ends.
 //
-// Immutable once made but for the session store, which has its own lock: one context serves any
-// number of threads. Connections hold it through the shared_ptr, because they may outlive the cache
-// entry when the files change under a running process.
+// Immutable once made: one context serves any number of threads. Connections hold it through the
+// shared_ptr, because they may outlive the cache entry when the files change under a running
+// process.
 class TlsContext {
 public:
     // The client's context for these files: made once per process, made anew when a file was
     // replaced. Safe from any thread. Throws CException that names the file and what is wrong.
     static std::shared_ptr<TlsContext> client(const TlsFiles& files);
-    // A new server context with ticket keys of its own, so that dropping the old one ends the
-    // resumption of its sessions. Make it before forking: then the children share the ticket keys.
+    // A new server context.
     static std::shared_ptr<TlsContext> server(const TlsFiles& files);
 
     TlsContext(const TlsContext&) = delete;
@@ -56,12 +47,6 @@ public:
     std::string refusalOf(const std::string& certificates, const std::string& whose,
                           std::string& name) const;
 
-    // A session resumes at most once, so it is taken out of the store to be used. The key must name
-    // the whole identity of the peer: a resumed handshake does not check the name again. Null when
-    // there is none that is still good.
-    SslSession takeSession(const std::string& peer);
-    void keepSession(const std::string& peer, SslSession session);
-
 private:
     struct ContextDeleter {
         void operator()(SSL_CTX* doomed) const { SSL_CTX_free(doomed); }
@@ -78,6 +63,4 @@ private:
     const TlsFiles files;
     const bool serverSide;
     std::unique_ptr<SSL_CTX, ContextDeleter> context;
-    std::mutex sessionsMutex;
-    std::map<std::string, std::list<SslSession>> sessions;  // guarded by sessionsMutex
 };

@@ -204,7 +204,7 @@ void judgeRevocation(ClusterAgent& cluster, const Authorities& all, const std::s
     issuer::revoke(cluster.agent.nodePath(), all.own, lost);
     cluster.reload();
     const Clock::time_point revoked = Clock::now();
-    verdicts.add("a revoked master with a resumable session", false,
+    verdicts.add("a revoked master that was let in before", false,
                  commands(cluster.agent, files, reason), reasonless);
     bool obeyed = true;
     static_cast<void>(waitFor(

@@ -7,6 +7,7 @@ kelsh_add_test_program(integration_agent LABEL integration
         AgentFirmwareTest.cpp
         AgentJobEndTest.cpp
         AgentListenerTest.cpp
+        AgentNetworkSideTest.cpp
         AgentProtocolTest.cpp
         AgentReuseTest.cpp
     LIBRARIES kelnode_core)

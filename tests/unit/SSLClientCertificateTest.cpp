@@ -223,8 +223,7 @@ TEST_F(SSLClientCertificates, RevokedMaster) {
     EXPECT_THAT(nodeLog, testing::HasSubstr("has been revoked"));
 }
 
-// A resumed handshake shows no certificates: their last day must count all the same.
-TEST_F(SSLClientCertificates, ResumptionDoesNotOutliveTheMastersCertificate) {
+TEST_F(SSLClientCertificates, NothingOutlivesTheMastersCertificate) {
     TestPki::Request request;
     request.commonName = "short-lived";
     request.notAfterSeconds = 2;
@@ -244,7 +243,7 @@ TEST_F(SSLClientCertificates, ResumptionDoesNotOutliveTheMastersCertificate) {
     EXPECT_THAT(refusal, MentionsAll(parts({"CN=short-lived", "expired"})));
 }
 
-TEST_F(SSLClientCertificates, ResumptionDoesNotOutliveTheNodesCertificate) {
+TEST_F(SSLClientCertificates, NothingOutlivesTheNodesCertificate) {
     TestPki::Request request = nodeRequest();
     request.notAfterSeconds = 2;
     FakeNodeAgent agent(filesOf(pki.issue("short", request)), greetAndWait);

@@ -75,48 +75,6 @@ TEST_F(TlsChannelTest, KnowsItsPeer) {
     EXPECT_EQ("master/CN=master", name);
 }
 
-TEST_F(TlsChannelTest, TheSecondConnectionResumes) {
-    FakeNodeAgent agent(filesOf(node), &echo);
-    for (int round = 0; round < 10; ++round) {
-        const auto channel = connect(agent);
-        EXPECT_EQ("x", roundTrip(*channel, "x"));
-        EXPECT_EQ(round > 0, channel->isResumed()) << round;
-    }
-}
-
-TEST_F(TlsChannelTest, ARestartedAgentMeansAFullHandshakeAndNothingElse) {
-    const auto before = clientContext();
-    {
-        FakeNodeAgent agent(filesOf(node), &echo);
-        EXPECT_EQ("x", roundTrip(*connect(agent), "x"));
-    }
-    // The session was made for one port; give it to the agent that has other ticket keys.
-    FakeNodeAgent restarted(filesOf(node), &echo);
-    FakeNodeAgent other(filesOf(node), &echo);
-    const std::string restartedPeer = "127.0.0.1:" + std::to_string(restarted.port());
-    EXPECT_EQ("x", roundTrip(*connect(other), "x"));
-    SslSession session = before->takeSession("127.0.0.1:" + std::to_string(other.port()));
-    ASSERT_TRUE(session);
-    before->keepSession(restartedPeer, std::move(session));
-    const auto channel = connect(restarted);
-    EXPECT_EQ("x", roundTrip(*channel, "x"));
-    EXPECT_FALSE(channel->isResumed());
-}
-
-TEST_F(TlsChannelTest, ASessionIsForOnePeerAndTakenOnce) {
-    FakeNodeAgent agent(filesOf(node), &echo);
-    EXPECT_EQ("x", roundTrip(*connect(agent), "x"));
-    const auto context = clientContext();
-    EXPECT_FALSE(context->takeSession("127.0.0.2:" + std::to_string(agent.port())));
-    const std::string peer = "127.0.0.1:" + std::to_string(agent.port());
-    int taken = 0;
-    while (context->takeSession(peer)) {
-        ++taken;
-    }
-    EXPECT_GE(taken, 1);
-    EXPECT_LE(taken, 4);
-}
-
 TEST_F(TlsChannelTest, OneContextServesTheProcessUntilAFileIsReplaced) {
     const auto first = clientContext();
     EXPECT_EQ(first, clientContext());

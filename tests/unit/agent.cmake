@@ -4,9 +4,11 @@ kelsh_add_test_program(unit_agent LABEL unit
         AgentLogTest.cpp
         AuditLogTest.cpp
         AuthorizationTest.cpp
+        HandshakeWitnessTest.cpp
         NetworkInterfaceTest.cpp
         ProcessTreeTest.cpp
         RunDirectoryTest.cpp
+        SandboxTest.cpp
         SecretMaskTest.cpp
         SessionTableTest.cpp
         WaitingRoomTest.cpp

@@ -1,0 +1,289 @@
+#include "NetworkProcess.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <poll.h>
+#include <sys/socket.h>
+#include <utility>
+#include <vector>
+
+#include "CException.h"
+#include "HandshakeWitness.h"
+#include "NetworkSide.h"
+#include "SigningProxy.h"
+#include "TlsChannel.h"
+#include "TlsSocket.h"
+
+namespace networkprocess {
+namespace {
+
+using Deadline = FrameChannel::Deadline;
+using Kind = TlsError::Kind;
+
+constexpr int kHandshakeContent = 22;
+constexpr std::size_t kProofMessages = 4;
+constexpr std::size_t kBufferBytes = std::size_t{64} * 1024;
+
+[[noreturn]] void lost() {
+    throw TlsError(Kind::kClosed, "the other half of the session is gone");
+}
+
+// The messages of the handshake, and what the session is asked for about them.
+class Conversation {
+public:
+    Conversation(int localSocket, Deadline limit) : local(localSocket), deadline(limit) {}
+
+    static void note(int /*writes*/, int /*version*/, int content, const void* bytes,
+                     std::size_t count, SSL* /*ssl*/, void* self) {
+        if (content == kHandshakeContent) {
+            static_cast<Conversation*>(self)->messages.emplace_back(static_cast<const char*>(bytes),
+                                                                    count);
+        }
+    }
+
+    std::string askForSignature() {
+        sendMessage(local, 'S', joined(0, messages.size()), deadline);
+        signedCount = messages.size();
+        char type = 0;
+        std::string signature = receiveMessage(local, type, kBufferBytes, deadline);
+        return type == 's' ? signature : std::string();
+    }
+
+    void prove() {
+        if (messages.size() < signedCount + kProofMessages) {
+            throw TlsError(Kind::kFailed, "the handshake is incomplete");
+        }
+        sendMessage(local, 'P', joined(signedCount, signedCount + kProofMessages), deadline);
+    }
+
+private:
+    std::string joined(std::size_t from, std::size_t to) const {
+        std::string all;
+        for (std::size_t i = from; i < to; ++i) {
+            all += messages[i];
+        }
+        return all;
+    }
+
+    int local;
+    Deadline deadline;
+    std::vector<std::string> messages;
+    std::size_t signedCount = 0;
+};
+
+// Bytes on their way in one direction.
+class Buffer {
+public:
+    Buffer() : bytes(kBufferBytes) {}
+    bool isEmpty() const { return first == last; }
+    bool hasRoom() const { return last < bytes.size(); }
+    const char* data() const { return bytes.data() + first; }
+    std::size_t size() const { return last - first; }
+    char* room() { return bytes.data() + last; }
+    std::size_t roomSize() const { return bytes.size() - last; }
+    void add(std::size_t count) { last += count; }
+    void drop(std::size_t count) {
+        first += count;
+        if (first == last) {
+            first = last = 0;
+        }
+    }
+
+private:
+    std::vector<char> bytes;
+    std::size_t first = 0;
+    std::size_t last = 0;
+};
+
+class Relay {
+public:
+    Relay(TlsChannel& wireChannel, int localSocket) : wire(wireChannel), local(localSocket) {}
+
+    void run() {
+        while (!sessionEnded) {
+            readWire();
+            writeLocal();
+            readLocal();
+            writeWire();
+            if (!sessionEnded) {
+                wait();
+            }
+        }
+        const Deadline deadline = FrameChannel::after(NetworkSide::kLastBytesMs);
+        while (!toWire.isEmpty()) {
+            writeWire();
+            if (!toWire.isEmpty() && tlssocket::wait(wire.descriptor(), POLLOUT, deadline) == 0) {
+                break;
+            }
+        }
+        wire.close(FrameChannel::after(NetworkSide::kLastWordsMs));
+    }
+
+private:
+    void readWire() {
+        try {
+            while (!peerEnded && toLocal.hasRoom()) {
+                const std::size_t got = wire.readSome(toLocal.room(), toLocal.roomSize());
+                if (got == 0) {
+                    return;
+                }
+                toLocal.add(got);
+            }
+        } catch (const TlsError&) {
+            peerEnded = true;
+        }
+    }
+
+    void writeLocal() {
+        while (!toLocal.isEmpty()) {
+            const ssize_t put =
+                ::send(local, toLocal.data(), toLocal.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+            if (put < 0 && errno == EINTR) {
+                continue;
+            }
+            if (put < 0 && errno == EAGAIN) {
+                return;
+            }
+            if (put < 0) {
+                sessionEnded = true;
+                return;
+            }
+            toLocal.drop(static_cast<std::size_t>(put));
+        }
+        if (peerEnded && !toldEnd) {
+            toldEnd = true;
+            ::shutdown(local, SHUT_WR);
+        }
+    }
+
+    void readLocal() {
+        while (toWire.isEmpty() && !sessionEnded) {
+            const ssize_t got = ::recv(local, toWire.room(), toWire.roomSize(), MSG_DONTWAIT);
+            if (got < 0 && errno == EINTR) {
+                continue;
+            }
+            if (got < 0 && errno == EAGAIN) {
+                return;
+            }
+            if (got <= 0) {
+                sessionEnded = true;
+                return;
+            }
+            toWire.add(static_cast<std::size_t>(got));
+            writeWire();
+        }
+    }
+
+    void writeWire() {
+        while (!toWire.isEmpty()) {
+            const std::size_t put = wire.writeSome(toWire.data(), toWire.size());
+            if (put == 0) {
+                return;
+            }
+            toWire.drop(put);
+        }
+    }
+
+    void wait() const {
+        const bool reads = !peerEnded && toLocal.hasRoom();
+        const short wireEvents =
+            static_cast<short>((reads ? POLLIN : 0) | (toWire.isEmpty() ? 0 : POLLOUT));
+        const short localEvents =
+            static_cast<short>((toWire.isEmpty() ? POLLIN : 0) | (toLocal.isEmpty() ? 0 : POLLOUT));
+        pollfd watched[2] = {{wireEvents != 0 ? wire.descriptor() : -1, wireEvents, 0},
+                             {localEvents != 0 ? local : -1, localEvents, 0}};
+        ::poll(watched, 2, -1);
+    }
+
+    TlsChannel& wire;
+    int local;
+    Buffer toLocal;
+    Buffer toWire;
+    bool peerEnded = false;
+    bool toldEnd = false;
+    bool sessionEnded = false;
+};
+
+}  // namespace
+
+void sendMessage(int local, char type, const std::string& body, Deadline deadline) {
+    const std::uint32_t length = htonl(static_cast<std::uint32_t>(body.size()));
+    std::string bytes(1, type);
+    bytes.append(reinterpret_cast<const char*>(&length), sizeof length);
+    bytes += body;
+    std::size_t done = 0;
+    while (done < bytes.size()) {
+        const ssize_t put =
+            ::send(local, bytes.data() + done, bytes.size() - done, MSG_DONTWAIT | MSG_NOSIGNAL);
+        if (put >= 0) {
+            done += static_cast<std::size_t>(put);
+        } else if (errno == EAGAIN) {
+            if (tlssocket::wait(local, POLLOUT, deadline) == 0) {
+                throw TlsError(Kind::kTimedOut, "the other half of the session is stuck");
+            }
+        } else if (errno != EINTR) {
+            lost();
+        }
+    }
+}
+
+std::string receiveBytes(int local, std::size_t count, Deadline deadline) {
+    std::string bytes(count, '\0');
+    std::size_t have = 0;
+    while (have < count) {
+        const ssize_t got = ::recv(local, &bytes[have], count - have, MSG_DONTWAIT);
+        if (got > 0) {
+            have += static_cast<std::size_t>(got);
+        } else if (got < 0 && errno == EAGAIN) {
+            if (tlssocket::wait(local, POLLIN, deadline) == 0) {
+                throw TlsError(Kind::kTimedOut, "the other half of the session is stuck");
+            }
+        } else if (got == 0 || errno != EINTR) {
+            lost();
+        }
+    }
+    return bytes;
+}
+
+std::string receiveMessage(int local, char& type, std::size_t mostBytes, Deadline deadline) {
+    const std::string header = receiveBytes(local, 1 + sizeof(std::uint32_t), deadline);
+    std::uint32_t length = 0;
+    type = header[0];
+    std::memcpy(&length, &header[1], sizeof length);
+    length = ntohl(length);
+    if (length > mostBytes) {
+        throw TlsError(Kind::kFailed, "the other half of the session says too much");
+    }
+    return receiveBytes(local, length, deadline);
+}
+
+void run(UniqueFd connection, UniqueFd local, const std::shared_ptr<TlsContext>& context,
+         Deadline deadline) noexcept {
+    try {
+        Conversation conversation(local.get(), deadline);
+        SSL_CTX* const shared = context->get();
+        try {
+            signingproxy::install(shared, [&] { return conversation.askForSignature(); });
+            SSL_CTX_set_msg_callback(shared, &Conversation::note);
+            SSL_CTX_set_msg_callback_arg(shared, &conversation);
+            // A peer that has closed its end may still be told something.
+            SSL_CTX_set_options(shared, SSL_OP_IGNORE_UNEXPECTED_EOF);
+            const std::unique_ptr<TlsChannel> wire =
+                TlsChannel::accept(std::move(connection), context, deadline);
+            conversation.prove();
+            Relay(*wire, local.get()).run();
+        } catch (const TlsError& fault) {
+            sendMessage(local.get(), 'F', static_cast<char>(fault.kind()) + fault.getErrMsg(),
+                        FrameChannel::after(NetworkSide::kLastWordsMs));
+        } catch (const CException& fault) {
+            sendMessage(local.get(), 'F', static_cast<char>(Kind::kFailed) + fault.getErrMsg(),
+                        FrameChannel::after(NetworkSide::kLastWordsMs));
+        }
+    } catch (const std::exception&) {
+        // Nobody is left to be told.
+        return;
+    }
+}
+
+}  // namespace networkprocess

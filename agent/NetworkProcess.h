@@ -1,0 +1,24 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "FrameChannel.h"
+#include "TlsContext.h"
+#include "UniqueFd.h"
+
+// What the network side of a session does in its process.
+namespace networkprocess {
+
+// One message on the local socket; see NetworkSide. Throw TlsError.
+void sendMessage(int local, char type, const std::string& body, FrameChannel::Deadline deadline);
+std::string receiveBytes(int local, std::size_t count, FrameChannel::Deadline deadline);
+std::string receiveMessage(int local, char& type, std::size_t mostBytes,
+                           FrameChannel::Deadline deadline);
+
+// Makes the handshake and passes bytes on until one end closes. The context must be this process's
+// own; its private key is forgotten before a byte is read. Throws nothing.
+void run(UniqueFd connection, UniqueFd local, const std::shared_ptr<TlsContext>& context,
+         FrameChannel::Deadline deadline) noexcept;
+
+}  // namespace networkprocess

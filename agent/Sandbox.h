@@ -1,0 +1,29 @@
+#pragma once
+
+#include <list>
+#include <string>
+#include <sys/types.h>
+
+// Takes from a process all that passing bytes between two sockets does not need.
+namespace sandbox {
+
+// What can be had here; found out once by probe().
+struct Settings {
+    std::string emptyDirectory;  // the new root directory; belongs to root
+    uid_t user = 65534;
+    gid_t group = 65534;
+    bool changesUser = false;  // and the root directory
+    bool filtersCalls = false;
+};
+
+// Looks up the user "kelnode", or takes that of nobody, and tries in a process of its own what the
+// kernel and the rights of this one allow. missing: what cannot be had, a sentence each.
+Settings probe(const std::string& emptyDirectory, std::list<std::string>& missing);
+
+// For a process just forked: it keeps two descriptors, which become 0 and 1, and may read, write,
+// wait and end; no file can be opened, no socket made, no process begun or signalled. It dies with
+// its parent. Returns an empty text, or what failed: then the process must end.
+//   parent  the process id of who forked it
+std::string enter(const Settings& settings, pid_t parent, int first, int second);
+
+}  // namespace sandbox

@@ -1,0 +1,122 @@
+#include "SigningProxy.h"
+
+#include <cstring>
+#include <memory>
+#include <utility>
+
+#include <openssl/ec.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/rsa.h>
+#include <openssl/x509.h>
+
+#include "CException.h"
+#include "TlsFault.h"
+
+// Methods of keys are the only way into a key that needs no provider of its own; the library calls
+// them deprecated, and serves them.
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+
+namespace signingproxy {
+namespace {
+
+struct KeyDeleter {
+    void operator()(EVP_PKEY* doomed) const { EVP_PKEY_free(doomed); }
+};
+using Key = std::unique_ptr<EVP_PKEY, KeyDeleter>;
+
+Signer& theSigner() {
+    // Never destroyed: the key that asks it lives as long as the process.
+    static auto* signer = new Signer;
+    return *signer;
+}
+
+// The length, or 0. Called from within the library, which knows no exceptions.
+std::size_t ask(unsigned char* target, std::size_t room) noexcept {
+    try {
+        const std::string signature = theSigner()();
+        if (signature.empty() || signature.size() > room) {
+            return 0;
+        }
+        std::memcpy(target, signature.data(), signature.size());
+        return signature.size();
+    } catch (const std::exception&) {
+        return 0;
+    }
+}
+
+int signWithCurve(int /*type*/, const unsigned char* /*digest*/, int /*digestLength*/,
+                  unsigned char* signature, unsigned int* length, const BIGNUM* /*inverse*/,
+                  const BIGNUM* /*point*/, EC_KEY* key) {
+    *length = static_cast<unsigned int>(ask(signature, static_cast<std::size_t>(ECDSA_size(key))));
+    return *length > 0 ? 1 : 0;
+}
+
+int signWithRsa(int /*count*/, const unsigned char* /*padded*/, unsigned char* signature, RSA* key,
+                int /*padding*/) {
+    const auto size = static_cast<std::size_t>(RSA_size(key));
+    return ask(signature, size) == size ? static_cast<int>(size) : -1;
+}
+
+Key standInOfCurve(const EVP_PKEY* known) {
+    EC_KEY_METHOD* const method = EC_KEY_METHOD_new(EC_KEY_OpenSSL());
+    const EC_KEY* const source = EVP_PKEY_get0_EC_KEY(known);
+    EC_KEY* const copy = source != nullptr ? EC_KEY_dup(source) : nullptr;
+    Key key(EVP_PKEY_new());
+    if (method == nullptr || copy == nullptr || !key) {
+        EC_KEY_free(copy);
+        return nullptr;
+    }
+    EC_KEY_METHOD_set_sign(method, &signWithCurve, nullptr, nullptr);
+    if (EC_KEY_set_method(copy, method) != 1 || EVP_PKEY_assign_EC_KEY(key.get(), copy) != 1) {
+        EC_KEY_free(copy);
+        return nullptr;
+    }
+    return key;
+}
+
+Key standInOfRsa(const EVP_PKEY* known) {
+    RSA_METHOD* const method = RSA_meth_dup(RSA_PKCS1_OpenSSL());
+    const RSA* const source = EVP_PKEY_get0_RSA(known);
+    RSA* const copy = source != nullptr ? RSAPublicKey_dup(source) : nullptr;
+    Key key(EVP_PKEY_new());
+    if (method == nullptr || copy == nullptr || !key ||
+        RSA_meth_set_priv_enc(method, &signWithRsa) != 1 || RSA_set_method(copy, method) != 1 ||
+        EVP_PKEY_assign_RSA(key.get(), copy) != 1) {
+        RSA_free(copy);
+        return nullptr;
+    }
+    return key;
+}
+
+}  // namespace
+
+void install(SSL_CTX* context, Signer signer) {
+    const EVP_PKEY* const known = X509_get0_pubkey(SSL_CTX_get0_certificate(context));
+    Key key;
+    switch (known != nullptr ? EVP_PKEY_get_base_id(known) : EVP_PKEY_NONE) {
+        case EVP_PKEY_EC:
+            key = standInOfCurve(known);
+            break;
+        case EVP_PKEY_RSA:
+            key = standInOfRsa(known);
+            break;
+        default:
+            throw CException("the node's key is neither EC nor RSA");
+    }
+    theSigner() = std::move(signer);
+    // The digest of an RSA signature would be the client's choice, and the signer is not told.
+    if (!key ||
+        (EVP_PKEY_get_base_id(known) == EVP_PKEY_RSA &&
+         (SSL_CTX_set1_client_sigalgs_list(
+              context,
+              "ECDSA+SHA256:ECDSA+SHA384:ECDSA+SHA512:ed25519:ed448:rsa_pss_pss_sha256:"
+              "rsa_pss_pss_sha384:rsa_pss_pss_sha512:rsa_pss_rsae_sha256:rsa_pss_rsae_sha384:"
+              "rsa_pss_rsae_sha512") != 1 ||
+          SSL_CTX_set1_sigalgs_list(context, "rsa_pss_rsae_sha256") != 1)) ||
+        SSL_CTX_use_PrivateKey(context, key.get()) != 1) {
+        throw CException("the node's key cannot be kept apart: " + tlsfault::lastReason());
+    }
+}
+
+}  // namespace signingproxy

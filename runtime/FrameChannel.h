@@ -1,0 +1,120 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+
+#include "CException.h"
+#include "Protocol.h"
+#include "UniqueFd.h"
+
+// Why a connection could not be made or was lost. The text names the peer.
+class TlsError : public CException {
+public:
+    enum class Kind {
+        kTimedOut,     // the deadline passed
+        kClosed,       // the peer or the network ended the connection
+        kUnreachable,  // no connection was made
+        kPending,      // none yet, but it is being made: DialPatience
+        kRefused,      // one end did not accept the other's certificate
+        kFailed,       // anything else: TLS broken, no ALPN, resources
+    };
+    TlsError(Kind kind, std::string text);
+    TlsError(const TlsError&) = default;
+    TlsError& operator=(const TlsError&) = default;
+    ~TlsError() override;
+    Kind kind() const { return reason; }
+
+private:
+    Kind reason;
+};
+
+// Protocol frames over a stream of bytes; what carries the bytes is the subclass's. Owns its
+// socket, which is non-blocking: every operation is bounded by a point in time on the monotonic
+// clock. EINTR is retried; SIGPIPE is never raised. Not thread-safe, not copyable, not movable.
+//
+// Everything that fails throws TlsError, and bad bytes throw protocol::ProtocolError; after either
+// (time-outs of receiveFrame excepted) the channel is good for nothing but its destruction.
+class FrameChannel {
+public:
+    using Clock = std::chrono::steady_clock;
+    using Deadline = Clock::time_point;
+
+    // No limit.
+    static Deadline never() { return Deadline::max(); }
+    static Deadline after(unsigned long milliseconds) {
+        return Clock::now() + std::chrono::milliseconds(milliseconds);
+    }
+
+    FrameChannel(const FrameChannel&) = delete;
+    FrameChannel& operator=(const FrameChannel&) = delete;
+    virtual ~FrameChannel();
+
+    // Sends the bytes of one or more whole frames, after whatever is queued.
+    void sendFrame(const std::string& bytes, Deadline deadline);
+    // The same, but gives up with false as soon as the peer has something to say or is gone: an
+    // answer in the middle of a long upload means that it is not wanted. The channel can then only
+    // receive.
+    bool sendFrameUnlessAnswered(const std::string& bytes, Deadline deadline);
+    // For event loops: queues bytes, and writes without waiting as much as the socket takes.
+    // flush() returns true when nothing is left queued. Queue no more than a frame ahead.
+    void queueFrame(const std::string& bytes);
+    bool flush();
+    bool hasQueued() const { return sent < queued.size(); }
+
+    // Waits for one frame. The header is checked before a byte of the body is read, and the body is
+    // the only allocation. On a time-out what has arrived of the frame is kept, and a later call
+    // goes on with it.
+    protocol::Frame receiveFrame(Deadline deadline);
+    // The same into a frame whose memory is used again, for long series of frames.
+    void receiveFrame(protocol::Frame& frame, Deadline deadline);
+    // The same without waiting; false when the frame is not complete yet.
+    bool tryReceiveFrame(protocol::Frame& frame);
+
+    enum class Peer { kSilent, kSpeaking, kGone };
+    // Looks, without waiting, whether bytes of the peer are there to be received. Ask after poll()
+    // reported the descriptor readable: bytes may also wait inside the channel, so ask once
+    // before the first poll().
+    virtual Peer lookAtPeer() = 0;
+
+    // Ends the conversation in order: goodbye, no more writing, then what the peer still sends is
+    // dropped until it closes or the deadline passes. Without it a peer that is still sending would
+    // lose our last words. Never throws.
+    virtual void close(Deadline deadline) noexcept = 0;
+
+    // For poll(); the channel keeps it.
+    int descriptor() const { return socket.get(); }
+    // "127.0.0.1:4422"
+    const std::string& peerAddress() const { return peer; }
+    // What to poll the descriptor for, after something could not be done without waiting.
+    short awaitedEvents() const { return wantedEvents; }
+
+protected:
+    FrameChannel(UniqueFd connected, std::string peerAddress);
+
+    // As many bytes as there are or go without waiting, at least one; 0 when there is nothing to be
+    // done yet, and then wantedEvents says what to poll for. Throw TlsError, kClosed at the end.
+    virtual std::size_t readSome(char* target, std::size_t most) = 0;
+    virtual std::size_t writeSome(const char* bytes, std::size_t count) = 0;
+    bool isBetweenFrames() const { return !hasQueued() && headerBytes == 0; }
+    void waitForSocket(short events, Deadline deadline, const char* doing);
+    // Drops what comes until the peer closes or the deadline passes; no more is written.
+    void drainSocket(Deadline deadline) noexcept;
+
+    UniqueFd socket;
+    std::string peer;
+    short wantedEvents = 0;
+
+private:
+    bool write(const std::string& bytes, std::size_t& done);
+    bool readInto(char* target, std::size_t wanted, std::size_t& have, Deadline deadline);
+    bool receiveWhatIsThere(protocol::Frame& frame, Deadline deadline);
+
+    std::string queued;  // bytes to send
+    std::size_t sent = 0;
+
+    unsigned char header[protocol::kHeaderBytes] = {};
+    std::size_t headerBytes = 0;
+    protocol::Frame incoming;
+    std::size_t bodyBytes = 0;
+};

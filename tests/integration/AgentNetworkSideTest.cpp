@@ -1,0 +1,260 @@
+#include <arpa/inet.h>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "CException.h"
+#include "ConnectionPool.h"
+#include "LocalAgent.h"
+#include "NetworkSide.h"
+
+// The process between a session and the network: what it may do, and what its fall takes along.
+
+namespace {
+
+std::string statusField(pid_t pid, const std::string& field) {
+    std::istringstream status(LocalAgent::read("/proc/" + std::to_string(pid) + "/status"));
+    std::string line;
+    while (std::getline(status, line)) {
+        if (line.rfind(field + ":", 0) == 0) {
+            const std::string::size_type at = line.find_first_not_of(" \t", field.size() + 1);
+            return at == std::string::npos ? "" : line.substr(at);
+        }
+    }
+    return "no such field";
+}
+
+bool isConfinedHere(const LocalAgent& agent) {
+    return agent.log().find("the network side of a session") == std::string::npos;
+}
+
+class AgentNetworkSide : public testing::Test {
+protected:
+    pid_t networkSide() const {
+        EXPECT_TRUE(waitFor([&] { return agent.processes("kelnode-network").size() == 1; }));
+        const std::vector<pid_t> found = agent.processes("kelnode-network");
+        return found.empty() ? 0 : found.front();
+    }
+    bool isTidy() const {
+        return waitFor([&] {
+            return agent.processes("kelnode-network").empty() &&
+                   agent.processes("kelnode-session").empty();
+        });
+    }
+    std::string echo() const {
+        CResult result;
+        agent.connect()->execute("echo served", 20000, &result);
+        return result.getRunSummary();
+    }
+
+    LocalAgent agent;
+};
+
+}  // namespace
+
+TEST_F(AgentNetworkSide, HasNoPrivileges) {
+    const auto channel = agent.openChannel();
+    const pid_t pid = networkSide();
+    EXPECT_EQ(statusField(pid, "NoNewPrivs"), "1");
+    if (!isConfinedHere(agent)) {
+        GTEST_SKIP() << "not confined here: " << agent.log();
+    }
+    EXPECT_EQ(statusField(pid, "Seccomp"), "2");
+    EXPECT_EQ(statusField(pid, "Groups"), "");
+    for (const char* name : {"Uid", "Gid"}) {
+        std::istringstream ids(statusField(pid, name));
+        long id = 0;
+        int count = 0;
+        while (ids >> id) {
+            EXPECT_NE(id, 0) << name;
+            ++count;
+        }
+        EXPECT_EQ(count, 4) << name;
+    }
+    for (const char* name : {"CapEff", "CapPrm", "CapInh"}) {
+        EXPECT_EQ(statusField(pid, name), "0000000000000000") << name;
+    }
+    const std::string proc = "/proc/" + std::to_string(pid);
+    EXPECT_EQ(std::filesystem::read_symlink(proc + "/root").string() + "/",
+              agent.runPath() + "empty/");
+    EXPECT_EQ(LocalAgent::list(proc + "/fd"), (std::vector<std::string>{"0", "1"}));
+    EXPECT_EQ(LocalAgent::list(proc + "/root"), std::vector<std::string>());
+}
+
+TEST_F(AgentNetworkSide, SessionHoldsNoConnection) {
+    const auto channel = agent.openChannel();
+    networkSide();
+    const pid_t session = agent.processes("kelnode-session").at(0);
+    const std::string directory = "/proc/" + std::to_string(session) + "/fd";
+    const std::string sockets = LocalAgent::read("/proc/net/tcp");
+    for (const std::string& name : LocalAgent::list(directory)) {
+        const std::string target = std::filesystem::read_symlink(directory + "/" + name).string();
+        if (target.rfind("socket:[", 0) == 0) {
+            const std::string inode = target.substr(8, target.size() - 9);
+            EXPECT_EQ(sockets.find(" " + inode + " "), std::string::npos) << name;
+        }
+    }
+}
+
+TEST_F(AgentNetworkSide, KeyOfTheNodeIsNotInItsMemory) {
+    const auto channel = agent.openChannel();
+    const pid_t pid = networkSide();
+    const std::string pem = LocalAgent::read(agent.nodePath() + "node.key");
+    const std::unique_ptr<BIO, decltype(&BIO_free)> bio(
+        BIO_new_mem_buf(pem.data(), static_cast<int>(pem.size())), &BIO_free);
+    const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(
+        PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr), &EVP_PKEY_free);
+    ASSERT_TRUE(key);
+    BIGNUM* number = nullptr;
+    ASSERT_EQ(EVP_PKEY_get_bn_param(key.get(), "priv", &number), 1);
+    std::string big(32, '\0');
+    BN_bn2binpad(number, reinterpret_cast<unsigned char*>(&big[0]), 32);
+    BN_clear_free(number);
+    // As the library calculates with it.
+    const std::string little(big.rbegin(), big.rend());
+    const auto holds = [&](pid_t who) {
+        std::ifstream maps("/proc/" + std::to_string(who) + "/maps");
+        std::ifstream memory("/proc/" + std::to_string(who) + "/mem", std::ios::binary);
+        std::string line;
+        while (std::getline(maps, line)) {
+            unsigned long long from = 0;
+            unsigned long long to = 0;
+            char mode[5] = "";
+            if (std::sscanf(line.c_str(), "%llx-%llx %4s", &from, &to, mode) != 3 ||
+                mode[0] != 'r' || mode[1] != 'w' || to - from > (256ULL << 20U)) {
+                continue;
+            }
+            std::string bytes(to - from, '\0');
+            memory.clear();
+            memory.seekg(static_cast<std::streamoff>(from));
+            memory.read(&bytes[0], static_cast<std::streamsize>(bytes.size()));
+            if (bytes.find(big) != std::string::npos || bytes.find(little) != std::string::npos) {
+                return true;
+            }
+        }
+        return false;
+    };
+    EXPECT_TRUE(holds(agent.listenerPid())) << "it is not looked for where it is";
+    EXPECT_FALSE(holds(pid));
+}
+
+TEST_F(AgentNetworkSide, ItsDeathEndsTheSessionAndItsJob) {
+    const auto channel = agent.openChannel();
+    protocol::Exec exec;
+    exec.commandLine = "touch " + agent.nodePath() + "begun; sleep 60";
+    channel->sendFrame(protocol::encode(exec, 0), LocalAgent::soon());
+    ASSERT_TRUE(waitFor([&] { return std::filesystem::exists(agent.nodePath() + "begun"); }));
+    ::kill(networkSide(), SIGKILL);
+    EXPECT_THROW(channel->receiveFrame(LocalAgent::soon()), TlsError);
+    EXPECT_TRUE(isTidy());
+    EXPECT_TRUE(waitFor([&] { return agent.processes("kelnode-job").empty(); }));
+    EXPECT_TRUE(agent.waitForLog("cancelled"));
+    EXPECT_TRUE(waitFor([&] { return agent.records().empty(); }));
+    EXPECT_EQ(echo(), "served\n");
+}
+
+TEST_F(AgentNetworkSide, ItsDeathLeavesAFlashAlone) {
+    const auto channel = agent.openChannel();
+    protocol::Exec exec;
+    exec.commandLine =
+        "touch " + agent.nodePath() + "begun; sleep 1.5; touch " + agent.nodePath() + "flashed";
+    channel->sendFrame(protocol::encode(exec, protocol::kFlagUninterruptible), LocalAgent::soon());
+    ASSERT_TRUE(waitFor([&] { return std::filesystem::exists(agent.nodePath() + "begun"); }));
+    ::kill(networkSide(), SIGKILL);
+    EXPECT_TRUE(waitFor([&] { return std::filesystem::exists(agent.nodePath() + "flashed"); }));
+    EXPECT_TRUE(agent.waitForLog("ended with exit code 0"));
+}
+
+TEST_F(AgentNetworkSide, EndsWithItsSession) {
+    const auto channel = agent.openChannel();
+    networkSide();
+    ::kill(agent.processes("kelnode-session").at(0), SIGKILL);
+    EXPECT_THROW(channel->receiveFrame(TlsChannel::after(1000)), TlsError);
+    EXPECT_TRUE(isTidy());
+    EXPECT_EQ(echo(), "served\n");
+}
+
+TEST_F(AgentNetworkSide, LeavesNobodyBehind) {
+    for (int i = 0; i < 10; ++i) {
+        EXPECT_EQ(echo(), "served\n");
+        ConnectionPool::instance().clear();
+    }
+    EXPECT_TRUE(isTidy());
+}
+
+// What a network side that has been taken over may try: the session's half is driven directly.
+class ForgedNetworkSide : public testing::Test {
+protected:
+    ForgedNetworkSide() {
+        int ends[2] = {-1, -1};
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
+        own.reset(ends[0]);
+        theirs.reset(ends[1]);
+        TlsFiles files;
+        files.certificateFile = pki.node().certificateFile;
+        context = TlsContext::server(files);
+    }
+    // What comes of it when these bytes are all that is said.
+    std::string fateOf(const std::string& bytes) {
+        EXPECT_EQ(::send(own.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
+                  static_cast<ssize_t>(bytes.size()));
+        ::shutdown(own.get(), SHUT_WR);
+        NetworkSide side(std::move(theirs), context, "127.0.0.1:1", TlsChannel::after(200));
+        try {
+            return "let in as " + side.authenticate().name;
+        } catch (const CException& refused) {
+            return refused.getErrMsg();
+        }
+    }
+    static std::string message(char type, const std::string& body) {
+        const std::uint32_t length = htonl(static_cast<std::uint32_t>(body.size()));
+        return type + std::string(reinterpret_cast<const char*>(&length), sizeof length) + body;
+    }
+
+    TempDir directory;
+    TestPki pki{directory.file("pki")};
+    std::shared_ptr<TlsContext> context;
+    UniqueFd own;
+    UniqueFd theirs;
+};
+
+TEST_F(ForgedNetworkSide, FramesBeforeTheProofAreNoFrames) {
+    protocol::ShellHello hello;
+    protocol::Exec exec;
+    exec.commandLine = "touch " + directory.file("never");
+    EXPECT_EQ(fateOf(protocol::encode(hello) + protocol::encode(exec, 0)).find("let in"),
+              std::string::npos);
+    EXPECT_FALSE(std::filesystem::exists(directory.file("never")));
+}
+
+TEST_F(ForgedNetworkSide, ProofOutOfNothingIsRefused) {
+    EXPECT_NE(fateOf(message('P', "CN=master")).find("never asked"), std::string::npos);
+}
+
+TEST_F(ForgedNetworkSide, SignatureOfSomethingElseIsRefused) {
+    EXPECT_NE(fateOf(message('S', std::string(130, ' '))).find("not trusted"), std::string::npos);
+}
+
+TEST_F(ForgedNetworkSide, OversizedMessageIsRefusedUnread) {
+    std::string bytes = "S";
+    bytes += std::string("\xff\xff\xff\xff", 4);
+    EXPECT_NE(fateOf(bytes).find("too much"), std::string::npos);
+}
+
+TEST_F(ForgedNetworkSide, UnknownMessageIsRefused) {
+    EXPECT_NE(fateOf(message('X', "")).find("does not keep to its part"), std::string::npos);
+}
+
+TEST_F(ForgedNetworkSide, SilenceEnds) {
+    NetworkSide side(std::move(theirs), context, "127.0.0.1:1", TlsChannel::after(100));
+    EXPECT_THROW(side.authenticate(), TlsError);
+}
+
+TEST_F(ForgedNetworkSide, ReasonsAreCutToSize) {
+    const std::string fate =
+        fateOf(message('F', std::string(1, '\xee') + std::string(200000, 'x')));
+    EXPECT_LE(fate.size(), 4096U);
+}
