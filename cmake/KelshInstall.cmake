@@ -1,6 +1,19 @@
-# What is installed where, and the Debian packages made of it: kelsh (the master), kelnode (a node) and
-# kelsh-tools (certificates and packaged tools). Included once, from the top.
+# What is installed where, and the Debian and RPM packages made of it: kelsh (the master), kelnode (a
+# node) and kelsh-tools (certificates and packaged tools). Included once, from the top.
 include(GNUInstallDirs)
+
+option(KELSH_RPM_LAYOUT "Install where RPM distributions keep their files, not where Debian does" OFF)
+if(KELSH_RPM_LAYOUT)
+    # /lib is a link there, and a package must not go through it.
+    set(unit_dir /usr/lib/systemd/system)
+    set(zsh_dir ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)
+    # rpmbuild looks for the libraries that a library needs only where that may be executed.
+    set(library_extra OWNER_EXECUTE GROUP_EXECUTE WORLD_EXECUTE)
+else()
+    set(unit_dir /lib/systemd/system)
+    set(zsh_dir ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
+    set(library_extra)
+endif()
 
 set(KELSH_HOME /opt/kelsh CACHE PATH "The shell's directory")
 set(KELNODE_HOME /opt/kelnode CACHE PATH "The node path")
@@ -29,31 +42,46 @@ if(NOT date)
     set(date "Thu, 01 Jan 1970 00:00:00 +0000")
 endif()
 
-# kelsh_install_documents(PACKAGE PAGE...): manual pages, copyright and change log.
-function(kelsh_install_documents package)
+# kelsh_compress(PACKAGE FILE...): packs installed files, named relative to the prefix.
+function(kelsh_compress package)
+    foreach(file ${ARGN})
+        install(CODE "execute_process(COMMAND gzip -9nf
+            \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${file}\" COMMAND_ERROR_IS_FATAL ANY)"
+            COMPONENT ${package})
+    endforeach()
+endfunction()
+
+# kelsh_install_legal(PACKAGE): licence and change log, as the distribution wants them.
+function(kelsh_install_legal package)
+    if(KELSH_RPM_LAYOUT)
+        # The change log is a part of the package's header.
+        install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/licenses/${package}
+            COMPONENT ${package})
+        return()
+    endif()
     file(WRITE ${generated}/control/${package}/changelog
         "${package} (${PROJECT_VERSION}) unstable; urgency=medium\n\n"
         "  * Built from ${build}.\n\n -- ${KELSH_MAINTAINER}  ${date}\n")
     set(doc ${CMAKE_INSTALL_DATADIR}/doc/${package})
     install(FILES packaging/debian/copyright ${generated}/control/${package}/changelog
         DESTINATION ${doc} COMPONENT ${package})
-    set(compressed ${doc}/changelog)
-    foreach(page ${ARGN})
-        string(REGEX REPLACE ".*\\." "" chapter ${page})
-        set(man ${CMAKE_INSTALL_MANDIR}/man${chapter})
-        install(FILES docs/man/${page} DESTINATION ${man} COMPONENT ${package})
-        list(APPEND compressed ${man}/${page})
-    endforeach()
-    foreach(file ${compressed})
-        install(CODE "execute_process(COMMAND gzip -9nf
-            \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${file}\" COMMAND_ERROR_IS_FATAL ANY)"
-            COMPONENT ${package})
-    endforeach()
+    kelsh_compress(${package} ${doc}/changelog)
     if(EXISTS ${PROJECT_SOURCE_DIR}/packaging/debian/${package}.lintian-overrides)
         install(FILES packaging/debian/${package}.lintian-overrides
             DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides RENAME ${package}
             COMPONENT ${package})
     endif()
+endfunction()
+
+# kelsh_install_documents(PACKAGE PAGE...): manual pages, licence and change log.
+function(kelsh_install_documents package)
+    kelsh_install_legal(${package})
+    foreach(page ${ARGN})
+        string(REGEX REPLACE ".*\\." "" chapter ${page})
+        set(man ${CMAKE_INSTALL_MANDIR}/man${chapter})
+        install(FILES docs/man/${page} DESTINATION ${man} COMPONENT ${package})
+        kelsh_compress(${package} ${man}/${page})
+    endforeach()
 endfunction()
 
 set(closed OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE)
@@ -66,7 +94,7 @@ set_target_properties(kelsh_installed PROPERTIES
     RUNTIME_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/installed)
 install(TARGETS kelsh_installed RUNTIME DESTINATION ${private_lib} COMPONENT kelsh)
 install(TARGETS kelsh LIBRARY DESTINATION ${private_library}
-    PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ COMPONENT kelsh)
+    PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ ${library_extra} COMPONENT kelsh)
 install(PROGRAMS ${generated}/kelsh DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT kelsh)
 install(TARGETS kelsh-lint RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT kelsh)
 install(FILES packaging/node.cfg packaging/cmd.cfg packaging/ssl_master.cfg
@@ -82,8 +110,7 @@ install(FILES packaging/kelsh.tmpfiles DESTINATION lib/tmpfiles.d RENAME kelsh.c
 install(PROGRAMS completions/kelsh-complete DESTINATION ${private_lib} COMPONENT kelsh)
 install(FILES completions/kelsh.bash
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME kelsh COMPONENT kelsh)
-install(FILES completions/_kelsh DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions
-    COMPONENT kelsh)
+install(FILES completions/_kelsh DESTINATION ${zsh_dir} COMPONENT kelsh)
 kelsh_install_documents(kelsh kelsh.1 kelsh-lint.1 node.cfg.5 cmd.cfg.5 ssl_master.cfg.5)
 
 # A node.
@@ -92,7 +119,7 @@ install(PROGRAMS packaging/wait-for-firmware DESTINATION lib/kelnode COMPONENT k
 install(FILES packaging/kelnode.cfg DESTINATION ${KELNODE_HOME} COMPONENT kelnode)
 install(DIRECTORY DESTINATION ${KELNODE_HOME}/tools DIRECTORY_PERMISSIONS ${program}
     COMPONENT kelnode)
-install(FILES packaging/kelnode.service DESTINATION /lib/systemd/system COMPONENT kelnode)
+install(FILES packaging/kelnode.service DESTINATION ${unit_dir} COMPONENT kelnode)
 kelsh_install_documents(kelnode kelnode.8 kelnode.cfg.5)
 
 # Certificates and packaged tools.
@@ -145,4 +172,5 @@ set(CPACK_DEBIAN_KELSH_PACKAGE_RECOMMENDS "kelsh-tools, logrotate")
 set(CPACK_DEBIAN_KELSH_PACKAGE_SUGGESTS "ipmitool")
 set(CPACK_DEBIAN_KELNODE_PACKAGE_SUGGESTS "ipmitool")
 set(CPACK_DEBIAN_KELSH-TOOLS_PACKAGE_DEPENDS openssl)
+include(KelshRpm)
 include(CPack)

@@ -7,12 +7,12 @@
 #include <gtest/gtest.h>
 
 #include "CResult.h"
-#include "CShellCommandSet.h"
+#include "CommandSetFixture.h"
 #include "FirmwareNode.h"
 
 // A set against one real agent on a machine of stand-in tools.
 template <class Set>
-class FirmwareFixture : public ::testing::Test {
+class FirmwareFixture : public CommandSetFixture<Set> {
 protected:
     // The stand-in must be what the node finds: the machine that runs the tests has the real one.
     void SetUp() override {
@@ -30,23 +30,7 @@ protected:
         return CSSLConfig::getInstance()->getCertificateFile();
     }
 
-    CResult execute(const std::string& line, unsigned int timeOutMs = 30000) {
-        CResult result;
-        testing::internal::CaptureStdout();
-        set.execute(line, node.target(), result, timeOutMs);
-        printed = testing::internal::GetCapturedStdout();
-        return result;
-    }
-
-    void expectFailure(const CResult& result, const std::string& summary) {
-        EXPECT_EQ(result.getRunStatus(), EXEC_FAILURE);
-        EXPECT_EQ(result.getRunSummary(), summary);
-    }
-
-    void expectSuccess(const CResult& result, const std::string& summary) {
-        EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS);
-        EXPECT_EQ(result.getRunSummary(), summary);
-    }
+    CNode* target() override { return node.target(); }
 
     // The tools that were called for the last command, uname and the like left out.
     std::vector<std::string> calls() {
@@ -73,6 +57,4 @@ protected:
 
     FirmwareCluster cluster;
     FirmwareNode node{cluster, "node_0000"};
-    Set set;
-    std::string printed;
 };

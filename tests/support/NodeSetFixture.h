@@ -7,13 +7,13 @@
 #include <gtest/gtest.h>
 
 #include "CNode.h"
-#include "CResult.h"
+#include "CommandSetFixture.h"
 #include "ScriptedAgent.h"
 #include "TempDir.h"
 
 // A built-in set, a node behind a scripted agent, and a file on the master.
 template <class Set>
-class NodeSetFixture : public ::testing::Test {
+class NodeSetFixture : public CommandSetFixture<Set> {
 protected:
     void SetUp() override {
         ScriptedAgent::reset();
@@ -27,24 +27,7 @@ protected:
         EXPECT_LE(agent.mostLiveClients, 1) << "one connection at a time serves a command";
     }
 
-    // Runs the line and keeps what was printed on the console.
-    CResult execute(const std::string& line, unsigned int timeOutMs = 30000) {
-        CResult result;
-        testing::internal::CaptureStdout();
-        set.execute(line, &node, result, timeOutMs);
-        printed = testing::internal::GetCapturedStdout();
-        return result;
-    }
-
-    void expectFailure(const CResult& result, const std::string& summary) {
-        EXPECT_EQ(result.getRunStatus(), EXEC_FAILURE);
-        EXPECT_EQ(result.getRunSummary(), summary);
-    }
-
-    void expectSuccess(const CResult& result, const std::string& summary) {
-        EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS);
-        EXPECT_EQ(result.getRunSummary(), summary);
-    }
+    CNode* target() override { return &node; }
 
     // What the node was asked, without the opening that all commands share.
     std::vector<std::string> requestsAfterOpening() {
@@ -62,6 +45,4 @@ protected:
     std::string file = directory.file("image.bin");
     ScriptedAgent& agent = ScriptedAgent::instance();
     CNode node{"node_0000", "", "127.0.0.1", 4422};
-    Set set;
-    std::string printed;
 };

@@ -44,6 +44,20 @@ protected:
         *nodeLog = agent.failures().empty() ? std::string() : agent.failures().front();
         return text;
     }
+
+    // Connects again and again until that is refused; what is said then.
+    static std::string refusalInTheEnd(SSLClient& client) {
+        std::string refusal;
+        EXPECT_TRUE(eventually([&] {
+            try {
+                client.initAndConnect();
+            } catch (const CException& error) {
+                refusal = error.getErrMsg();
+            }
+            return !refusal.empty();
+        }));
+        return refusal;
+    }
 };
 
 }  // namespace
@@ -231,16 +245,7 @@ TEST_F(SSLClientCertificates, NothingOutlivesTheMastersCertificate) {
     FakeNodeAgent agent(filesOf(node), greetAndWait);
     SSLClient client("127.0.0.1", agent.port(), identity.certificateFile);
     client.initAndConnect();
-    std::string refusal;
-    EXPECT_TRUE(eventually([&] {
-        try {
-            client.initAndConnect();
-        } catch (const CException& error) {
-            refusal = error.getErrMsg();
-        }
-        return !refusal.empty();
-    }));
-    EXPECT_THAT(refusal, MentionsAll(parts({"CN=short-lived", "expired"})));
+    EXPECT_THAT(refusalInTheEnd(client), MentionsAll(parts({"CN=short-lived", "expired"})));
 }
 
 TEST_F(SSLClientCertificates, NothingOutlivesTheNodesCertificate) {
@@ -249,16 +254,7 @@ TEST_F(SSLClientCertificates, NothingOutlivesTheNodesCertificate) {
     FakeNodeAgent agent(filesOf(pki.issue("short", request)), greetAndWait);
     SSLClient client = clientOf(agent);
     client.initAndConnect();
-    std::string refusal;
-    EXPECT_TRUE(eventually([&] {
-        try {
-            client.initAndConnect();
-        } catch (const CException& error) {
-            refusal = error.getErrMsg();
-        }
-        return !refusal.empty();
-    }));
-    EXPECT_THAT(refusal, MentionsAll(parts({"CN=node_0001", "expired on"})));
+    EXPECT_THAT(refusalInTheEnd(client), MentionsAll(parts({"CN=node_0001", "expired on"})));
 }
 
 TEST_F(SSLClientCertificates, APeerWithoutCertificateIsRefused) {
