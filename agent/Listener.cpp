@@ -408,7 +408,8 @@ void Listener::becomeSession(WaitingRoom::Guest guest, UniqueFd status) {
     ::prctl(PR_SET_NAME, "kelnode-session");
     ::prctl(PR_SET_CHILD_SUBREAPER, 0);
     ::closelog();
-    descriptors::closeAllBut({guest.connection.get(), status.get(), log.descriptor()});
+    descriptors::closeAllBut({guest.connection.get(), status.get(), log.descriptor(),
+                              confinement.emptyDirectory->get()});
     watchForDeadPeer(guest.connection.get());
     {
         Session session(std::move(guest.connection), context, config, *authorization, jobSettings,

@@ -123,9 +123,11 @@ public:
 private:
     void readWire() {
         try {
+            wireIsDry = false;
             while (!peerEnded && toLocal.hasRoom()) {
                 const std::size_t got = wire.readSome(toLocal.room(), toLocal.roomSize());
                 if (got == 0) {
+                    wireIsDry = true;
                     return;
                 }
                 toLocal.add(got);
@@ -187,6 +189,10 @@ private:
 
     void wait() const {
         const bool reads = !peerEnded && toLocal.hasRoom();
+        if (reads && !wireIsDry) {
+            // Reading stopped for want of room: what TLS holds already is no event of the socket.
+            return;
+        }
         const short wireEvents =
             static_cast<short>((reads ? POLLIN : 0) | (toWire.isEmpty() ? 0 : POLLOUT));
         const short localEvents =
@@ -200,6 +206,7 @@ private:
     int local;
     Buffer toLocal;
     Buffer toWire;
+    bool wireIsDry = false;
     bool peerEnded = false;
     bool toldEnd = false;
     bool sessionEnded = false;

@@ -194,9 +194,12 @@ bool limit(int resource, rlim_t most) {
     return ::setrlimit(static_cast<__rlimit_resource_t>(resource), &value) == 0;
 }
 
+bool changeRoot(const Settings& settings) {
+    return ::fchdir(settings.emptyDirectory->get()) == 0 && ::chroot(".") == 0 && ::chdir("/") == 0;
+}
+
 bool changeUser(const Settings& settings) {
-    return ::chroot(settings.emptyDirectory.c_str()) == 0 && ::chdir("/") == 0 &&
-           ::setgroups(0, nullptr) == 0 &&
+    return ::setgroups(0, nullptr) == 0 &&
            ::setresgid(settings.group, settings.group, settings.group) == 0 &&
            ::setresuid(settings.user, settings.user, settings.user) == 0 && ::setuid(0) != 0;
 }
@@ -235,13 +238,15 @@ bool keepTwo(int first, int second) {
 
 Settings probe(const std::string& emptyDirectory, std::list<std::string>& missing) {
     Settings settings;
-    settings.emptyDirectory = emptyDirectory;
+    settings.emptyDirectory = std::make_shared<const UniqueFd>(
+        ::open(emptyDirectory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (const passwd* const found = ::getpwnam(kUserName)) {
         settings.user = found->pw_uid;
         settings.group = found->pw_gid;
     }
-    settings.changesUser =
-        ::geteuid() == 0 && succeedsElsewhere([&] { return changeUser(settings); });
+    settings.changesUser = ::geteuid() == 0 && succeedsElsewhere([&] {
+                               return changeRoot(settings) && changeUser(settings);
+                           });
     if (!settings.changesUser) {
         missing.emplace_back(
             "the network side of a session keeps this user and root directory: changing them is"
@@ -259,6 +264,9 @@ Settings probe(const std::string& emptyDirectory, std::list<std::string>& missin
 }
 
 std::string enter(const Settings& settings, pid_t parent, int first, int second) {
+    if (settings.changesUser && !changeRoot(settings)) {
+        return failed("cannot change the root directory");
+    }
     if (!keepTwo(first, second)) {
         return failed("cannot keep the sockets apart");
     }

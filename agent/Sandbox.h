@@ -1,15 +1,20 @@
 #pragma once
 
 #include <list>
+#include <memory>
 #include <string>
 #include <sys/types.h>
+
+#include "UniqueFd.h"
 
 // Takes from a process all that passing bytes between two sockets does not need.
 namespace sandbox {
 
 // What can be had here; found out once by probe().
 struct Settings {
-    std::string emptyDirectory;  // the new root directory; belongs to root
+    // The new root directory. Held open: whatever is mounted over its path later, or removed, the
+    // sessions to come still have it.
+    std::shared_ptr<const UniqueFd> emptyDirectory;
     uid_t user = 65534;
     gid_t group = 65534;
     bool changesUser = false;  // and the root directory

@@ -328,6 +328,31 @@ TEST_F(AgentFiles, FileThatChangesWhileItIsReadIsRefused) {
                 "while it was being read");
 }
 
+// What is left of the last record waits inside TLS, where no event of the socket tells of it.
+TEST_F(AgentFiles, BurstThatFillsTheNetworkSideArrives) {
+    constexpr std::size_t kHolds = std::size_t{64} * 1024;
+    const auto channel = agent.openChannel();
+    const pid_t pid = agent.processes("kelnode-network").at(0);
+    protocol::Put put;
+    put.path = file("burst");
+    const std::size_t putBytes = protocol::encode(put).size();
+    // The buffer is full in the middle of the END frame.
+    const std::string content(kHolds - putBytes - 2 * protocol::kHeaderBytes, 'x');
+    protocol::End end;
+    end.digest = digestOf(content);
+    ::kill(pid, SIGSTOP);
+    std::thread sender([&] {
+        sendPut(*channel, put.path, content.size());
+        channel->sendFrame(dataFrame(content), LocalAgent::soon());
+        channel->sendFrame(protocol::encode(end), LocalAgent::soon());
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    ::kill(pid, SIGCONT);
+    sender.join();
+    EXPECT_EQ(decodeAnswer(channel->receiveFrame(LocalAgent::soon())).type, FrameType::kResult);
+    EXPECT_EQ(LocalAgent::read(put.path), content);
+}
+
 TEST_F(AgentFiles, SeveralUploadsToOnePathLeaveOneOfThemWhole) {
     std::vector<std::thread> threads;
     for (char letter = 'a'; letter < 'i'; ++letter) {

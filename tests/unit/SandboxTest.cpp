@@ -140,3 +140,8 @@ TEST_F(SandboxEntered, WhoseParentIsGoneDoesNotBegin) {
     ASSERT_EQ(::waitpid(pid, &status, 0), pid);
     EXPECT_EQ(status, 0);
 }
+
+TEST_F(SandboxEntered, WorksWhenItsDirectoryIsGone) {
+    ASSERT_EQ(::rmdir(empty.c_str()), 0);
+    EXPECT_EQ(WEXITSTATUS(statusOf([] { return kDone; })), kDone);
+}
