@@ -189,9 +189,16 @@ bool filterCalls() {
     return kArchitecture != 0 && ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
 }
 
+// Only ever less than before.
 bool limit(int resource, rlim_t most) {
-    const rlimit value{most, most};
-    return ::setrlimit(static_cast<__rlimit_resource_t>(resource), &value) == 0;
+    const auto what = static_cast<__rlimit_resource_t>(resource);
+    rlimit value{};
+    if (::getrlimit(what, &value) != 0) {
+        return false;
+    }
+    value.rlim_max = std::min(value.rlim_max, most);
+    value.rlim_cur = value.rlim_max;
+    return ::setrlimit(what, &value) == 0;
 }
 
 bool changeRoot(const Settings& settings) {

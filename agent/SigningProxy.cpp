@@ -58,8 +58,31 @@ int signWithRsa(int /*count*/, const unsigned char* /*padded*/, unsigned char* s
     return ask(signature, size) == size ? static_cast<int>(size) : -1;
 }
 
+// Never destroyed: keys refer to them.
+const EC_KEY_METHOD* curveMethod() {
+    static EC_KEY_METHOD* const method = [] {
+        EC_KEY_METHOD* const own = EC_KEY_METHOD_new(EC_KEY_OpenSSL());
+        if (own != nullptr) {
+            EC_KEY_METHOD_set_sign(own, &signWithCurve, nullptr, nullptr);
+        }
+        return own;
+    }();
+    return method;
+}
+
+const RSA_METHOD* rsaMethod() {
+    static RSA_METHOD* const method = [] {
+        RSA_METHOD* const own = RSA_meth_dup(RSA_PKCS1_OpenSSL());
+        if (own != nullptr) {
+            RSA_meth_set_priv_enc(own, &signWithRsa);
+        }
+        return own;
+    }();
+    return method;
+}
+
 Key standInOfCurve(const EVP_PKEY* known) {
-    EC_KEY_METHOD* const method = EC_KEY_METHOD_new(EC_KEY_OpenSSL());
+    const EC_KEY_METHOD* const method = curveMethod();
     const EC_KEY* const source = EVP_PKEY_get0_EC_KEY(known);
     EC_KEY* const copy = source != nullptr ? EC_KEY_dup(source) : nullptr;
     Key key(EVP_PKEY_new());
@@ -67,7 +90,6 @@ Key standInOfCurve(const EVP_PKEY* known) {
         EC_KEY_free(copy);
         return nullptr;
     }
-    EC_KEY_METHOD_set_sign(method, &signWithCurve, nullptr, nullptr);
     if (EC_KEY_set_method(copy, method) != 1 || EVP_PKEY_assign_EC_KEY(key.get(), copy) != 1) {
         EC_KEY_free(copy);
         return nullptr;
@@ -76,12 +98,11 @@ Key standInOfCurve(const EVP_PKEY* known) {
 }
 
 Key standInOfRsa(const EVP_PKEY* known) {
-    RSA_METHOD* const method = RSA_meth_dup(RSA_PKCS1_OpenSSL());
+    const RSA_METHOD* const method = rsaMethod();
     const RSA* const source = EVP_PKEY_get0_RSA(known);
     RSA* const copy = source != nullptr ? RSAPublicKey_dup(source) : nullptr;
     Key key(EVP_PKEY_new());
-    if (method == nullptr || copy == nullptr || !key ||
-        RSA_meth_set_priv_enc(method, &signWithRsa) != 1 || RSA_set_method(copy, method) != 1 ||
+    if (method == nullptr || copy == nullptr || !key || RSA_set_method(copy, method) != 1 ||
         EVP_PKEY_assign_RSA(key.get(), copy) != 1) {
         RSA_free(copy);
         return nullptr;
