@@ -7,6 +7,7 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <iterator>
 #include <poll.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -23,10 +24,13 @@ using Clock = std::chrono::steady_clock;
 constexpr std::size_t kHashDigits = 64;
 constexpr std::size_t kShownBytes = 8192;
 constexpr std::size_t kShownNameBytes = 256;
-// More than the longest line: every byte shown may take six.
-constexpr off_t kTailBytes = off_t{128} * 1024;
-// Disk space taken ahead, so that the audit does not stop the command that would free some.
+// Of the end of the file. Nearly always the first holds the last line; the second is more than the
+// longest one: every byte shown may take six.
+constexpr off_t kTailBytes[] = {off_t{4} * 1024, off_t{128} * 1024};
+// Disk space taken ahead, so that the audit does not stop the command that would free some; taken
+// anew when half of it is used.
 constexpr off_t kSpareBytes = off_t{256} * 1024;
+constexpr off_t kBytesOfBlock = 512;  // as stat(2) counts them
 constexpr std::chrono::seconds kReadLockLimit(5);
 constexpr int kLockPollMs = 2;
 constexpr char kStart[] = "{\"n\":";
@@ -160,12 +164,23 @@ UniqueFd openFile(const std::string& name, int flags) {
     return fd;
 }
 
-off_t sizeOf(int fd, const std::string& name) {
+struct stat examine(int fd, const std::string& name) {
     struct stat found {};
     if (::fstat(fd, &found) != 0) {
         throwErrno("cannot examine " + name);
     }
-    return found.st_size;
+    return found;
+}
+
+off_t sizeOf(int fd, const std::string& name) {
+    return examine(fd, name).st_size;
+}
+
+// Without effect where the file system cannot.
+void keepSpare(int fd, const struct stat& found, off_t at) {
+    if (off_t{found.st_blocks} * kBytesOfBlock < at + kSpareBytes / 2) {
+        (void)::fallocate(fd, FALLOC_FL_KEEP_SIZE, at, kSpareBytes);
+    }
 }
 
 // The file with the lock on it; the one that has the name, should it have been moved away
@@ -202,19 +217,26 @@ struct Tail {
 };
 
 Tail readTail(int fd, off_t size, const std::string& name) {
-    const off_t from = std::max<off_t>(0, size - kTailBytes);
-    const std::string text = readRange(fd, from, size, name);
-    const std::size_t newline = text.rfind('\n');
     Tail tail;
-    tail.completeEnd = newline == std::string::npos ? from : from + static_cast<off_t>(newline) + 1;
-    tail.torn = tail.completeEnd != size;
-    if (newline != std::string::npos) {
-        const std::size_t before = newline == 0 ? std::string::npos : text.rfind('\n', newline - 1);
+    for (const off_t most : kTailBytes) {
+        const off_t from = std::max<off_t>(0, size - most);
+        const std::string text = readRange(fd, from, size, name);
+        const std::size_t newline = text.rfind('\n');
+        const std::size_t before = newline == 0 || newline == std::string::npos
+                                       ? std::string::npos
+                                       : text.rfind('\n', newline - 1);
+        if (before == std::string::npos && from > 0 && most != *std::rbegin(kTailBytes)) {
+            continue;  // the line begins further in front
+        }
+        tail.completeEnd =
+            newline == std::string::npos ? from : from + static_cast<off_t>(newline) + 1;
+        tail.torn = tail.completeEnd != size;
         const std::size_t begin = before == std::string::npos ? 0 : before + 1;
         ParsedLine line;
-        if (parseLine(text.substr(begin, newline - begin), line)) {
+        if (newline != std::string::npos && parseLine(text.substr(begin, newline - begin), line)) {
             tail.last = line.link;
         }
+        break;
     }
     return tail;
 }
@@ -307,7 +329,8 @@ void AuditLog::append(const AuditEntry& entry, const std::string& event, const s
     const std::string headFile = headName(file);
     const UniqueFd head = openFile(headFile, O_RDWR | O_CREAT);
     const Link kept = readHead(head.get(), headFile);
-    const off_t size = sizeOf(fd.get(), file);
+    const struct stat found = examine(fd.get(), file);
+    const off_t size = found.st_size;
     const Tail tail = readTail(fd.get(), size, file);
     // The head is written last: it may be behind after a crash. Where it is ahead, lines are gone;
     // going on from it keeps the gap to be seen.
@@ -321,7 +344,7 @@ void AuditLog::append(const AuditEntry& entry, const std::string& event, const s
         text = "\n";
     }
     text += makeLine(link, entry, event, outcome, millis);
-    (void)::fallocate(fd.get(), FALLOC_FL_KEEP_SIZE, at, kSpareBytes);
+    keepSpare(fd.get(), found, at);
     try {
         if (at != size && ::ftruncate(fd.get(), at) != 0) {
             throwErrno("cannot write " + file);

@@ -86,16 +86,16 @@ Job::Job(const JobSettings& settings, const JobRequest& request)
 }
 
 Job::Report Job::nextReport() {
-    char buffer[kMaxReportBytes];
+    char message[kMaxReportBytes];
     ssize_t count = 0;
     do {
-        count = ::recv(control.get(), buffer, sizeof buffer, MSG_DONTWAIT);
+        count = ::recv(control.get(), message, sizeof message, MSG_DONTWAIT);
     } while (count < 0 && errno == EINTR);
     if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
         return Report();
     }
     if (count > 0) {
-        return decodeReport(std::string(buffer, static_cast<std::size_t>(count)));
+        return decodeReport(std::string(message, static_cast<std::size_t>(count)));
     }
     Report lost;
     lost.kind = Report::Kind::kLost;
@@ -103,18 +103,21 @@ Job::Report Job::nextReport() {
 }
 
 std::string Job::readOutput(std::size_t maxBytes) {
-    std::string bytes(maxBytes, '\0');
+    if (!buffer || bufferBytes < maxBytes) {
+        // Not filled with anything: most jobs write little, and what is never touched is no memory.
+        buffer.reset(new char[maxBytes]);
+        bufferBytes = maxBytes;
+    }
     ssize_t count = 0;
     do {
-        count = uninterruptible ? ::pread(output.get(), bytes.data(), maxBytes, outputRead)
-                                : ::read(output.get(), bytes.data(), maxBytes);
+        count = uninterruptible ? ::pread(output.get(), buffer.get(), maxBytes, outputRead)
+                                : ::read(output.get(), buffer.get(), maxBytes);
     } while (count < 0 && errno == EINTR);
     if (count <= 0) {
         return "";
     }
     outputRead += count;
-    bytes.resize(static_cast<std::size_t>(count));
-    return bytes;
+    return std::string(buffer.get(), static_cast<std::size_t>(count));
 }
 
 std::size_t Job::unreadOutput() const {

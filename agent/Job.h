@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <sys/resource.h>
 #include <sys/types.h>
@@ -92,4 +93,6 @@ private:
     UniqueFd control;
     UniqueFd output;
     off_t outputRead = 0;  // of the file; a pipe needs none
+    std::unique_ptr<char[]> buffer;
+    std::size_t bufferBytes = 0;
 };

@@ -235,7 +235,9 @@ void JobSupervisor::spawn() {
     }
     const UniqueFd statusRead(status[0]);
     UniqueFd statusWrite(status[1]);
-    shell = ::fork();
+    // Not fork: that would copy a memory map only for execve to throw it away. Until then the child
+    // has this process's memory, which becomeJob leaves as it is, and this one waits.
+    shell = ::vfork();
     if (shell < 0) {
         tidyUp();
         throwErrno("cannot start the job");

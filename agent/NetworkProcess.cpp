@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <poll.h>
 #include <sys/socket.h>
 #include <utility>
@@ -75,13 +76,14 @@ private:
 // Bytes on their way in one direction.
 class Buffer {
 public:
-    Buffer() : bytes(kBufferBytes) {}
+    // Not filled with anything: what is never used takes no memory then.
+    Buffer() : bytes(new char[kBufferBytes]) {}
     bool isEmpty() const { return first == last; }
-    bool hasRoom() const { return last < bytes.size(); }
-    const char* data() const { return bytes.data() + first; }
+    bool hasRoom() const { return last < kBufferBytes; }
+    const char* data() const { return bytes.get() + first; }
     std::size_t size() const { return last - first; }
-    char* room() { return bytes.data() + last; }
-    std::size_t roomSize() const { return bytes.size() - last; }
+    char* room() { return bytes.get() + last; }
+    std::size_t roomSize() const { return kBufferBytes - last; }
     void add(std::size_t count) { last += count; }
     void drop(std::size_t count) {
         first += count;
@@ -91,7 +93,7 @@ public:
     }
 
 private:
-    std::vector<char> bytes;
+    std::unique_ptr<char[]> bytes;
     std::size_t first = 0;
     std::size_t last = 0;
 };
