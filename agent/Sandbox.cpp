@@ -1,6 +1,7 @@
 #include "Sandbox.h"
 
 #include <algorithm>
+#include <cassert>
 #include <cerrno>
 #include <csignal>
 #include <cstddef>
@@ -11,6 +12,7 @@
 #include <linux/audit.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <map>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -121,6 +123,8 @@ constexpr long kDeadly[] = {
 };
 
 using Program = std::vector<sock_filter>;
+// What is done with calls, by their numbers.
+using Rules = std::map<std::uint32_t, Program>;
 
 void load(Program& program, std::size_t offset) {
     program.push_back(BPF_STMT(BPF_LD | BPF_W | BPF_ABS, static_cast<std::uint32_t>(offset)));
@@ -130,9 +134,10 @@ void end(Program& program, std::uint32_t verdict) {
     program.push_back(BPF_STMT(BPF_RET | BPF_K, verdict));
 }
 
-void endIfEqual(Program& program, std::uint32_t value, std::uint32_t verdict) {
-    program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, value, 0, 1));
+Program always(std::uint32_t verdict) {
+    Program program;
     end(program, verdict);
+    return program;
 }
 
 // The low half of an argument; both processors have it first.
@@ -141,24 +146,75 @@ std::size_t argument(std::size_t number) {
 }
 
 // Memory may not become code.
-void allowWithoutExecution(Program& program, long call) {
-    program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<std::uint32_t>(call), 0, 4));
+Program withoutExecution() {
+    Program program;
     load(program, argument(2));
     program.push_back(BPF_JUMP(BPF_JMP | BPF_JSET | BPF_K, PROT_EXEC, 1, 0));
     end(program, SECCOMP_RET_ALLOW);
     end(program, SECCOMP_RET_KILL_PROCESS);
+    return program;
 }
 
 // Only with one of the values as the second argument.
-void allowWith(Program& program, long call, const std::vector<std::uint32_t>& values) {
-    const auto skip = static_cast<std::uint8_t>(2 * values.size() + 2);
-    program.push_back(
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<std::uint32_t>(call), 0, skip));
+Program onlyWith(const std::vector<std::uint32_t>& values) {
+    Program program;
     load(program, argument(1));
     for (const std::uint32_t value : values) {
-        endIfEqual(program, value, SECCOMP_RET_ALLOW);
+        program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, value, 0, 1));
+        end(program, SECCOMP_RET_ALLOW);
     }
     end(program, SECCOMP_RET_ERRNO | EPERM);
+    return program;
+}
+
+bool isSame(const Program& a, const Program& b) {
+    return a.size() == 1 && b.size() == 1 && a[0].code == b[0].code && a[0].k == b[0].k;
+}
+
+// A rule for every number there is: each holds up to the next.
+Rules rulesOfAll() {
+    Rules named;
+    for (const long call : kAllowed) {
+        named[static_cast<std::uint32_t>(call)] = always(SECCOMP_RET_ALLOW);
+    }
+    for (const long call : kDeadly) {
+        named[static_cast<std::uint32_t>(call)] = always(SECCOMP_RET_KILL_PROCESS);
+    }
+    named[SYS_mmap] = withoutExecution();
+    named[SYS_mprotect] = withoutExecution();
+    named[SYS_ioctl] = onlyWith({FIONREAD});
+    named[SYS_fcntl] = onlyWith({F_GETFL, F_SETFL, F_GETFD, F_SETFD});
+    const Program others = always(SECCOMP_RET_ERRNO | EPERM);
+    Rules all{{0, others}};
+    for (const auto& rule : named) {
+        all[rule.first] = rule.second;
+        if (named.count(rule.first + 1) == 0) {
+            all[rule.first + 1] = others;
+        }
+    }
+    all[kForeignNumbers] = always(SECCOMP_RET_KILL_PROCESS);
+    for (auto rule = std::next(all.begin()); rule != all.end();) {
+        rule = isSame(rule->second, std::prev(rule)->second) ? all.erase(rule) : std::next(rule);
+    }
+    return all;
+}
+
+// Halves what is left until one rule is: the kernel goes through the program for every number
+// there is when it takes it, and then for every call.
+Program decide(Rules::const_iterator first, Rules::const_iterator last) {
+    const auto count = std::distance(first, last);
+    if (count == 1) {
+        return first->second;
+    }
+    const auto middle = std::next(first, count / 2);
+    const Program below = decide(first, middle);
+    const Program above = decide(middle, last);
+    assert(below.size() <= UINT8_MAX);
+    Program program{BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, middle->first,
+                             static_cast<std::uint8_t>(below.size()), 0)};
+    program.insert(program.end(), below.begin(), below.end());
+    program.insert(program.end(), above.begin(), above.end());
+    return program;
 }
 
 Program makeFilter() {
@@ -167,25 +223,20 @@ Program makeFilter() {
     program.push_back(BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kArchitecture, 1, 0));
     end(program, SECCOMP_RET_KILL_PROCESS);
     load(program, offsetof(seccomp_data, nr));
-    program.push_back(BPF_JUMP(BPF_JMP | BPF_JGE | BPF_K, kForeignNumbers, 0, 1));
-    end(program, SECCOMP_RET_KILL_PROCESS);
-    for (const long call : kAllowed) {
-        endIfEqual(program, static_cast<std::uint32_t>(call), SECCOMP_RET_ALLOW);
-    }
-    for (const long call : kDeadly) {
-        endIfEqual(program, static_cast<std::uint32_t>(call), SECCOMP_RET_KILL_PROCESS);
-    }
-    allowWithoutExecution(program, SYS_mmap);
-    allowWithoutExecution(program, SYS_mprotect);
-    allowWith(program, SYS_ioctl, {FIONREAD});
-    allowWith(program, SYS_fcntl, {F_GETFL, F_SETFL, F_GETFD, F_SETFD});
-    end(program, SECCOMP_RET_ERRNO | EPERM);
+    const Rules rules = rulesOfAll();
+    const Program decision = decide(rules.begin(), rules.end());
+    program.insert(program.end(), decision.begin(), decision.end());
     return program;
 }
 
+// Made once, by the process that all others are forked from.
+Program& theFilter() {
+    static Program filter = makeFilter();
+    return filter;
+}
+
 bool filterCalls() {
-    Program program = makeFilter();
-    const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
+    const sock_fprog filter{static_cast<unsigned short>(theFilter().size()), theFilter().data()};
     return kArchitecture != 0 && ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
 }
 
@@ -226,6 +277,32 @@ bool succeedsElsewhere(Action action) {
     return pid > 0 && ended == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
+// In another process: the sources of user names are libraries that this one, and all sessions with
+// it, would keep for ever.
+void lookUpUser(Settings& settings) {
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0) {
+        return;
+    }
+    const UniqueFd from(ends[0]);
+    UniqueFd to(ends[1]);
+    std::uint32_t ids[2] = {settings.user, settings.group};
+    const bool found = succeedsElsewhere([&] {
+        const passwd* const user = ::getpwnam(kUserName);
+        if (user == nullptr) {
+            return false;
+        }
+        ids[0] = user->pw_uid;
+        ids[1] = user->pw_gid;
+        return ::write(to.get(), ids, sizeof ids) == static_cast<ssize_t>(sizeof ids);
+    });
+    to.reset();
+    if (found && ::read(from.get(), ids, sizeof ids) == static_cast<ssize_t>(sizeof ids)) {
+        settings.user = ids[0];
+        settings.group = ids[1];
+    }
+}
+
 std::string failed(const char* what) {
     return std::string(what) + ": " + std::strerror(errno);
 }
@@ -247,10 +324,7 @@ Settings probe(const std::string& emptyDirectory, std::list<std::string>& missin
     Settings settings;
     settings.emptyDirectory = std::make_shared<const UniqueFd>(
         ::open(emptyDirectory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    if (const passwd* const found = ::getpwnam(kUserName)) {
-        settings.user = found->pw_uid;
-        settings.group = found->pw_gid;
-    }
+    lookUpUser(settings);
     settings.changesUser = ::geteuid() == 0 && succeedsElsewhere([&] {
                                return changeRoot(settings) && changeUser(settings);
                            });
@@ -259,6 +333,7 @@ Settings probe(const std::string& emptyDirectory, std::list<std::string>& missin
             "the network side of a session keeps this user and root directory: changing them is"
             " not allowed here");
     }
+    theFilter();
     settings.filtersCalls = !kIsSanitized && succeedsElsewhere([] {
         return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 && filterCalls();
     });
