@@ -40,10 +40,6 @@ struct DigestContextDeleter {
     void operator()(EVP_MD_CTX* doomed) const { EVP_MD_CTX_free(doomed); }
 };
 using DigestContext = std::unique_ptr<EVP_MD_CTX, DigestContextDeleter>;
-struct X509Deleter {
-    void operator()(X509* doomed) const { X509_free(doomed); }
-};
-using Certificate = std::unique_ptr<X509, X509Deleter>;
 
 [[noreturn]] void refuse(const std::string& what) {
     ERR_clear_error();
@@ -301,10 +297,10 @@ HandshakeWitness::Master HandshakeWitness::prove(const std::string& messages,
     own.expectEnd();
     Master master;
     master.certificates = certificatesOf(all[2]);
-    const auto* der = reinterpret_cast<const unsigned char*>(master.certificates.data());
-    const Certificate certificate(
-        d2i_X509(nullptr, &der, static_cast<long>(master.certificates.size())));
-    EVP_PKEY* const key = certificate ? X509_get0_pubkey(certificate.get()) : nullptr;
+    const std::vector<TlsContext::Certificate> certificates =
+        TlsContext::parse(master.certificates);
+    const X509* const certificate = certificates.empty() ? nullptr : certificates.front().get();
+    EVP_PKEY* const key = certificate != nullptr ? X509_get0_pubkey(certificate) : nullptr;
     if (key == nullptr) {
         refuse("the master's certificate can not be read");
     }
@@ -322,10 +318,10 @@ HandshakeWitness::Master HandshakeWitness::prove(const std::string& messages,
     if (!isProven) {
         refuse("the master's signature does not fit");
     }
-    const std::string refusal = context->refusalOf(master.certificates, whose, master.name);
+    const std::string refusal = context->refusalOf(certificates, whose, master.name);
     if (!refusal.empty()) {
         throw CException(refusal);
     }
-    master.subject = tlsfault::subject(certificate.get());
+    master.subject = tlsfault::subject(certificate);
     return master;
 }

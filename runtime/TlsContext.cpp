@@ -34,9 +34,6 @@ constexpr char kCipherSuites[] =
 struct BioDeleter {
     void operator()(BIO* doomed) const { BIO_free(doomed); }
 };
-struct X509Deleter {
-    void operator()(X509* doomed) const { X509_free(doomed); }
-};
 struct KeyDeleter {
     void operator()(EVP_PKEY* doomed) const { EVP_PKEY_free(doomed); }
 };
@@ -50,7 +47,7 @@ struct StoreContextDeleter {
     void operator()(X509_STORE_CTX* doomed) const { X509_STORE_CTX_free(doomed); }
 };
 using Bio = std::unique_ptr<BIO, BioDeleter>;
-using Certificate = std::unique_ptr<X509, X509Deleter>;
+using Certificate = TlsContext::Certificate;
 using PrivateKey = std::unique_ptr<EVP_PKEY, KeyDeleter>;
 
 [[noreturn]] void failed(const std::string& what) {
@@ -428,18 +425,28 @@ std::string TlsContext::describeOwnCertificate() const {
            tlsfault::validity(own) + ")";
 }
 
-std::string TlsContext::refusalOf(const std::string& certificates, const std::string& whose,
-                                  std::string& name) const {
+std::vector<Certificate> TlsContext::parse(const std::string& certificates) {
     const auto* next = reinterpret_cast<const unsigned char*>(certificates.data());
     const unsigned char* const end = next + certificates.size();
     std::vector<Certificate> parsed;
     while (next < end) {
         Certificate certificate(d2i_X509(nullptr, &next, static_cast<long>(end - next)));
         if (!certificate) {
+            ERR_clear_error();
             break;
         }
         parsed.push_back(std::move(certificate));
     }
+    return parsed;
+}
+
+std::string TlsContext::refusalOf(const std::string& certificates, const std::string& whose,
+                                  std::string& name) const {
+    return refusalOf(parse(certificates), whose, name);
+}
+
+std::string TlsContext::refusalOf(const std::vector<Certificate>& parsed, const std::string& whose,
+                                  std::string& name) const {
     const std::unique_ptr<STACK_OF(X509), StackDeleter> issuers(sk_X509_new_null());
     const std::unique_ptr<X509_STORE_CTX, StoreContextDeleter> check(X509_STORE_CTX_new());
     if (parsed.empty() || !issuers || !check) {

@@ -2,8 +2,10 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <openssl/ssl.h>
+#include <openssl/x509.h>
 
 // The PEM files one end of a connection is made from. Besides these, "crl.pem" beside the
 // certificate file is enforced when it exists.
@@ -26,6 +28,11 @@ struct TlsFiles {
 // process.
 class TlsContext {
 public:
+    struct CertificateDeleter {
+        void operator()(X509* doomed) const { X509_free(doomed); }
+    };
+    using Certificate = std::unique_ptr<X509, CertificateDeleter>;
+
     // The client's context for these files: made once per process, made anew when a file was
     // replaced. Safe from any thread. Throws CException that names the file and what is wrong.
     static std::shared_ptr<TlsContext> client(const TlsFiles& files);
@@ -46,6 +53,12 @@ public:
     // Returns why not, or an empty text; name gets the common name.
     std::string refusalOf(const std::string& certificates, const std::string& whose,
                           std::string& name) const;
+    // The same of certificates that are parsed already, which takes the library longer than to
+    // check them.
+    std::string refusalOf(const std::vector<Certificate>& certificates, const std::string& whose,
+                          std::string& name) const;
+    // DER, one after the other, up to the first that can not be read.
+    static std::vector<Certificate> parse(const std::string& certificates);
 
 private:
     struct ContextDeleter {
