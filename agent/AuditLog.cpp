@@ -322,6 +322,15 @@ std::string AuditLog::escape(const std::string& text, std::string::size_type max
 
 void AuditLog::append(const AuditEntry& entry, const std::string& event, const std::string& outcome,
                       long long millis) const {
+    write(entry, {{event.c_str(), outcome, millis}});
+}
+
+void AuditLog::appendWhole(const AuditEntry& entry, const std::string& outcome,
+                           long long millis) const {
+    write(entry, {{"start", "", 0}, {"end", outcome, millis}});
+}
+
+void AuditLog::write(const AuditEntry& entry, const std::vector<Event>& events) const {
     if (!isOn()) {
         return;
     }
@@ -343,7 +352,9 @@ void AuditLog::append(const AuditEntry& entry, const std::string& event, const s
     } else if (tail.torn) {
         text = "\n";
     }
-    text += makeLine(link, entry, event, outcome, millis);
+    for (const Event& event : events) {
+        text += makeLine(link, entry, event.name, event.outcome, event.millis);
+    }
     keepSpare(fd.get(), found, at);
     try {
         if (at != size && ::ftruncate(fd.get(), at) != 0) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "CException.h"
 
@@ -43,7 +44,10 @@ public:
     // Throws CException when the line cannot be written; then the file is as it was.
     void append(const AuditEntry& entry, const std::string& event, const std::string& outcome,
                 long long millis) const;
-    // The same for the end of what has happened anyway: what fails is returned as text.
+    // The lines of the start and the end of a request that does nothing but tell, with one wait for
+    // both; to be called before its answer is sent. Throws like append.
+    void appendWhole(const AuditEntry& entry, const std::string& outcome, long long millis) const;
+    // As append, for the end of what has happened anyway: what fails is returned as text.
     std::string tryAppend(const AuditEntry& entry, const std::string& event,
                           const std::string& outcome, long long millis) const noexcept;
 
@@ -64,6 +68,13 @@ public:
     static std::string escape(const std::string& text, std::string::size_type maxBytes);
 
 private:
+    struct Event {
+        const char* name;
+        std::string outcome;
+        long long millis;
+    };
+    void write(const AuditEntry& entry, const std::vector<Event>& events) const;
+
     std::string file;
     std::chrono::milliseconds patience;
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -98,6 +99,8 @@ private:
     void sendRest(Job& job, FrameChannel::Deadline deadline);
     void endWith(const protocol::Result& result, FrameChannel::Deadline deadline);
 
+    // False when the shell has gone, or nothing came in time.
+    bool awaitRequest();
     // False when nothing came in time.
     bool receiveUntil(protocol::Frame& frame, FrameChannel::Deadline deadline);
     std::string receiveFile(const protocol::Put& put);
@@ -110,8 +113,12 @@ private:
     void tellListener(char what);
     void tellListener(const std::string& bytes);
     void announcePeer(const std::string& certificates);
+    void recordRequest(const char* request, const std::string& what,
+                       const std::function<void(const AuditLog&)>& write);
     // Writes the start of a request into the audit. Throws AuditFault: it must not be served then.
     void beginAudit(const char* request, const std::string& what);
+    // Both, of a request that changes nothing, before it is answered. Throws AuditFault.
+    void auditWhole(const char* request, const std::string& result);
     // Its end, unless somebody else is to write that. Errors are logged.
     void endAudit(const std::string& result);
     std::string nextRequestId();

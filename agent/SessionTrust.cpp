@@ -78,17 +78,29 @@ std::string Session::nextRequestId() {
     return std::to_string(::getpid()) + "-" + std::to_string(++requestCount);
 }
 
-void Session::beginAudit(const char* request, const std::string& what) {
+void Session::recordRequest(const char* request, const std::string& what,
+                            const std::function<void(const AuditLog&)>& write) {
     audit.request = request;
     audit.what = what;
     audit.id = nextRequestId();
     try {
-        AuditLog(jobSettings.auditFile).append(audit, "start", "", 0);
+        write(AuditLog(jobSettings.auditFile));
     } catch (const CException& fault) {
         throw AuditFault("the audit of this node cannot be written, so nothing is done: " +
                          fault.getErrMsg());
     }
+}
+
+void Session::beginAudit(const char* request, const std::string& what) {
+    recordRequest(request, what,
+                  [this](const AuditLog& written) { written.append(audit, "start", "", 0); });
     auditOpen = true;
+}
+
+void Session::auditWhole(const char* request, const std::string& result) {
+    recordRequest(request, "", [&](const AuditLog& written) {
+        written.appendWhole(audit, result, elapsedMs());
+    });
 }
 
 void Session::endAudit(const std::string& result) {

@@ -86,6 +86,27 @@ TEST_F(AuditFile, LinesSayWhoDidWhat) {
     EXPECT_EQ(AuditLog::verifyFile(file()).lines, 2);
 }
 
+TEST_F(AuditFile, WritesStartAndEndTogether) {
+    log().appendWhole(entry(), "02:00:00:00:00:01", 3);
+    const std::vector<std::string> all = lines();
+    ASSERT_EQ(all.size(), 2U);
+    EXPECT_NE(all[0].find("\"event\":\"start\""), std::string::npos) << all[0];
+    EXPECT_NE(all[1].find("\"event\":\"end\""), std::string::npos) << all[1];
+    EXPECT_NE(all[1].find("\"outcome\":\"02:00:00:00:00:01\",\"ms\":3"), std::string::npos)
+        << all[1];
+    write(1);
+    EXPECT_EQ(verdict(), "");
+    EXPECT_EQ(AuditLog::verifyFile(file()).lines, 4);
+}
+
+// Around the size of what is read of the end at first.
+TEST_F(AuditFile, GoesOnBehindLinesOfEveryLength) {
+    for (std::size_t length = 3500; length < 4300; length += 7) {
+        log().append(entry(std::string(length, 'x')), "start", "", 0);
+    }
+    EXPECT_EQ(verdict(), "");
+}
+
 TEST_F(AuditFile, OnlyTheOwnerMayReadIt) {
     write(1);
     for (const std::string& name : {file(), headFile()}) {
