@@ -23,6 +23,7 @@
 #include "CertificateExpiry.h"
 #include "Descriptors.h"
 #include "Session.h"
+#include "TlsRehearsal.h"
 
 namespace {
 
@@ -149,6 +150,7 @@ void Listener::open() {
     runDirectory.create();
     confineNetworkSides();
     context = loadContext(config);
+    (void)tlsrehearsal::perform();
     authorization = loadAuthorization(config);
     AuditLog(config.auditFile).check();
     socket = listenOn(config.listen);

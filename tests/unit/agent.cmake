@@ -11,5 +11,6 @@ kelsh_add_test_program(unit_agent LABEL unit
         SandboxTest.cpp
         SecretMaskTest.cpp
         SessionTableTest.cpp
+        TlsRehearsalTest.cpp
         WaitingRoomTest.cpp
     LIBRARIES kelnode_core)
