@@ -22,6 +22,7 @@
 #include "CException.h"
 #include "CertificateExpiry.h"
 #include "Descriptors.h"
+#include "Memory.h"
 #include "Session.h"
 #include "TlsRehearsal.h"
 
@@ -160,6 +161,7 @@ void Listener::open() {
     watchSignals();
     keepReserve();
     sweep();
+    memory::releaseWhatTheStartNeeded();
 }
 
 void Listener::confineNetworkSides() {
