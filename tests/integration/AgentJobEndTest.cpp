@@ -1,8 +1,6 @@
-#include <thread>
 
 #include <gtest/gtest.h>
 
-#include "CException.h"
 #include "LocalAgent.h"
 
 namespace {
