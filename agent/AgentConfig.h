@@ -38,7 +38,6 @@ public:
     const std::string& getNodePath() const { return nodePath; }
     std::string getFileName() const { return nodePath + "kelnode.cfg"; }
     std::string getAuthorizationFileName() const { return nodePath + "authz.cfg"; }
-    std::string getToolsPath() const { return nodePath + "tools/"; }
     std::string getRunPath() const { return nodePath + "run/"; }
 
     ListenAddress listen;

@@ -19,7 +19,7 @@
 #include "WaitingRoom.h"
 
 // The agent's parent process: accepts, counts and forks; everything that reads a byte from the
-// network happens in the sessions, and a connection gets one only when a handshake has begun
+// network happens in a session's processes, and a connection gets them only when a handshake begins
 // (WaitingRoom). One thread, one poll loop.
 //
 //   SIGHUP   reads configuration, certificates and revocation list anew; what does not work is

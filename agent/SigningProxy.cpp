@@ -1,6 +1,6 @@
 #include "SigningProxy.h"
 
-#include <cstring>
+#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -38,7 +38,7 @@ std::size_t ask(unsigned char* target, std::size_t room) noexcept {
         if (signature.empty() || signature.size() > room) {
             return 0;
         }
-        std::memcpy(target, signature.data(), signature.size());
+        std::copy(signature.begin(), signature.end(), target);
         return signature.size();
     } catch (const std::exception&) {
         return 0;

@@ -1,6 +1,5 @@
 // What one command on many nodes costs the master, beside what its network alone would cost: as
-// many mutual TLS handshakes with the same agents, full and resumed, by nothing but the TLS
-// library.
+// many mutual TLS handshakes with the same agents, by nothing but the TLS library.
 //
 //   bench_fanout KELSH CLUSTER NODES...
 //
@@ -34,7 +33,6 @@
 #include <unistd.h>
 #include <vector>
 
-#include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
 
@@ -68,7 +66,6 @@ struct Deleter {
 };
 using Context = std::unique_ptr<SSL_CTX, Deleter<SSL_CTX, SSL_CTX_free>>;
 using Connection = std::unique_ptr<SSL, Deleter<SSL, SSL_free>>;
-using Session = std::unique_ptr<SSL_SESSION, Deleter<SSL_SESSION, SSL_SESSION_free>>;
 
 void require(bool ok, const std::string& what) {
     if (!ok) {
@@ -98,7 +95,7 @@ void waitFor(pid_t child, int& status, rusage& usage) {
 class Handshaker {
 public:
     Handshaker(const std::string& cluster, const std::vector<Node>& targets)
-        : nodes(targets), sessions(targets.size()), context(SSL_CTX_new(TLS_client_method())) {
+        : nodes(targets), context(SSL_CTX_new(TLS_client_method())) {
         const std::string ssl = cluster + "/kelsh/ssl/";
         require(context && SSL_CTX_set_min_proto_version(context.get(), TLS1_3_VERSION) == 1 &&
                     SSL_CTX_use_certificate_chain_file(context.get(),
@@ -109,25 +106,20 @@ public:
                                                   nullptr) == 1,
                 "cannot use the certificates in " + ssl);
         SSL_CTX_set_verify(context.get(), SSL_VERIFY_PEER, nullptr);
-        SSL_CTX_set_session_cache_mode(context.get(),
-                                       SSL_SESS_CACHE_CLIENT | SSL_SESS_CACHE_NO_INTERNAL);
-        SSL_CTX_sess_set_new_cb(context.get(), keepSession);
     }
 
-    // One handshake with each node, a thread per node as the shell has it. Returns how many of them
-    // were resumed.
-    std::size_t run() {
-        std::atomic<std::size_t> resumed{0};
+    // One handshake with each node, a thread per node as the shell has it.
+    void run() const {
         std::atomic<std::size_t> failed{0};
         std::vector<std::thread> threads;
         threads.reserve(nodes.size());
-        for (std::size_t i = 0; i < nodes.size(); ++i) {
-            threads.emplace_back([&, i] {
+        for (const Node& node : nodes) {
+            threads.emplace_back([&] {
                 try {
-                    resumed += shakeHands(i) ? 1 : 0;
+                    shakeHands(node);
                 } catch (const CException& fault) {
                     if (failed++ == 0) {
-                        std::cerr << nodes[i].name << ": " << fault.getErrMsg() << std::endl;
+                        std::cerr << node.name << ": " << fault.getErrMsg() << std::endl;
                     }
                 }
             });
@@ -136,16 +128,10 @@ public:
             thread.join();
         }
         require(failed == 0, std::to_string(failed) + " handshakes failed");
-        return resumed;
     }
 
 private:
-    static int keepSession(SSL* ssl, SSL_SESSION* session) {
-        static_cast<Session*>(SSL_get_app_data(ssl))->reset(session);
-        return 1;
-    }
-
-    UniqueFd connectTo(const Node& node) const {
+    static UniqueFd connectTo(const Node& node) {
         UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         sockaddr_in address{};
         address.sin_family = AF_INET;
@@ -162,41 +148,28 @@ private:
         return fd;
     }
 
-    bool shakeHands(std::size_t index) {
-        const Node& node = nodes[index];
+    void shakeHands(const Node& node) const {
         const UniqueFd fd = connectTo(node);
         const Connection ssl(SSL_new(context.get()));
         const std::string alpn =
             static_cast<char>(std::strlen(protocol::kAlpn)) + std::string(protocol::kAlpn);
-        Session session = std::move(sessions[index]);
         require(
             ssl && SSL_set_fd(ssl.get(), fd.get()) == 1 &&
                 X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(ssl.get()), node.ip.c_str()) == 1 &&
                 SSL_set_alpn_protos(ssl.get(), reinterpret_cast<const unsigned char*>(alpn.data()),
-                                    static_cast<unsigned>(alpn.size())) == 0 &&
-                SSL_set_app_data(ssl.get(), &sessions[index]) == 1 &&
-                (!session || SSL_set_session(ssl.get(), session.get()) == 1),
+                                    static_cast<unsigned>(alpn.size())) == 0,
             "cannot prepare a connection");
         require(SSL_connect(ssl.get()) == 1, "the handshake failed");
         // The agent's first words: until they are here, it has not accepted us.
         std::array<char, 4096> hello{};
         require(SSL_read(ssl.get(), hello.data(), static_cast<int>(hello.size())) > 0,
                 "the agent did not greet");
-        const bool resumed = SSL_session_reused(ssl.get()) == 1;
-        // Without it the library would not resume this session.
+        // A good-bye, or the agent would have a broken connection to log.
         SSL_shutdown(ssl.get());
-        return resumed;
     }
 
     const std::vector<Node>& nodes;
-    std::vector<Session> sessions;
     Context context;
-};
-
-struct Handshakes {
-    Cost full;
-    Cost resumed;
-    std::size_t resumedCount = 0;
 };
 
 Cost costOf(const std::function<void()>& work) {
@@ -214,7 +187,7 @@ Cost costOf(const std::function<void()>& work) {
 }
 
 // In a process of its own, so that its memory is that of the handshakes alone.
-Handshakes measureHandshakes(const std::string& cluster, const std::vector<Node>& nodes) {
+Cost measureHandshakes(const std::string& cluster, const std::vector<Node>& nodes) {
     std::array<int, 2> ends{};
     require(::pipe2(ends.data(), O_CLOEXEC) == 0, "no pipe");
     const UniqueFd in(ends[0]);
@@ -225,10 +198,8 @@ Handshakes measureHandshakes(const std::string& cluster, const std::vector<Node>
     if (child == 0) {
         int status = 1;
         try {
-            Handshakes result;
-            Handshaker handshaker(cluster, nodes);
-            result.full = costOf([&] { handshaker.run(); });
-            result.resumed = costOf([&] { result.resumedCount = handshaker.run(); });
+            const Handshaker handshaker(cluster, nodes);
+            const Cost result = costOf([&] { handshaker.run(); });
             status = ::write(out.get(), &result, sizeof(result)) == sizeof(result) ? 0 : 1;
         } catch (const CException& fault) {
             std::cerr << fault.getErrMsg() << std::endl;
@@ -236,7 +207,7 @@ Handshakes measureHandshakes(const std::string& cluster, const std::vector<Node>
         ::_exit(status);
     }
     out.reset();
-    Handshakes result;
+    Cost result;
     const ssize_t got = ::read(in.get(), &result, sizeof(result));
     int status = 0;
     rusage usage{};
@@ -364,31 +335,20 @@ void measure(const std::string& kelsh, const std::string& cluster, std::vector<N
     const std::string nodeFile = "bench_" + std::to_string(count) + ".cfg";
     writeNodeFile(cluster + "/kelsh/" + nodeFile, nodes);
     std::vector<Cost> shell;
-    std::vector<Cost> full;
-    std::vector<Cost> resumed;
-    std::size_t resumedCount = 0;
+    std::vector<Cost> handshakes;
     std::size_t failed = 0;
     for (int run = 0; run < kRuns; ++run) {
         // Taken in turn, so that whatever else the machine does meets all of them.
-        const Handshakes bare = measureHandshakes(cluster, nodes);
-        full.push_back(bare.full);
-        resumed.push_back(bare.resumed);
-        resumedCount += bare.resumedCount;
+        handshakes.push_back(measureHandshakes(cluster, nodes));
         shell.push_back(measureShell(kelsh, cluster, nodeFile, failed));
     }
-    const Cost s = median(shell);
-    const Cost f = median(full);
-    const Cost r = median(resumed);
-    std::printf(
-        "%5zu | %8.0f %8.0f %6.1f | %7.0f %7.0f %6.1f | %7.0f %7.0f | %5.2f %5.2f | %5.2f %5.2f\n",
-        count, s.wallMs, s.cpuMs, s.peakMiB, f.wallMs, f.cpuMs, f.peakMiB, r.wallMs, r.cpuMs,
-        s.wallMs / f.wallMs, s.cpuMs / f.cpuMs, s.wallMs / r.wallMs, s.cpuMs / r.cpuMs);
+    const Cost whole = median(shell);
+    const Cost bare = median(handshakes);
+    std::printf("%5zu | %8.0f %8.0f %6.1f | %7.0f %7.0f %6.1f | %5.2f %5.2f\n", count, whole.wallMs,
+                whole.cpuMs, whole.peakMiB, bare.wallMs, bare.cpuMs, bare.peakMiB,
+                whole.wallMs / bare.wallMs, whole.cpuMs / bare.cpuMs);
     if (failed != 0) {
         std::printf("        (%zu of %zu results of the shell were failures)\n", failed,
-                    count * kRuns);
-    }
-    if (resumedCount != count * kRuns) {
-        std::printf("        (%zu of %zu second handshakes were resumed)\n", resumedCount,
                     count * kRuns);
     }
     std::fflush(stdout);
@@ -414,12 +374,8 @@ int main(int argc, char** argv) {
         raiseFileLimit();
         const std::string cluster = argv[2];
         const std::vector<Node> nodes = readNodes(cluster + "/kelsh/node.cfg");
-        std::printf(
-            "      | one kelsh command        | as many full handshakes | resumed         "
-            "| kelsh/full  | kelsh/resumed\n");
-        std::printf(
-            "nodes |  wall ms   cpu ms    MiB | wall ms  cpu ms    MiB | wall ms  cpu ms "
-            "|  wall   cpu |  wall   cpu\n");
+        std::printf("      | one kelsh command        | as many handshakes      | kelsh/bare\n");
+        std::printf("nodes |  wall ms   cpu ms    MiB | wall ms  cpu ms    MiB |  wall   cpu\n");
         for (int i = 3; i < argc; ++i) {
             measure(argv[1], cluster, nodes, std::stoul(argv[i]));
         }

@@ -26,7 +26,6 @@
 #include <fstream>
 #include <map>
 #include <poll.h>
-#include <set>
 #include <string>
 #include <sys/prctl.h>
 #include <sys/resource.h>

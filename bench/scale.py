@@ -16,7 +16,7 @@ import statistics
 COUNTS = (1_000, 10_000, 100_000)
 IMAGE_MIB = 16
 
-# Of the code: runtime/SSLClient.cpp and ConnectGate.h, src/NodeAgentQuery.h.
+# Of the code: runtime/AgentLink.cpp, SSLClient.h and ConnectGate.h, src/NodeAgentQuery.h.
 CONNECTS_AT_ONCE = 64
 CONNECT_LIMIT_S = 3.0
 TURN_S = 0.5

@@ -84,9 +84,8 @@ void ConnectionPool::give(const TlsContext* context, AgentConnection connection)
             startSweeper();
         } catch (const std::exception&) {
             // Nobody would close it in time.
-            sweeping = false;
         }
-        if (!sweeping || resting.size() >= limits.most) {
+        if (!sweeper.joinable() || resting.size() >= limits.most) {
             byKey.erase(place);
             doomed.splice(doomed.end(), fresh);
             return;
@@ -96,6 +95,10 @@ void ConnectionPool::give(const TlsContext* context, AgentConnection connection)
         auto behind = resting.end();
         while (behind != resting.begin() && std::prev(behind)->until > until) {
             --behind;
+        }
+        if (behind == resting.begin()) {
+            // Due before anything that the sweeper waits for.
+            changed.notify_one();
         }
         resting.splice(behind, fresh);
     } catch (const std::exception&) {
@@ -148,25 +151,23 @@ void ConnectionPool::removeExpired(Queue& doomed) {
 }
 
 void ConnectionPool::startSweeper() {
-    if (sweeping) {
-        return;
-    }
     if (sweeper.joinable()) {
-        // It has found the pool empty, and is at its end.
-        sweeper.join();
+        return;
     }
     const AllSignalsBlocked guard;
     sweeper = std::thread([this] { sweep(); });
-    sweeping = true;
 }
 
 void ConnectionPool::sweep() {
     std::unique_lock<std::mutex> lock(mutex);
     Clock::time_point next;
-    while (!ending && cutExpired(Clock::now(), next)) {
-        changed.wait_until(lock, next);
+    while (!ending) {
+        if (cutExpired(Clock::now(), next)) {
+            changed.wait_until(lock, next);
+        } else {
+            changed.wait(lock);
+        }
     }
-    sweeping = false;
 }
 
 // False when nothing is left to be cut later.

@@ -37,9 +37,9 @@ struct AgentConnection {
 // settings reach everybody in time, and no node keeps a session for a shell that has forgotten it.
 //
 // Resting connections are closed after the idle limit even if nobody asks any more: each of them is
-// a process at its node. A thread does that, which is started with the first connection and ends
-// with the last. It only shuts sockets down; what belongs to OpenSSL is freed by the threads that
-// come for connections, so that it cannot be inside OpenSSL while the process ends.
+// two processes at its node. A thread does that, which is started with the first connection and
+// lives as long as the pool. It only shuts sockets down; what belongs to OpenSSL is freed by the
+// threads that come for connections, so that it cannot be inside OpenSSL while the process ends.
 //
 // Safe from any thread; nothing waits for the network under the lock.
 class ConnectionPool {
@@ -98,6 +98,5 @@ private:
     Queue resting;  // whose idle limit ends first stands first
     std::map<Key, Queue::iterator> byKey;
     std::thread sweeper;
-    bool sweeping = false;
     bool ending = false;
 };

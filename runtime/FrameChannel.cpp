@@ -1,7 +1,6 @@
 #include "FrameChannel.h"
 
 #include <cerrno>
-#include <cstring>
 #include <poll.h>
 #include <sys/socket.h>
 #include <utility>
@@ -100,10 +99,6 @@ bool FrameChannel::readInto(char* target, std::size_t wanted, std::size_t& have,
         have += got;
     }
     return true;
-}
-
-bool FrameChannel::tryReceiveFrame(protocol::Frame& frame) {
-    return receiveWhatIsThere(frame, never());
 }
 
 bool FrameChannel::receiveWhatIsThere(protocol::Frame& frame, Deadline deadline) {

@@ -68,8 +68,6 @@ public:
     protocol::Frame receiveFrame(Deadline deadline);
     // The same into a frame whose memory is used again, for long series of frames.
     void receiveFrame(protocol::Frame& frame, Deadline deadline);
-    // The same without waiting; false when the frame is not complete yet.
-    bool tryReceiveFrame(protocol::Frame& frame);
 
     enum class Peer { kSilent, kSpeaking, kGone };
     // Looks, without waiting, whether bytes of the peer are there to be received. Ask after poll()
@@ -86,8 +84,6 @@ public:
     int descriptor() const { return socket.get(); }
     // "127.0.0.1:4422"
     const std::string& peerAddress() const { return peer; }
-    // What to poll the descriptor for, after something could not be done without waiting.
-    short awaitedEvents() const { return wantedEvents; }
 
 protected:
     FrameChannel(UniqueFd connected, std::string peerAddress);

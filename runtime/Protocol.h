@@ -3,13 +3,12 @@
 #include <cstdint>
 #include <list>
 #include <string>
-#include <vector>
 
 #include "CException.h"
 
 // The wire protocol between the shell and kelnode: frames, their bodies, and the one decoder that
-// both ends and the fuzz harnesses use. Everything here is a pure function of bytes; TlsChannel
-// moves them. docs/protocol.md is the prose.
+// both ends and the fuzz harnesses use. Everything here is a pure function of bytes;
+// FrameChannel moves them. docs/protocol.md is the prose.
 //
 // A frame is a header of 8 bytes (body length, 32 bits; type, 8; flags, 8; reserved, 16, always 0;
 // big-endian) and a body of at most kMaxBodyBytes. Strings in a body are a 32-bit length and the

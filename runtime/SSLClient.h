@@ -1,6 +1,6 @@
 #pragma once
 
-#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <list>
 #include <memory>
@@ -8,8 +8,7 @@
 
 #include "CResult.h"
 
-class TlsChannel;
-class TlsContext;
+class AgentLink;
 
 // The shell's connection to the agent of one node: mutual TLS, one connection per object, had from
 // initAndConnect until the destructor. Created per use; used by one thread at a time. Any number of
@@ -90,43 +89,13 @@ public:
     std::string getKelNodeMacAddress(std::string ip, unsigned int timeOutMs);
 
 private:
-    using Clock = std::chrono::steady_clock;
-
-    void requireChannel() const;
-    bool takeRested();
-    void dial(unsigned int limitMs);
-    void greet(Clock::time_point deadline);
-    void leaveToPool() noexcept;
-    std::string shellHello() const;
-    void send(const std::string& request, Clock::time_point deadline);
-    void noteAnswer(bool endedWell);
-    void prove();
+    void requireConnection() const;
+    std::uint8_t jobFlags() const;
     void runJob(const std::string& request, unsigned int timeOut, CResult& result);
-    void saveFile(const std::string& path, unsigned int timeOut, CResult& result);
-    void getFile(const std::string& path, unsigned int timeOut, CResult& result);
-    template <typename Work, typename Late>
-    void transfer(CResult& result, bool endsWithError, Work work, Late late);
-    std::string ask(const std::string& request, unsigned int timeOutMs = 0);
-    std::string askOnce(const std::string& request, Clock::time_point deadline);
-    std::string askAgain(const std::string& request, Clock::time_point deadline);
-    void settle(std::uint16_t errorCode, bool ends);
-    [[noreturn]] void loseConnection(const std::string& reason);
-    std::string peerName() const;
 
     std::string ip;
     int port;
     std::string certificateFile;
     bool uninterruptible = false;
-    std::unique_ptr<TlsChannel> channel;
-
-    // Of the connection.
-    std::shared_ptr<TlsContext> context;
-    unsigned int connectLimitMs = kConnectTimeOutMs;
-    std::uint16_t version = 0;
-    std::uint32_t sequence = 0;      // the command this object works for
-    std::uint32_t toldSequence = 0;  // the one that the agent knows
-    Clock::time_point made{};
-    Clock::time_point heard{};  // the agent's last complete answer
-    bool proven = false;        // an answer has come since the connection was made or taken
-    bool endedWell = false;     // the last request has its whole answer, and a good one
+    std::unique_ptr<AgentLink> link;  // null until the first connection
 };

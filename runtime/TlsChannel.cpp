@@ -307,23 +307,6 @@ void TlsChannel::close(Deadline deadline) noexcept {
     drainSocket(deadline);
 }
 
-std::string TlsChannel::peerSubject() const {
-    return tlsfault::subject(SSL_get0_peer_certificate(ssl.get()));
-}
-
 std::string TlsChannel::peerCommonName() const {
     return tlsfault::commonName(SSL_get0_peer_certificate(ssl.get()));
-}
-
-std::string TlsChannel::peerCertificates(std::size_t maxBytes) const {
-    std::string all = tlsfault::der(SSL_get0_peer_certificate(ssl.get()));
-    STACK_OF(X509)* issuers = SSL_get_peer_cert_chain(ssl.get());
-    for (int i = 0; issuers != nullptr && i < sk_X509_num(issuers); ++i) {
-        const std::string next = tlsfault::der(sk_X509_value(issuers, i));
-        if (all.size() + next.size() > maxBytes) {
-            break;
-        }
-        all += next;
-    }
-    return all;
 }

@@ -43,12 +43,8 @@ public:
     // Whether the last day of one of the two certificates has passed since the handshake.
     bool isExpired() const;
 
-    // The subject of the peer's certificate, "CN=node_0001"; and its common name alone.
-    std::string peerSubject() const;
+    // The common name in the peer's certificate.
     std::string peerCommonName() const;
-    // The certificates the peer has shown, DER one after the other, its own first. Those of its
-    // issuers are left out where all would be more than maxBytes.
-    std::string peerCertificates(std::size_t maxBytes) const;
 
 private:
     struct SslDeleter {

@@ -48,9 +48,9 @@ public:
     // The own certificate for messages: file, subject and validity.
     std::string describeOwnCertificate() const;
 
-    // Whether a peer that was accepted earlier would be accepted now: its certificates as
-    // TlsChannel::peerCertificates gives them, against this context's CAs and revocation list.
-    // Returns why not, or an empty text; name gets the common name.
+    // Whether a peer with these certificates (DER one after the other, its own first) is accepted
+    // by this context's CAs and revocation list. Returns why not, or an empty text; name gets the
+    // common name.
     std::string refusalOf(const std::string& certificates, const std::string& whose,
                           std::string& name) const;
     // The same of certificates that are parsed already, which takes the library longer than to

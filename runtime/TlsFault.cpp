@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 #include <array>
-#include <cstdio>
 #include <ctime>
 #include <iterator>
 #include <memory>
@@ -146,16 +145,6 @@ std::string commonName(const X509* certificate) {
         return std::string();
     }
     return contents(bio.get());
-}
-
-std::string der(X509* certificate) {
-    unsigned char* bytes = nullptr;
-    const int length = certificate == nullptr ? 0 : i2d_X509(certificate, &bytes);
-    std::string text =
-        length > 0 ? std::string(reinterpret_cast<char*>(bytes), static_cast<std::size_t>(length))
-                   : std::string();
-    OPENSSL_free(bytes);
-    return text;
 }
 
 std::string timeText(const ASN1_TIME* time) {

@@ -16,8 +16,6 @@ std::string subject(const X509* certificate);
 // Empty also where there are several: rights that hang on the name must not depend on which of them
 // one looks at.
 std::string commonName(const X509* certificate);
-// Empty when it cannot be encoded.
-std::string der(X509* certificate);
 // "2026-01-31 12:00:00 UTC"
 std::string timeText(const ASN1_TIME* time);
 // "valid from ... to ..."

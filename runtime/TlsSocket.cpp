@@ -1,7 +1,6 @@
 #include "TlsSocket.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cerrno>
 #include <climits>
 #include <condition_variable>

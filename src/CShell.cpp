@@ -2,14 +2,12 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <iostream>
 #include <sys/resource.h>
 #include <unistd.h>
 #include <utility>
-#include <vector>
 
 #include <openssl/crypto.h>
 

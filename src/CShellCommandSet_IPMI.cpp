@@ -5,7 +5,6 @@
 #include "CNode.h"
 #include "CResult.h"
 #include "CShellCommand.h"
-#include "CUtil.h"
 #include "ChildProcess.h"
 #include "CommandTable.h"
 #include "IpmiDeviceType.h"

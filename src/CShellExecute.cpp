@@ -19,7 +19,6 @@
 #include "CThreadWrapperOfCommand.h"
 #include "CUtil.h"
 #include "CommandOutcome.h"
-#include "CommandSequence.h"
 #include "ConfigErrorCollector.h"
 #include "OutputFilter.h"
 #include "SSLClient.h"

@@ -7,7 +7,6 @@
 #include "AutoHistoryCommandLineRetriever.h"
 #include "CCmdHistory.h"
 #include "CException.h"
-#include "CNode.h"
 #include "CShell.h"
 #include "CShellExecutionContext.h"
 #include "CShellExecutionContextAutoCompleteAdapter.h"

@@ -8,13 +8,12 @@
 #include <system_error>
 #include <thread>
 
-#include "CException.h"
 #include "CSSLConfig.h"
 #include "CUtil.h"
+#include "FrameChannel.h"
 #include "ParkedDials.h"
 #include "SSLClient.h"
 #include "StopWatch.h"
-#include "TlsChannel.h"
 #include "TlsSocket.h"
 
 NodeAgentAnswer askNodeAgent(const CNode& node) {

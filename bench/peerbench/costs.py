@@ -37,9 +37,6 @@ class Spread:
         self.least = self.values[0]
         self.most = self.values[-1]
 
-    def scaled(self, factor):
-        return Spread([value * factor for value in self.values])
-
 
 def run(tools, command, env=None, limit=120, memory=False, output="/dev/null", statuses=(0,)):
     """Runs a command under bench_measure. Its output is left in the file; returns its Cost."""

@@ -23,7 +23,6 @@ PACKAGES = {
     "/usr/bin/ssh": "openssh-client",
 }
 POLICY = "/usr/sbin/policy-rc.d"
-CURVE = ["-oKexAlgorithms=curve25519-sha256"]
 
 
 def install_peers():

@@ -3,9 +3,9 @@
 #include <mutex>
 #include <utility>
 
+#include "AgentLink.h"
 #include "CException.h"
 #include "SSLClient.h"
-#include "TlsChannel.h"
 
 namespace {
 

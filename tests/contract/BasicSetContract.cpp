@@ -1,4 +1,3 @@
-#include <memory>
 #include <sys/stat.h>
 
 #include "AgentsByAddress.h"

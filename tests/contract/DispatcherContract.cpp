@@ -1,4 +1,3 @@
-#include <memory>
 #include <ostream>
 
 #include "CAlreadyExistException.h"

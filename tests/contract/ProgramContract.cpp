@@ -1,9 +1,7 @@
 // The real shell as a child process: words, pipes, environments, exit statuses, transcripts.
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <map>
 #include <string>
 
 #include <gmock/gmock.h>

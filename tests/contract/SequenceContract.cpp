@@ -2,7 +2,6 @@
 #include <climits>
 #include <filesystem>
 #include <sys/stat.h>
-#include <thread>
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 #include <openssl/crypto.h>
 
-#include "CSSLConfig.h"
 #include "Contract.h"
 #include "ScopedEnvironment.h"
 #include "ScopedWorkingDirectory.h"

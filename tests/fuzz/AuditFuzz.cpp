@@ -3,20 +3,10 @@
 // by chance.
 
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "AuditLog.h"
-
-namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
-
-}  // namespace
+#include "Require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string all(reinterpret_cast<const char*>(data), size);

@@ -3,22 +3,11 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <list>
 #include <string>
 #include <vector>
 
 #include "Authorization.h"
-
-namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
-
-}  // namespace
+#include "Require.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size == 0) {

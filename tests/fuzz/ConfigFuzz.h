@@ -4,20 +4,13 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <iostream>
 #include <memory>
-#include <set>
 #include <string>
 
 #include "CShellExecutionContext.h"
 #include "ConfigErrorCollector.h"
-
-inline void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
+#include "Require.h"
 
 // Once per process: the readers and the contexts they fill may speak to the user; here nobody
 // reads.

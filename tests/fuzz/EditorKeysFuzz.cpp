@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <fcntl.h>
 #include <string>
 #include <unistd.h>
@@ -13,15 +12,10 @@
 #include "CShellCommandSet.h"
 #include "CShellExecutionContext.h"
 #include "CShellExecutionContextAutoCompleteAdapter.h"
+#include "Require.h"
 #include "StandardStreams.h"
 
 namespace {
-
-void require(bool condition) {
-    if (!condition) {
-        std::abort();
-    }
-}
 
 // Checks what must hold between two keys, and lets the width of the terminal change with them.
 class CheckedEditor : public AutoHistoryCommandLineRetriever {

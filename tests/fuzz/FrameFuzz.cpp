@@ -8,16 +8,11 @@
 #include <string>
 
 #include "Protocol.h"
+#include "Require.h"
 
 namespace {
 
 using namespace protocol;
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 template <typename Body>
 std::string encodeAgain(const Body& body, std::uint8_t /*flags*/) {

@@ -3,21 +3,15 @@
 // length is refused, and a version is only ever chosen where both ends speak it.
 
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "AgentLog.h"
 #include "Protocol.h"
+#include "Require.h"
 
 namespace {
 
 using namespace protocol;
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 template <typename Hello>
 bool accepts(const std::string& bytes, Hello& hello) {

@@ -1,5 +1,8 @@
 // The node file: whatever stands in it, nodes have the names they are known by, groups hold only
 // members of the context, and no group reaches itself.
+
+#include <set>
+
 #include "CNodeGroup.h"
 #include "ConfigFuzz.h"
 #include "NodeConfigFile.h"

@@ -3,18 +3,12 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "OutputFilter.h"
+#include "Require.h"
 
 namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 // An own reading of what is harmless, so that a mistake of the filter is not repeated here: every
 // byte is ASCII text, a line's end or a tab, or part of a code point from U+00A0 on.

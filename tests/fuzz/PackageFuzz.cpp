@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <numeric>
@@ -13,6 +12,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "Require.h"
 #include "TempDir.h"
 #include "ToolPackage.h"
 #include "UniqueFd.h"
@@ -23,12 +23,6 @@ constexpr std::size_t kMostChanges = 8;
 // One in so many inputs that ask for a sample of whole chunks gets it: sealing and opening those
 // takes a hundred times as long as a small one does.
 constexpr unsigned int kLargeSamplesAre = 32;
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 const toolpackage::ToolKey& theKey() {
     static const toolpackage::ToolKey key(std::string(toolpackage::kKeyBytes, 'k'));

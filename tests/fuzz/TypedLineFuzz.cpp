@@ -1,21 +1,15 @@
 // The road of a typed line through dispatcher, sets, commands and options. The input's first line
 // is the working level, the rest the typed line.
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 
 #include "CCommandDispatcher.h"
 #include "CShellCommandSet.h"
 #include "CmdStrWithOption.h"
 #include "ConfigErrorCollector.h"
+#include "Require.h"
 
 namespace {
-
-void require(bool holds) {
-    if (!holds) {
-        std::abort();
-    }
-}
 
 CShellCommand* command(const char* name, COMMAND_TYPE type) {
     auto* cmd = new CShellCommand(name, "", "true", type, SLAVE);

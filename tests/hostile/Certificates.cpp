@@ -2,9 +2,7 @@
 // directions, each judged by the real agent and by the shell's real client.
 
 #include <chrono>
-#include <filesystem>
 #include <fstream>
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>

@@ -4,7 +4,6 @@
 #include <random>
 #include <stdexcept>
 #include <string>
-#include <utility>
 
 #include "FakeNodeAgent.h"
 

@@ -1,7 +1,6 @@
 // Bytes that no honest peer sends, before and after it has shown its certificate. Every one must be
 // answered or cut within a second, and the listener must not notice.
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <functional>

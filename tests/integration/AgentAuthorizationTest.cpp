@@ -1,5 +1,4 @@
 #include <fstream>
-#include <set>
 
 #include <gtest/gtest.h>
 

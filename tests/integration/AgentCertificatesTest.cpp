@@ -11,15 +11,6 @@
 
 namespace {
 
-std::string refusalOf(const LocalAgent& agent, const std::string& certificateFile) {
-    try {
-        agent.connect(certificateFile);
-    } catch (const CException& refused) {
-        return refused.getErrMsg();
-    }
-    return "";
-}
-
 class AgentCertificates : public testing::Test {
 protected:
     bool reload() {
@@ -94,7 +85,7 @@ TEST_F(AgentCertificates, RevocationCutsLiveSessionsAndLeavesOthers) {
     expectCutWithinASecond(*idle);
     expectCutWithinASecond(*busy);
     EXPECT_TRUE(answers(*other));
-    EXPECT_NE(refusalOf(agent, lost.certificateFile).find("revoked"), std::string::npos);
+    EXPECT_NE(agent.refusalOf(lost.certificateFile).find("revoked"), std::string::npos);
     EXPECT_TRUE(agent.waitForLog("is cut off: "));
     EXPECT_TRUE(
         waitFor([&] { return agent.processes("kelnode-job").empty(); }, std::chrono::seconds(10)));
@@ -143,7 +134,7 @@ TEST_F(AgentCertificates, SessionThatBeganBeforeTheReloadIsJudgedByTheNewList) {
     char byte = 0;
     while (SSL_read(ssl.get(), &byte, 1) > 0) {
     }
-    EXPECT_NE(refusalOf(agent, lost.certificateFile), "");
+    EXPECT_NE(agent.refusalOf(lost.certificateFile), "");
 }
 
 TEST_F(AgentCertificates, ReloadWithoutNewsCutsNobody) {
@@ -161,38 +152,38 @@ TEST_F(AgentCertificates, BundleOfTwoAuthoritiesRollsTheCaOver) {
     const TestPki::Identity newMaster = next.master("master");
     const auto live = openAs(agent.masterIdentity());
     ASSERT_TRUE(answers(*live));
-    EXPECT_NE(refusalOf(agent, newMaster.certificateFile), "");
+    EXPECT_NE(agent.refusalOf(newMaster.certificateFile), "");
 
     // Both authorities are trusted: old and new masters work, and sessions go on.
     std::ofstream(agent.nodePath() + "ca.crt") << agent.pki().caText() << next.caText();
     ASSERT_TRUE(reload());
     EXPECT_TRUE(answers(*live));
-    EXPECT_EQ(refusalOf(agent, agent.masterCertificate()), "");
+    EXPECT_EQ(agent.refusalOf(agent.masterCertificate()), "");
     std::ofstream(newMaster.certificateFile, std::ios::app) << agent.pki().caText();
-    EXPECT_EQ(refusalOf(agent, newMaster.certificateFile), "");
+    EXPECT_EQ(agent.refusalOf(newMaster.certificateFile), "");
 
     // The node's own certificate changes over too.
     const TestPki::Identity newNode = next.node("node", agent.ip());
     useAsNode(newNode);
     ASSERT_TRUE(reload());
     EXPECT_TRUE(answers(*live));
-    EXPECT_EQ(refusalOf(agent, newMaster.certificateFile), "");
-    EXPECT_NE(refusalOf(agent, agent.masterCertificate()), "");
+    EXPECT_EQ(agent.refusalOf(newMaster.certificateFile), "");
+    EXPECT_NE(agent.refusalOf(agent.masterCertificate()), "");
 
     // The old authority goes: its masters are cut off and refused.
     std::ofstream(agent.nodePath() + "ca.crt") << next.caText();
     agent.signal(SIGHUP);
     expectCutWithinASecond(*live);
-    EXPECT_EQ(refusalOf(agent, newMaster.certificateFile), "");
+    EXPECT_EQ(agent.refusalOf(newMaster.certificateFile), "");
 }
 
 TEST_F(AgentCertificates, MasterWithoutAPurposeIsRefused) {
     TestPki::Request request;
     request.commonName = "anything";
     request.purpose = TestPki::Purpose::kAny;
-    EXPECT_NE(refusalOf(agent, agent.pki().issue("anything", request).certificateFile), "");
+    EXPECT_NE(agent.refusalOf(agent.pki().issue("anything", request).certificateFile), "");
     EXPECT_TRUE(agent.waitForLog("is not meant for a master (wrong purpose)"));
-    EXPECT_EQ(refusalOf(agent, agent.masterCertificate()), "");
+    EXPECT_EQ(agent.refusalOf(agent.masterCertificate()), "");
 }
 
 TEST_F(AgentCertificates, EndOfACertificateIsAnnounced) {

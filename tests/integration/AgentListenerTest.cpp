@@ -25,15 +25,6 @@ std::string echo(const LocalAgent& agent, const std::string& certificateFile = "
     return result.getRunSummary();
 }
 
-std::string refusalOf(const LocalAgent& agent, const std::string& certificateFile) {
-    try {
-        agent.connect(certificateFile);
-    } catch (const CException& refused) {
-        return refused.getErrMsg();
-    }
-    return "";
-}
-
 long processorTicks(pid_t pid) {
     const std::string stat = LocalAgent::read("/proc/" + std::to_string(pid) + "/stat");
     long user = 0;
@@ -136,7 +127,7 @@ TEST(AgentListenerBounds, ShellBeyondTheMostSessionsIsToldSo) {
     LocalAgent agent(options);
     const auto first = agent.connect();
     const auto second = agent.connect();
-    EXPECT_NE(refusalOf(agent, "").find("MAX_SESSIONS"), std::string::npos);
+    EXPECT_NE(agent.refusalOf("").find("MAX_SESSIONS"), std::string::npos);
 }
 
 TEST(AgentListenerBounds, ShortageOfDescriptorsIsWaitedOut) {
@@ -176,18 +167,18 @@ TEST_F(AgentListener, ManyShellsAreServedAtOnce) {
 TEST_F(AgentListener, MastersOfAnotherCaAreRefusedWithTheReason) {
     TempDir directory;
     TestPki other(directory.path(), "Other CA");
-    EXPECT_NE(refusalOf(agent, other.master().certificateFile), "");
+    EXPECT_NE(agent.refusalOf(other.master().certificateFile), "");
     EXPECT_EQ(echo(agent), "served\n");
 }
 
 TEST_F(AgentListener, UnfitMastersAreRefused) {
     TestPki::Request expired;
     expired.notAfterSeconds = -60;
-    EXPECT_NE(refusalOf(agent, agent.pki().issue("expired", expired).certificateFile), "");
+    EXPECT_NE(agent.refusalOf(agent.pki().issue("expired", expired).certificateFile), "");
     TestPki::Request early;
     early.notBeforeSeconds = 3600;
-    EXPECT_NE(refusalOf(agent, agent.pki().issue("early", early).certificateFile), "");
-    EXPECT_NE(refusalOf(agent, agent.pki().node("thief").certificateFile), "");
+    EXPECT_NE(agent.refusalOf(agent.pki().issue("early", early).certificateFile), "");
+    EXPECT_NE(agent.refusalOf(agent.pki().node("thief").certificateFile), "");
     EXPECT_EQ(echo(agent), "served\n");
 }
 
@@ -233,7 +224,7 @@ TEST_F(AgentListener, HangUpTakesARevocationAlsoFromKeptConnections) {
     std::filesystem::remove(std::filesystem::path(agent.pki().caFile()).parent_path() / "crl.pem");
     agent.signal(SIGHUP);
     ASSERT_TRUE(agent.waitForLog("read anew"));
-    EXPECT_TRUE(waitFor([&] { return !refusalOf(agent, lost.certificateFile).empty(); },
+    EXPECT_TRUE(waitFor([&] { return !agent.refusalOf(lost.certificateFile).empty(); },
                         std::chrono::milliseconds(1000)));
     EXPECT_EQ(echo(agent), "served\n");
 }

@@ -1,8 +1,5 @@
 #include <arpa/inet.h>
-#include <cstring>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <thread>
 
 #include <gtest/gtest.h>
 

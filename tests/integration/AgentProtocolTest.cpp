@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "CException.h"
 #include "LocalAgent.h"
 #include "TlsSocket.h"
 

@@ -8,7 +8,6 @@
 #include <random>
 #include <sys/mount.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <thread>
 

@@ -7,8 +7,6 @@
 #include <fstream>
 #include <map>
 #include <set>
-#include <spawn.h>
-#include <sstream>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>

@@ -3,12 +3,10 @@
 // for ten minutes.
 
 #include <csignal>
-#include <cstdlib>
 #include <functional>
 #include <map>
 #include <pthread.h>
 #include <string>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 

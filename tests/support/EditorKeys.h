@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cctype>
 #include <map>
 #include <stdexcept>
 #include <string>

@@ -1,14 +1,12 @@
 #pragma once
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <list>
 #include <map>
 #include <memory>
 #include <optional>
@@ -21,6 +19,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "CException.h"
 #include "OwnMounts.h"
 #include "SSLClient.h"
 #include "TempDir.h"
@@ -96,6 +95,16 @@ public:
             ip(), port(), certificateFile.empty() ? masterCertificate() : certificateFile);
         client->initAndConnect(10000);
         return client;
+    }
+
+    // Why no client connects with that certificate; empty when one does.
+    std::string refusalOf(const std::string& certificateFile) const {
+        try {
+            connect(certificateFile);
+        } catch (const CException& refused) {
+            return refused.getErrMsg();
+        }
+        return "";
     }
 
     // A channel on which the agent's greeting has been read, for tests that speak frames; greeted

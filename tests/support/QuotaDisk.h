@@ -12,7 +12,6 @@
 #include <string>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
-#include <unistd.h>
 
 #include "UniqueFd.h"
 

@@ -4,9 +4,9 @@
 #include <list>
 #include <utility>
 
+#include "AgentLink.h"
 #include "CException.h"
 #include "SSLClient.h"
-#include "TlsChannel.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 
 #include <utility>
 
+#include "AgentLink.h"
 #include "CException.h"
 #include "SSLClient.h"
-#include "TlsChannel.h"
 
 namespace scripted {
 

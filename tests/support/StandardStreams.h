@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <functional>
 #include <iostream>
 #include <stdexcept>
 #include <string>
@@ -97,3 +97,10 @@ private:
     MemoryFile file;
     RedirectedFd redirection;
 };
+
+// What an action writes to standard output.
+inline std::string writtenBy(const std::function<void()>& action) {
+    CapturedOutput output;
+    action();
+    return output.text();
+}

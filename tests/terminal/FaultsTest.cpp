@@ -78,7 +78,8 @@ TEST_F(FaultsTest, PasteOfTwoHundredCommandsRunsEachOnce) {
     ASSERT_TRUE(terminal->untilLine("[master]$ ", 60000));
     const std::string& received = terminal->received();
     EXPECT_EQ(count(received, "[master/tools]$ hello"), 200U);
-    EXPECT_EQ(count(received, "hello"), 400U) << "drawn once, printed once";
+    // What comes in while a command runs is echoed by the terminal besides.
+    EXPECT_EQ(count(received, "ms)\r\nhello\r\n"), 200U);
     quit(*terminal);
 }
 

@@ -1,6 +1,5 @@
 // The shell on a terminal with commands that run on nodes: real agents on loopback addresses.
 
-#include <csignal>
 #include <fstream>
 
 #include "LocalCluster.h"

@@ -47,63 +47,57 @@ protected:
         return text;
     }
 
-    std::string written(const std::function<void()>& action) {
-        CapturedOutput output;
-        action();
-        return output.text();
-    }
-
     Editor editor;
     std::string drawn;
 };
 
 TEST_F(AbstractCommandLineRetrieverTest, PrimitivesWriteTheirBytes) {
-    EXPECT_EQ(written([&] { editor.putUp(); }), "\x1b[A");
-    EXPECT_EQ(written([&] { editor.putDown(); }), "\x1b[B");
-    EXPECT_EQ(written([&] { editor.putRight(); }), "\x1b[C");
-    EXPECT_EQ(written([&] { editor.putLeft(); }), "\x1b[D");
-    EXPECT_EQ(written([&] { editor.putEnter(); }), "\n");
-    EXPECT_EQ(written([&] { editor.putSpace(); }), " ");
-    EXPECT_EQ(written([&] { editor.putBeep(); }), "\a");
+    EXPECT_EQ(writtenBy([&] { editor.putUp(); }), "\x1b[A");
+    EXPECT_EQ(writtenBy([&] { editor.putDown(); }), "\x1b[B");
+    EXPECT_EQ(writtenBy([&] { editor.putRight(); }), "\x1b[C");
+    EXPECT_EQ(writtenBy([&] { editor.putLeft(); }), "\x1b[D");
+    EXPECT_EQ(writtenBy([&] { editor.putEnter(); }), "\n");
+    EXPECT_EQ(writtenBy([&] { editor.putSpace(); }), " ");
+    EXPECT_EQ(writtenBy([&] { editor.putBeep(); }), "\a");
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, PlaceholdersNameTheirKeys) {
-    EXPECT_EQ(written([&] { editor.upPressed(); }), "Up\n");
-    EXPECT_EQ(written([&] { editor.downPressed(); }), "Down\n");
-    EXPECT_EQ(written([&] { editor.tabPressed(); }), "Tab\n");
+    EXPECT_EQ(writtenBy([&] { editor.upPressed(); }), "Up\n");
+    EXPECT_EQ(writtenBy([&] { editor.downPressed(); }), "Down\n");
+    EXPECT_EQ(writtenBy([&] { editor.tabPressed(); }), "Tab\n");
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, MovingRightWrapsAtEveryMultipleOfTheWidth) {
     unsigned int pos = 78;
-    EXPECT_EQ(written([&] { editor.moveRightInConsole(&pos); }), "");
+    EXPECT_EQ(writtenBy([&] { editor.moveRightInConsole(&pos); }), "");
     EXPECT_EQ(pos, 79U);
-    EXPECT_EQ(written([&] { editor.moveRightInConsole(&pos); }), times(80, left) + down);
+    EXPECT_EQ(writtenBy([&] { editor.moveRightInConsole(&pos); }), times(80, left) + down);
     EXPECT_EQ(pos, 80U);
     pos = 159;
-    EXPECT_EQ(written([&] { editor.moveRightInConsole(&pos); }), times(80, left) + down);
+    EXPECT_EQ(writtenBy([&] { editor.moveRightInConsole(&pos); }), times(80, left) + down);
     EXPECT_EQ(pos, 160U);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, MovingRightFollowsTheCurrentWidth) {
     colNum = 3;
     unsigned int pos = 2;
-    EXPECT_EQ(written([&] { editor.moveRightInConsole(&pos); }), left + left + left + down);
+    EXPECT_EQ(writtenBy([&] { editor.moveRightInConsole(&pos); }), left + left + left + down);
     colNum = 1;
-    EXPECT_EQ(written([&] { editor.moveRightInConsole(&pos); }), left + down);
+    EXPECT_EQ(writtenBy([&] { editor.moveRightInConsole(&pos); }), left + down);
     EXPECT_EQ(pos, 4U);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, MovingLeftClimbsAtTheFirstColumn) {
     unsigned int pos = 81;
-    EXPECT_EQ(written([&] { editor.moveIndexLeftInConsole(&pos); }), left);
+    EXPECT_EQ(writtenBy([&] { editor.moveIndexLeftInConsole(&pos); }), left);
     EXPECT_EQ(pos, 80U);
-    EXPECT_EQ(written([&] { editor.moveIndexLeftInConsole(&pos); }), times(80, right) + up);
+    EXPECT_EQ(writtenBy([&] { editor.moveIndexLeftInConsole(&pos); }), times(80, right) + up);
     EXPECT_EQ(pos, 79U);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, MovingTakesNullAndStopsAtTheStart) {
     unsigned int pos = 0;
-    EXPECT_EQ(written([&] {
+    EXPECT_EQ(writtenBy([&] {
                   editor.moveIndexLeftInConsole(nullptr);
                   editor.moveRightInConsole(nullptr);
                   editor.moveIndexLeftInConsole(&pos);
@@ -114,16 +108,16 @@ TEST_F(AbstractCommandLineRetrieverTest, MovingTakesNullAndStopsAtTheStart) {
 
 TEST_F(AbstractCommandLineRetrieverTest, EraseBlanksCellByCell) {
     editor.cursorPos = 3;
-    EXPECT_EQ(written([&] { editor.erase(2); }), left + blankBack + left + blankBack);
+    EXPECT_EQ(writtenBy([&] { editor.erase(2); }), left + blankBack + left + blankBack);
     EXPECT_EQ(editor.cursorPos, 1U);
     editor.cursorPos = 80;
-    EXPECT_EQ(written([&] { editor.erase(1); }), times(80, right) + up + blankBack);
+    EXPECT_EQ(writtenBy([&] { editor.erase(1); }), times(80, right) + up + blankBack);
     EXPECT_EQ(editor.cursorPos, 79U);
-    EXPECT_EQ(written([&] { editor.erase(0); }), "");
+    EXPECT_EQ(writtenBy([&] { editor.erase(0); }), "");
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, KeyInAppendsWithoutDrawing) {
-    EXPECT_EQ(written([&] {
+    EXPECT_EQ(writtenBy([&] {
                   editor.keyIn("abc");
                   editor.keyIn("def");
               }),

@@ -76,11 +76,6 @@ protected:
         drawn = output.text();
         return text;
     }
-    std::string written(const std::function<void()>& action) {
-        CapturedOutput output;
-        action();
-        return output.text();
-    }
 
     std::unique_ptr<CShellExecutionContext> context;
     CCmdHistory history;
@@ -90,17 +85,17 @@ protected:
 };
 
 TEST_F(AutoHistoryCommandLineRetrieverTest, PromptShowsHostAndLevel) {
-    EXPECT_EQ(written([&] { editor->printCommandPrompt(); }), "[master]$ ");
+    EXPECT_EQ(writtenBy([&] { editor->printCommandPrompt(); }), "[master]$ ");
     addSet("tools")->addChildCommand(new CShellCommandSet("disk", ""));
     context->toLowerLevel("tools");
     context->toLowerLevel("disk");
-    EXPECT_EQ(written([&] { editor->printCommandPrompt(); }), "[master/tools/disk]$ ");
-    EXPECT_EQ(written([&] { editor->printCommandPrompt(17); }), "[master/tools/disk(17)]$ ");
+    EXPECT_EQ(writtenBy([&] { editor->printCommandPrompt(); }), "[master/tools/disk]$ ");
+    EXPECT_EQ(writtenBy([&] { editor->printCommandPrompt(17); }), "[master/tools/disk(17)]$ ");
 }
 
 TEST_F(AutoHistoryCommandLineRetrieverTest, AdjustingShowsTheTextAsTheWholeLine) {
     editor->keyIn("before");
-    EXPECT_EQ(written([&] { editor->adjustCursorIndexAndPosition("list"); }), "list");
+    EXPECT_EQ(writtenBy([&] { editor->adjustCursorIndexAndPosition("list"); }), "list");
     EXPECT_EQ(editor->line.str(), "list");
     EXPECT_EQ(editor->line.tellp(), 4);
     EXPECT_EQ(editor->cursorIndex, 4);

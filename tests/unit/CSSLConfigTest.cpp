@@ -1,4 +1,3 @@
-#include <memory>
 
 #include <gtest/gtest.h>
 

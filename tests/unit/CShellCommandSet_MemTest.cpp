@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "CResult.h"
 #include "CShellCommandSet_Mem.h"
 #include "CommandChecklist.h"
 #include "NodeSetFixture.h"

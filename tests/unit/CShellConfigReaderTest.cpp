@@ -1,10 +1,7 @@
 #include <arpa/inet.h>
-#include <filesystem>
 #include <netinet/in.h>
 #include <string>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,8 +1,6 @@
 #include <csignal>
-#include <cstring>
 #include <filesystem>
 #include <sys/resource.h>
-#include <sys/stat.h>
 
 #include <gmock/gmock.h>
 #include <openssl/crypto.h>

@@ -2,7 +2,6 @@
 #include <csignal>
 #include <fstream>
 #include <sys/time.h>
-#include <thread>
 #include <unistd.h>
 
 #include <gtest/gtest.h>

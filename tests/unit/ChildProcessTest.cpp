@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>

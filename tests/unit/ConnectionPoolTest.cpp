@@ -410,7 +410,7 @@ TEST_F(ConnectionPoolTest, IdleConnectionsAreClosedThoughNobodyAsks) {
         }
     });
     ConnectionPool pool(limits(10, milliseconds(50)));
-    // A second round, when the thread of the first has ended.
+    // A second round, when the thread has nothing to wait for.
     for (int round = 1; round <= 2; ++round) {
         AgentConnection made;
         made.channel =

@@ -6,7 +6,6 @@
 #include <iterator>
 #include <set>
 #include <string>
-#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

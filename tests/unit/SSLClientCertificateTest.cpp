@@ -1,7 +1,5 @@
 // Who may talk to whom: every certificate that is wrong, from both sides.
 
-#include <filesystem>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>

@@ -1,5 +1,4 @@
 #include <csignal>
-#include <fcntl.h>
 #include <sys/time.h>
 
 #include <gmock/gmock.h>

@@ -1,4 +1,3 @@
-#include <cerrno>
 #include <csignal>
 #include <fcntl.h>
 #include <functional>

@@ -1,0 +1,266 @@
+#include "AgentLink.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <unistd.h>
+#include <utility>
+
+#include <pwd.h>
+
+#include "ConnectGate.h"
+#include "TlsContext.h"
+#include "TlsSocket.h"
+
+namespace {
+
+using protocol::Frame;
+using protocol::FrameType;
+
+// Questions that need no work on the node.
+constexpr unsigned long kAnswerTimeOutMs = 5000;
+// The agent ends a job at its time-out and says so; that verdict gets this long to arrive.
+constexpr unsigned long kVerdictGraceMs = 1000;
+// A connection that has rested no longer than this is as good as one just made.
+constexpr std::chrono::milliseconds kFresh{1000};
+// Handshakes made side by side. More of them are not faster, only later.
+constexpr std::size_t kConnectsAtOnce = 64;
+
+ConnectGate& connectGate() {
+    // Never destroyed: workers left behind at exit may still stand in line.
+    static auto* gate = new ConnectGate(kConnectsAtOnce);
+    return *gate;
+}
+
+std::string lookUpUser() {
+    passwd entry{};
+    passwd* found = nullptr;
+    char buffer[4096];
+    if (getpwuid_r(getuid(), &entry, buffer, sizeof buffer, &found) == 0 && found != nullptr) {
+        return found->pw_name;
+    }
+    const char* name = std::getenv("LOGNAME");
+    return name != nullptr ? name : "uid " + std::to_string(getuid());
+}
+
+const std::string& userName() {
+    // Asked once: a directory service would make every connection wait.
+    static const std::string* name = new std::string(lookUpUser());
+    return *name;
+}
+
+}  // namespace
+
+protocol::ProtocolError unexpectedFrame(const Frame& frame) {
+    return protocol::ProtocolError(std::string("a ") + protocol::name(frame.header.type) +
+                                   " frame where none belongs");
+}
+
+AgentLink::AgentLink(std::string address, int agentPort, const TlsFiles& files,
+                     std::uint32_t commandSequence, unsigned int connectLimitMs)
+    : ip(std::move(address)),
+      port(agentPort),
+      context(TlsContext::client(files)),
+      sequence(commandSequence),
+      connectLimit(connectLimitMs) {
+    if (!takeRested()) {
+        dial(connectLimit);
+    }
+}
+
+AgentLink::~AgentLink() {
+    if (isOpen() && endedWell) {
+        ConnectionPool::instance().give(context.get(), std::move(connection));
+    }
+}
+
+AgentLink::Deadline AgentLink::deadlineFor(unsigned int timeOutMs) {
+    return timeOutMs == 0
+               ? TlsChannel::never()
+               : TlsChannel::after(static_cast<unsigned long>(timeOutMs) + kVerdictGraceMs);
+}
+
+std::string AgentLink::peerName() const {
+    return tlssocket::join(ip, port);
+}
+
+void AgentLink::prove() {
+    if (proven || Clock::now() - connection.heard < kFresh) {
+        return;
+    }
+    try {
+        (void)ask(protocol::encodeMacRequest());
+    } catch (const AgentError&) {
+        // An answer too.
+    }
+}
+
+std::string AgentLink::ask(const std::string& request, unsigned int timeOutMs) {
+    const Deadline deadline = TlsChannel::after(timeOutMs == 0 ? kAnswerTimeOutMs : timeOutMs);
+    try {
+        return proven ? askOnce(request, deadline) : askAgain(request, deadline);
+    } catch (const AgentError& error) {
+        settle(error, false);
+        throw;
+    } catch (const protocol::ProtocolError& error) {
+        lose(error.getErrMsg());
+    } catch (const TlsError& error) {
+        if (!isOpen()) {
+            throw;  // no new connection could be made
+        }
+        lose(error.getErrMsg());
+    }
+}
+
+void AgentLink::send(const std::string& request, Deadline deadline) {
+    endedWell = false;
+    if (connection.toldSequence == sequence) {
+        connection.channel->sendFrame(request, deadline);
+        return;
+    }
+    // The connection has served another command before: the node must not record this request under
+    // that one's number.
+    connection.channel->sendFrame(shellHello() + request, deadline);
+    connection.toldSequence = sequence;
+}
+
+bool AgentLink::sendUnlessAnswered(const std::string& frame, Deadline deadline) {
+    return connection.channel->sendFrameUnlessAnswered(frame, deadline);
+}
+
+void AgentLink::receive(Frame& frame, Deadline deadline) {
+    connection.channel->receiveFrame(frame, deadline);
+    if (frame.header.type == FrameType::kError) {
+        protocol::Error error;
+        protocol::decode(frame.body, error);
+        throw AgentError(error, peerName());
+    }
+}
+
+void AgentLink::noteAnswer(bool wasGood) {
+    connection.heard = Clock::now();
+    proven = true;
+    endedWell = wasGood;
+}
+
+void AgentLink::settle(const AgentError& error, bool ends) {
+    if (ends || error.code() == protocol::kErrorProtocol) {
+        drop();
+        return;
+    }
+    // A session keeps the rights with which it began: who was refused shall find the new ones.
+    noteAnswer(error.code() != protocol::kErrorRefused);
+}
+
+void AgentLink::drop() {
+    connection.channel.reset();
+}
+
+void AgentLink::lose(const std::string& reason) {
+    drop();
+    const std::string start = peerName() + ": ";
+    // Texts of the channel begin with the peer already.
+    const std::string text = reason.rfind(start, 0) == 0 ? reason : start + reason;
+    throw CException(text.find("connection lost") != std::string::npos
+                         ? text
+                         : start + "connection lost, " + text.substr(start.size()));
+}
+
+bool AgentLink::takeRested() {
+    AgentConnection rested = ConnectionPool::instance().take(context.get(), peerName());
+    if (!rested.channel) {
+        return false;
+    }
+    connection = std::move(rested);
+    proven = false;
+    // Untouched it may go back.
+    endedWell = true;
+    return true;
+}
+
+void AgentLink::dial(unsigned int limitMs) {
+    endedWell = false;
+    // The limit is for the node to answer in; standing in line is not the node's fault. Only what
+    // needs the processor stands in line: a silent network must not hold up the others.
+    const Clock::time_point begun = Clock::now();
+    UniqueFd connected = tlssocket::connect(ip, port, TlsChannel::after(limitMs));
+    const Clock::time_point reached = Clock::now();
+    const ConnectGate::Turn turn(connectGate(), TlsChannel::after(limitMs));
+    const Clock::duration left = std::chrono::milliseconds(limitMs) - (reached - begun);
+    const Deadline deadline =
+        Clock::now() + std::max<Clock::duration>(left, std::chrono::milliseconds(1));
+    connection.channel = TlsChannel::connectOver(std::move(connected), ip, port, context, deadline);
+    try {
+        greet(deadline);
+    } catch (const protocol::ProtocolError& error) {
+        drop();
+        throw CException(peerName() + " does not speak as a kelnode agent: " + error.getErrMsg() +
+                         ".");
+    } catch (const CException&) {
+        drop();
+        throw;
+    }
+    connection.made = Clock::now();
+    connection.heard = connection.made;
+    proven = true;
+}
+
+void AgentLink::greet(Deadline deadline) {
+    // A handshake that the agent refuses still looks finished from here: only its greeting proves
+    // that it accepted our certificate.
+    Frame frame;
+    receive(frame, deadline);
+    if (frame.header.type != FrameType::kAgentHello) {
+        throw unexpectedFrame(frame);
+    }
+    protocol::AgentHello agent;
+    protocol::decode(frame.body, agent);
+    connection.version = protocol::commonVersion(agent);
+    if (connection.version == 0) {
+        throw CException(peerName() + ": this kelsh (" KELSH_BUILD ") speaks protocol version " +
+                         std::to_string(protocol::kLowestVersion) + " to " +
+                         std::to_string(protocol::kHighestVersion) + ", the agent (" + agent.build +
+                         ") speaks " + std::to_string(agent.lowestVersion) + " to " +
+                         std::to_string(agent.highestVersion) + ": update the older one.");
+    }
+    connection.channel->sendFrame(shellHello(), deadline);
+    connection.toldSequence = sequence;
+}
+
+std::string AgentLink::shellHello() const {
+    protocol::ShellHello hello;
+    hello.version = connection.version;
+    hello.build = KELSH_BUILD;
+    hello.user = userName();
+    hello.sequence = sequence;
+    return protocol::encode(hello);
+}
+
+std::string AgentLink::askOnce(const std::string& request, Deadline deadline) {
+    send(request, deadline);
+    Frame frame;
+    receive(frame, deadline);
+    if (frame.header.type != FrameType::kAnswer) {
+        throw unexpectedFrame(frame);
+    }
+    protocol::Answer answer;
+    protocol::decode(frame.body, answer);
+    noteAnswer(true);
+    return answer.text;
+}
+
+// Over a connection that has rested: where it turns out dead, a question does no harm when it is
+// asked a second time, over a new one.
+std::string AgentLink::askAgain(const std::string& request, Deadline deadline) {
+    try {
+        return askOnce(request,
+                       std::min(deadline, TlsChannel::after(std::max(connectLimit / 2, 1U))));
+    } catch (const TlsError&) {
+        drop();
+    }
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    if (left <= 0) {
+        throw TlsError(TlsError::Kind::kTimedOut, peerName() + " did not answer in time.");
+    }
+    dial(std::min(connectLimit, static_cast<unsigned int>(left)));
+    return askOnce(request, deadline);
+}

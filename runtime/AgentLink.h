@@ -1,0 +1,106 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "CException.h"
+#include "ConnectionPool.h"
+#include "Protocol.h"
+#include "TlsChannel.h"
+
+class TlsContext;
+struct TlsFiles;
+
+// The agent refused a request or could not do it: its ERROR frame. The text names the peer.
+class AgentError : public CException {
+public:
+    AgentError(const protocol::Error& error, const std::string& peer)
+        : CException(peer + ": " + error.text), errorCode(error.code) {}
+    std::uint16_t code() const { return errorCode; }
+
+private:
+    std::uint16_t errorCode;
+};
+
+// What to throw when a well-formed frame has no place in the conversation.
+protocol::ProtocolError unexpectedFrame(const protocol::Frame& frame);
+
+// The master's end of a conversation with one agent, for one command of the shell: had from the
+// ConnectionPool or made, kept as long as nothing goes wrong, left to the pool by the destructor
+// where the last request got its whole answer, and a good one.
+//
+// A connection from the pool may be dead without a sign of it, and is "proven" by an answer only:
+// ask() asks again over a new one where it has to, and prove() comes before whatever must not be
+// sent twice.
+//
+// After a fault there is no connection any more; only isOpen(), drop() and the destructor may then
+// be called. Used by one thread at a time.
+class AgentLink {
+public:
+    using Deadline = TlsChannel::Deadline;
+
+    // Returns when the agent has accepted this master and greeted it, now or earlier.
+    //   sequence        the shell's command that this object works for, 0 for none
+    //   connectLimitMs  milliseconds for connecting, handshake and greeting together; where many
+    //                   connect at once, as long again may pass in line
+    // Throws CException, and its subclasses TlsError and AgentError, when no connection was made.
+    AgentLink(std::string address, int agentPort, const TlsFiles& files,
+              std::uint32_t commandSequence, unsigned int connectLimitMs);
+    AgentLink(const AgentLink&) = delete;
+    AgentLink& operator=(const AgentLink&) = delete;
+    ~AgentLink();
+
+    // For a request with this time-out in milliseconds, 0 means no limit: the agent ends the work
+    // in time and says so, and that word has a second to arrive.
+    static Deadline deadlineFor(unsigned int timeOutMs);
+
+    bool isOpen() const { return connection.channel != nullptr; }
+    std::string peerName() const;
+
+    // Makes sure that the agent is there, if that is not known: one question, at most. Throws
+    // CException when it is not.
+    void prove();
+
+    // Asks the agent something that is no work for it, at most twice, and returns its answer.
+    //   timeOutMs  milliseconds for all of it; 0 means five seconds
+    // Throws AgentError when the agent will not say, CException when the connection is lost.
+    std::string ask(const std::string& request, unsigned int timeOutMs = 0);
+
+    // For longer conversations. Every request is sent by send(), the rest of an upload by
+    // sendUnlessAnswered(), see FrameChannel. All throw what the channel throws, receive()
+    // also AgentError in place of an ERROR frame; the caller then says what becomes of the
+    // connection: settle() after an AgentError, drop() or lose() otherwise.
+    void send(const std::string& request, Deadline deadline);
+    bool sendUnlessAnswered(const std::string& frame, Deadline deadline);
+    void receive(protocol::Frame& frame, Deadline deadline);
+
+    // The answer to the request is complete. Where it was not a good one, the connection does for
+    // the next request of this object, but not for the pool.
+    void noteAnswer(bool endedWell);
+    //   ends  whatever the error, the connection must not be used again
+    void settle(const AgentError& error, bool ends);
+    // Closes the connection. A job that runs for it is ended, or goes on if it must not be cut.
+    void drop();
+    // The same; the text of what is thrown names the peer and tells of a lost connection.
+    [[noreturn]] void lose(const std::string& reason);
+
+private:
+    using Clock = TlsChannel::Clock;
+
+    bool takeRested();
+    void dial(unsigned int limitMs);
+    void greet(Deadline deadline);
+    std::string shellHello() const;
+    std::string askOnce(const std::string& request, Deadline deadline);
+    std::string askAgain(const std::string& request, Deadline deadline);
+
+    const std::string ip;
+    const int port;
+    const std::shared_ptr<TlsContext> context;
+    const std::uint32_t sequence;
+    const unsigned int connectLimit;  // milliseconds
+    AgentConnection connection;
+    bool proven = false;     // an answer has come since the connection was made or taken
+    bool endedWell = false;  // the last request has its whole answer, and a good one
+};

@@ -1,0 +1,61 @@
+#include "NodeResult.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace noderesult {
+
+void appendLine(std::string& text, const std::string& line) {
+    if (!text.empty() && text.back() != '\n') {
+        text += '\n';
+    }
+    text += line;
+}
+
+void fill(CResult& result, int status, int exitCode, std::string summary) {
+    result.setRunStatus(status);
+    result.setExitCode(exitCode);
+    result.setRunSummary(std::move(summary));
+}
+
+void fill(CResult& result, const protocol::Result& verdict, std::string summary) {
+    if (!verdict.text.empty()) {
+        appendLine(summary, verdict.text);
+    }
+    switch (verdict.ending) {
+        case protocol::Result::Ending::kExited:
+            fill(result, verdict.value == 0 ? EXEC_SUCCESS : EXEC_FAILURE, verdict.value,
+                 std::move(summary));
+            break;
+        case protocol::Result::Ending::kSignaled:
+            fill(result, EXEC_FAILURE, 128 + verdict.value, std::move(summary));
+            break;
+        case protocol::Result::Ending::kTimedOut:
+            fill(result, EXEC_TIMED_OUT, 0, std::move(summary));
+            break;
+        case protocol::Result::Ending::kCancelled:
+            appendLine(summary, "The job was cancelled at the node.");
+            fill(result, EXEC_FAILURE, 0, std::move(summary));
+            break;
+    }
+}
+
+bool isOrderly(const protocol::Result& verdict) {
+    return verdict.ending == protocol::Result::Ending::kExited ||
+           verdict.ending == protocol::Result::Ending::kSignaled;
+}
+
+void OutputCollector::add(const std::string& bytes) {
+    const std::size_t kept = std::min(bytes.size(), most - text.size());
+    text.append(bytes, 0, kept);
+    dropped += bytes.size() - kept;
+}
+
+std::string OutputCollector::finish() {
+    if (dropped > 0) {
+        appendLine(text, "[" + std::to_string(dropped) + " more bytes of output were left out]\n");
+    }
+    return std::move(text);
+}
+
+}  // namespace noderesult
