@@ -20,6 +20,7 @@ IMAGE_MIB = 16
 CONNECTS_AT_ONCE = 64
 CONNECT_LIMIT_S = 3.0
 TURN_S = 0.5
+START_TURN_S = 0.025
 # Of the system: how many pieces of memory may be mapped, of which a thread's stack and the guard
 # beside it are two; the descriptors that a process of Debian may have; neighbours on one network.
 MAX_MAPS = 65_530
@@ -117,8 +118,9 @@ class Master:
         return max(cpu, self.on_wire_s(self.constants.next_bytes))
 
     def dead_at_start_s(self):
-        """The check at the start asks in rounds, and a silent node takes the whole of its limit."""
-        return math.ceil(self.dead() / CONNECTS_AT_ONCE) * CONNECT_LIMIT_S
+        """The check at the start turns to others while a silent node is being dialled."""
+        line_s = self.dead() / CONNECTS_AT_ONCE * START_TURN_S
+        return line_s + CONNECT_LIMIT_S if self.dead() else 0
 
     def dead_at_command_s(self):
         """A silent node holds its place in the line for a turn only, and nobody waits in line for
