@@ -120,6 +120,8 @@ install(FILES packaging/kelnode.cfg DESTINATION ${KELNODE_HOME} COMPONENT kelnod
 install(DIRECTORY DESTINATION ${KELNODE_HOME}/tools DIRECTORY_PERMISSIONS ${program}
     COMPONENT kelnode)
 install(FILES packaging/kelnode.service DESTINATION ${unit_dir} COMPONENT kelnode)
+install(FILES packaging/kelnode.sysusers DESTINATION lib/sysusers.d RENAME kelnode.conf
+    COMPONENT kelnode)
 kelsh_install_documents(kelnode kelnode.8 kelnode.cfg.5)
 
 # Certificates and packaged tools.
