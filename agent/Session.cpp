@@ -200,7 +200,7 @@ void Session::serve() {
     while (awaitRequest()) {
         protocol::Frame frame;
         try {
-            frame = channel->receiveFrame(FrameChannel::after(limits.idleMs));
+            frame = channel->receiveFrame(requestDeadline());
         } catch (const TlsError& lost) {
             if (lost.kind() == TlsError::Kind::kClosed ||
                 lost.kind() == TlsError::Kind::kTimedOut) {
@@ -216,12 +216,15 @@ void Session::serve() {
     }
 }
 
+// A session that is told to end does not wait for long any more.
+FrameChannel::Deadline Session::requestDeadline() const {
+    return FrameChannel::after(toldToEnd != 0 ? kReadBackMs : limits.idleMs);
+}
+
 // The usual end of a session is found out without an exception: in a process that throws nothing
 // else that would cost more than the rest of its end.
 bool Session::awaitRequest() {
-    const FrameChannel::Deadline deadline =
-        FrameChannel::after(toldToEnd != 0 ? kReadBackMs : limits.idleMs);
-    return tlssocket::wait(channel->descriptor(), POLLIN, deadline) != 0 &&
+    return tlssocket::wait(channel->descriptor(), POLLIN, requestDeadline()) != 0 &&
            channel->lookAtPeer() != FrameChannel::Peer::kGone;
 }
 

@@ -99,6 +99,7 @@ private:
     void sendRest(Job& job, FrameChannel::Deadline deadline);
     void endWith(const protocol::Result& result, FrameChannel::Deadline deadline);
 
+    FrameChannel::Deadline requestDeadline() const;
     // False when the shell has gone, or nothing came in time.
     bool awaitRequest();
     // False when nothing came in time.
