@@ -272,7 +272,7 @@ std::string HandshakeWitness::sign(const std::string& messages) {
     if (isRetry(all[1]) != isRetried || (isRetried && isRetry(all[3]))) {
         refuse("the greetings are out of order");
     }
-    EVP_PKEY* const key = SSL_CTX_get0_privatekey(context->get());
+    EVP_PKEY* const key = context->privateKey();
     signature = makeSignature(key, contentToSign(kServerContext, messages));
     signedMessages = messages;
     return signature;

@@ -53,9 +53,9 @@ public:
     using CException::CException;
 };
 
-bool isVariable(const std::string& entry, const char* name) {
+bool isVariable(const char* entry, const char* name) {
     const std::size_t length = std::strlen(name);
-    return entry.compare(0, length, name) == 0 && entry.size() > length && entry[length] == '=';
+    return std::strncmp(entry, name, length) == 0 && entry[length] == '=';
 }
 
 }  // namespace
@@ -188,22 +188,26 @@ bool JobSupervisor::mayWaitForTool() {
     return !sessionGone && !toldToEnd && (!deadline || Clock::now() < *deadline);
 }
 
-std::vector<std::string> JobSupervisor::environmentOfJob() const {
-    std::vector<std::string> entries;
+std::vector<char*> JobSupervisor::environmentOfJob(std::vector<std::string>& added) const {
+    std::vector<char*> entries;
     bool hasPath = false;
     for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
         if (!isVariable(*entry, "KELNODE_PATH") && !isVariable(*entry, RunDirectory::kMarkerName)) {
-            entries.emplace_back(*entry);
+            entries.push_back(*entry);
             hasPath = hasPath || isVariable(*entry, "PATH");
         }
     }
     if (!hasPath) {
-        entries.push_back(std::string("PATH=") + kDefaultPath);
+        added.push_back(std::string("PATH=") + kDefaultPath);
     }
-    entries.push_back("KELNODE_PATH=" + settings.nodePath);
+    added.push_back("KELNODE_PATH=" + settings.nodePath);
     if (record && !request.uninterruptible) {
-        entries.push_back(record.marker());
+        added.push_back(record.marker());
     }
+    for (std::string& entry : added) {
+        entries.push_back(entry.data());
+    }
+    entries.push_back(nullptr);
     return entries;
 }
 
@@ -221,13 +225,8 @@ std::vector<int> JobSupervisor::inheritedDescriptors() const {
 }
 
 void JobSupervisor::spawn() {
-    std::vector<std::string> entries = environmentOfJob();
-    std::vector<char*> environment;
-    environment.reserve(entries.size() + 1);
-    for (std::string& entry : entries) {
-        environment.push_back(entry.data());
-    }
-    environment.push_back(nullptr);
+    std::vector<std::string> added;
+    const std::vector<char*> environment = environmentOfJob(added);
     const std::vector<int> inherited = inheritedDescriptors();
     int status[2];
     if (::pipe2(status, O_CLOEXEC) != 0) {

@@ -24,6 +24,7 @@
 #include "Descriptors.h"
 #include "Memory.h"
 #include "Session.h"
+#include "SigningProxy.h"
 #include "TlsRehearsal.h"
 
 namespace {
@@ -117,7 +118,11 @@ Listener::Listener(AgentConfig& agentConfig, AgentLog& agentLog, const rlimit& f
 }
 
 std::shared_ptr<TlsContext> Listener::loadContext(const AgentConfig& config) {
-    return TlsContext::server({config.certificateFile, config.privateKeyFile, config.caFile});
+    std::shared_ptr<TlsContext> loaded =
+        TlsContext::server({config.certificateFile, config.privateKeyFile, config.caFile});
+    // Connections are made by processes that have no key. Here once, not in each of them.
+    signingproxy::install(loaded->get());
+    return loaded;
 }
 
 std::shared_ptr<const Authorization> Listener::loadAuthorization(const AgentConfig& config) {

@@ -127,7 +127,8 @@ private:
         try {
             wireIsDry = false;
             while (!peerEnded && toLocal.hasRoom()) {
-                const std::size_t got = wire.readSome(toLocal.room(), toLocal.roomSize());
+                std::size_t got = 0;
+                peerEnded = !wire.readUnlessEnded(toLocal.room(), toLocal.roomSize(), got);
                 if (got == 0) {
                     wireIsDry = true;
                     return;
@@ -267,19 +268,20 @@ std::string receiveMessage(int local, char& type, std::size_t mostBytes, Deadlin
     return receiveBytes(local, length, deadline);
 }
 
-void run(UniqueFd connection, UniqueFd local, const std::shared_ptr<TlsContext>& context,
-         Deadline deadline) noexcept {
+void run(UniqueFd connection, UniqueFd local, const std::string& peer,
+         const std::shared_ptr<TlsContext>& context, Deadline deadline) noexcept {
     try {
+        context->forgetKey();
         Conversation conversation(local.get(), deadline);
         SSL_CTX* const shared = context->get();
         try {
-            signingproxy::install(shared, [&] { return conversation.askForSignature(); });
+            signingproxy::setSigner([&] { return conversation.askForSignature(); });
             SSL_CTX_set_msg_callback(shared, &Conversation::note);
             SSL_CTX_set_msg_callback_arg(shared, &conversation);
             // A peer that has closed its end may still be told something.
             SSL_CTX_set_options(shared, SSL_OP_IGNORE_UNEXPECTED_EOF);
             const std::unique_ptr<TlsChannel> wire =
-                TlsChannel::accept(std::move(connection), context, deadline);
+                TlsChannel::acceptOver(std::move(connection), peer, context, deadline);
             conversation.prove();
             Relay(*wire, local.get()).run();
         } catch (const TlsError& fault) {

@@ -16,9 +16,10 @@ std::string receiveBytes(int local, std::size_t count, FrameChannel::Deadline de
 std::string receiveMessage(int local, char& type, std::size_t mostBytes,
                            FrameChannel::Deadline deadline);
 
-// Makes the handshake and passes bytes on until one end closes. The context must be this process's
-// own; its private key is forgotten before a byte is read. Throws nothing.
-void run(UniqueFd connection, UniqueFd local, const std::shared_ptr<TlsContext>& context,
-         FrameChannel::Deadline deadline) noexcept;
+// Makes the handshake and passes bytes on until one end closes. The connection is prepared, and
+// peer its far end, for texts. The context must be this process's own, with a stand-in for its
+// private key (signingproxy); the key is forgotten before a byte is read. Throws nothing.
+void run(UniqueFd connection, UniqueFd local, const std::string& peer,
+         const std::shared_ptr<TlsContext>& context, FrameChannel::Deadline deadline) noexcept;
 
 }  // namespace networkprocess

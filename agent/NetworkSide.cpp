@@ -36,7 +36,7 @@ constexpr std::size_t kMaxFailureBytes = 4096;
     if (!fault.empty()) {
         ::_exit(EXIT_FAILURE);
     }
-    networkprocess::run(UniqueFd(1), UniqueFd(0), context, deadline);
+    networkprocess::run(UniqueFd(1), UniqueFd(0), peer, context, deadline);
     ::_exit(EXIT_SUCCESS);
 }
 

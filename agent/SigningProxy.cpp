@@ -112,7 +112,7 @@ Key standInOfRsa(const EVP_PKEY* known) {
 
 }  // namespace
 
-void install(SSL_CTX* context, Signer signer) {
+void install(SSL_CTX* context) {
     const EVP_PKEY* const known = X509_get0_pubkey(SSL_CTX_get0_certificate(context));
     Key key;
     switch (known != nullptr ? EVP_PKEY_get_base_id(known) : EVP_PKEY_NONE) {
@@ -125,7 +125,6 @@ void install(SSL_CTX* context, Signer signer) {
         default:
             throw CException("the node's key is neither EC nor RSA");
     }
-    theSigner() = std::move(signer);
     // The digest of an RSA signature would be the client's choice, and the signer is not told.
     if (!key ||
         (EVP_PKEY_get_base_id(known) == EVP_PKEY_RSA &&
@@ -138,6 +137,10 @@ void install(SSL_CTX* context, Signer signer) {
         SSL_CTX_use_PrivateKey(context, key.get()) != 1) {
         throw CException("the node's key cannot be kept apart: " + tlsfault::lastReason());
     }
+}
+
+void setSigner(Signer signer) {
+    theSigner() = std::move(signer);
 }
 
 }  // namespace signingproxy

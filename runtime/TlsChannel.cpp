@@ -120,10 +120,16 @@ std::unique_ptr<TlsChannel> TlsChannel::connectOver(UniqueFd connected, const st
 std::unique_ptr<TlsChannel> TlsChannel::accept(UniqueFd accepted,
                                                std::shared_ptr<TlsContext> context,
                                                Deadline deadline) {
-    const std::string peer = tlssocket::peerOf(accepted.get());
+    std::string peer = tlssocket::peerOf(accepted.get());
     tlssocket::prepare(accepted.get(), peer);
+    return acceptOver(std::move(accepted), std::move(peer), std::move(context), deadline);
+}
+
+std::unique_ptr<TlsChannel> TlsChannel::acceptOver(UniqueFd prepared, std::string peerAddress,
+                                                   std::shared_ptr<TlsContext> context,
+                                                   Deadline deadline) {
     std::unique_ptr<TlsChannel> channel(
-        new TlsChannel(std::move(accepted), std::move(context), peer));
+        new TlsChannel(std::move(prepared), std::move(context), std::move(peerAddress)));
     try {
         channel->handshake(std::string(), deadline);
     } catch (const TlsError& error) {
@@ -258,6 +264,18 @@ std::size_t TlsChannel::readSome(char* target, std::size_t most) {
     const auto piece = static_cast<int>(std::min<std::size_t>(most, 1U << 30));
     return static_cast<std::size_t>(
         step(SSL_read(ssl.get(), target, piece), "while waiting for it"));
+}
+
+bool TlsChannel::readUnlessEnded(char* target, std::size_t most, std::size_t& count) {
+    const auto piece = static_cast<int>(std::min<std::size_t>(most, 1U << 30));
+    ERR_clear_error();
+    const int got = SSL_read(ssl.get(), target, piece);
+    count = 0;
+    if (got <= 0 && SSL_get_error(ssl.get(), got) == SSL_ERROR_ZERO_RETURN) {
+        return false;
+    }
+    count = static_cast<std::size_t>(step(got, "while waiting for it"));
+    return true;
 }
 
 std::size_t TlsChannel::writeSome(const char* bytes, std::size_t count) {

@@ -26,6 +26,10 @@ public:
     static std::unique_ptr<TlsChannel> accept(UniqueFd accepted,
                                               std::shared_ptr<TlsContext> context,
                                               Deadline deadline);
+    // The same on a socket that is prepared already, as by tlssocket::prepare.
+    static std::unique_ptr<TlsChannel> acceptOver(UniqueFd prepared, std::string peerAddress,
+                                                  std::shared_ptr<TlsContext> context,
+                                                  Deadline deadline);
 
     // Tells the peer goodbye without waiting; closes the socket.
     ~TlsChannel() override;
@@ -36,6 +40,8 @@ public:
     // For who only passes bytes on and leaves frames to others; see FrameChannel.
     std::size_t readSome(char* target, std::size_t most) override;
     std::size_t writeSome(const char* bytes, std::size_t count) override;
+    // As readSome, but an end of the connection in order is no error: returns false then.
+    bool readUnlessEnded(char* target, std::size_t most, std::size_t& count);
 
     // Whether both directions are between two frames, as far as this end knows without looking, and
     // nothing has gone wrong.

@@ -34,9 +34,6 @@ constexpr char kCipherSuites[] =
 struct BioDeleter {
     void operator()(BIO* doomed) const { BIO_free(doomed); }
 };
-struct KeyDeleter {
-    void operator()(EVP_PKEY* doomed) const { EVP_PKEY_free(doomed); }
-};
 struct CrlDeleter {
     void operator()(X509_CRL* doomed) const { X509_CRL_free(doomed); }
 };
@@ -48,7 +45,7 @@ struct StoreContextDeleter {
 };
 using Bio = std::unique_ptr<BIO, BioDeleter>;
 using Certificate = TlsContext::Certificate;
-using PrivateKey = std::unique_ptr<EVP_PKEY, KeyDeleter>;
+using PrivateKey = TlsContext::PrivateKey;
 
 [[noreturn]] void failed(const std::string& what) {
     throw CException(what + ": " + tlsfault::lastReason() + ".");
@@ -300,7 +297,7 @@ std::shared_ptr<TlsContext> TlsContext::server(const TlsFiles& files) {
 
 TlsContext::TlsContext(const TlsFiles& givenFiles, bool server)
     : files(givenFiles), serverSide(server) {
-    const Material material(files);
+    Material material(files);
     ERR_clear_error();
     context.reset(SSL_CTX_new(server ? TLS_server_method() : TLS_client_method()));
     if (!context) {
@@ -313,6 +310,7 @@ TlsContext::TlsContext(const TlsFiles& givenFiles, bool server)
         configureClient();
     }
     useMaterial(material);
+    key = std::move(material.key);
     useRevocationList();
 }
 

@@ -23,15 +23,19 @@ struct TlsFiles {
 // list. TLS 1.3 only, ALPN "kelsh/1", both ends show a certificate, nothing but the CAs named in
 // the files is trusted. Nothing resumes: every connection proves who is at its ends.
 //
-// Immutable once made: one context serves any number of threads. Connections hold it through the
-// shared_ptr, because they may outlive the cache entry when the files change under a running
-// process.
+// Immutable once made, forgetKey() apart: one context serves any number of threads. Connections
+// hold it through the shared_ptr, because they may outlive the cache entry when the files change
+// under a running process.
 class TlsContext {
 public:
     struct CertificateDeleter {
         void operator()(X509* doomed) const { X509_free(doomed); }
     };
     using Certificate = std::unique_ptr<X509, CertificateDeleter>;
+    struct KeyDeleter {
+        void operator()(EVP_PKEY* doomed) const { EVP_PKEY_free(doomed); }
+    };
+    using PrivateKey = std::unique_ptr<EVP_PKEY, KeyDeleter>;
 
     // The client's context for these files: made once per process, made anew when a file was
     // replaced. Safe from any thread. Throws CException that names the file and what is wrong.
@@ -44,6 +48,11 @@ public:
     ~TlsContext();
 
     SSL_CTX* get() const { return context.get(); }
+    // Null once it is forgotten.
+    EVP_PKEY* privateKey() const { return key.get(); }
+    // Frees and wipes the private key, where something else signs for the connections
+    // (signingproxy). For a process that shares this object with no other thread.
+    void forgetKey() { key.reset(); }
     bool isServer() const { return serverSide; }
     // The own certificate for messages: file, subject and validity.
     std::string describeOwnCertificate() const;
@@ -75,5 +84,6 @@ private:
 
     const TlsFiles files;
     const bool serverSide;
+    PrivateKey key;
     std::unique_ptr<SSL_CTX, ContextDeleter> context;
 };

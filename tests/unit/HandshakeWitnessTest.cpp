@@ -53,7 +53,8 @@ protected:
         messages.clear();
         const auto exposed = TlsContext::server(filesOf(node));
         std::size_t signedCount = 0;
-        signingproxy::install(exposed->get(), [&] {
+        signingproxy::install(exposed->get());
+        signingproxy::setSigner([&] {
             signedCount = messages.size();
             request = joined(0, signedCount);
             answer = witness.sign(request);
