@@ -19,6 +19,7 @@ IMAGE_MIB = 16
 # Of the code: runtime/AgentLink.cpp, SSLClient.h and ConnectGate.h, src/NodeAgentQuery.h.
 CONNECTS_AT_ONCE = 64
 CONNECT_LIMIT_S = 3.0
+SECOND_LIMIT_S = 0.25
 TURN_S = 0.5
 START_TURN_S = 0.025
 # Of the system: how many pieces of memory may be mapped, of which a thread's stack and the guard
@@ -126,7 +127,8 @@ class Master:
         """A silent node holds its place in the line for a turn only, and nobody waits in line for
         longer than the limit."""
         line_s = self.dead() / CONNECTS_AT_ONCE * TURN_S
-        return min(line_s, CONNECT_LIMIT_S) + CONNECT_LIMIT_S if self.dead() else 0
+        waited_s = min(line_s, CONNECT_LIMIT_S) + CONNECT_LIMIT_S
+        return waited_s + SECOND_LIMIT_S if self.dead() else 0
 
     def memory_mib(self):
         return self.constants.fixed_mib + self.nodes * self.constants.thread_kib / 1024

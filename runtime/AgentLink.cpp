@@ -8,6 +8,7 @@
 #include <pwd.h>
 
 #include "ConnectGate.h"
+#include "SilentPeers.h"
 #include "TlsContext.h"
 #include "TlsSocket.h"
 
@@ -178,6 +179,21 @@ bool AgentLink::takeRested() {
 }
 
 void AgentLink::dial(unsigned int limitMs) {
+    SilentPeers& silent = SilentPeers::instance();
+    const std::string peer = peerName();
+    const unsigned int limit = silent.limitFor(peer, limitMs);
+    try {
+        connectWithin(limit);
+    } catch (const TlsError& error) {
+        if (error.kind() == TlsError::Kind::kTimedOut) {
+            silent.noteSilence(peer, limit);
+        }
+        throw;
+    }
+    silent.noteAnswer(peer);
+}
+
+void AgentLink::connectWithin(unsigned int limitMs) {
     endedWell = false;
     // The limit is for the node to answer in; standing in line is not the node's fault. Only what
     // needs the processor stands in line: a silent network must not hold up the others.

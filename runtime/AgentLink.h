@@ -43,7 +43,8 @@ public:
     // Returns when the agent has accepted this master and greeted it, now or earlier.
     //   sequence        the shell's command that this object works for, 0 for none
     //   connectLimitMs  milliseconds for connecting, handshake and greeting together; where many
-    //                   connect at once, as long again may pass in line
+    //                   connect at once, as long again may pass in line; a node that was silent
+    //                   just now has less (SilentPeers)
     // Throws CException, and its subclasses TlsError and AgentError, when no connection was made.
     AgentLink(std::string address, int agentPort, const TlsFiles& files,
               std::uint32_t commandSequence, unsigned int connectLimitMs);
@@ -90,6 +91,7 @@ private:
 
     bool takeRested();
     void dial(unsigned int limitMs);
+    void connectWithin(unsigned int limitMs);
     void greet(Deadline deadline);
     std::string shellHello() const;
     std::string askOnce(const std::string& request, Deadline deadline);

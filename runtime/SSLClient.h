@@ -52,7 +52,8 @@ public:
     // connect at once, up to the same time again may pass in line. Inside a command give at most a
     // third of its time-out, so that a dead node is reported with its reason and not as timed out.
     // Where a rested connection turns out dead at the first request, making a new one may take the
-    // same time, and finding out half of it.
+    // same time, and finding out half of it. A node that was silent just now has less
+    // (SilentPeers).
     void initAndConnect(unsigned int timeOutMs);
 
     // Whether the jobs sent from now on must not be cut short: they go on at the node whatever

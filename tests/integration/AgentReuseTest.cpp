@@ -10,6 +10,7 @@
 #include "CException.h"
 #include "ConnectionPool.h"
 #include "LocalAgent.h"
+#include "SilentPeers.h"
 #include "WaitFor.h"
 
 namespace {
@@ -135,6 +136,18 @@ TEST_F(AgentReuse, AHungSessionCostsAQuestionOneNewConnection) {
     }
     EXPECT_EQ(run("echo two"), "two\n");
     ASSERT_EQ(::kill(hung.front(), SIGKILL), 0);
+}
+
+TEST_F(AgentReuse, ASilentAgentServesTheNextAttemptWhenItIsBack) {
+    agent.signal(SIGSTOP);
+    {
+        SSLClient client(agent.ip(), agent.port(), agent.masterCertificate());
+        EXPECT_THROW(client.initAndConnect(SilentPeers::kSilenceMs), CException);
+    }
+    EXPECT_EQ(SilentPeers::instance().size(), 1U);
+    agent.signal(SIGCONT);
+    EXPECT_TRUE(waitFor([&] { return run("echo one") == "one\n"; }));
+    EXPECT_EQ(SilentPeers::instance().size(), 0U);
 }
 
 TEST_F(AgentReuse, ARevokedMasterIsRefusedWhateverRests) {

@@ -6,6 +6,7 @@
 
 #include "BlackHoles.h"
 #include "SSLClient.h"
+#include "SilentPeers.h"
 #include "TlsFixture.h"
 
 namespace {
@@ -447,6 +448,23 @@ TEST_F(SSLClientTest, AnAgentThatAcceptsAndSaysNothingTimesOut) {
     EXPECT_THAT(connectError(agent.port()),
                 MentionsAll(parts({"127.0.0.1:", "did not answer in time", "TLS handshake"})));
     EXPECT_GE(Clock::now() - before, std::chrono::milliseconds(290));
+}
+
+TEST_F(SSLClientTest, WhoWasSilentJustNowIsAskedAgainButNotForLong) {
+    FakeNodeAgent agent([](int fd) {
+        char byte = 0;
+        while (read(fd, &byte, 1) > 0) {
+        }
+    });
+    const auto silence = std::chrono::milliseconds(SilentPeers::kSilenceMs);
+    auto before = Clock::now();
+    EXPECT_THAT(connectError(agent.port(), SilentPeers::kSilenceMs),
+                testing::HasSubstr("did not answer in time"));
+    EXPECT_GE(Clock::now() - before, silence - std::chrono::milliseconds(10));
+    before = Clock::now();
+    EXPECT_THAT(connectError(agent.port(), 60000), testing::HasSubstr("did not answer in time"));
+    EXPECT_LT(Clock::now() - before, std::chrono::seconds(30));
+    EXPECT_GE(Clock::now() - before, std::chrono::milliseconds(SilentPeers::kSecondLimitMs - 10));
 }
 
 TEST_F(SSLClientTest, AnAgentThatDoesNotGreetTimesOut) {

@@ -14,6 +14,7 @@ kelsh_add_test_program(unit_runtime LABEL unit
         ProtocolTest.cpp
         SSLClientCertificateTest.cpp
         SSLClientTest.cpp
+        SilentPeersTest.cpp
         StopWatchTest.cpp
         TlsChannelTest.cpp
     LIBRARIES kelsh_runtime)
