@@ -179,6 +179,18 @@ TEST_F(CShellCommandSet_BIOSFWTest, FlashCopiesRunsAndReadsBack) {
               "Don't power off the system or remove AC power! [node_0000]\n");
 }
 
+TEST_F(CShellCommandSet_BIOSFWTest, PhraseCountsWhereverItStandsInWhatIsReadBack) {
+    for (const char* log : {"Writing finished", "[ 100%] Writing finished, verifying: ok",
+                            "erased\n\tWriting finished\nok\n", "xWriting finishedx"}) {
+        agent.answer(kFlashCheck, log);
+        EXPECT_EQ(execute("flash bios fw -f " + file).getRunStatus(), EXEC_SUCCESS) << log;
+    }
+    for (const char* log : {"", "Writing  finished", "writing finished", "Writing finish"}) {
+        agent.answer(kFlashCheck, log);
+        EXPECT_EQ(execute("flash bios fw -f " + file).getRunStatus(), EXEC_FAILURE) << log;
+    }
+}
+
 TEST_F(CShellCommandSet_BIOSFWTest, BlockOptionsAreFoundAnywhereInTheLine) {
     agent.answer(kFlashCheck, "Writing finished\n");
     const std::string block = directory.file("new-bios.bin");

@@ -133,6 +133,8 @@ TEST_F(CShellCommandOptions, GiveTheirTypedValue) {
     EXPECT_EQ("node1", reset.getCommandOptionValue("name", "reset -n node1 -f"));
     EXPECT_EQ("", reset.getCommandOptionValue("force", "reset -f x"));
     EXPECT_EQ("", reset.getCommandOptionValue("x", "reset -x y"));
+    EXPECT_EQ("", reset.getCommandOptionValue("name", "reset")) << "not given";
+    EXPECT_EQ("", reset.getCommandOptionValue("n", "reset -f"));
 }
 
 TEST_F(CShellCommandOptions, OfOneNameAreRefused) {
