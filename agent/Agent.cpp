@@ -23,6 +23,7 @@
 #include "Authorization.h"
 #include "CException.h"
 #include "CertificateExpiry.h"
+#include "FreedBy.h"
 #include "Listener.h"
 #include "Sandbox.h"
 #include "TlsFault.h"
@@ -63,10 +64,7 @@ struct Options {
 struct FileCloser {
     void operator()(FILE* file) const { std::fclose(file); }
 };
-struct CertificateDeleter {
-    void operator()(X509* certificate) const { X509_free(certificate); }
-};
-using Certificate = std::unique_ptr<X509, CertificateDeleter>;
+using Certificate = FreedBy<X509, X509_free>;
 
 // Empty, or what is wrong.
 std::string parseOptions(int argc, const char* const* argv, Options& options) {

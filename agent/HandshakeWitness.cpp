@@ -14,6 +14,7 @@
 #include <openssl/x509.h>
 
 #include "CException.h"
+#include "FreedBy.h"
 #include "TlsFault.h"
 
 namespace {
@@ -36,10 +37,7 @@ constexpr unsigned char kRetryRandom[kRandomBytes] = {
 constexpr char kServerContext[] = "TLS 1.3, server CertificateVerify";
 constexpr char kClientContext[] = "TLS 1.3, client CertificateVerify";
 
-struct DigestContextDeleter {
-    void operator()(EVP_MD_CTX* doomed) const { EVP_MD_CTX_free(doomed); }
-};
-using DigestContext = std::unique_ptr<EVP_MD_CTX, DigestContextDeleter>;
+using DigestContext = FreedBy<EVP_MD_CTX, EVP_MD_CTX_free>;
 
 [[noreturn]] void refuse(const std::string& what) {
     ERR_clear_error();

@@ -4,21 +4,18 @@
 #include <arpa/inet.h>
 #include <cstring>
 #include <linux/if_packet.h>
-#include <memory>
 #include <net/if_arp.h>
 #include <netinet/in.h>
 
 #include <ifaddrs.h>
 
+#include "FreedBy.h"
+
 namespace {
 
 constexpr unsigned int kMacBytes = 6;
 
-struct InterfacesDeleter {
-    void operator()(ifaddrs* list) const { ::freeifaddrs(list); }
-};
-
-using Interfaces = std::unique_ptr<ifaddrs, InterfacesDeleter>;
+using Interfaces = FreedBy<ifaddrs, freeifaddrs>;
 
 Interfaces listInterfaces() {
     ifaddrs* list = nullptr;

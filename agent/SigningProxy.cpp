@@ -1,7 +1,6 @@
 #include "SigningProxy.h"
 
 #include <algorithm>
-#include <memory>
 #include <utility>
 
 #include <openssl/ec.h>
@@ -11,6 +10,7 @@
 #include <openssl/x509.h>
 
 #include "CException.h"
+#include "FreedBy.h"
 #include "TlsFault.h"
 
 // Methods of keys are the only way into a key that needs no provider of its own; the library calls
@@ -20,10 +20,7 @@
 namespace signingproxy {
 namespace {
 
-struct KeyDeleter {
-    void operator()(EVP_PKEY* doomed) const { EVP_PKEY_free(doomed); }
-};
-using Key = std::unique_ptr<EVP_PKEY, KeyDeleter>;
+using Key = FreedBy<EVP_PKEY, EVP_PKEY_free>;
 
 Signer& theSigner() {
     // Never destroyed: the key that asks it lives as long as the process.

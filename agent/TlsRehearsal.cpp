@@ -1,7 +1,6 @@
 #include "TlsRehearsal.h"
 
 #include <exception>
-#include <memory>
 #include <string>
 
 #include <openssl/bio.h>
@@ -11,6 +10,8 @@
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
+#include "FreedBy.h"
+
 namespace tlsrehearsal {
 namespace {
 
@@ -19,22 +20,10 @@ constexpr long kValidSeconds = 3600;
 // More turns than the messages of a handshake need.
 constexpr int kMostTurns = 8;
 
-struct KeyDeleter {
-    void operator()(EVP_PKEY* doomed) const { EVP_PKEY_free(doomed); }
-};
-struct CertificateDeleter {
-    void operator()(X509* doomed) const { X509_free(doomed); }
-};
-struct ContextDeleter {
-    void operator()(SSL_CTX* doomed) const { SSL_CTX_free(doomed); }
-};
-struct ConnectionDeleter {
-    void operator()(SSL* doomed) const { SSL_free(doomed); }
-};
-using Key = std::unique_ptr<EVP_PKEY, KeyDeleter>;
-using Certificate = std::unique_ptr<X509, CertificateDeleter>;
-using Context = std::unique_ptr<SSL_CTX, ContextDeleter>;
-using Connection = std::unique_ptr<SSL, ConnectionDeleter>;
+using Key = FreedBy<EVP_PKEY, EVP_PKEY_free>;
+using Certificate = FreedBy<X509, X509_free>;
+using Context = FreedBy<SSL_CTX, SSL_CTX_free>;
+using Connection = FreedBy<SSL, SSL_free>;
 
 // Signed by itself.
 Certificate certificateFor(EVP_PKEY* key) {

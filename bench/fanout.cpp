@@ -20,7 +20,6 @@
 #include <fstream>
 #include <functional>
 #include <iostream>
-#include <memory>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <signal.h>
@@ -37,6 +36,7 @@
 #include <openssl/x509v3.h>
 
 #include "CException.h"
+#include "FreedBy.h"
 #include "Protocol.h"
 #include "UniqueFd.h"
 
@@ -60,12 +60,8 @@ struct Node {
     int port = 0;
 };
 
-template <typename T, void (*Free)(T*)>
-struct Deleter {
-    void operator()(T* object) const { Free(object); }
-};
-using Context = std::unique_ptr<SSL_CTX, Deleter<SSL_CTX, SSL_CTX_free>>;
-using Connection = std::unique_ptr<SSL, Deleter<SSL, SSL_free>>;
+using Context = FreedBy<SSL_CTX, SSL_CTX_free>;
+using Connection = FreedBy<SSL, SSL_free>;
 
 void require(bool ok, const std::string& what) {
     if (!ok) {

@@ -1,6 +1,5 @@
 #include "CertificateExpiry.h"
 
-#include <memory>
 #include <set>
 
 #include <openssl/bio.h>
@@ -8,29 +7,18 @@
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
+#include "FreedBy.h"
 #include "TlsFault.h"
 
 namespace certificateexpiry {
 
 namespace {
 
-struct BioDeleter {
-    void operator()(BIO* doomed) const { BIO_free(doomed); }
-};
-struct CertificateDeleter {
-    void operator()(X509* doomed) const { X509_free(doomed); }
-};
-struct ListDeleter {
-    void operator()(X509_CRL* doomed) const { X509_CRL_free(doomed); }
-};
-struct TimeDeleter {
-    void operator()(ASN1_TIME* doomed) const { ASN1_TIME_free(doomed); }
-};
-using Bio = std::unique_ptr<BIO, BioDeleter>;
+using Bio = FreedBy<BIO, BIO_free>;
 
 // "expired on ...", "expires in 3 days, on ..."; empty while there is time.
 std::string endingOf(const ASN1_TIME* end, std::time_t now, int days) {
-    const std::unique_ptr<ASN1_TIME, TimeDeleter> current(ASN1_TIME_set(nullptr, now));
+    const FreedBy<ASN1_TIME, ASN1_TIME_free> current(ASN1_TIME_set(nullptr, now));
     int wholeDays = 0;
     int seconds = 0;
     if (!current || ASN1_TIME_diff(&wholeDays, &seconds, current.get(), end) != 1) {
@@ -56,7 +44,7 @@ void addCertificates(const std::string& file, std::time_t now, int days,
                      std::list<std::string>& found) {
     const Bio bio(BIO_new_file(file.c_str(), "re"));
     while (bio) {
-        const std::unique_ptr<X509, CertificateDeleter> certificate(
+        const FreedBy<X509, X509_free> certificate(
             PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr));
         if (!certificate) {
             break;
@@ -73,7 +61,7 @@ void addCertificates(const std::string& file, std::time_t now, int days,
 void addLists(const std::string& file, std::time_t now, int days, std::list<std::string>& found) {
     const Bio bio(BIO_new_file(file.c_str(), "re"));
     while (bio) {
-        const std::unique_ptr<X509_CRL, ListDeleter> list(
+        const FreedBy<X509_CRL, X509_CRL_free> list(
             PEM_read_bio_X509_CRL(bio.get(), nullptr, nullptr, nullptr));
         if (!list) {
             break;

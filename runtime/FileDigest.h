@@ -1,9 +1,10 @@
 #pragma once
 
-#include <memory>
 #include <string>
 
 #include <openssl/evp.h>
+
+#include "FreedBy.h"
 
 // SHA-256 of bytes that arrive in pieces. Movable, not copyable; used by one thread at a time.
 class FileDigest {
@@ -20,8 +21,5 @@ public:
     static std::string shortHex(const std::string& raw);
 
 private:
-    struct Deleter {
-        void operator()(EVP_MD_CTX* doomed) const { EVP_MD_CTX_free(doomed); }
-    };
-    std::unique_ptr<EVP_MD_CTX, Deleter> context;
+    FreedBy<EVP_MD_CTX, EVP_MD_CTX_free> context;
 };

@@ -6,6 +6,7 @@
 #include <openssl/ssl.h>
 
 #include "FrameChannel.h"
+#include "FreedBy.h"
 #include "TlsContext.h"
 #include "UniqueFd.h"
 
@@ -53,10 +54,6 @@ public:
     std::string peerCommonName() const;
 
 private:
-    struct SslDeleter {
-        void operator()(SSL* doomed) const { SSL_free(doomed); }
-    };
-
     TlsChannel(UniqueFd connected, std::shared_ptr<TlsContext> shared, std::string peerAddress);
     void expectAddress(const std::string& address);
     void handshake(const std::string& dialled, Deadline deadline);
@@ -67,7 +64,7 @@ private:
     [[noreturn]] void fail(int sslError, int savedErrno, const char* doing);
 
     std::shared_ptr<TlsContext> context;
-    std::unique_ptr<SSL, SslDeleter> ssl;
+    FreedBy<SSL, SSL_free> ssl;
     bool established = false;
     bool broken = false;
 };

@@ -17,6 +17,7 @@
 #include <openssl/x509v3.h>
 
 #include "CException.h"
+#include "FreedBy.h"
 #include "Protocol.h"
 #include "TlsFault.h"
 #include "UniqueFd.h"
@@ -31,19 +32,10 @@ constexpr std::size_t kReadBufferBytes = std::size_t{96} * 1024;
 constexpr char kCipherSuites[] =
     "TLS_AES_128_GCM_SHA256:TLS_AES_256_GCM_SHA384:TLS_CHACHA20_POLY1305_SHA256";
 
-struct BioDeleter {
-    void operator()(BIO* doomed) const { BIO_free(doomed); }
-};
-struct CrlDeleter {
-    void operator()(X509_CRL* doomed) const { X509_CRL_free(doomed); }
-};
 struct StackDeleter {
     void operator()(STACK_OF(X509) * doomed) const { sk_X509_free(doomed); }
 };
-struct StoreContextDeleter {
-    void operator()(X509_STORE_CTX* doomed) const { X509_STORE_CTX_free(doomed); }
-};
-using Bio = std::unique_ptr<BIO, BioDeleter>;
+using Bio = FreedBy<BIO, BIO_free>;
 using Certificate = TlsContext::Certificate;
 using PrivateKey = TlsContext::PrivateKey;
 
@@ -404,7 +396,7 @@ void TlsContext::useRevocationList() {
     int lists = 0;
     ERR_clear_error();
     while (X509_CRL* next = PEM_read_bio_X509_CRL(bio.get(), nullptr, nullptr, nullptr)) {
-        const std::unique_ptr<X509_CRL, CrlDeleter> list(next);
+        const FreedBy<X509_CRL, X509_CRL_free> list(next);
         if (X509_STORE_add_crl(store, list.get()) != 1) {
             failed("Can not use the revocation list \"" + file + "\"");
         }
@@ -446,7 +438,7 @@ std::string TlsContext::refusalOf(const std::string& certificates, const std::st
 std::string TlsContext::refusalOf(const std::vector<Certificate>& parsed, const std::string& whose,
                                   std::string& name) const {
     const std::unique_ptr<STACK_OF(X509), StackDeleter> issuers(sk_X509_new_null());
-    const std::unique_ptr<X509_STORE_CTX, StoreContextDeleter> check(X509_STORE_CTX_new());
+    const FreedBy<X509_STORE_CTX, X509_STORE_CTX_free> check(X509_STORE_CTX_new());
     if (parsed.empty() || !issuers || !check) {
         ERR_clear_error();
         return "The certificate of " + whose + " can not be read.";

@@ -7,6 +7,8 @@
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 
+#include "FreedBy.h"
+
 // The PEM files one end of a connection is made from. Besides these, "crl.pem" beside the
 // certificate file is enforced when it exists.
 struct TlsFiles {
@@ -28,14 +30,8 @@ struct TlsFiles {
 // under a running process.
 class TlsContext {
 public:
-    struct CertificateDeleter {
-        void operator()(X509* doomed) const { X509_free(doomed); }
-    };
-    using Certificate = std::unique_ptr<X509, CertificateDeleter>;
-    struct KeyDeleter {
-        void operator()(EVP_PKEY* doomed) const { EVP_PKEY_free(doomed); }
-    };
-    using PrivateKey = std::unique_ptr<EVP_PKEY, KeyDeleter>;
+    using Certificate = FreedBy<X509, X509_free>;
+    using PrivateKey = FreedBy<EVP_PKEY, EVP_PKEY_free>;
 
     // The client's context for these files: made once per process, made anew when a file was
     // replaced. Safe from any thread. Throws CException that names the file and what is wrong.
@@ -70,9 +66,6 @@ public:
     static std::vector<Certificate> parse(const std::string& certificates);
 
 private:
-    struct ContextDeleter {
-        void operator()(SSL_CTX* doomed) const { SSL_CTX_free(doomed); }
-    };
     struct Material;
 
     TlsContext(const TlsFiles& files, bool server);
@@ -85,5 +78,5 @@ private:
     const TlsFiles files;
     const bool serverSide;
     PrivateKey key;
-    std::unique_ptr<SSL_CTX, ContextDeleter> context;
+    FreedBy<SSL_CTX, SSL_CTX_free> context;
 };

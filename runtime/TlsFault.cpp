@@ -4,24 +4,18 @@
 #include <array>
 #include <ctime>
 #include <iterator>
-#include <memory>
 
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/ssl.h>
 #include <openssl/x509v3.h>
 
+#include "FreedBy.h"
+
 namespace tlsfault {
 namespace {
 
-struct BioDeleter {
-    void operator()(BIO* doomed) const { BIO_free(doomed); }
-};
-using MemoryBio = std::unique_ptr<BIO, BioDeleter>;
-
-struct NamesDeleter {
-    void operator()(GENERAL_NAMES* doomed) const { GENERAL_NAMES_free(doomed); }
-};
+using MemoryBio = FreedBy<BIO, BIO_free>;
 
 std::string contents(BIO* bio) {
     char* data = nullptr;
@@ -60,7 +54,7 @@ std::string addressText(const ASN1_OCTET_STRING* address) {
 
 // The addresses and host names a certificate stands for: "10.0.0.7, node_0007".
 std::string namesText(const X509* certificate) {
-    const std::unique_ptr<GENERAL_NAMES, NamesDeleter> names(static_cast<GENERAL_NAMES*>(
+    const FreedBy<GENERAL_NAMES, GENERAL_NAMES_free> names(static_cast<GENERAL_NAMES*>(
         X509_get_ext_d2i(certificate, NID_subject_alt_name, nullptr, nullptr)));
     std::string text;
     for (int i = 0; names && i < sk_GENERAL_NAME_num(names.get()); ++i) {

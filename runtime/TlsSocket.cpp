@@ -17,6 +17,7 @@
 #include <system_error>
 #include <thread>
 
+#include "FreedBy.h"
 #include "ParkedDials.h"
 #include "TlsChannel.h"
 
@@ -32,10 +33,7 @@ constexpr int kKeepIntervalSeconds = 5;
 constexpr int kKeepProbes = 4;
 constexpr unsigned int kUnacknowledgedMs = 30000;
 
-struct AddressDeleter {
-    void operator()(addrinfo* doomed) const { freeaddrinfo(doomed); }
-};
-using Addresses = std::unique_ptr<addrinfo, AddressDeleter>;
+using Addresses = FreedBy<addrinfo, freeaddrinfo>;
 
 struct Lookup {
     int error = EAI_AGAIN;

@@ -5,7 +5,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
@@ -17,6 +16,7 @@
 #include <openssl/params.h>
 #include <openssl/rand.h>
 
+#include "FreedBy.h"
 #include "UniqueFd.h"
 
 namespace toolpackage {
@@ -40,13 +40,9 @@ void requireCrypto(bool ok, const char* what) {
     }
 }
 
-template <typename T, void (*Free)(T*)>
-struct Deleter {
-    void operator()(T* object) const { Free(object); }
-};
-using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, Deleter<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>>;
-using Kdf = std::unique_ptr<EVP_KDF, Deleter<EVP_KDF, EVP_KDF_free>>;
-using KdfContext = std::unique_ptr<EVP_KDF_CTX, Deleter<EVP_KDF_CTX, EVP_KDF_CTX_free>>;
+using CipherContext = FreedBy<EVP_CIPHER_CTX, EVP_CIPHER_CTX_free>;
+using Kdf = FreedBy<EVP_KDF, EVP_KDF_free>;
+using KdfContext = FreedBy<EVP_KDF_CTX, EVP_KDF_CTX_free>;
 
 void putNumber(std::string& bytes, std::uint64_t value, int width) {
     for (int shift = (width - 1) * 8; shift >= 0; shift -= 8) {

@@ -9,6 +9,7 @@
 #include <openssl/x509v3.h>
 
 #include "CException.h"
+#include "FreedBy.h"
 #include "LintReport.h"
 #include "TlsContext.h"
 #include "TlsFault.h"
@@ -20,10 +21,7 @@ constexpr std::time_t kWarnSeconds = 30L * 24 * 3600;
 struct FileCloser {
     void operator()(FILE* file) const { static_cast<void>(std::fclose(file)); }
 };
-struct CertificateDeleter {
-    void operator()(X509* certificate) const { X509_free(certificate); }
-};
-using Certificate = std::unique_ptr<X509, CertificateDeleter>;
+using Certificate = FreedBy<X509, X509_free>;
 
 std::vector<Certificate> readCertificates(const std::string& fileName) {
     std::vector<Certificate> certificates;

@@ -8,6 +8,8 @@
 #include <openssl/pem.h>
 #include <openssl/x509v3.h>
 
+#include "FreedBy.h"
+
 namespace {
 
 void require(bool holds) {
@@ -25,10 +27,7 @@ void extend(X509* certificate, X509* by, int kind, const std::string& value) {
     require(added);
 }
 
-struct MemoryDeleter {
-    void operator()(BIO* doomed) const { BIO_free(doomed); }
-};
-using Memory = std::unique_ptr<BIO, MemoryDeleter>;
+using Memory = FreedBy<BIO, BIO_free>;
 
 std::string text(BIO* bio) {
     char* data = nullptr;

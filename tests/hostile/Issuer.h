@@ -1,26 +1,19 @@
 #pragma once
 
-#include <memory>
 #include <string>
 
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
+#include "FreedBy.h"
 #include "TlsContext.h"
 
 // Certificates that no sane authority would issue, and those it would, as objects and as PEM files.
 namespace issuer {
 
-struct KeyDeleter {
-    void operator()(EVP_PKEY* doomed) const { EVP_PKEY_free(doomed); }
-};
-struct CertificateDeleter {
-    void operator()(X509* doomed) const { X509_free(doomed); }
-};
-
 struct Identity {
-    std::unique_ptr<EVP_PKEY, KeyDeleter> key;
-    std::unique_ptr<X509, CertificateDeleter> certificate;
+    FreedBy<EVP_PKEY, EVP_PKEY_free> key;
+    FreedBy<X509, X509_free> certificate;
 };
 
 struct Wish {

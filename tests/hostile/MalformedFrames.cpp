@@ -15,6 +15,7 @@
 
 #include "CException.h"
 #include "Figure.h"
+#include "FreedBy.h"
 #include "LocalAgent.h"
 #include "Processes.h"
 #include "TlsSocket.h"
@@ -143,18 +144,11 @@ bool sendRaw(const LocalAgent& agent, const RawClass& kind, Random& random) {
     return isCut(fd.get());
 }
 
-struct ContextDeleter {
-    void operator()(SSL_CTX* doomed) const { SSL_CTX_free(doomed); }
-};
-struct SslDeleter {
-    void operator()(SSL* doomed) const { SSL_free(doomed); }
-};
-
 // A TLS client without a certificate; with version and protocol name as wanted.
 bool shakeHandsAnonymously(const LocalAgent& agent, int version, const std::string& alpn) {
-    const std::unique_ptr<SSL_CTX, ContextDeleter> context(SSL_CTX_new(TLS_client_method()));
+    const FreedBy<SSL_CTX, SSL_CTX_free> context(SSL_CTX_new(TLS_client_method()));
     SSL_CTX_set_max_proto_version(context.get(), version);
-    const std::unique_ptr<SSL, SslDeleter> ssl(SSL_new(context.get()));
+    const FreedBy<SSL, SSL_free> ssl(SSL_new(context.get()));
     const std::string wire = static_cast<char>(alpn.size()) + alpn;
     SSL_set_alpn_protos(ssl.get(), reinterpret_cast<const unsigned char*>(wire.data()),
                         static_cast<unsigned int>(wire.size()));

@@ -3,7 +3,6 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -12,6 +11,8 @@
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
+
+#include "FreedBy.h"
 
 // A certificate authority for tests: makes certificates good and bad and writes them as PEM files
 // into a directory. "crl.pem" in that directory is found beside every certificate in it.
@@ -97,7 +98,7 @@ public:
 
     // Writes crl.pem with these serial numbers.
     void revoke(const std::vector<long>& serials, long lastUpdate = -60, long nextUpdate = 3600) {
-        const std::unique_ptr<X509_CRL, CrlDeleter> list(X509_CRL_new());
+        const FreedBy<X509_CRL, X509_CRL_free> list(X509_CRL_new());
         check(X509_CRL_set_version(list.get(), 1));
         check(X509_CRL_set_issuer_name(list.get(), X509_get_subject_name(caCertificate.get())));
         const Time from(ASN1_TIME_adj(nullptr, std::time(nullptr), 0, lastUpdate));
@@ -106,7 +107,7 @@ public:
         check(X509_CRL_set1_nextUpdate(list.get(), until.get()));
         for (const long serial : serials) {
             X509_REVOKED* entry = X509_REVOKED_new();
-            const std::unique_ptr<ASN1_INTEGER, IntegerDeleter> number(ASN1_INTEGER_new());
+            const FreedBy<ASN1_INTEGER, ASN1_INTEGER_free> number(ASN1_INTEGER_new());
             check(ASN1_INTEGER_set(number.get(), serial));
             check(X509_REVOKED_set_serialNumber(entry, number.get()));
             check(X509_REVOKED_set_revocationDate(entry, from.get()));
@@ -119,28 +120,10 @@ public:
     }
 
 private:
-    struct KeyDeleter {
-        void operator()(EVP_PKEY* doomed) const { EVP_PKEY_free(doomed); }
-    };
-    struct CertificateDeleter {
-        void operator()(X509* doomed) const { X509_free(doomed); }
-    };
-    struct CrlDeleter {
-        void operator()(X509_CRL* doomed) const { X509_CRL_free(doomed); }
-    };
-    struct TimeDeleter {
-        void operator()(ASN1_TIME* doomed) const { ASN1_TIME_free(doomed); }
-    };
-    struct IntegerDeleter {
-        void operator()(ASN1_INTEGER* doomed) const { ASN1_INTEGER_free(doomed); }
-    };
-    struct MemoryDeleter {
-        void operator()(BIO* doomed) const { BIO_free(doomed); }
-    };
-    using Key = std::unique_ptr<EVP_PKEY, KeyDeleter>;
-    using Certificate = std::unique_ptr<X509, CertificateDeleter>;
-    using Time = std::unique_ptr<ASN1_TIME, TimeDeleter>;
-    using Memory = std::unique_ptr<BIO, MemoryDeleter>;
+    using Key = FreedBy<EVP_PKEY, EVP_PKEY_free>;
+    using Certificate = FreedBy<X509, X509_free>;
+    using Time = FreedBy<ASN1_TIME, ASN1_TIME_free>;
+    using Memory = FreedBy<BIO, BIO_free>;
 
     static void check(int succeeded) {
         if (succeeded <= 0) {

@@ -7,6 +7,7 @@
 #include <openssl/ssl.h>
 
 #include "CException.h"
+#include "FreedBy.h"
 #include "HandshakeWitness.h"
 #include "SigningProxy.h"
 #include "TempDir.h"
@@ -14,13 +15,7 @@
 
 namespace {
 
-struct SslDeleter {
-    void operator()(SSL* doomed) const { SSL_free(doomed); }
-};
-struct ContextDeleter {
-    void operator()(SSL_CTX* doomed) const { SSL_CTX_free(doomed); }
-};
-using Ssl = std::unique_ptr<SSL, SslDeleter>;
+using Ssl = FreedBy<SSL, SSL_free>;
 
 // A handshake between a master and a node that has its key elsewhere, in memory.
 class HandshakeWitnessed : public testing::Test {
@@ -64,7 +59,7 @@ protected:
         SSL_CTX_set_msg_callback_arg(exposed->get(), this);
         SSL_CTX_set_verify(exposed->get(), SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT,
                            [](int, X509_STORE_CTX*) { return 1; });
-        const std::unique_ptr<SSL_CTX, ContextDeleter> dialling(SSL_CTX_new(TLS_client_method()));
+        const FreedBy<SSL_CTX, SSL_CTX_free> dialling(SSL_CTX_new(TLS_client_method()));
         SSL_CTX_use_certificate_chain_file(dialling.get(), shell.certificateFile.c_str());
         SSL_CTX_use_PrivateKey_file(dialling.get(), shell.keyFile.c_str(), SSL_FILETYPE_PEM);
         SSL_CTX_set1_groups_list(dialling.get(), clientGroups);
