@@ -47,18 +47,6 @@ void appendEscaped(std::string& text, char c) {
 }
 
 // "2026-11-20T17:54:29.123Z": one clock for all nodes, whatever their time zones.
-std::string timeStamp() {
-    timespec now{};
-    ::clock_gettime(CLOCK_REALTIME, &now);
-    tm parts{};
-    ::gmtime_r(&now.tv_sec, &parts);
-    char text[40];
-    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    std::string stamp(text, length);
-    const std::string millis = std::to_string(1000 + now.tv_nsec / 1000000).substr(1);
-    return stamp + "." + millis + "Z";
-}
-
 const char* levelName(AgentLog::Level level) {
     switch (level) {
         case AgentLog::Level::kWarning:
@@ -137,6 +125,17 @@ void AgentLog::write(Level level, const std::string& text) const {
         written = ::write(file.get(), line.data(), line.size());
     } while (written < 0 && errno == EINTR);
     errno = savedErrno;
+}
+
+std::string AgentLog::timeStamp() {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    tm parts{};
+    ::gmtime_r(&now.tv_sec, &parts);
+    char text[40];
+    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+    return std::string(text, length) + "." +
+           std::to_string(1000 + now.tv_nsec / 1000000).substr(1) + "Z";
 }
 
 std::string AgentLog::escape(const std::string& text, std::string::size_type maxBytes) {

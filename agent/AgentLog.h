@@ -33,6 +33,9 @@ public:
     // the text are shown; what was left out is counted at the end.
     static std::string escape(const std::string& text, std::string::size_type maxBytes = 1024);
 
+    // Now, in UTC, as it stands in logs: 2026-11-21T20:30:00.000Z.
+    static std::string timeStamp();
+
     // Of the log file; -1 for syslog.
     int descriptor() const { return file.get(); }
 

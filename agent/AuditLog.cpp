@@ -5,7 +5,6 @@
 #include <charconv>
 #include <chrono>
 #include <cstring>
-#include <ctime>
 #include <fcntl.h>
 #include <iterator>
 #include <poll.h>
@@ -14,6 +13,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "AgentLog.h"
 #include "FileDigest.h"
 #include "UniqueFd.h"
 
@@ -249,17 +249,6 @@ Link readHead(int fd, const std::string& name) {
     return link;
 }
 
-std::string timeStamp() {
-    timespec now{};
-    ::clock_gettime(CLOCK_REALTIME, &now);
-    tm parts{};
-    ::gmtime_r(&now.tv_sec, &parts);
-    char text[40];
-    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    return std::string(text, length) + "." +
-           std::to_string(1000 + now.tv_nsec / 1000000).substr(1) + "Z";
-}
-
 std::string member(const char* name, const std::string& text, std::size_t maxBytes) {
     std::string member =
         std::string(",\"") + name + "\":\"" + AuditLog::escape(text, maxBytes) + "\"";
@@ -273,7 +262,7 @@ std::string member(const char* name, const std::string& text, std::size_t maxByt
 std::string makeLine(Link& link, const AuditEntry& entry, const std::string& event,
                      const std::string& outcome, long long millis) {
     std::string line = kStart + std::to_string(link.number + 1) + kPrevious + link.hash + "\"";
-    line += ",\"time\":\"" + timeStamp() + "\"";
+    line += ",\"time\":\"" + AgentLog::timeStamp() + "\"";
     line += member("event", event, kShownNameBytes);
     line += member("id", entry.id, kShownNameBytes);
     line += member("certificate", entry.certificate, kShownNameBytes);
