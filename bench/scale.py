@@ -19,7 +19,7 @@ IMAGE_MIB = 16
 # Of the code: runtime/AgentLink.cpp, SSLClient.h and ConnectGate.h, src/NodeAgentQuery.h.
 CONNECTS_AT_ONCE = 64
 CONNECT_LIMIT_S = 3.0
-SECOND_LIMIT_S = 0.25
+SECOND_LIMIT_S = 0.2
 TURN_S = 0.5
 START_TURN_S = 0.025
 # Of the system: how many pieces of memory may be mapped, of which a thread's stack and the guard

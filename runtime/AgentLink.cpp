@@ -185,7 +185,8 @@ void AgentLink::dial(unsigned int limitMs) {
     try {
         connectWithin(limit);
     } catch (const TlsError& error) {
-        if (error.kind() == TlsError::Kind::kTimedOut) {
+        if (error.kind() == TlsError::Kind::kTimedOut ||
+            error.kind() == TlsError::Kind::kNoAnswer) {
             silent.noteSilence(peer, limit);
         }
         throw;

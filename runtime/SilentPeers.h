@@ -21,7 +21,7 @@ public:
     static constexpr unsigned int kSilenceMs = 1500;
     // The limit of each attempt that follows it: many times what a node needs. A command makes two,
     // one to learn who the node is.
-    static constexpr unsigned int kSecondLimitMs = 250;
+    static constexpr unsigned int kSecondLimitMs = 200;
     static constexpr std::chrono::milliseconds kMemory{5000};
 
     // The ones of this process. Never destroyed, since workers may outlive main.

@@ -303,7 +303,7 @@ UniqueFd connect(const std::string& address, int port, Deadline deadline) {
         return fd;
     }
     if (error == ETIMEDOUT) {
-        throw TlsError(Kind::kUnreachable,
+        throw TlsError(Kind::kNoAnswer,
                        "Can not connect to " + peer + ": no answer, the connection timed out.");
     }
     throw TlsError(Kind::kUnreachable,

@@ -467,6 +467,17 @@ TEST_F(SSLClientTest, WhoWasSilentJustNowIsAskedAgainButNotForLong) {
     EXPECT_GE(Clock::now() - before, std::chrono::milliseconds(SilentPeers::kSecondLimitMs - 10));
 }
 
+TEST_F(SSLClientTest, SoIsABlackHole) {
+    const BlackHoles holes(1);
+    const BlackHoles::Address hole = holes.addresses().front();
+    SSLClient client(hole.ip, hole.port, master.certificateFile);
+    EXPECT_THAT(errorOf([&] { client.initAndConnect(SilentPeers::kSilenceMs); }),
+                testing::HasSubstr("timed out"));
+    const auto before = Clock::now();
+    EXPECT_THAT(errorOf([&] { client.initAndConnect(60000); }), testing::HasSubstr("timed out"));
+    EXPECT_LT(Clock::now() - before, std::chrono::seconds(30));
+}
+
 TEST_F(SSLClientTest, AnAgentThatDoesNotGreetTimesOut) {
     FakeNodeAgent agent(filesOf(node),
                         [](TlsChannel& channel) { FakeNodeAgent::waitForClose(channel); });
