@@ -1,7 +1,6 @@
 #include "TlsRehearsal.h"
 
 #include <exception>
-#include <string>
 
 #include <openssl/bio.h>
 #include <openssl/ec.h>
@@ -96,11 +95,8 @@ bool rehearse() {
     const Context clients = contextOf(TLS_client_method(), certificate.get(), key.get());
     const Connection server(servers ? SSL_new(servers.get()) : nullptr);
     const Connection client(clients ? SSL_new(clients.get()) : nullptr);
-    if (!server || !client || !connect(server.get(), client.get()) ||
-        !converse(server.get(), client.get())) {
-        return false;
-    }
-    return true;
+    return server && client && connect(server.get(), client.get()) &&
+           converse(server.get(), client.get());
 }
 
 }  // namespace

@@ -4,17 +4,17 @@
 
 namespace {
 
-// Looked for once, not by every digest. Never freed, since threads may outlive main.
+// Looked for once, not by every digest; where that failed, by every digest after all. Never freed,
+// since threads may outlive main.
 const EVP_MD* sha256() {
     static const EVP_MD* const found = EVP_MD_fetch(nullptr, "SHA256", nullptr);
-    return found;
+    return found != nullptr ? found : EVP_sha256();
 }
 
 }  // namespace
 
 FileDigest::FileDigest() : context(EVP_MD_CTX_new()) {
-    if (!context || sha256() == nullptr ||
-        EVP_DigestInit_ex2(context.get(), sha256(), nullptr) != 1) {
+    if (!context || EVP_DigestInit_ex2(context.get(), sha256(), nullptr) != 1) {
         throw CException("cannot set up a SHA-256 digest");
     }
 }

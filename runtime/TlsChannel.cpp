@@ -20,6 +20,8 @@ using Kind = TlsError::Kind;
 
 // How long a refused peer may take to read why.
 constexpr unsigned long kLastWordsMs = 1000;
+// For texts.
+constexpr char kReading[] = "while waiting for it";
 
 bool isAddressLiteral(const std::string& address) {
     unsigned char parsed[sizeof(in6_addr)];
@@ -260,10 +262,11 @@ void TlsChannel::fail(int sslError, int savedErrno, const char* doing) {
 }
 
 std::size_t TlsChannel::readSome(char* target, std::size_t most) {
-    ERR_clear_error();
-    const auto piece = static_cast<int>(std::min<std::size_t>(most, 1U << 30));
-    return static_cast<std::size_t>(
-        step(SSL_read(ssl.get(), target, piece), "while waiting for it"));
+    std::size_t count = 0;
+    if (!readUnlessEnded(target, most, count)) {
+        fail(SSL_ERROR_ZERO_RETURN, 0, kReading);
+    }
+    return count;
 }
 
 bool TlsChannel::readUnlessEnded(char* target, std::size_t most, std::size_t& count) {
@@ -274,7 +277,7 @@ bool TlsChannel::readUnlessEnded(char* target, std::size_t most, std::size_t& co
     if (got <= 0 && SSL_get_error(ssl.get(), got) == SSL_ERROR_ZERO_RETURN) {
         return false;
     }
-    count = static_cast<std::size_t>(step(got, "while waiting for it"));
+    count = static_cast<std::size_t>(step(got, kReading));
     return true;
 }
 
