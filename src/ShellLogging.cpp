@@ -1,5 +1,8 @@
 #include "ShellLogging.h"
 
+#include <atomic>
+#include <exception>
+#include <iostream>
 #include <mutex>
 #include <sys/stat.h>
 #include <type_traits>
@@ -45,11 +48,30 @@ void silenceUntilConfigured() {
     });
 }
 
-void write(const char* name, const log4cxx::LevelPtr& level, const std::string& text) {
-    const log4cxx::LoggerPtr logger = log4cxx::Logger::getLogger(name);
-    if (logger->isEnabledFor(level)) {
+// Of one logger: whether the user knows already that it cannot be written.
+struct Log {
+    const char* name;
+    std::atomic<bool> reported{false};
+};
+
+Log shellLog{kShellLogger};
+Log resultLog{kResultLogger};
+
+// A log that cannot be written, on a full disk for example, must not cost a result or a command.
+void write(Log& log, const log4cxx::LevelPtr& level, const std::string& text) {
+    const log4cxx::LoggerPtr logger = log4cxx::Logger::getLogger(log.name);
+    if (!logger->isEnabledFor(level)) {
+        return;
+    }
+    try {
         const PrivateFiles guard;
         logger->forcedLogLS(level, text, LOG4CXX_LOCATION);
+        log.reported = false;
+    } catch (const std::exception& fault) {
+        if (!log.reported.exchange(true)) {
+            std::cerr << "kelsh: the log \"" << log.name << "\" is incomplete: " << fault.what()
+                      << std::endl;
+        }
     }
 }
 
@@ -83,13 +105,13 @@ void ShellLogging::pointResultsAt(const std::string& dumpFile) {
 }
 
 void ShellLogging::info(const std::string& text) {
-    write(kShellLogger, log4cxx::Level::getInfo(), text);
+    write(shellLog, log4cxx::Level::getInfo(), text);
 }
 
 void ShellLogging::warn(const std::string& text) {
-    write(kShellLogger, log4cxx::Level::getWarn(), text);
+    write(shellLog, log4cxx::Level::getWarn(), text);
 }
 
 void ShellLogging::result(const std::string& block) {
-    write(kResultLogger, log4cxx::Level::getInfo(), block);
+    write(resultLog, log4cxx::Level::getInfo(), block);
 }

@@ -6,6 +6,9 @@
 // (the result blocks). Process-wide, like log4cxx itself; every member may be called from any
 // thread once the object exists.
 //
+// What cannot be written is lost to the log and to nothing else: standard error tells of it, once
+// until the log can be written again.
+//
 // Until configure() is called nothing is logged, nothing is written to standard error and no file
 // of the working directory is looked at: log4cxx would otherwise take its configuration, and with
 // it the names of the files that a root process writes, from whoever owns that directory.

@@ -205,6 +205,28 @@ TEST_F(ProgramContract, LostOutputIsReported) {
     EXPECT_EQ(cut.errors, "") << "who reads only the beginning wants no complaint";
 }
 
+TEST_F(ProgramContract, LogsOnAFullDiskCostNoResult) {
+    const std::string missing = ": IO Exception : status code = 28(No space left on device)\n";
+    const std::string dumpIncomplete = "kelsh: the log \"cmdresult\" is incomplete" + missing;
+    const std::string logIncomplete = "kelsh: the log \"kelsh\" is incomplete" + missing;
+    std::filesystem::create_symlink("/dev/full", directory.file("home/cmdexedump/cmd_0.log"));
+    const Outcome dump = kelsh("tools hello");
+    EXPECT_EQ(dump.status, 0);
+    EXPECT_EQ(dump.output, "[local] (Nms)\nhello\n\n");
+    EXPECT_EQ(dump.errors, dumpIncomplete);
+    std::filesystem::remove(directory.file("home/kelsh.log"));
+    std::filesystem::create_symlink("/dev/full", directory.file("home/kelsh.log"));
+    const Outcome both = kelsh("tools fail");
+    EXPECT_EQ(both.status, 2);
+    EXPECT_THAT(both.output, HasSubstr("ExitCode:2/1[FAILURE]"));
+    EXPECT_THAT(both.errors, HasSubstr(logIncomplete));
+    const Outcome prompt = kelsh("", "printf '\\ntools/hello\\ntools/hello\\nquit\\n' |");
+    EXPECT_EQ(prompt.status, 7);
+    EXPECT_THAT(prompt.output, ::testing::EndsWith("Bye bye.\n"));
+    EXPECT_EQ(prompt.errors.find(logIncomplete), prompt.errors.rfind(logIncomplete))
+        << "told once: " << prompt.errors;
+}
+
 TEST_F(ProgramContract, NoWordsAndNoInputEndsAsQuitDoes) {
     EXPECT_THAT(typed(""), ::testing::EndsWith("[master]$ \nBye bye.\n"));
     EXPECT_EQ(kelsh("").status, 7);

@@ -1,6 +1,8 @@
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <regex>
 #include <sys/stat.h>
 
 #include <gtest/gtest.h>
@@ -86,6 +88,36 @@ TEST_F(ShellLoggingTest, DumpsHoldTheBytesUnchanged) {
     const std::string bytes("gr\xc3\xbc\xff\x1b[2J\0z", 12);
     log.result(bytes);
     EXPECT_EQ(bytes + "\n", content("cmd_1.log"));
+}
+
+TEST_F(ShellLoggingTest, FullDiskIsToldOnceAndHarmsNothing) {
+    configure();
+    ::testing::internal::CaptureStderr();
+    log.pointResultsAt("/dev/full");
+    EXPECT_NO_THROW(log.result("lost"));
+    EXPECT_NO_THROW(log.result(std::string(100000, 'x')));
+    log.pointResultsAt(directory.file("cmd_2.log"));
+    log.result("kept");
+    log.pointResultsAt("/dev/full");
+    EXPECT_NO_THROW(log.result("lost"));
+    const std::string told = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ("kept\n", content("cmd_2.log"));
+    const std::regex line(
+        "kelsh: the log \"cmdresult\" is incomplete: [^\n]*No space left[^\n]*\n");
+    EXPECT_EQ(2, std::distance(std::sregex_iterator(told.begin(), told.end(), line), {})) << told;
+}
+
+TEST_F(ShellLoggingTest, FullDiskUnderTheShellsLogHarmsNothing) {
+    configure("log4j.appender.K.File=/dev/full\n");
+    log.pointResultsAt(directory.file("cmd_1.log"));
+    ::testing::internal::CaptureStderr();
+    EXPECT_NO_THROW(log.info("line"));
+    EXPECT_NO_THROW(log.warn("line"));
+    log.result("kept");
+    const std::string told = ::testing::internal::GetCapturedStderr();
+    EXPECT_EQ("kept\n", content("cmd_1.log"));
+    EXPECT_EQ(0U, told.find("kelsh: the log \"kelsh\" is incomplete: ")) << told;
+    EXPECT_EQ(1, std::count(told.begin(), told.end(), '\n')) << told;
 }
 
 TEST_F(ShellLoggingTest, FilesAreForTheirOwnerOnly) {
