@@ -102,22 +102,17 @@ Job::Report Job::nextReport() {
     return lost;
 }
 
-std::string Job::readOutput(std::size_t maxBytes) {
-    if (!buffer || bufferBytes < maxBytes) {
-        // Not filled with anything: most jobs write little, and what is never touched is no memory.
-        buffer.reset(new char[maxBytes]);
-        bufferBytes = maxBytes;
-    }
+std::size_t Job::readOutput(char* target, std::size_t most) {
     ssize_t count = 0;
     do {
-        count = uninterruptible ? ::pread(output.get(), buffer.get(), maxBytes, outputRead)
-                                : ::read(output.get(), buffer.get(), maxBytes);
+        count = uninterruptible ? ::pread(output.get(), target, most, outputRead)
+                                : ::read(output.get(), target, most);
     } while (count < 0 && errno == EINTR);
     if (count <= 0) {
-        return "";
+        return 0;
     }
     outputRead += count;
-    return std::string(buffer.get(), static_cast<std::size_t>(count));
+    return static_cast<std::size_t>(count);
 }
 
 std::size_t Job::unreadOutput() const {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <sys/resource.h>
 #include <sys/types.h>
@@ -81,9 +80,9 @@ public:
     // The pipe to poll for output; -1 where the output is a file, which has to be looked at from
     // time to time.
     int outputPipe() const { return uninterruptible ? -1 : output.get(); }
-    // Reads at most maxBytes of what the job has written, without waiting; empty when there is
-    // nothing at the moment.
-    std::string readOutput(std::size_t maxBytes);
+    // Reads what the job has written, without waiting; returns how much, 0 when there is nothing at
+    // the moment.
+    std::size_t readOutput(char* target, std::size_t most);
     // How many bytes are there that are not read yet. Once the shell has ended, this much is the
     // rest of its output; more may come from processes it left behind.
     std::size_t unreadOutput() const;
@@ -93,6 +92,4 @@ private:
     UniqueFd control;
     UniqueFd output;
     off_t outputRead = 0;  // of the file; a pipe needs none
-    std::unique_ptr<char[]> buffer;
-    std::size_t bufferBytes = 0;
 };

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "AgentConfig.h"
 #include "AgentLog.h"
@@ -95,6 +96,9 @@ private:
     void waitForJob(const Job& job);
     void checkPeer();
     void forwardOutput(Job& job);
+    // What the job has written and nobody has read, as a frame that is good until the next call;
+    // empty when there is nothing at the moment.
+    std::string_view nextOutput(Job& job, std::size_t most);
     bool takeReport(Job& job);
     void sendRest(Job& job, FrameChannel::Deadline deadline);
     void endWith(const protocol::Result& result, FrameChannel::Deadline deadline);
@@ -154,6 +158,7 @@ private:
     // Of the job that runs.
     bool uninterruptible = false;
     bool outputEnded = false;
+    std::unique_ptr<char[]> outputFrame;  // used again for every piece of output
     bool connectionLost = false;
     std::string outcome;
 };

@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <csignal>
 #include <poll.h>
+#include <string_view>
 #include <utility>
 
 #include "CException.h"
@@ -15,7 +16,7 @@ namespace {
 using protocol::FrameType;
 using protocol::ProtocolError;
 
-constexpr std::size_t kOutputPieceBytes = std::size_t{128} * 1024;
+constexpr std::size_t kOutputPieceBytes = protocol::kDataChunkBytes;
 // How often the file of an uninterruptible job is looked at.
 constexpr int kOutputFilePollMs = 50;
 // A job that has ended leaves at most a pipe's and a frame's worth to be sent.
@@ -25,12 +26,6 @@ constexpr unsigned long kRestAfterTimeOutMs = 2000;
 
 constexpr int kSweeps = 40;
 constexpr int kSweepPauseMs = 25;
-
-std::string outputFrame(const std::string& bytes) {
-    return protocol::encodeHeader(
-               {static_cast<std::uint32_t>(bytes.size()), FrameType::kOutput, 0}) +
-           bytes;
-}
 
 std::string describe(const protocol::Result& result) {
     switch (result.ending) {
@@ -47,6 +42,22 @@ std::string describe(const protocol::Result& result) {
 }
 
 }  // namespace
+
+std::string_view Session::nextOutput(Job& job, std::size_t most) {
+    if (!outputFrame) {
+        // Not filled with anything: most jobs write little, and what is never touched is no memory.
+        outputFrame.reset(new char[protocol::kHeaderBytes + kOutputPieceBytes]);
+    }
+    const std::size_t count = job.readOutput(outputFrame.get() + protocol::kHeaderBytes,
+                                             std::min(most, kOutputPieceBytes));
+    if (count == 0) {
+        return {};
+    }
+    const std::string header =
+        protocol::encodeHeader({static_cast<std::uint32_t>(count), FrameType::kOutput, 0});
+    header.copy(outputFrame.get(), header.size());
+    return {outputFrame.get(), header.size() + count};
+}
 
 bool Session::runJob(JobRequest& request, const char* what) {
     request.owner = who();
@@ -122,12 +133,8 @@ void Session::checkPeer() {
 
 void Session::forwardOutput(Job& job) {
     while (!channel->hasQueued() && !outputEnded) {
-        const std::string bytes = job.readOutput(kOutputPieceBytes);
-        if (bytes.empty()) {
-            return;
-        }
-        channel->queueFrame(outputFrame(bytes));
-        if (!channel->flush()) {
+        const std::string_view frame = nextOutput(job, kOutputPieceBytes);
+        if (frame.empty() || !channel->sendOrQueue(frame)) {
             return;
         }
     }
@@ -199,12 +206,12 @@ void Session::sendRest(Job& job, FrameChannel::Deadline deadline) {
     // for ever.
     std::size_t left = job.unreadOutput();
     while (left > 0) {
-        const std::string bytes = job.readOutput(std::min(left, kOutputPieceBytes));
-        if (bytes.empty()) {
+        const std::string_view frame = nextOutput(job, left);
+        if (frame.empty()) {
             return;
         }
-        left -= bytes.size();
-        channel->sendFrame(outputFrame(bytes), deadline);
+        left -= frame.size() - protocol::kHeaderBytes;
+        channel->sendFrame(frame, deadline);
     }
 }
 

@@ -24,7 +24,7 @@ void FrameChannel::waitForSocket(short events, Deadline deadline, const char* do
     }
 }
 
-void FrameChannel::queueFrame(const std::string& bytes) {
+void FrameChannel::queueFrame(std::string_view bytes) {
     if (sent > 0) {
         queued.erase(0, sent);
         sent = 0;
@@ -33,7 +33,7 @@ void FrameChannel::queueFrame(const std::string& bytes) {
 }
 
 // Without waiting, from where an earlier call stopped; true when all is written.
-bool FrameChannel::write(const std::string& bytes, std::size_t& done) {
+bool FrameChannel::write(std::string_view bytes, std::size_t& done) {
     while (done < bytes.size()) {
         const std::size_t put = writeSome(bytes.data() + done, bytes.size() - done);
         if (put == 0) {
@@ -53,7 +53,16 @@ bool FrameChannel::flush() {
     return true;
 }
 
-void FrameChannel::sendFrame(const std::string& bytes, Deadline deadline) {
+bool FrameChannel::sendOrQueue(std::string_view bytes) {
+    std::size_t done = 0;
+    if (flush() && write(bytes, done)) {
+        return true;
+    }
+    queueFrame(bytes.substr(done));
+    return false;
+}
+
+void FrameChannel::sendFrame(std::string_view bytes, Deadline deadline) {
     std::size_t done = 0;
     // Straight from the caller's memory: copies of large files add up.
     while (!flush() || !write(bytes, done)) {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 #include "CException.h"
 #include "Protocol.h"
@@ -52,15 +53,17 @@ public:
     virtual ~FrameChannel();
 
     // Sends the bytes of one or more whole frames, after whatever is queued.
-    void sendFrame(const std::string& bytes, Deadline deadline);
+    void sendFrame(std::string_view bytes, Deadline deadline);
     // The same, but gives up with false as soon as the peer has something to say or is gone: an
     // answer in the middle of a long upload means that it is not wanted. The channel can then only
     // receive.
     bool sendFrameUnlessAnswered(const std::string& bytes, Deadline deadline);
-    // For event loops: queues bytes, and writes without waiting as much as the socket takes.
-    // flush() returns true when nothing is left queued. Queue no more than a frame ahead.
-    void queueFrame(const std::string& bytes);
+    // For event loops: queueFrame keeps bytes, and flush() writes without waiting as much of them
+    // as the socket takes. sendOrQueue writes straight from the caller's memory and keeps what does
+    // not go. Both return true when nothing is left queued. Queue no more than a frame ahead.
+    void queueFrame(std::string_view bytes);
     bool flush();
+    bool sendOrQueue(std::string_view bytes);
     bool hasQueued() const { return sent < queued.size(); }
 
     // Waits for one frame. The header is checked before a byte of the body is read, and the body is
@@ -103,7 +106,7 @@ protected:
     short wantedEvents = 0;
 
 private:
-    bool write(const std::string& bytes, std::size_t& done);
+    bool write(std::string_view bytes, std::size_t& done);
     bool readInto(char* target, std::size_t wanted, std::size_t& have, Deadline deadline);
     bool receiveWhatIsThere(protocol::Frame& frame, Deadline deadline);
 

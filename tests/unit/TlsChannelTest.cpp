@@ -217,6 +217,42 @@ TEST_F(TlsChannelTest, QueuedFramesGoOutAsTheSocketTakesThem) {
     EXPECT_FALSE(channel->hasQueued());
 }
 
+TEST_F(TlsChannelTest, WhatDoesNotGoAtOnceIsQueuedBehindWhatWasBefore) {
+    std::atomic<bool> read{false};
+    std::atomic<int> frames{0};
+    FakeNodeAgent agent(filesOf(node), [&](TlsChannel& channel) {
+        EXPECT_TRUE(eventually([&] { return read.load(); }));
+        protocol::Frame frame;
+        for (int i = 0; i < frames; ++i) {
+            channel.receiveFrame(frame, FakeNodeAgent::soon());
+            EXPECT_EQ(std::string(protocol::kMaxBodyBytes, static_cast<char>('A' + i % 26)),
+                      frame.body);
+        }
+        FakeNodeAgent::send(channel, dataFrame("all"));
+        FakeNodeAgent::waitForClose(channel);
+    });
+    const auto channel = connect(agent);
+    const auto next = [&] {
+        return dataFrame(
+            std::string(protocol::kMaxBodyBytes, static_cast<char>('A' + frames++ % 26)));
+    };
+    std::string memory = next();
+    EXPECT_TRUE(channel->sendOrQueue(memory));
+    EXPECT_FALSE(channel->hasQueued());
+    do {
+        ASSERT_GT(100, frames);
+        memory = next();
+    } while (channel->sendOrQueue(memory));
+    EXPECT_TRUE(channel->hasQueued());
+    EXPECT_FALSE(channel->sendOrQueue(next()));
+    // The queue has its own copy.
+    memory.assign(memory.size(), '?');
+    read = true;
+    channel->sendFrame(next(), FakeNodeAgent::soon());
+    EXPECT_EQ("all", channel->receiveFrame(FakeNodeAgent::soon()).body);
+    EXPECT_FALSE(channel->hasQueued());
+}
+
 TEST_F(TlsChannelTest, SendingToAPeerThatDoesNotReadTimesOut) {
     std::atomic<bool> done{false};
     FakeNodeAgent agent(filesOf(node),
