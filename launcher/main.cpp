@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "CShell.h"
+#include "ResultMemory.h"
 #include "Terminal.h"
 
 namespace {
@@ -52,6 +53,7 @@ int runShell(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    resultmemory::keepForTheNextResult();
     occupyStandardDescriptors();
     const int status = runShell(argc, argv);
     std::cout.flush();

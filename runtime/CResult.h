@@ -37,6 +37,8 @@ public:
 
     // The text shown to the user: the command's output or a message.
     std::string getRunSummary() const;
+    // The same without a copy, until it is set again.
+    const std::string& summary() const { return runSummary; }
     void setRunSummary(std::string summary);
 
     // Raw output kept beside the summary.

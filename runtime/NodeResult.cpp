@@ -4,6 +4,11 @@
 #include <utility>
 
 namespace noderesult {
+namespace {
+
+constexpr std::size_t kGrowth = 8;
+
+}  // namespace
 
 void appendLine(std::string& text, const std::string& line) {
     if (!text.empty() && text.back() != '\n') {
@@ -47,6 +52,11 @@ bool isOrderly(const protocol::Result& verdict) {
 
 void OutputCollector::add(const std::string& bytes) {
     const std::size_t kept = std::min(bytes.size(), most - text.size());
+    const std::size_t needed = text.size() + kept;
+    if (needed > text.capacity()) {
+        // Room that nothing is written to costs no memory, and moving into larger room does.
+        text.reserve(std::max(needed, std::min(most, kGrowth * text.capacity())));
+    }
     text.append(bytes, 0, kept);
     dropped += bytes.size() - kept;
 }

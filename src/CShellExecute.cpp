@@ -323,9 +323,12 @@ void CShell::reportResult(const std::string& label, const CResult& result, bool 
         head << "ExitCode:" << result.getRunStatus() << "/" << result.getExitCode() << "["
              << result.getStatusEnumString() << "], summary: ";
     }
-    const std::string summary = result.getRunSummary();
-    const bool filtered = fromNode && ::isatty(STDOUT_FILENO) == 1;
+    const std::string block = head.str() + result.summary();
     const InterruptHeld untilPrinted;
-    std::cout << head.str() << (filtered ? escapeForTerminal(summary) : summary) << std::endl;
-    log->result(head.str() + summary);
+    if (fromNode && ::isatty(STDOUT_FILENO) == 1) {
+        std::cout << head.str() << escapeForTerminal(result.summary()) << std::endl;
+    } else {
+        std::cout << block << std::endl;
+    }
+    log->result(block);
 }

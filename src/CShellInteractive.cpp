@@ -13,6 +13,7 @@
 #include "CUtil.h"
 #include "ConfigErrorCollector.h"
 #include "OutputFilter.h"
+#include "ResultMemory.h"
 #include "ShellLogging.h"
 #include "Terminal.h"
 
@@ -74,6 +75,7 @@ int CShell::runInteractive(std::list<std::string>& words) {
             if (!ended || !line.text.empty()) {
                 processLine(line, history);
                 ended = ended || line.quit;
+                resultmemory::giveBack();
             }
             static_cast<void>(std::fflush(stdout));
         }

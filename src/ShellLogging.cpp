@@ -3,13 +3,18 @@
 #include <atomic>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <mutex>
 #include <sys/stat.h>
 #include <type_traits>
 
 #include <log4cxx/file.h>
 #include <log4cxx/fileappender.h>
+#include <log4cxx/helpers/bytebuffer.h>
+#include <log4cxx/helpers/exception.h>
+#include <log4cxx/helpers/fileoutputstream.h>
 #include <log4cxx/helpers/pool.h>
+#include <log4cxx/helpers/writer.h>
 #include <log4cxx/level.h>
 #include <log4cxx/logger.h>
 #include <log4cxx/logmanager.h>
@@ -21,6 +26,7 @@ namespace {
 constexpr char kShellLogger[] = "kelsh";
 constexpr char kResultLogger[] = "cmdresult";
 constexpr char kResultAppender[] = "CMD_RESULT_FILE";
+constexpr char kUtf8[] = "UTF-8";
 
 // Texts go to log4cxx as they are. Converting them by the locale's character set, which is what its
 // macros do, would turn every byte that is not ASCII into a question mark.
@@ -38,6 +44,23 @@ public:
 
 private:
     mode_t previous;
+};
+
+// Hands each event to the file as a whole. log4cxx's own writer encodes and writes 1 KiB at a time,
+// which for long results is thousands of calls; to UTF-8 there is nothing to be encoded.
+class WholeEventWriter : public log4cxx::helpers::Writer {
+public:
+    explicit WholeEventWriter(const std::string& fileToAppendTo) : file(fileToAppendTo, true) {}
+    void close(log4cxx::helpers::Pool& pool) override { file.close(pool); }
+    void flush(log4cxx::helpers::Pool& pool) override { file.flush(pool); }
+    void write(const log4cxx::LogString& text, log4cxx::helpers::Pool& pool) override {
+        // The buffer is only read.
+        log4cxx::helpers::ByteBuffer bytes(const_cast<char*>(text.data()), text.size());
+        file.write(bytes, pool);
+    }
+
+private:
+    log4cxx::helpers::FileOutputStream file;
 };
 
 void silenceUntilConfigured() {
@@ -96,12 +119,20 @@ void ShellLogging::pointResultsAt(const std::string& dumpFile) {
         return;
     }
     if (file->getEncoding().empty()) {
-        file->setEncoding("UTF-8");
+        file->setEncoding(kUtf8);
     }
     const PrivateFiles guard;
     log4cxx::helpers::Pool pool;
     file->setFile(dumpFile);
     file->activateOptions(pool);
+    if (file->getEncoding() == kUtf8) {
+        try {
+            file->setWriter(std::make_shared<WholeEventWriter>(dumpFile));
+        } catch (const log4cxx::helpers::IOException&) {
+            // log4cxx could not open it either, and has said so.
+            return;
+        }
+    }
 }
 
 void ShellLogging::info(const std::string& text) {

@@ -69,3 +69,13 @@ TEST(CResult, AssignmentCopiesAllFields) {
     EXPECT_EQ("four", second.getRunSummary());
     EXPECT_EQ("five", second.getExitOutput());
 }
+
+TEST(CResult, SummaryIsThereWithoutACopy) {
+    CResult result;
+    EXPECT_EQ("", result.summary());
+    result.setRunSummary("text");
+    const std::string& seen = result.summary();
+    EXPECT_EQ("text", seen);
+    EXPECT_EQ(&seen, &result.summary());
+    EXPECT_EQ(result.getRunSummary(), seen);
+}

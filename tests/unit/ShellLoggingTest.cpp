@@ -15,6 +15,19 @@
 
 namespace {
 
+// Of this process, so far.
+long writeCalls() {
+    std::ifstream counts("/proc/self/io");
+    std::string name;
+    long count = 0;
+    while (counts >> name >> count) {
+        if (name == "syscw:") {
+            return count;
+        }
+    }
+    return -1;
+}
+
 class ShellLoggingTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -88,6 +101,35 @@ TEST_F(ShellLoggingTest, DumpsHoldTheBytesUnchanged) {
     const std::string bytes("gr\xc3\xbc\xff\x1b[2J\0z", 12);
     log.result(bytes);
     EXPECT_EQ(bytes + "\n", content("cmd_1.log"));
+}
+
+TEST_F(ShellLoggingTest, LongBlockIsWrittenWhole) {
+    configure();
+    log.pointResultsAt(directory.file("cmd_1.log"));
+    std::string block;
+    while (block.size() < 3U * 1024 * 1024) {
+        block += std::to_string(block.size()) + '\n';
+    }
+    log.result(block);
+    log.result("next");
+    EXPECT_TRUE(block + "\nnext\n" == content("cmd_1.log"));
+}
+
+TEST_F(ShellLoggingTest, LongBlockTakesOneCallToWrite) {
+    configure();
+    log.pointResultsAt(directory.file("cmd_1.log"));
+    const std::string block(1024 * 1024, 'x');
+    const long before = writeCalls();
+    log.result(block);
+    EXPECT_GE(5, writeCalls() - before);
+    EXPECT_EQ(block.size() + 1, content("cmd_1.log").size());
+}
+
+TEST_F(ShellLoggingTest, AnotherEncodingIsKept) {
+    configure("log4j.appender.CMD_RESULT_FILE.Encoding=US-ASCII\n");
+    log.pointResultsAt(directory.file("cmd_1.log"));
+    log.result("gr\xc3\xbcn");
+    EXPECT_EQ("gr?n\n", content("cmd_1.log"));
 }
 
 TEST_F(ShellLoggingTest, FullDiskIsToldOnceAndHarmsNothing) {

@@ -10,6 +10,7 @@ kelsh_add_test_program(unit_runtime LABEL unit
         ConnectionPoolTest.cpp
         ExceptionTest.cpp
         FileTransferTest.cpp
+        NodeResultTest.cpp
         ParkedDialsTest.cpp
         ProtocolTest.cpp
         SSLClientCertificateTest.cpp

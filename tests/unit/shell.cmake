@@ -8,5 +8,6 @@ kelsh_add_test_program(unit_shell LABEL unit
         CommandSequenceTest.cpp
         OutputFilterTest.cpp
         PipedLineTest.cpp
+        ResultMemoryTest.cpp
         ShellLoggingTest.cpp
     LIBRARIES kelsh_core util)
