@@ -74,6 +74,7 @@ void FileSource::examine() {
     }
     total = static_cast<std::uint64_t>(opened.st_size);
     permissions = opened.st_mode & 0777;
+    digest = SharedDigest::of(opened);
     // Only advice: failing changes nothing.
     (void)posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
 }
@@ -135,7 +136,7 @@ bool FileSource::readFrame(std::string& frame) {
     header.length = static_cast<std::uint32_t>(length);
     header.type = protocol::FrameType::kData;
     frame.replace(0, protocol::kHeaderBytes, protocol::encodeHeader(header));
-    digest.update(frame.data() + protocol::kHeaderBytes, length);
+    digest->add(done, frame.data() + protocol::kHeaderBytes, length);
     done += length;
     return true;
 }

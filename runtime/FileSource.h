@@ -2,12 +2,13 @@
 
 #include <cstdint>
 #include <exception>
+#include <memory>
 #include <string>
 #include <sys/stat.h>
 
 #include "CException.h"
-#include "FileDigest.h"
 #include "PiecePipe.h"
+#include "SharedDigest.h"
 #include "SideThread.h"
 #include "UniqueFd.h"
 
@@ -18,7 +19,8 @@ public:
 };
 
 // A regular file on its way to the peer: read in pieces as DATA frames, with the digest of all of
-// it. Used by either end that sends a file. Memory is a few pieces, whatever the size. A large file
+// it, which is made once for all that read the same file at a time. Used by either end that sends a
+// file. Memory is a few pieces, whatever the size. A large file
 // is read and digested a little ahead by a thread of its own, so that reading and sending need not
 // wait for each other. Used by one thread.
 class FileSource {
@@ -43,7 +45,7 @@ public:
     // What the string held is lost, its memory is used again.
     bool nextFrame(std::string& frame);
     // The digest; to be called once, after nextFrame returned false.
-    std::string finish() { return digest.finish(); }
+    std::string finish() { return digest->finish(); }
 
 private:
     void examine();
@@ -62,7 +64,7 @@ private:
     std::uint32_t permissions = 0;
     // Belong to the reader while it runs.
     std::uint64_t done = 0;
-    FileDigest digest;
+    std::shared_ptr<SharedDigest> digest;
     std::exception_ptr fault;
 
     PiecePipe ahead;

@@ -15,6 +15,7 @@ kelsh_add_test_program(unit_runtime LABEL unit
         ProtocolTest.cpp
         SSLClientCertificateTest.cpp
         SSLClientTest.cpp
+        SharedDigestTest.cpp
         SilentPeersTest.cpp
         StopWatchTest.cpp
         TlsChannelTest.cpp
