@@ -104,8 +104,10 @@ TEST(SharedDigest, ManyReadersAtTheirOwnPaceAllGetIt) {
     std::ofstream(path) << content;
     const std::string expected = digestOf(content);
     std::atomic<int> right{0};
+    constexpr int kReaders = 16;
     std::vector<std::thread> readers;
-    for (int i = 0; i < 16; ++i) {
+    readers.reserve(kReaders);
+    for (int i = 0; i < kReaders; ++i) {
         readers.emplace_back([&, i] {
             FileSource source(path);
             std::string frame;
