@@ -11,6 +11,7 @@ import dataclasses
 import json
 import math
 import os
+import re
 import statistics
 
 COUNTS = (1_000, 10_000, 100_000)
@@ -77,15 +78,16 @@ def line(found, name, field):
 
 
 def file_rate(found):
-    """MiB that one processor of the client sends in a second; 0 when files were not measured."""
+    """MiB that one processor of the client sends to many nodes in a second; 0 when files were not
+    measured."""
+    total = 0
     for row in found["transfer"].splitlines():
-        words = row.split()
-        if words[:3] == ["kelsh", "save", "file"]:
-            size = next((int(title.split()[0]) for title in found["transfer"].splitlines()
-                         if title.endswith("MiB, one node")), 0)
-            cpu = [float(words[i - 1]) for i in range(1, len(words))
-                   if words[i:i + 2] == ["ms", "CPU"]]
-            return size / (cpu[0] / 1000) if size and cpu and cpu[0] > 0 else 0
+        title = re.fullmatch(r"(\d+) MiB, (\d+) nodes", row)
+        if title:
+            total = int(title[1]) * int(title[2])
+        sent = re.match(r"\s*kelsh save file\s.*?([\d.]+) ms CPU", row)
+        if sent and total and float(sent[1]) > 0:
+            return total / (float(sent[1]) / 1000)
     return 0
 
 
