@@ -162,7 +162,11 @@ TEST_F(AgentReuse, ARevokedMasterIsRefusedWhateverRests) {
     std::filesystem::rename(made, agent.nodePath() + "crl.pem");
     agent.signal(SIGHUP);
     ASSERT_TRUE(agent.waitForLog("is cut off: "));
-    ASSERT_TRUE(waitFor([&] { return agent.processes("kelnode-session").size() == 1; }));
+    // Until its network process has ended too, the kept connection looks well.
+    ASSERT_TRUE(waitFor([&] {
+        return agent.processes("kelnode-session").size() == 1 &&
+               agent.processes("kelnode-network").size() == 1;
+    }));
     try {
         agent.connect(lost.certificateFile);
         ADD_FAILURE() << "connected";
