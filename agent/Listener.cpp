@@ -7,8 +7,6 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/signalfd.h>
@@ -48,61 +46,6 @@ constexpr seconds kLeaveLimit(8);
     throw CException(what + ": " + std::strerror(errno));
 }
 
-socklen_t toSockaddr(const ListenAddress& address, sockaddr_storage& storage) {
-    sockaddr_in6 v6{};
-    if (::inet_pton(AF_INET6, address.host.c_str(), &v6.sin6_addr) == 1) {
-        v6.sin6_family = AF_INET6;
-        v6.sin6_port = htons(static_cast<std::uint16_t>(address.port));
-        std::memcpy(&storage, &v6, sizeof v6);
-        return sizeof v6;
-    }
-    sockaddr_in v4{};
-    v4.sin_family = AF_INET;
-    v4.sin_port = htons(static_cast<std::uint16_t>(address.port));
-    if (::inet_pton(AF_INET, address.host.c_str(), &v4.sin_addr) != 1) {
-        throw CException("\"" + address.host + "\" is not an IP address");
-    }
-    std::memcpy(&storage, &v4, sizeof v4);
-    return sizeof v4;
-}
-
-std::string hostOf(const sockaddr_storage& storage, unsigned int& port) {
-    char text[INET6_ADDRSTRLEN] = "";
-    if (storage.ss_family == AF_INET6) {
-        sockaddr_in6 v6{};
-        std::memcpy(&v6, &storage, sizeof v6);
-        ::inet_ntop(AF_INET6, &v6.sin6_addr, text, sizeof text);
-        port = ntohs(v6.sin6_port);
-    } else {
-        sockaddr_in v4{};
-        std::memcpy(&v4, &storage, sizeof v4);
-        ::inet_ntop(AF_INET, &v4.sin_addr, text, sizeof text);
-        port = ntohs(v4.sin_port);
-    }
-    return text;
-}
-
-std::string printable(const std::string& host, unsigned int port) {
-    const bool isV6 = host.find(':') != std::string::npos;
-    return (isV6 ? "[" + host + "]" : host) + ":" + std::to_string(port);
-}
-
-// A master that lost its power says nothing any more; its ordinary jobs end all the same.
-void watchForDeadPeer(int fd) {
-    const int on = 1;
-    const int idleSeconds = 30;
-    const int intervalSeconds = 10;
-    const int probes = 3;
-    if (::setsockopt(fd, SOL_SOCKET, SO_KEEPALIVE, &on, sizeof on) != 0 ||
-        ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on) != 0 ||
-        ::setsockopt(fd, IPPROTO_TCP, TCP_KEEPIDLE, &idleSeconds, sizeof idleSeconds) != 0 ||
-        ::setsockopt(fd, IPPROTO_TCP, TCP_KEEPINTVL, &intervalSeconds, sizeof intervalSeconds) !=
-            0 ||
-        ::setsockopt(fd, IPPROTO_TCP, TCP_KEEPCNT, &probes, sizeof probes) != 0) {
-        return;  // the connection serves without it
-    }
-}
-
 }  // namespace
 
 Listener::Listener(AgentConfig& agentConfig, AgentLog& agentLog, const rlimit& fileLimit)
@@ -135,23 +78,6 @@ std::shared_ptr<const Authorization> Listener::loadAuthorization(const AgentConf
     return rules;
 }
 
-UniqueFd Listener::listenOn(const ListenAddress& address) {
-    const std::string name = printable(address.host, address.port);
-    sockaddr_storage storage{};
-    const socklen_t length = toSockaddr(address, storage);
-    UniqueFd fd(::socket(storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!fd) {
-        throwErrno("cannot make a socket for " + name);
-    }
-    const int on = 1;
-    if (::setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-        ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&storage), length) != 0 ||
-        ::listen(fd.get(), SOMAXCONN) != 0) {
-        throwErrno("cannot listen on " + name);
-    }
-    return fd;
-}
-
 void Listener::open() {
     runDirectory.create();
     confineNetworkSides();
@@ -159,7 +85,7 @@ void Listener::open() {
     (void)tlsrehearsal::perform();
     authorization = loadAuthorization(config);
     AuditLog(config.auditFile).check();
-    socket = listenOn(config.listen);
+    socket = ListeningSocket(config.listen);
     if (::prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) {
         throwErrno("cannot become the reaper of jobs");
     }
@@ -182,14 +108,7 @@ void Listener::confineNetworkSides() {
 }
 
 std::string Listener::boundAddress() const {
-    sockaddr_storage storage{};
-    socklen_t length = sizeof storage;
-    if (::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&storage), &length) != 0) {
-        throwErrno("cannot tell the address bound");
-    }
-    unsigned int port = 0;
-    const std::string host = hostOf(storage, port);
-    return printable(host, port);
+    return socket.boundAddress();
 }
 
 void Listener::watchSignals() {
@@ -245,7 +164,7 @@ void Listener::poll() {
     }
     const bool accepts = socket && acceptAgainAt == Clock::time_point{};
     std::vector<pollfd> watched{{signals.get(), POLLIN, 0},
-                                {accepts ? socket.get() : -1, POLLIN, 0},
+                                {accepts ? socket.descriptor() : -1, POLLIN, 0},
                                 {waitingRoom.descriptor(), POLLIN, 0}};
     const std::size_t firstStatus = watched.size();
     std::vector<std::pair<pid_t, SessionTable::Entry*>> entries;
@@ -281,11 +200,9 @@ void Listener::acceptAll() {
 }
 
 bool Listener::acceptOne() {
-    sockaddr_storage storage{};
-    socklen_t length = sizeof storage;
-    UniqueFd connection(
-        ::accept4(socket.get(), reinterpret_cast<sockaddr*>(&storage), &length, SOCK_CLOEXEC));
-    if (!connection) {
+    WaitingRoom::Guest guest;
+    guest.connection = socket.accept(guest.source);
+    if (!guest.connection) {
         if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
             logSparingly(exhaustionLoggedAt,
                          std::string("cannot accept connections: ") + std::strerror(errno));
@@ -299,10 +216,6 @@ bool Listener::acceptOne() {
         }
         return errno == EINTR || errno == ECONNABORTED;
     }
-    unsigned int port = 0;
-    WaitingRoom::Guest guest;
-    guest.connection = std::move(connection);
-    guest.source = hostOf(storage, port);
     guest.acceptedAt = Clock::now();
     SessionTable::Bounds bounds;
     bounds.sessions = config.maxSessions;
@@ -419,7 +332,7 @@ void Listener::becomeSession(WaitingRoom::Guest guest, UniqueFd status) {
     ::closelog();
     descriptors::closeAllBut({guest.connection.get(), status.get(), log.descriptor(),
                               confinement.emptyDirectory->get()});
-    watchForDeadPeer(guest.connection.get());
+    ListeningSocket::watchForDeadPeer(guest.connection.get());
     {
         Session session(std::move(guest.connection), context, config, *authorization, jobSettings,
                         log, confinement, std::move(status), guest.acceptedAt, guest.busy);
@@ -596,12 +509,12 @@ void Listener::reopenSocket(const AgentConfig& fresh) {
     if (fresh.listen.host == config.listen.host && fresh.listen.port == config.listen.port) {
         return;
     }
-    socket = listenOn(fresh.listen);
+    socket = ListeningSocket(fresh.listen);
 }
 
 void Listener::stop() {
     log.info("ending");
-    socket.reset();
+    socket = ListeningSocket();
     waitingRoom.clear();
     terminate = false;
     for (auto& item : sessions.all()) {

@@ -11,6 +11,7 @@
 #include "AgentLog.h"
 #include "Authorization.h"
 #include "Job.h"
+#include "ListeningSocket.h"
 #include "RunDirectory.h"
 #include "Sandbox.h"
 #include "SessionTable.h"
@@ -46,8 +47,6 @@ public:
     // Serves until told to end.
     void run();
 
-    // A socket that listens there. Throws CException.
-    static UniqueFd listenOn(const ListenAddress& address);
     static std::shared_ptr<TlsContext> loadContext(const AgentConfig& config);
     // Throws CException that names the first fault.
     static std::shared_ptr<const Authorization> loadAuthorization(const AgentConfig& config);
@@ -94,7 +93,7 @@ private:
     std::shared_ptr<TlsContext> context;
     std::shared_ptr<const Authorization> authorization;
     unsigned int generation = 0;  // counts what was loaded
-    UniqueFd socket;
+    ListeningSocket socket;
     UniqueFd signals;
     SessionTable sessions;
     WaitingRoom waitingRoom;

@@ -5,6 +5,7 @@ kelsh_add_test_program(unit_agent LABEL unit
         AuditLogTest.cpp
         AuthorizationTest.cpp
         HandshakeWitnessTest.cpp
+        ListeningSocketTest.cpp
         NetworkInterfaceTest.cpp
         ProcessTreeTest.cpp
         RunDirectoryTest.cpp
