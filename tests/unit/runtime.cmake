@@ -9,6 +9,8 @@ kelsh_add_test_program(unit_runtime LABEL unit
         ConnectGateTest.cpp
         ConnectionPoolTest.cpp
         ExceptionTest.cpp
+        FileReplacementTest.cpp
+        FileSourceTest.cpp
         FileTransferTest.cpp
         NodeResultTest.cpp
         ParkedDialsTest.cpp
