@@ -20,9 +20,9 @@ public:
 
 // A regular file on its way to the peer: read in pieces as DATA frames, with the digest of all of
 // it, which is made once for all that read the same file at a time. Used by either end that sends a
-// file. Memory is a few pieces, whatever the size. A large file
-// is read and digested a little ahead by a thread of its own, so that reading and sending need not
-// wait for each other. Used by one thread.
+// file. Memory is a few pieces, whatever the size. A large file is read and digested a little ahead
+// by a thread of its own, so that reading and sending need not wait for each other. Used by one
+// thread.
 class FileSource {
 public:
     // Opens the file. Throws FileError for a relative path, for anything but a regular file (a

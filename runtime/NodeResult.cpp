@@ -1,6 +1,7 @@
 #include "NodeResult.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace noderesult {
@@ -52,13 +53,21 @@ bool isOrderly(const protocol::Result& verdict) {
 
 void OutputCollector::add(const std::string& bytes) {
     const std::size_t kept = std::min(bytes.size(), most - text.size());
-    const std::size_t needed = text.size() + kept;
-    if (needed > text.capacity()) {
-        // Room that nothing is written to costs no memory, and moving into larger room does.
-        text.reserve(std::max(needed, std::min(most, kGrowth * text.capacity())));
+    if (kept > text.capacity() - text.size()) {
+        makeRoom(text.size() + kept);
     }
     text.append(bytes, 0, kept);
     dropped += bytes.size() - kept;
+}
+
+void OutputCollector::makeRoom(std::size_t needed) {
+    try {
+        // Room that nothing is written to costs no memory, and moving into larger room does.
+        text.reserve(std::max(needed, std::min(most, kGrowth * text.capacity())));
+    } catch (const std::bad_alloc&) {
+        // Not where the address space is limited. As much as is needed may still be had.
+        text.reserve(needed);
+    }
 }
 
 std::string OutputCollector::finish() {

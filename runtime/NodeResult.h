@@ -31,6 +31,8 @@ public:
     std::string finish();
 
 private:
+    void makeRoom(std::size_t needed);
+
     const std::size_t most;
     std::string text;
     unsigned long long dropped = 0;

@@ -1,6 +1,39 @@
+#include <cstdlib>
+#include <fstream>
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include "NodeResult.h"
+
+namespace {
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kSanitized = true;
+#else
+constexpr bool kSanitized = false;
+#endif
+constexpr std::size_t kMiB = std::size_t{1024} * 1024;
+
+// In a process of its own, with so much more address space than it has already.
+[[noreturn]] void collectWithin(std::size_t moreBytes, std::size_t outputBytes) {
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    rlimit limit{};
+    limit.rlim_cur = pages * static_cast<std::size_t>(::sysconf(_SC_PAGESIZE)) + moreBytes;
+    limit.rlim_max = limit.rlim_cur;
+    bool good = ::setrlimit(RLIMIT_AS, &limit) == 0;
+    noderesult::OutputCollector output(64 * kMiB);
+    const std::string piece(kMiB, 'x');
+    for (std::size_t size = 0; size < outputBytes; size += piece.size()) {
+        output.add(piece);
+    }
+    good = good && output.finish().size() == outputBytes;
+    std::_Exit(good ? EXIT_SUCCESS : EXIT_FAILURE);
+}
+
+}  // namespace
 
 TEST(OutputCollector, KeepsEveryByteInOrder) {
     noderesult::OutputCollector output(std::size_t{64} * 1024 * 1024);
@@ -36,4 +69,11 @@ TEST(OutputCollector, TakesExactlyTheLimit) {
     output.add("67890");
     output.add("");
     EXPECT_EQ("1234567890", output.finish());
+}
+
+TEST(OutputCollector, NeedsNoMoreRoomThanThereIs) {
+    if (kSanitized) {
+        GTEST_SKIP() << "a sanitizer takes all the address space there is";
+    }
+    EXPECT_EXIT(collectWithin(40 * kMiB, 12 * kMiB), ::testing::ExitedWithCode(EXIT_SUCCESS), "");
 }

@@ -44,7 +44,7 @@ std::size_t residentBytes() {
 
 TEST(ResultMemory, IsKeptForTheNextResultAndGivenBackBetweenCommands) {
     if (kSanitizersAllocator) {
-        GTEST_SKIP() << "it is its own";
+        GTEST_SKIP() << "a sanitizer brings its own allocator";
     }
     EXPECT_EXIT(keepThenGiveBack(), ::testing::ExitedWithCode(EXIT_SUCCESS), "");
 }
