@@ -7,6 +7,7 @@
 #include "ConnectionPool.h"
 #include "LocalAgent.h"
 #include "NetworkSide.h"
+#include "Sanitizers.h"
 
 // The process between a session and the network: what it may do, and what its fall takes along.
 
@@ -97,9 +98,9 @@ TEST_F(AgentNetworkSide, SessionHoldsNoConnection) {
 }
 
 TEST_F(AgentNetworkSide, KeyOfTheNodeIsNotInItsMemory) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "a sanitizer keeps memory that was given back, and stacks that are over";
-#endif
+    if (kSanitizersAllocator) {
+        GTEST_SKIP() << "a sanitizer keeps memory that was given back, and stacks that are over";
+    }
     const auto channel = agent.openChannel();
     const pid_t pid = networkSide();
     const std::string pem = LocalAgent::read(agent.nodePath() + "node.key");

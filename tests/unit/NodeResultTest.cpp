@@ -6,14 +6,10 @@
 #include <gtest/gtest.h>
 
 #include "NodeResult.h"
+#include "Sanitizers.h"
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
-#endif
 constexpr std::size_t kMiB = std::size_t{1024} * 1024;
 
 // In a process of its own, with so much more address space than it has already.
@@ -72,7 +68,7 @@ TEST(OutputCollector, TakesExactlyTheLimit) {
 }
 
 TEST(OutputCollector, NeedsNoMoreRoomThanThereIs) {
-    if (kSanitized) {
+    if (kSanitizersAllocator) {
         GTEST_SKIP() << "a sanitizer takes all the address space there is";
     }
     EXPECT_EXIT(collectWithin(40 * kMiB, 12 * kMiB), ::testing::ExitedWithCode(EXIT_SUCCESS), "");

@@ -8,14 +8,10 @@
 #include <gtest/gtest.h>
 
 #include "ResultMemory.h"
+#include "Sanitizers.h"
 
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool kSanitizersAllocator = true;
-#else
-constexpr bool kSanitizersAllocator = false;
-#endif
 constexpr std::size_t kMiB = std::size_t{1024} * 1024;
 
 std::size_t residentBytes() {
