@@ -1,5 +1,14 @@
 include(GoogleTest)
 
+# Where a test finds the tree and the programs. In a header, and not on every command line, so that a
+# compiler cache serves checkouts in several places.
+set(KELSH_TEST_PATHS_DIR ${PROJECT_BINARY_DIR}/tests/generated)
+file(CONFIGURE OUTPUT ${KELSH_TEST_PATHS_DIR}/TestPaths.h CONTENT "#pragma once
+
+#define KELSH_SOURCE_DIR \"${PROJECT_SOURCE_DIR}\"
+#define KELSH_BINARY_DIR \"${PROJECT_BINARY_DIR}\"
+" @ONLY)
+
 # kelsh_add_test_program(NAME LABEL label [TIMEOUT seconds] [RESOURCE_LOCK name] SOURCES ... LIBRARIES ...)
 # One GoogleTest program; each of its cases becomes a ctest case with the label and time limit given.
 # RESOURCE_LOCK keeps cases that share an address or a file from running side by side.
@@ -10,9 +19,8 @@ function(kelsh_add_test_program name)
     endif()
     add_executable(${name} ${ARG_SOURCES})
     target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main kelsh_flags)
-    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
-    target_compile_definitions(${name} PRIVATE
-        KELSH_SOURCE_DIR="${PROJECT_SOURCE_DIR}" KELSH_BINARY_DIR="${PROJECT_BINARY_DIR}")
+    target_include_directories(${name} PRIVATE
+        ${PROJECT_SOURCE_DIR}/tests/support ${KELSH_TEST_PATHS_DIR})
     if(KELSH_SANITIZE)
         # Optimised test code finds nothing more and takes three times as long to build.
         set_source_files_properties(${ARG_SOURCES} PROPERTIES COMPILE_OPTIONS -O0)

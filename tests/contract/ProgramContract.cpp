@@ -12,6 +12,7 @@
 #include "LocalCluster.h"
 #include "RunTimes.h"
 #include "TempDir.h"
+#include "TestPaths.h"
 
 namespace {
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Figure.h"
+#include "TestPaths.h"
 
 namespace {
 

@@ -15,6 +15,7 @@
 #include "Figure.h"
 #include "LocalAgent.h"
 #include "Processes.h"
+#include "TestPaths.h"
 
 namespace {
 

@@ -21,6 +21,7 @@
 #include "HostileNode.h"
 #include "LocalAgent.h"
 #include "OwnMounts.h"
+#include "TestPaths.h"
 #include "TestPki.h"
 #include "TlsSocket.h"
 

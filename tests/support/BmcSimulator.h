@@ -12,6 +12,8 @@
 #include <unistd.h>
 #include <vector>
 
+#include "TestPaths.h"
+
 extern char** environ;
 
 // One simulated management controller on UDP port 623 of a loopback address. It answers from the

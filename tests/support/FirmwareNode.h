@@ -11,6 +11,7 @@
 #include "CSSLConfig.h"
 #include "LocalAgent.h"
 #include "TempDir.h"
+#include "TestPaths.h"
 #include "TestPki.h"
 
 // What the nodes of one test share: the authority, with its master set in CSSLConfig, and a

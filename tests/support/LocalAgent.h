@@ -23,6 +23,7 @@
 #include "OwnMounts.h"
 #include "SSLClient.h"
 #include "TempDir.h"
+#include "TestPaths.h"
 #include "TestPki.h"
 #include "TlsChannel.h"
 #include "TlsContext.h"

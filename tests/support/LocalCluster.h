@@ -9,6 +9,7 @@
 
 #include "ChildProcess.h"
 #include "TempDir.h"
+#include "TestPaths.h"
 
 // Real kelnode agents on loopback addresses of the test's own, made by scripts/local-cluster, and
 // the real kelsh set up to reach them. The agents end with the object.

@@ -13,6 +13,7 @@
 
 #include "LocalAgent.h"
 #include "TempDir.h"
+#include "TestPaths.h"
 #include "UniqueFd.h"
 #include "WaitFor.h"
 

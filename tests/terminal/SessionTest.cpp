@@ -15,6 +15,7 @@
 #include <sstream>
 
 #include "ShellOnTerminal.h"
+#include "TestPaths.h"
 
 namespace {
 

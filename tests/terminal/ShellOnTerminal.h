@@ -13,6 +13,7 @@
 
 #include "PtyTerminal.h"
 #include "TempDir.h"
+#include "TestPaths.h"
 
 // The real kelsh on a terminal, with commands that run on this machine only.
 class ShellOnTerminal : public ::testing::Test {

@@ -7,6 +7,7 @@
 #include "CException.h"
 #include "CUtil.h"
 #include "LocalAgent.h"
+#include "TestPaths.h"
 
 // What the real agent writes into its audit.
 

@@ -4,6 +4,7 @@
 
 #include "CUtil.h"
 #include "LocalAgent.h"
+#include "TestPaths.h"
 
 // Who may do what, as the real agent decides it over real TLS.
 

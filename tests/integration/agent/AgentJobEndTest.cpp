@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "LocalAgent.h"
+#include "TestPaths.h"
 
 namespace {
 

@@ -7,6 +7,7 @@
 #include "CUtil.h"
 #include "ConnectionPool.h"
 #include "LocalAgent.h"
+#include "TestPaths.h"
 #include "TlsSocket.h"
 
 namespace {

@@ -11,6 +11,7 @@
 
 #include "CUtil.h"
 #include "TempDir.h"
+#include "TestPaths.h"
 
 using testing::EndsWith;
 using testing::HasSubstr;

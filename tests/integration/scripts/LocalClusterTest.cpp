@@ -13,6 +13,7 @@
 
 #include "CUtil.h"
 #include "TempDir.h"
+#include "TestPaths.h"
 #include "UniqueFd.h"
 
 using testing::EndsWith;

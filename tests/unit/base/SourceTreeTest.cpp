@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include "TestPaths.h"
+
 namespace {
 
 std::string contents(const std::string& path) {

@@ -6,6 +6,7 @@
 
 #include "CUtil.h"
 #include "TempDir.h"
+#include "TestPaths.h"
 #include "ToolPackage.h"
 
 using testing::EndsWith;

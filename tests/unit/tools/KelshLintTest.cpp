@@ -7,6 +7,7 @@
 
 #include "CUtil.h"
 #include "TempDir.h"
+#include "TestPaths.h"
 #include "TestPki.h"
 
 using testing::HasSubstr;

@@ -5,6 +5,7 @@
 
 #include "CUtil.h"
 #include "TempDir.h"
+#include "TestPaths.h"
 
 namespace {
 

@@ -12,6 +12,7 @@
 #include <regex.h>
 
 #include "CUtil.h"
+#include "TestPaths.h"
 
 using testing::Contains;
 using testing::IsSupersetOf;
@@ -150,8 +151,9 @@ TEST(ManualPage, OfTheShellNamesExactlyItsOptions) {
 TEST(ManualPage, OfTheShellNamesItsExitStatusesAndCommands) {
     const std::string page = rendered("kelsh.1");
     EXPECT_EQ(statusesOn(page), (Words{"0", "1", "2", "5", "7"}));
-    const Words commands = matches(readFile(KELSH_SOURCE_DIR "/src/sets/CShellCommandSet_Basic.cpp"),
-                                   "[{]\"([a-z?-][a-z ?-]*)\",", 1);
+    const Words commands =
+        matches(readFile(KELSH_SOURCE_DIR "/src/sets/CShellCommandSet_Basic.cpp"),
+                "[{]\"([a-z?-][a-z ?-]*)\",", 1);
     EXPECT_GE(commands.size(), 12U);
     const std::string section = sectionOf(page, "INTERACTIVE MODE");
     for (const std::string& command : commands) {
@@ -181,13 +183,13 @@ TEST_P(ManualPageOfFile, NamesEveryKeyOfItsReader) {
     EXPECT_THAT(named, IsSupersetOf(known));
 }
 
-INSTANTIATE_TEST_SUITE_P(All, ManualPageOfFile,
-                         testing::Values(File{"kelnode.cfg.5", "agent/AgentConfig.cpp",
-                                              "([{]|== )\"([A-Z]+(_[A-Z]+)*)\"", 2,
-                                              "^( +)([A-Z_]+)"},
-                                         File{"cmd.cfg.5", "src/config/CmdConfigFile.cpp",
-                                              "\"([a-z][a-z0-9]+)\"", 1, "(^|,) +([a-z0-9]+)"},
-                                         File{"ssl_master.cfg.5", "src/config/CShellConfigReader.cpp",
-                                              "key == \"([A-Z_]+)\"", 1, "^( +)([A-Z_]+)"}));
+INSTANTIATE_TEST_SUITE_P(
+    All, ManualPageOfFile,
+    testing::Values(File{"kelnode.cfg.5", "agent/AgentConfig.cpp",
+                         "([{]|== )\"([A-Z]+(_[A-Z]+)*)\"", 2, "^( +)([A-Z_]+)"},
+                    File{"cmd.cfg.5", "src/config/CmdConfigFile.cpp", "\"([a-z][a-z0-9]+)\"", 1,
+                         "(^|,) +([a-z0-9]+)"},
+                    File{"ssl_master.cfg.5", "src/config/CShellConfigReader.cpp",
+                         "key == \"([A-Z_]+)\"", 1, "^( +)([A-Z_]+)"}));
 
 }  // namespace

@@ -8,6 +8,7 @@
 
 #include "CUtil.h"
 #include "TempDir.h"
+#include "TestPaths.h"
 
 using testing::Contains;
 using testing::ElementsAre;
