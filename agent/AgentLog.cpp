@@ -7,44 +7,9 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include "Text.h"
+
 namespace {
-
-bool isPlain(char c) {
-    return c >= 0x20 && c < 0x7f;
-}
-
-void appendHex(std::string& text, char c) {
-    static const char digits[] = "0123456789abcdef";
-    const unsigned int byte = static_cast<unsigned char>(c);
-    text += "\\x";
-    text += digits[byte >> 4U];
-    text += digits[byte & 15U];
-}
-
-void appendEscaped(std::string& text, char c) {
-    switch (c) {
-        case '\n':
-            text += "\\n";
-            break;
-        case '\r':
-            text += "\\r";
-            break;
-        case '\t':
-            text += "\\t";
-            break;
-        case '"':
-        case '\\':
-            text += '\\';
-            text += c;
-            break;
-        default:
-            if (isPlain(c)) {
-                text += c;
-            } else {
-                appendHex(text, c);
-            }
-    }
-}
 
 // "2026-11-20T17:54:29.123Z": one clock for all nodes, whatever their time zones.
 const char* levelName(AgentLog::Level level) {
@@ -76,10 +41,11 @@ std::string withoutControls(const std::string& text) {
     std::string clean;
     clean.reserve(text.size());
     for (const char c : text) {
-        if (isPlain(c)) {
+        if (Text::isPlain(c)) {
             clean += c;
         } else {
-            appendHex(clean, c);
+            clean += "\\x";
+            Text::appendHex(clean, c);
         }
     }
     return clean;
@@ -139,13 +105,5 @@ std::string AgentLog::timeStamp() {
 }
 
 std::string AgentLog::escape(const std::string& text, std::string::size_type maxBytes) {
-    std::string escaped;
-    const std::string::size_type shown = text.size() < maxBytes ? text.size() : maxBytes;
-    for (std::string::size_type i = 0; i < shown; ++i) {
-        appendEscaped(escaped, text[i]);
-    }
-    if (shown < text.size()) {
-        escaped += "...(" + std::to_string(text.size() - shown) + " more bytes)";
-    }
-    return escaped;
+    return Text::printable(text, maxBytes);
 }

@@ -3,17 +3,17 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "CCannotOpenFileException.h"
-#include "CUtil.h"
 #include "ConfigLineReader.h"
+#include "Posix.h"
+#include "Text.h"
 
 CVersionConfig::CVersionConfig(const char* fileName) {
     if (fileName == nullptr) {
         throw CCannotOpenFileException("No version file is named.");
     }
-    const std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(fileName, "re"), &std::fclose);
+    const Posix::File file = Posix::openFile(fileName, "re");
     if (!file) {
         const int error = errno;
         throw CCannotOpenFileException("Can not open \"" + std::string(fileName) +
@@ -28,9 +28,9 @@ CVersionConfig::CVersionConfig(const char* fileName) {
             !ConfigLineReader::splitSetting(line, key, value)) {
             continue;
         }
-        CUtil::trim(key);
-        CUtil::toUpper(key);
-        CUtil::trim(value);
+        Text::trim(key);
+        Text::toUpper(key);
+        Text::trim(value);
         if (key == "VERSION") {
             version = value;
         } else if (key == "BUILD") {

@@ -10,21 +10,9 @@
 
 #include "ChildProcess.h"
 #include "Terminal.h"
+#include "Text.h"
 
 namespace {
-
-constexpr char kWhiteSpace[] = " \t\n\r\v\f";
-
-// The names are ASCII: the locale must not decide what a letter is.
-bool isDigit(char c) {
-    return c >= '0' && c <= '9';
-}
-bool isLetter(char c) {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-bool isHexDigit(char c) {
-    return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
 
 int runShell(const std::string& command, std::string* output, std::string* errorOutput) {
     ChildProcess::Request request;
@@ -37,15 +25,6 @@ int runShell(const std::string& command, std::string* output, std::string* error
         *output = outcome.reason;
     }
     return outcome.exitCode();
-}
-
-// Moves the letters of one alphabet, first to last, to the one that begins with target.
-void mapLetters(std::string& text, char first, char last, char target) {
-    for (char& c : text) {
-        if (c >= first && c <= last) {
-            c = static_cast<char>(c - first + target);
-        }
-    }
 }
 
 }  // namespace
@@ -83,13 +62,7 @@ void CUtil::sleep(unsigned long milliseconds) {
 }
 
 void CUtil::trim(std::string& text) {
-    const std::string::size_type first = text.find_first_not_of(kWhiteSpace);
-    if (first == std::string::npos) {
-        text.clear();
-        return;
-    }
-    text.erase(text.find_last_not_of(kWhiteSpace) + 1);
-    text.erase(0, first);
+    Text::trim(text);
 }
 
 void CUtil::trimTwoSpace(std::string& text) {
@@ -116,7 +89,7 @@ void CUtil::makeNeatString(std::string* text) {
     }
     std::string neat;
     for (const char c : *text) {
-        if (std::string(kWhiteSpace).find(c) == std::string::npos) {
+        if (std::string_view(Text::kWhiteSpace).find(c) == std::string_view::npos) {
             neat += c;
         } else if (!neat.empty() && neat.back() != ' ') {
             neat += ' ';
@@ -127,11 +100,11 @@ void CUtil::makeNeatString(std::string* text) {
 }
 
 void CUtil::toLower(std::string& text) {
-    mapLetters(text, 'A', 'Z', 'a');
+    Text::toLower(text);
 }
 
 void CUtil::toUpper(std::string& text) {
-    mapLetters(text, 'a', 'z', 'A');
+    Text::toUpper(text);
 }
 
 std::list<std::string> CUtil::splitForTokens(std::string text, std::string separators) {
@@ -189,25 +162,13 @@ bool isLabel(const std::string& label) {
         return false;
     }
     return std::all_of(label.begin(), label.end(),
-                       [](char c) { return isLetter(c) || isDigit(c) || c == '-'; });
-}
-
-// Splits and keeps empty parts, so that "a,,b" and a trailing separator show.
-std::vector<std::string> splitPlain(const std::string& text, char separator) {
-    std::vector<std::string> parts(1);
-    for (const char c : text) {
-        if (c == separator) {
-            parts.emplace_back();
-        } else {
-            parts.back() += c;
-        }
-    }
-    return parts;
+                       [](char c) { return Text::isLetter(c) || Text::isDigit(c) || c == '-'; });
 }
 
 bool isNumber(const std::string& text) {
     // Nine digits fit every counter; more would only be a way to ask for absurd ranges.
-    return !text.empty() && text.size() <= 9 && std::all_of(text.begin(), text.end(), isDigit);
+    return !text.empty() && text.size() <= 9 &&
+           std::all_of(text.begin(), text.end(), Text::isDigit);
 }
 
 // One entry between brackets: a number, or first-last in ascending order. *widest grows to the
@@ -235,7 +196,7 @@ bool isHostnamePattern(const std::string& pattern) {
         return false;
     }
     std::string::size_type widest = 0;
-    for (const std::string& entry : splitPlain(pattern.substr(open + 1, close - open - 1), ',')) {
+    for (const std::string& entry : Text::split(pattern.substr(open + 1, close - open - 1), ',')) {
         if (!isRangeEntry(entry, &widest)) {
             return false;
         }
@@ -263,7 +224,8 @@ bool CUtil::validateMACaddr(std::string address, std::string separator) {
             }
             at += separator.size();
         }
-        if (at + 2 > address.size() || !isHexDigit(address[at]) || !isHexDigit(address[at + 1])) {
+        if (at + 2 > address.size() || !Text::isHexDigit(address[at]) ||
+            !Text::isHexDigit(address[at + 1])) {
             return false;
         }
         at += 2;
@@ -275,7 +237,7 @@ bool CUtil::validateHostnameFormat(std::string name) {
     if (name.empty() || name.size() > kMaxHostnameBytes) {
         return false;
     }
-    const std::vector<std::string> labels = splitPlain(name, '.');
+    const std::vector<std::string> labels = Text::split(name, '.');
     return std::all_of(labels.begin(), labels.end(), isLabel);
 }
 

@@ -2,17 +2,12 @@
 
 #include <cstddef>
 
+#include "Text.h"
+
 namespace {
 
 unsigned char byteAt(const std::string& text, std::size_t at) {
     return static_cast<unsigned char>(text[at]);
-}
-
-void appendEscaped(std::string& shown, unsigned char byte) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    shown += "\\x";
-    shown += kDigits[byte >> 4];
-    shown += kDigits[byte & 0x0F];
 }
 
 bool isHarmlessAscii(const std::string& text, std::size_t at) {
@@ -70,7 +65,8 @@ std::string escapeForTerminal(const std::string& text) {
         }
         const std::size_t length = byteAt(text, at) < 0x80 ? 0 : multiByteLength(text, at);
         if (length == 0) {
-            appendEscaped(shown, byteAt(text, at++));
+            shown += "\\x";
+            Text::appendHex(shown, text[at++]);
         } else {
             shown.append(text, at, length);
             at += length;

@@ -1,0 +1,97 @@
+#include "Text.h"
+
+namespace {
+
+// Moves the letters of one alphabet, first to last, to the one that begins with target.
+void mapLetters(std::string& text, char first, char last, char target) {
+    for (char& c : text) {
+        if (c >= first && c <= last) {
+            c = static_cast<char>(c - first + target);
+        }
+    }
+}
+
+void appendEscaped(std::string& text, char c) {
+    switch (c) {
+        case '\n':
+            text += "\\n";
+            break;
+        case '\r':
+            text += "\\r";
+            break;
+        case '\t':
+            text += "\\t";
+            break;
+        case '"':
+        case '\\':
+            text += '\\';
+            text += c;
+            break;
+        default:
+            if (Text::isPlain(c)) {
+                text += c;
+            } else {
+                text += "\\x";
+                Text::appendHex(text, c);
+            }
+    }
+}
+
+}  // namespace
+
+bool Text::startsWith(std::string_view text, std::string_view start) {
+    return text.substr(0, start.size()) == start;
+}
+
+void Text::trim(std::string& text) {
+    const std::string::size_type first = text.find_first_not_of(kWhiteSpace);
+    if (first == std::string::npos) {
+        text.clear();
+        return;
+    }
+    text.erase(text.find_last_not_of(kWhiteSpace) + 1);
+    text.erase(0, first);
+}
+
+std::string Text::trimmed(std::string text) {
+    trim(text);
+    return text;
+}
+
+void Text::toLower(std::string& text) {
+    mapLetters(text, 'A', 'Z', 'a');
+}
+
+void Text::toUpper(std::string& text) {
+    mapLetters(text, 'a', 'z', 'A');
+}
+
+std::vector<std::string> Text::split(std::string_view text, char separator) {
+    std::vector<std::string> parts(1);
+    for (const char c : text) {
+        if (c == separator) {
+            parts.emplace_back();
+        } else {
+            parts.back() += c;
+        }
+    }
+    return parts;
+}
+
+std::string Text::printable(std::string_view text, std::size_t maxBytes) {
+    std::string shown;
+    for (const char c : text.substr(0, maxBytes)) {
+        appendEscaped(shown, c);
+    }
+    if (text.size() > maxBytes) {
+        shown += "...(" + std::to_string(text.size() - maxBytes) + " more bytes)";
+    }
+    return shown;
+}
+
+void Text::appendHex(std::string& text, char byte) {
+    constexpr char kDigits[] = "0123456789abcdef";
+    const unsigned int value = static_cast<unsigned char>(byte);
+    text += kDigits[value >> 4U];
+    text += kDigits[value & 15U];
+}

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Small services for text. The locale decides nothing: letters and digits are those of ASCII, white
+// space is blank, tab, newline, carriage return, vertical tab and form feed. Any thread may call.
+class Text {
+public:
+    Text() = delete;
+
+    static constexpr char kWhiteSpace[] = " \t\n\r\v\f";
+
+    static bool startsWith(std::string_view text, std::string_view start);
+
+    // Without the white space at both ends: in place, or as a new text.
+    static void trim(std::string& text);
+    static std::string trimmed(std::string text);
+
+    static void toLower(std::string& text);
+    static void toUpper(std::string& text);
+
+    // Splits at each separator and keeps empty parts; an empty text is one empty part.
+    static std::vector<std::string> split(std::string_view text, char separator);
+
+    // Fit for one line of a log or an answer, inside double quotes too: newline, carriage return
+    // and tab as \n, \r and \t, quote and backslash behind a backslash, every other byte that is
+    // not plain ASCII as \xNN. Of a text longer than maxBytes the rest is only counted.
+    static std::string printable(std::string_view text, std::size_t maxBytes = 1024);
+
+    // Appends the byte as two hexadecimal digits in small letters.
+    static void appendHex(std::string& text, char byte);
+
+    // Fits between double quotes in a line of ASCII: neither control character nor byte above 0x7E.
+    static bool isPlain(char c) { return c >= 0x20 && c < 0x7F; }
+    static bool isDigit(char c) { return c >= '0' && c <= '9'; }
+    static bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }
+    static bool isHexDigit(char c) {
+        return isDigit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+    }
+};

@@ -1,0 +1,45 @@
+#include <gtest/gtest.h>
+
+#include "Text.h"
+
+using Parts = std::vector<std::string>;
+
+TEST(Text, StartsWithComparesTheBeginningOnly) {
+    EXPECT_TRUE(Text::startsWith("save file x", "save file "));
+    EXPECT_TRUE(Text::startsWith("same", "same"));
+    EXPECT_TRUE(Text::startsWith("", ""));
+    EXPECT_FALSE(Text::startsWith("sav", "save"));
+    EXPECT_FALSE(Text::startsWith("a save", "save"));
+}
+
+TEST(Text, TrimmedLosesWhiteSpaceAtBothEnds) {
+    EXPECT_EQ("a  b", Text::trimmed(" \t\r\n\v\fa  b \n"));
+    EXPECT_EQ("", Text::trimmed(" \t "));
+    EXPECT_EQ("\xa0", Text::trimmed("\xa0"));
+}
+
+TEST(Text, SplitKeepsEmptyParts) {
+    EXPECT_EQ((Parts{"a", "", "b", ""}), Text::split("a,,b,", ','));
+    EXPECT_EQ((Parts{""}), Text::split("", ','));
+    EXPECT_EQ((Parts{"a b"}), Text::split("a b", ','));
+}
+
+TEST(Text, PrintableEscapesWhatIsNotPlainAscii) {
+    EXPECT_EQ("plain text, 100%", Text::printable("plain text, 100%"));
+    EXPECT_EQ("a\\nb\\rc\\td", Text::printable("a\nb\rc\td"));
+    EXPECT_EQ("say \\\"hi\\\" \\\\", Text::printable("say \"hi\" \\"));
+    EXPECT_EQ("\\x1b[31m\\x00\\x7f\\xc3\\xbc",
+              Text::printable(std::string("\x1b[31m\0\x7f\xc3\xbc", 9)));
+}
+
+TEST(Text, PrintableCountsWhatItDoesNotShow) {
+    EXPECT_EQ("xxxx...(6 more bytes)", Text::printable(std::string(10, 'x'), 4));
+    EXPECT_EQ("xxxx", Text::printable("xxxx", 4));
+}
+
+TEST(Text, AppendsTwoHexadecimalDigits) {
+    std::string text = "0x";
+    Text::appendHex(text, '\x0f');
+    Text::appendHex(text, '\xf0');
+    EXPECT_EQ("0x0ff0", text);
+}
