@@ -190,9 +190,9 @@ void Session::serve() {
         if (!greet()) {
             return;
         }
-    } catch (const TlsError& lost) {
+    } catch (const ChannelError& lost) {
         // One that only looked whether the agent is there.
-        if (lost.kind() != TlsError::Kind::kClosed) {
+        if (lost.kind() != ChannelError::Kind::kClosed) {
             throw;
         }
         return;
@@ -201,9 +201,9 @@ void Session::serve() {
         protocol::Frame frame;
         try {
             frame = channel->receiveFrame(requestDeadline());
-        } catch (const TlsError& lost) {
-            if (lost.kind() == TlsError::Kind::kClosed ||
-                lost.kind() == TlsError::Kind::kTimedOut) {
+        } catch (const ChannelError& lost) {
+            if (lost.kind() == ChannelError::Kind::kClosed ||
+                lost.kind() == ChannelError::Kind::kTimedOut) {
                 return;
             }
             throw;
@@ -326,7 +326,7 @@ bool Session::servePut(const protocol::Frame& frame) {
         return true;
     } catch (const ProtocolError&) {
         throw;
-    } catch (const TlsError& lost) {
+    } catch (const ChannelError& lost) {
         logRequest(what, AgentLog::escape(lost.getErrMsg()));
         return false;
     } catch (const FileReceiver::Damaged& damaged) {
@@ -352,7 +352,7 @@ std::string Session::receiveFile(const protocol::Put& put) {
                                      std::to_string(receiver.receivedBytes()) + " of " +
                                      std::to_string(put.size) + " bytes had arrived.";
             sendError(protocol::kErrorTimedOut, text);
-            throw TlsError(TlsError::Kind::kTimedOut, text);
+            throw ChannelError(ChannelError::Kind::kTimedOut, text);
         }
         if (judge(SessionState::kUpload, frame.header) == Verdict::kRefused) {
             throw CException(refusal("PUT"));
@@ -375,8 +375,8 @@ bool Session::receiveUntil(protocol::Frame& frame, FrameChannel::Deadline deadli
         channel->receiveFrame(frame,
                               std::min(deadline, FrameChannel::after(limits.uploadSilenceMs)));
         return true;
-    } catch (const TlsError& lost) {
-        if (lost.kind() != TlsError::Kind::kTimedOut) {
+    } catch (const ChannelError& lost) {
+        if (lost.kind() != ChannelError::Kind::kTimedOut) {
             throw;
         }
         return false;
@@ -390,7 +390,7 @@ bool Session::serveGet(const protocol::Frame& frame) {
     const std::string what = "GET " + quoted(get.path);
     try {
         logRequest(what, AgentLog::escape(sendFile(get)));
-    } catch (const TlsError& lost) {
+    } catch (const ChannelError& lost) {
         logRequest(what, AgentLog::escape(lost.getErrMsg()));
         return false;
     } catch (const pathprefix::Outside& outside) {

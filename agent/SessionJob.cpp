@@ -92,7 +92,7 @@ void Session::converse(const JobRequest& request, const std::string& label) {
         }
     } catch (const ProtocolError&) {
         throw;
-    } catch (const TlsError& lost) {
+    } catch (const ChannelError& lost) {
         connectionLost = true;
         outcome = (uninterruptible ? "goes on without its shell: " : "cancelled: ") +
                   AgentLog::escape(lost.getErrMsg());

@@ -67,7 +67,7 @@ void LocalChannel::close(Deadline deadline) noexcept {
 }
 
 void LocalChannel::lost(const char* doing, int error) const {
-    throw TlsError(TlsError::Kind::kClosed,
-                   peer + ": connection lost " + doing + ": " +
-                       (error != 0 ? std::strerror(error) : "the other end closed it") + ".");
+    throw ChannelError(ChannelError::Kind::kClosed,
+                       peer + ": connection lost " + doing + ": " +
+                           (error != 0 ? std::strerror(error) : "the other end closed it") + ".");
 }

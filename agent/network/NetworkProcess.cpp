@@ -20,14 +20,14 @@ namespace networkprocess {
 namespace {
 
 using Deadline = FrameChannel::Deadline;
-using Kind = TlsError::Kind;
+using Kind = ChannelError::Kind;
 
 constexpr int kHandshakeContent = 22;
 constexpr std::size_t kProofMessages = 4;
 constexpr std::size_t kBufferBytes = std::size_t{64} * 1024;
 
 [[noreturn]] void lost() {
-    throw TlsError(Kind::kClosed, "the other half of the session is gone");
+    throw ChannelError(Kind::kClosed, "the other half of the session is gone");
 }
 
 // The messages of the handshake, and what the session is asked for about them.
@@ -53,7 +53,7 @@ public:
 
     void prove() {
         if (messages.size() < signedCount + kProofMessages) {
-            throw TlsError(Kind::kFailed, "the handshake is incomplete");
+            throw ChannelError(Kind::kFailed, "the handshake is incomplete");
         }
         sendMessage(local, 'P', joined(signedCount, signedCount + kProofMessages), deadline);
     }
@@ -135,7 +135,7 @@ private:
                 }
                 toLocal.add(got);
             }
-        } catch (const TlsError&) {
+        } catch (const ChannelError&) {
             peerEnded = true;
         }
     }
@@ -230,7 +230,7 @@ void sendMessage(int local, char type, const std::string& body, Deadline deadlin
             done += static_cast<std::size_t>(put);
         } else if (errno == EAGAIN) {
             if (tlssocket::wait(local, POLLOUT, deadline) == 0) {
-                throw TlsError(Kind::kTimedOut, "the other half of the session is stuck");
+                throw ChannelError(Kind::kTimedOut, "the other half of the session is stuck");
             }
         } else if (errno != EINTR) {
             lost();
@@ -247,7 +247,7 @@ std::string receiveBytes(int local, std::size_t count, Deadline deadline) {
             have += static_cast<std::size_t>(got);
         } else if (got < 0 && errno == EAGAIN) {
             if (tlssocket::wait(local, POLLIN, deadline) == 0) {
-                throw TlsError(Kind::kTimedOut, "the other half of the session is stuck");
+                throw ChannelError(Kind::kTimedOut, "the other half of the session is stuck");
             }
         } else if (got == 0 || errno != EINTR) {
             lost();
@@ -263,7 +263,7 @@ std::string receiveMessage(int local, char& type, std::size_t mostBytes, Deadlin
     std::memcpy(&length, &header[1], sizeof length);
     length = ntohl(length);
     if (length > mostBytes) {
-        throw TlsError(Kind::kFailed, "the other half of the session says too much");
+        throw ChannelError(Kind::kFailed, "the other half of the session says too much");
     }
     return receiveBytes(local, length, deadline);
 }
@@ -284,7 +284,7 @@ void run(UniqueFd connection, UniqueFd local, const std::string& peer,
                 TlsChannel::acceptOver(std::move(connection), peer, context, deadline);
             conversation.prove();
             Relay(*wire, local.get()).run();
-        } catch (const TlsError& fault) {
+        } catch (const ChannelError& fault) {
             sendMessage(local.get(), 'F', static_cast<char>(fault.kind()) + fault.getErrMsg(),
                         FrameChannel::after(NetworkSide::kLastWordsMs));
         } catch (const CException& fault) {

@@ -10,7 +10,7 @@
 // What the network side of a session does in its process.
 namespace networkprocess {
 
-// One message on the local socket; see NetworkSide. Throw TlsError.
+// One message on the local socket; see NetworkSide. Throw ChannelError.
 void sendMessage(int local, char type, const std::string& body, FrameChannel::Deadline deadline);
 std::string receiveBytes(int local, std::size_t count, FrameChannel::Deadline deadline);
 std::string receiveMessage(int local, char& type, std::size_t mostBytes,

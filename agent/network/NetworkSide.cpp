@@ -88,18 +88,19 @@ HandshakeWitness::Master NetworkSide::authenticate() {
             case 'F':
                 reportFailure(body);
             default:
-                throw TlsError(TlsError::Kind::kFailed, "The network side of the session with " +
-                                                            peer + " does not keep to its part.");
+                throw ChannelError(
+                    ChannelError::Kind::kFailed,
+                    "The network side of the session with " + peer + " does not keep to its part.");
         }
     }
 }
 
 void NetworkSide::reportFailure(const std::string& told) const {
     const auto kind = static_cast<unsigned char>(told.empty() ? 0xff : told[0]);
-    throw TlsError(kind <= static_cast<unsigned char>(TlsError::Kind::kFailed)
-                       ? static_cast<TlsError::Kind>(kind)
-                       : TlsError::Kind::kFailed,
-                   told.substr(std::min<std::size_t>(told.size(), 1), kMaxFailureBytes));
+    throw ChannelError(kind <= static_cast<unsigned char>(ChannelError::Kind::kFailed)
+                           ? static_cast<ChannelError::Kind>(kind)
+                           : ChannelError::Kind::kFailed,
+                       told.substr(std::min<std::size_t>(told.size(), 1), kMaxFailureBytes));
 }
 
 std::unique_ptr<FrameChannel> NetworkSide::openChannel() {

@@ -17,7 +17,8 @@
 // The conversation on the local socket begins with messages, a type, a length of 32 bits in network
 // order, and so many bytes:
 //   'S' network side: the handshake so far, to be signed     's' session: the signature
-//   'P' network side: the rest of the handshake              'F' it failed: TlsError::Kind, text
+//   'P' network side: the rest of the handshake              'F' it failed: ChannelError::Kind,
+//   text
 // After 'P' there are no more messages, only frames as on the wire.
 class NetworkSide {
 public:
@@ -35,8 +36,8 @@ public:
     NetworkSide(UniqueFd local, std::shared_ptr<TlsContext> ownContext, std::string peerAddress,
                 FrameChannel::Deadline deadline);
 
-    // Waits for the handshake. Throws TlsError as TlsChannel::accept would, for a network side that
-    // does not keep to its part too.
+    // Waits for the handshake. Throws ChannelError as TlsChannel::accept would, for a network side
+    // that does not keep to its part too.
     HandshakeWitness::Master authenticate();
     // The conversation with the master; once, after that.
     std::unique_ptr<FrameChannel> openChannel();

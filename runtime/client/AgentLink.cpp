@@ -104,7 +104,7 @@ std::string AgentLink::ask(const std::string& request, unsigned int timeOutMs) {
         throw;
     } catch (const protocol::ProtocolError& error) {
         lose(error.getErrMsg());
-    } catch (const TlsError& error) {
+    } catch (const ChannelError& error) {
         if (!isOpen()) {
             throw;  // no new connection could be made
         }
@@ -184,9 +184,9 @@ void AgentLink::dial(unsigned int limitMs) {
     const unsigned int limit = silent.limitFor(peer, limitMs);
     try {
         connectWithin(limit);
-    } catch (const TlsError& error) {
-        if (error.kind() == TlsError::Kind::kTimedOut ||
-            error.kind() == TlsError::Kind::kNoAnswer) {
+    } catch (const ChannelError& error) {
+        if (error.kind() == ChannelError::Kind::kTimedOut ||
+            error.kind() == ChannelError::Kind::kNoAnswer) {
             silent.noteSilence(peer, limit);
         }
         throw;
@@ -271,12 +271,12 @@ std::string AgentLink::askAgain(const std::string& request, Deadline deadline) {
     try {
         return askOnce(request,
                        std::min(deadline, TlsChannel::after(std::max(connectLimit / 2, 1U))));
-    } catch (const TlsError&) {
+    } catch (const ChannelError&) {
         drop();
     }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
     if (left <= 0) {
-        throw TlsError(TlsError::Kind::kTimedOut, peerName() + " did not answer in time.");
+        throw ChannelError(ChannelError::Kind::kTimedOut, peerName() + " did not answer in time.");
     }
     dial(std::min(connectLimit, static_cast<unsigned int>(left)));
     return askOnce(request, deadline);

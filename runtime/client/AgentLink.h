@@ -45,7 +45,8 @@ public:
     //   connectLimitMs  milliseconds for connecting, handshake and greeting together; where many
     //                   connect at once, as long again may pass in line; a node that was silent
     //                   just now has less (SilentPeers)
-    // Throws CException, and its subclasses TlsError and AgentError, when no connection was made.
+    // Throws CException, and its subclasses ChannelError and AgentError, when no connection was
+    // made.
     AgentLink(std::string address, int agentPort, const TlsFiles& files,
               std::uint32_t commandSequence, unsigned int connectLimitMs);
     AgentLink(const AgentLink&) = delete;

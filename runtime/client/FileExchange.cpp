@@ -118,8 +118,8 @@ void transfer(AgentLink& link, CResult& result, bool endsWithError, Work work, L
         // The rest of the transfer must not be taken for the next one.
         link.drop();
         noderesult::fill(result, EXEC_FAILURE, 0, error.getErrMsg());
-    } catch (const TlsError& error) {
-        if (error.kind() != TlsError::Kind::kTimedOut) {
+    } catch (const ChannelError& error) {
+        if (error.kind() != ChannelError::Kind::kTimedOut) {
             link.lose(error.getErrMsg());
         }
         link.drop();

@@ -150,8 +150,8 @@ void SSLClient::runJob(const std::string& request, unsigned int timeOut, CResult
     } catch (const AgentError& error) {
         link->settle(error, false);
         throw;
-    } catch (const TlsError& error) {
-        if (error.kind() != TlsError::Kind::kTimedOut) {
+    } catch (const ChannelError& error) {
+        if (error.kind() != ChannelError::Kind::kTimedOut) {
             link->lose(error.getErrMsg() +
                        (uninterruptible ? " The job must not be cut short and goes on at the"
                                           " node, whose log will tell its outcome."

@@ -7,11 +7,7 @@
 
 #include "TlsSocket.h"
 
-using Kind = TlsError::Kind;
-
-TlsError::TlsError(Kind kind, std::string text) : CException(std::move(text)), reason(kind) {}
-
-TlsError::~TlsError() = default;
+using Kind = ChannelError::Kind;
 
 FrameChannel::FrameChannel(UniqueFd connected, std::string peerAddress)
     : socket(std::move(connected)), peer(std::move(peerAddress)) {}
@@ -20,7 +16,7 @@ FrameChannel::~FrameChannel() = default;
 
 void FrameChannel::waitForSocket(short events, Deadline deadline, const char* doing) {
     if (tlssocket::wait(socket.get(), events, deadline) == 0) {
-        throw TlsError(Kind::kTimedOut, peer + " did not answer in time " + doing + ".");
+        throw ChannelError(Kind::kTimedOut, peer + " did not answer in time " + doing + ".");
     }
 }
 
@@ -83,7 +79,7 @@ bool FrameChannel::sendFrameUnlessAnswered(const std::string& bytes, Deadline de
                 return false;
             }
         }
-    } catch (const TlsError& error) {
+    } catch (const ChannelError& error) {
         // A peer that closes may have said why before: the caller receives it, or the same failure.
         if (error.kind() != Kind::kClosed) {
             throw;
@@ -99,7 +95,7 @@ bool FrameChannel::readInto(char* target, std::size_t wanted, std::size_t& have,
         // A peer that sends without a pause, frame after frame or byte after byte, leaves nothing
         // to wait for.
         if (Clock::now() >= deadline) {
-            throw TlsError(Kind::kTimedOut, peer + " did not come to an end in time.");
+            throw ChannelError(Kind::kTimedOut, peer + " did not come to an end in time.");
         }
         const std::size_t got = readSome(target + have, wanted - have);
         if (got == 0) {

@@ -5,38 +5,16 @@
 #include <string>
 #include <string_view>
 
-#include "CException.h"
+#include "ChannelError.h"
 #include "Protocol.h"
 #include "UniqueFd.h"
-
-// Why a connection could not be made or was lost. The text names the peer.
-class TlsError : public CException {
-public:
-    enum class Kind {
-        kTimedOut,     // the deadline passed
-        kClosed,       // the peer or the network ended the connection
-        kUnreachable,  // no connection was made
-        kNoAnswer,     // the same, because nothing answered in time
-        kPending,      // none yet, but it is being made: DialPatience
-        kRefused,      // one end did not accept the other's certificate
-        kFailed,       // anything else: TLS broken, no ALPN, resources
-    };
-    TlsError(Kind kind, std::string text);
-    TlsError(const TlsError&) = default;
-    TlsError& operator=(const TlsError&) = default;
-    ~TlsError() override;
-    Kind kind() const { return reason; }
-
-private:
-    Kind reason;
-};
 
 // Protocol frames over a stream of bytes; what carries the bytes is the subclass's. Owns its
 // socket, which is non-blocking: every operation is bounded by a point in time on the monotonic
 // clock. EINTR is retried; SIGPIPE is never raised. Not thread-safe, not copyable, not movable.
 //
-// Everything that fails throws TlsError, and bad bytes throw protocol::ProtocolError; after either
-// (time-outs of receiveFrame excepted) the channel is good for nothing but its destruction.
+// Everything that fails throws ChannelError, and bad bytes throw protocol::ProtocolError; after
+// either (time-outs of receiveFrame excepted) the channel is good for nothing but its destruction.
 class FrameChannel {
 public:
     using Clock = std::chrono::steady_clock;
@@ -93,7 +71,8 @@ protected:
     FrameChannel(UniqueFd connected, std::string peerAddress);
 
     // As many bytes as there are or go without waiting, at least one; 0 when there is nothing to be
-    // done yet, and then wantedEvents says what to poll for. Throw TlsError, kClosed at the end.
+    // done yet, and then wantedEvents says what to poll for. Throw ChannelError, kClosed at the
+    // end.
     virtual std::size_t readSome(char* target, std::size_t most) = 0;
     virtual std::size_t writeSome(const char* bytes, std::size_t count) = 0;
     bool isBetweenFrames() const { return !hasQueued() && headerBytes == 0; }

@@ -12,8 +12,8 @@
 
 // How long this thread waits for a network that does not answer before it turns to something else.
 // While the object lives, tlssocket::connect parks what is not answered in that time and throws
-// TlsError kPending; the attempt goes on by itself and is taken up by the next connect to the same
-// peer, on any thread. Thus a few threads can dial many silent nodes side by side.
+// ChannelError kPending; the attempt goes on by itself and is taken up by the next connect to the
+// same peer, on any thread. Thus a few threads can dial many silent nodes side by side.
 class DialPatience {
 public:
     explicit DialPatience(std::chrono::milliseconds patience);

@@ -16,7 +16,7 @@
 
 namespace {
 
-using Kind = TlsError::Kind;
+using Kind = ChannelError::Kind;
 
 // How long a refused peer may take to read why.
 constexpr unsigned long kLastWordsMs = 1000;
@@ -89,7 +89,7 @@ TlsChannel::TlsChannel(UniqueFd connected, std::shared_ptr<TlsContext> shared,
       ssl(SSL_new(context->get())) {
     BIO* bio = ssl ? tlssocket::newBio(socket.get()) : nullptr;
     if (bio == nullptr) {
-        throw TlsError(Kind::kFailed, "Can not set up TLS for " + peer + ": out of memory.");
+        throw ChannelError(Kind::kFailed, "Can not set up TLS for " + peer + ": out of memory.");
     }
     SSL_set_bio(ssl.get(), bio, bio);
     const bool server = context->isServer();
@@ -134,7 +134,7 @@ std::unique_ptr<TlsChannel> TlsChannel::acceptOver(UniqueFd prepared, std::strin
         new TlsChannel(std::move(prepared), std::move(context), std::move(peerAddress)));
     try {
         channel->handshake(std::string(), deadline);
-    } catch (const TlsError& error) {
+    } catch (const ChannelError& error) {
         if (error.kind() != Kind::kTimedOut && error.kind() != Kind::kClosed) {
             // Closing with bytes unread would reset the connection and swallow the alert.
             channel->drainSocket(after(kLastWordsMs));
@@ -165,7 +165,8 @@ void TlsChannel::expectAddress(const std::string& address) {
                    SSL_set_tlsext_host_name(ssl.get(), address.c_str()) == 1;
     }
     if (!expected) {
-        throw TlsError(Kind::kFailed, "\"" + address + "\" can not be checked in a certificate.");
+        throw ChannelError(Kind::kFailed,
+                           "\"" + address + "\" can not be checked in a certificate.");
     }
 }
 
@@ -182,9 +183,9 @@ void TlsChannel::handshake(const std::string& dialled, Deadline deadline) {
             }
             waitForSocket(wantedEvents, deadline, "in the TLS handshake");
         }
-    } catch (const TlsError&) {
+    } catch (const ChannelError&) {
         if (note.error != X509_V_OK) {
-            throw TlsError(Kind::kRefused, note.text);
+            throw ChannelError(Kind::kRefused, note.text);
         }
         throw;
     }
@@ -202,10 +203,10 @@ void TlsChannel::checkAlpn() {
     }
 }
 
-TlsError TlsChannel::wrongApplication() const {
-    return TlsError(Kind::kFailed, peer + " speaks TLS but not \"" + protocol::kAlpn +
-                                       "\": it is not a " +
-                                       (context->isServer() ? "kelsh." : "kelnode agent."));
+ChannelError TlsChannel::wrongApplication() const {
+    return ChannelError(Kind::kFailed, peer + " speaks TLS but not \"" + protocol::kAlpn +
+                                           "\": it is not a " +
+                                           (context->isServer() ? "kelsh." : "kelnode agent."));
 }
 
 int TlsChannel::step(int returned, const char* doing) {
@@ -236,29 +237,29 @@ void TlsChannel::fail(int sslError, int savedErrno, const char* doing) {
     if (ended) {
         ERR_clear_error();
         const bool hasErrno = sslError == SSL_ERROR_SYSCALL && savedErrno != 0;
-        throw TlsError(Kind::kClosed,
-                       peer + ": connection lost" + where + ": " +
-                           (hasErrno ? std::strerror(savedErrno) : "the other end closed it") +
-                           ".");
+        throw ChannelError(Kind::kClosed,
+                           peer + ": connection lost" + where + ": " +
+                               (hasErrno ? std::strerror(savedErrno) : "the other end closed it") +
+                               ".");
     }
     const std::string text = tlsfault::lastReason();
     if (reason == SSL_R_PEER_DID_NOT_RETURN_A_CERTIFICATE) {
-        throw TlsError(Kind::kRefused, "The shell at " + peer + " showed no certificate.");
+        throw ChannelError(Kind::kRefused, "The shell at " + peer + " showed no certificate.");
     }
     if (tlsfault::isCertificateAlert(reason)) {
-        throw TlsError(Kind::kRefused, peer + " refused the certificate " +
-                                           context->describeOwnCertificate() + ": " +
-                                           tlsfault::describeAlert(reason) + ".");
+        throw ChannelError(Kind::kRefused, peer + " refused the certificate " +
+                                               context->describeOwnCertificate() + ": " +
+                                               tlsfault::describeAlert(reason) + ".");
     }
     if (reason == SSL_R_TLSV1_ALERT_NO_APPLICATION_PROTOCOL) {
         throw wrongApplication();
     }
     if (isNotTls(reason)) {
-        throw TlsError(Kind::kFailed,
-                       peer + " does not speak TLS 1.3 (" + text + "): is this a kelnode agent?");
+        throw ChannelError(Kind::kFailed, peer + " does not speak TLS 1.3 (" + text +
+                                              "): is this a kelnode agent?");
     }
-    throw TlsError(Kind::kFailed,
-                   "The connection to " + peer + " failed" + where + ": " + text + ".");
+    throw ChannelError(Kind::kFailed,
+                       "The connection to " + peer + " failed" + where + ": " + text + ".");
 }
 
 std::size_t TlsChannel::readSome(char* target, std::size_t most) {

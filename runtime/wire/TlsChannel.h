@@ -23,7 +23,7 @@ public:
                                                    int port, std::shared_ptr<TlsContext> context,
                                                    Deadline deadline);
     // Makes the handshake on an accepted socket. When the peer is refused it is given up to a
-    // second to read the alert that says why, then TlsError says the same to the log.
+    // second to read the alert that says why, then ChannelError says the same to the log.
     static std::unique_ptr<TlsChannel> accept(UniqueFd accepted,
                                               std::shared_ptr<TlsContext> context,
                                               Deadline deadline);
@@ -58,8 +58,8 @@ private:
     void expectAddress(const std::string& address);
     void handshake(const std::string& dialled, Deadline deadline);
     void checkAlpn();
-    TlsError wrongApplication() const;
-    // One step of OpenSSL: above 0 done, 0 not yet (poll for wantedEvents). Throws TlsError.
+    ChannelError wrongApplication() const;
+    // One step of OpenSSL: above 0 done, 0 not yet (poll for wantedEvents). Throws ChannelError.
     int step(int returned, const char* doing);
     [[noreturn]] void fail(int sslError, int savedErrno, const char* doing);
 

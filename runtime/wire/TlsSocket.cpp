@@ -17,15 +17,15 @@
 #include <system_error>
 #include <thread>
 
+#include "ChannelError.h"
 #include "FreedBy.h"
 #include "ParkedDials.h"
-#include "TlsChannel.h"
 
 namespace tlssocket {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Kind = TlsError::Kind;
+using Kind = ChannelError::Kind;
 
 // A silent network is given up after about half a minute, however long the command may take.
 constexpr int kKeepIdleSeconds = 10;
@@ -77,18 +77,19 @@ Addresses resolve(const std::string& address, int port, Deadline deadline) {
             pending->finished.notify_one();
         }).detach();
     } catch (const std::system_error& error) {
-        throw TlsError(Kind::kFailed, "Can not look up \"" + address + "\": " + error.what() + ".");
+        throw ChannelError(Kind::kFailed,
+                           "Can not look up \"" + address + "\": " + error.what() + ".");
     }
     std::unique_lock<std::mutex> lock(pending->mutex);
     // Far deadlines overflow in wait_until; a look-up never takes a day.
     const Deadline limit = std::min(deadline, Clock::now() + std::chrono::hours(24));
     if (!pending->finished.wait_until(lock, limit, [&] { return pending->done; })) {
-        throw TlsError(Kind::kTimedOut,
-                       "The name \"" + address + "\" could not be looked up in time.");
+        throw ChannelError(Kind::kTimedOut,
+                           "The name \"" + address + "\" could not be looked up in time.");
     }
     if (pending->result.error != 0) {
-        throw TlsError(Kind::kUnreachable, "The name \"" + address + "\" is not known: " +
-                                               gai_strerror(pending->result.error) + ".");
+        throw ChannelError(Kind::kUnreachable, "The name \"" + address + "\" is not known: " +
+                                                   gai_strerror(pending->result.error) + ".");
     }
     return std::move(pending->result.found);
 }
@@ -104,7 +105,7 @@ int outcomeOf(int fd, Deadline deadline) {
 }
 
 // Waits for an attempt until its deadline, or as long as the thread's patience lasts: then it is
-// parked, and TlsError kPending thrown.
+// parked, and ChannelError kPending thrown.
 int awaitOutcome(UniqueFd& fd, Deadline deadline, const std::string& peer, bool mayPark) {
     const auto patience = mayPark ? DialPatience::ofThisThread() : std::nullopt;
     if (patience) {
@@ -114,7 +115,7 @@ int awaitOutcome(UniqueFd& fd, Deadline deadline, const std::string& peer, bool 
         }
         ParkedDials::Dial dial{std::move(fd), deadline};
         if (Clock::now() < deadline && ParkedDials::instance().park(peer, dial)) {
-            throw TlsError(Kind::kPending, peer + " has not answered yet.");
+            throw ChannelError(Kind::kPending, peer + " has not answered yet.");
         }
         fd = std::move(dial.socket);
     }
@@ -290,8 +291,8 @@ short wait(int fd, short events, Deadline deadline) {
 UniqueFd connect(const std::string& address, int port, Deadline deadline) {
     const std::string peer = join(address, port);
     if (address.empty() || port <= 0 || port > 65535) {
-        throw TlsError(Kind::kUnreachable,
-                       "\"" + peer + "\" is not an address a node agent can have.");
+        throw ChannelError(Kind::kUnreachable,
+                           "\"" + peer + "\" is not an address a node agent can have.");
     }
     UniqueFd fd;
     int error = takeUp(peer, deadline, fd);
@@ -303,11 +304,11 @@ UniqueFd connect(const std::string& address, int port, Deadline deadline) {
         return fd;
     }
     if (error == ETIMEDOUT) {
-        throw TlsError(Kind::kNoAnswer,
-                       "Can not connect to " + peer + ": no answer, the connection timed out.");
+        throw ChannelError(Kind::kNoAnswer,
+                           "Can not connect to " + peer + ": no answer, the connection timed out.");
     }
-    throw TlsError(Kind::kUnreachable,
-                   "Can not connect to " + peer + ": " + std::strerror(error) + ".");
+    throw ChannelError(Kind::kUnreachable,
+                       "Can not connect to " + peer + ": " + std::strerror(error) + ".");
 }
 
 void prepare(int fd, const std::string& peer) {
@@ -315,8 +316,8 @@ void prepare(int fd, const std::string& peer) {
     if (flags < 0 || fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0 ||
         fcntl(fd, F_SETFD, FD_CLOEXEC) != 0) {
         const int error = errno;
-        throw TlsError(Kind::kFailed,
-                       "Can not prepare the socket of " + peer + ": " + std::strerror(error) + ".");
+        throw ChannelError(Kind::kFailed, "Can not prepare the socket of " + peer + ": " +
+                                              std::strerror(error) + ".");
     }
     const int on = 1;
     setOption(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);

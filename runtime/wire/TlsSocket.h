@@ -18,12 +18,12 @@ using Deadline = std::chrono::steady_clock::time_point;
 short wait(int fd, short events, Deadline deadline);
 
 // A connected non-blocking socket. A host name is looked up within the deadline too. Throws
-// TlsError (kUnreachable, kNoAnswer or kTimedOut) that names the address; kPending where the thread
-// has a DialPatience and that is over. An attempt that was parked is taken up.
+// ChannelError (kUnreachable, kNoAnswer or kTimedOut) that names the address; kPending where the
+// thread has a DialPatience and that is over. An attempt that was parked is taken up.
 UniqueFd connect(const std::string& address, int port, Deadline deadline);
 
 // Non-blocking, close-on-exec, no delay, and a dead network path is noticed even while nothing is
-// sent. Throws TlsError.
+// sent. Throws ChannelError.
 void prepare(int fd, const std::string& peer);
 
 // "127.0.0.1:4422"; an IPv6 address stands in brackets.

@@ -77,8 +77,8 @@ private:
         try {
             const DialPatience patience{std::chrono::milliseconds(kAgentSilenceMs)};
             answers[index] = query(*nodes[index]);
-        } catch (const TlsError& failure) {
-            return failure.kind() != TlsError::Kind::kPending;
+        } catch (const ChannelError& failure) {
+            return failure.kind() != ChannelError::Kind::kPending;
         } catch (...) {
             // Whatever went wrong, the node could not be asked; nothing may leave a thread.
             answers[index] = NodeAgentAnswer();

@@ -13,9 +13,9 @@ struct NodeAgentAnswer {
     std::string mac;  // as the agent reports it, trimmed; empty when it cannot tell
 };
 
-// Asks one node. Called on several threads at once; an exception counts as not connected. TlsError
-// kPending means that the network has not answered so far: the node is asked again when it has, or
-// when its time is over.
+// Asks one node. Called on several threads at once; an exception counts as not connected.
+// ChannelError kPending means that the network has not answered so far: the node is asked again
+// when it has, or when its time is over.
 using NodeAgentQuery = std::function<NodeAgentAnswer(const CNode&)>;
 
 // At most this many agents are asked at the same time.

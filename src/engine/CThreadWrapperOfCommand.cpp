@@ -43,8 +43,8 @@ Identity askIdentity(const CNode& node, unsigned int timeOut) {
                          CSSLConfig::getInstance()->getCertificateFile());
         client.initAndConnect(connectTimeOut(timeOut));
         identity.mac = client.getKelNodeMacAddress(node.getIp());
-    } catch (const TlsError& failure) {
-        if (failure.kind() == TlsError::Kind::kTimedOut) {
+    } catch (const ChannelError& failure) {
+        if (failure.kind() == ChannelError::Kind::kTimedOut) {
             identity.silence = failure.getErrMsg();
         }
     } catch (const CException&) {

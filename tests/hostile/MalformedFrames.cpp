@@ -261,8 +261,8 @@ bool sendFrames(const LocalAgent& agent, const FrameClass& kind, Random& random)
         ::shutdown(channel->descriptor(), SHUT_WR);
         channel->receiveFrame(limit);
         return true;
-    } catch (const TlsError& end) {
-        return end.kind() != TlsError::Kind::kTimedOut;
+    } catch (const ChannelError& end) {
+        return end.kind() != ChannelError::Kind::kTimedOut;
     }
 }
 

@@ -170,7 +170,7 @@ TEST_F(AgentAuthorization, RefusedUploadLeavesNothing) {
         protocol::encode(put) + protocol::encodeHeader({4, FrameType::kData, 0}) + "evil",
         LocalAgent::soon());
     EXPECT_EQ(errorOf(*channel).code, protocol::kErrorRefused);
-    EXPECT_THROW(channel->receiveFrame(LocalAgent::soon()), TlsError);
+    EXPECT_THROW(channel->receiveFrame(LocalAgent::soon()), ChannelError);
     EXPECT_FALSE(std::filesystem::exists(put.path));
 }
 
@@ -204,7 +204,7 @@ TEST_F(AgentAuthorization, ReloadTakesNewRulesAndCutsOffWhoLosesRights) {
     keeps->sendFrame(protocol::encodeMacRequest(), LocalAgent::soon());
     keeps->receiveFrame(LocalAgent::soon());
     setRules("observer=firmware\noperator=observer\n");
-    EXPECT_THROW(loses->receiveFrame(TlsChannel::after(1000)), TlsError);
+    EXPECT_THROW(loses->receiveFrame(TlsChannel::after(1000)), ChannelError);
     EXPECT_NE(agent.log().find("has fewer rights than before"), std::string::npos) << agent.log();
     keeps->sendFrame(protocol::encodeMacRequest(), LocalAgent::soon());
     EXPECT_EQ(keeps->receiveFrame(LocalAgent::soon()).header.type, FrameType::kAnswer);

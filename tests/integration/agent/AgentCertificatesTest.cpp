@@ -62,8 +62,8 @@ protected:
         try {
             channel.receiveFrame(TlsChannel::after(1000));
             ADD_FAILURE() << "the agent answered";
-        } catch (const TlsError& lost) {
-            EXPECT_NE(lost.kind(), TlsError::Kind::kTimedOut) << lost.getErrMsg();
+        } catch (const ChannelError& lost) {
+            EXPECT_NE(lost.kind(), ChannelError::Kind::kTimedOut) << lost.getErrMsg();
         }
     }
 

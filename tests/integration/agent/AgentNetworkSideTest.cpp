@@ -149,7 +149,7 @@ TEST_F(AgentNetworkSide, ItsDeathEndsTheSessionAndItsJob) {
     channel->sendFrame(protocol::encode(exec, 0), LocalAgent::soon());
     ASSERT_TRUE(waitFor([&] { return std::filesystem::exists(agent.nodePath() + "begun"); }));
     ::kill(networkSide(), SIGKILL);
-    EXPECT_THROW(channel->receiveFrame(LocalAgent::soon()), TlsError);
+    EXPECT_THROW(channel->receiveFrame(LocalAgent::soon()), ChannelError);
     EXPECT_TRUE(isTidy());
     EXPECT_TRUE(waitFor([&] { return agent.processes("kelnode-job").empty(); }));
     EXPECT_TRUE(agent.waitForLog("cancelled"));
@@ -173,7 +173,7 @@ TEST_F(AgentNetworkSide, EndsWithItsSession) {
     const auto channel = agent.openChannel();
     networkSide();
     ::kill(agent.processes("kelnode-session").at(0), SIGKILL);
-    EXPECT_THROW(channel->receiveFrame(TlsChannel::after(1000)), TlsError);
+    EXPECT_THROW(channel->receiveFrame(TlsChannel::after(1000)), ChannelError);
     EXPECT_TRUE(isTidy());
     EXPECT_EQ(echo(), "served\n");
 }
@@ -251,7 +251,7 @@ TEST_F(ForgedNetworkSide, UnknownMessageIsRefused) {
 
 TEST_F(ForgedNetworkSide, SilenceEnds) {
     NetworkSide side(std::move(theirs), context, "127.0.0.1:1", TlsChannel::after(100));
-    EXPECT_THROW(side.authenticate(), TlsError);
+    EXPECT_THROW(side.authenticate(), ChannelError);
 }
 
 TEST_F(ForgedNetworkSide, ReasonsAreCutToSize) {

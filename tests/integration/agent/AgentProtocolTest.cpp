@@ -43,7 +43,7 @@ protected:
         protocol::decode(frame.body, error);
         EXPECT_EQ(error.code, protocol::kErrorProtocol) << error.text;
         EXPECT_FALSE(error.text.empty());
-        EXPECT_THROW(channel.receiveFrame(LocalAgent::soon()), TlsError);
+        EXPECT_THROW(channel.receiveFrame(LocalAgent::soon()), ChannelError);
     }
 
     LocalAgent agent;
@@ -140,7 +140,7 @@ TEST_F(AgentProtocol, VersionThatTheAgentDoesNotSpeakIsNamed) {
 
 TEST_F(AgentProtocol, ShellThatDoesNotGreetIsDisconnected) {
     auto channel = agent.openChannel(false);
-    EXPECT_THROW(channel->receiveFrame(LocalAgent::soon()), TlsError);
+    EXPECT_THROW(channel->receiveFrame(LocalAgent::soon()), ChannelError);
 }
 
 TEST_F(AgentProtocol, GarbageInsteadOfTlsEndsOnlyThatConnection) {

@@ -405,8 +405,8 @@ TEST_F(ConnectionPoolTest, IdleConnectionsAreClosedThoughNobodyAsks) {
         FakeNodeAgent::greet(channel);
         try {
             FakeNodeAgent::waitForClose(channel);
-        } catch (const TlsError& end) {
-            closed += end.kind() == TlsError::Kind::kClosed ? 1 : 0;
+        } catch (const ChannelError& end) {
+            closed += end.kind() == ChannelError::Kind::kClosed ? 1 : 0;
         }
     });
     ConnectionPool pool(limits(10, milliseconds(50)));

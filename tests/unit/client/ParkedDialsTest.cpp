@@ -19,14 +19,14 @@ UniqueFd someSocket() {
 }
 
 // The kind of error with which connecting ends.
-TlsError::Kind kindOf(const BlackHoles::Address& hole, unsigned long timeOutMs) {
+ChannelError::Kind kindOf(const BlackHoles::Address& hole, unsigned long timeOutMs) {
     try {
         tlssocket::connect(hole.ip, hole.port, TlsChannel::after(timeOutMs));
-    } catch (const TlsError& error) {
+    } catch (const ChannelError& error) {
         return error.kind();
     }
     ADD_FAILURE() << "connected to a black hole";
-    return TlsError::Kind::kFailed;
+    return ChannelError::Kind::kFailed;
 }
 
 class Listening {
@@ -91,7 +91,7 @@ TEST(DialPatience, LastsAsLongAsTheObject) {
 
 TEST(DialPatience, WithoutItASilentPeerIsWaitedFor) {
     const BlackHoles holes(1);
-    EXPECT_EQ(TlsError::Kind::kNoAnswer, kindOf(holes.addresses().front(), 100));
+    EXPECT_EQ(ChannelError::Kind::kNoAnswer, kindOf(holes.addresses().front(), 100));
 }
 
 TEST(DialPatience, ASilentPeerIsParkedAndItsTimeGoesOn) {
@@ -99,14 +99,14 @@ TEST(DialPatience, ASilentPeerIsParkedAndItsTimeGoesOn) {
     const BlackHoles::Address hole = holes.addresses().front();
     const Clock::time_point begun = Clock::now();
     const DialPatience patience{milliseconds(10)};
-    EXPECT_EQ(TlsError::Kind::kPending, kindOf(hole, 400));
+    EXPECT_EQ(ChannelError::Kind::kPending, kindOf(hole, 400));
     EXPECT_LT(Clock::now() - begun, milliseconds(400));
-    EXPECT_EQ(TlsError::Kind::kPending, kindOf(hole, 60000));
+    EXPECT_EQ(ChannelError::Kind::kPending, kindOf(hole, 60000));
     const std::vector<std::string> peers = {tlssocket::join(hole.ip, hole.port)};
     EXPECT_THAT(ParkedDials::instance().awaitAnswers(peers), testing::ElementsAre(0U));
     EXPECT_GE(Clock::now() - begun, milliseconds(400));
     // The time of the first attempt counts.
-    EXPECT_EQ(TlsError::Kind::kNoAnswer, kindOf(hole, 60000));
+    EXPECT_EQ(ChannelError::Kind::kNoAnswer, kindOf(hole, 60000));
     EXPECT_LT(Clock::now() - begun, std::chrono::seconds(20));
     EXPECT_FALSE(ParkedDials::instance().take(peers.front()).socket);
 }
@@ -119,8 +119,8 @@ TEST(DialPatience, APeerThatAnswersIsConnectedAsEver) {
     for (int i = 0; i < 100 && !connected; ++i) {
         try {
             connected = tlssocket::connect("127.0.0.1", peer.port(), TlsChannel::after(20000));
-        } catch (const TlsError& error) {
-            ASSERT_EQ(TlsError::Kind::kPending, error.kind()) << error.getErrMsg();
+        } catch (const ChannelError& error) {
+            ASSERT_EQ(ChannelError::Kind::kPending, error.kind()) << error.getErrMsg();
             ParkedDials::instance().awaitAnswers({tlssocket::join("127.0.0.1", peer.port())});
         }
     }
@@ -134,5 +134,5 @@ TEST(DialPatience, ARefusedPortIsReportedAtOnce) {
         port = closing.port();
     }
     const DialPatience patience{milliseconds(1000)};
-    EXPECT_EQ(TlsError::Kind::kUnreachable, kindOf({"127.0.0.1", port}, 20000));
+    EXPECT_EQ(ChannelError::Kind::kUnreachable, kindOf({"127.0.0.1", port}, 20000));
 }

@@ -154,8 +154,8 @@ TEST_F(TlsChannelTest, ATimeOutKeepsWhatHasArrivedOfAFrame) {
     try {
         (void)channel->receiveFrame(TlsChannel::after(50));
         FAIL();
-    } catch (const TlsError& error) {
-        EXPECT_EQ(TlsError::Kind::kTimedOut, error.kind());
+    } catch (const ChannelError& error) {
+        EXPECT_EQ(ChannelError::Kind::kTimedOut, error.kind());
     }
     goOn = true;
     EXPECT_EQ(std::string(1000, 'p'), channel->receiveFrame(FakeNodeAgent::soon()).body);
@@ -178,8 +178,8 @@ TEST_F(TlsChannelTest, APeerThatLeftIsSeen) {
     try {
         (void)channel->receiveFrame(FakeNodeAgent::soon());
         FAIL();
-    } catch (const TlsError& error) {
-        EXPECT_EQ(TlsError::Kind::kClosed, error.kind());
+    } catch (const ChannelError& error) {
+        EXPECT_EQ(ChannelError::Kind::kClosed, error.kind());
         EXPECT_THAT(error.getErrMsg(), testing::HasSubstr("connection lost"));
     }
 }
@@ -263,8 +263,8 @@ TEST_F(TlsChannelTest, SendingToAPeerThatDoesNotReadTimesOut) {
         for (;;) {
             channel->sendFrame(frame, TlsChannel::after(100));
         }
-    } catch (const TlsError& error) {
-        EXPECT_EQ(TlsError::Kind::kTimedOut, error.kind());
+    } catch (const ChannelError& error) {
+        EXPECT_EQ(ChannelError::Kind::kTimedOut, error.kind());
     }
     done = true;
 }
@@ -320,17 +320,17 @@ TEST_F(TlsChannelTest, AnExpiredDeadlineFailsAtOnce) {
     const auto channel = connect(agent);
     channel->sendFrame(dataFrame("x"), FakeNodeAgent::soon());
     EXPECT_TRUE(eventually([&] { return channel->lookAtPeer() == TlsChannel::Peer::kSpeaking; }));
-    EXPECT_THROW(channel->receiveFrame(TlsChannel::Clock::now()), TlsError);
+    EXPECT_THROW(channel->receiveFrame(TlsChannel::Clock::now()), ChannelError);
     EXPECT_THROW(
         TlsChannel::connect("127.0.0.1", agent.port(), clientContext(), TlsChannel::Clock::now()),
-        TlsError);
+        ChannelError);
 }
 
 TEST_F(TlsChannelTest, AnUnknownNameIsUnreachable) {
     try {
         (void)TlsChannel::connect("no such host", 4422, clientContext(), TlsChannel::after(20000));
         FAIL();
-    } catch (const TlsError& error) {
+    } catch (const ChannelError& error) {
         EXPECT_THAT(error.getErrMsg(), testing::HasSubstr("\"no such host\""));
     }
 }
