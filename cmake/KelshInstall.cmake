@@ -112,6 +112,11 @@ install(FILES completions/kelsh.bash
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME kelsh COMPONENT kelsh)
 install(FILES completions/_kelsh DESTINATION ${zsh_dir} COMPONENT kelsh)
 kelsh_install_documents(kelsh kelsh.1 kelsh-lint.1 node.cfg.5 cmd.cfg.5 ssl_master.cfg.5)
+# The guides, and the pages to which they lead.
+foreach(guide getting-started operating writing-commands security protocol
+        privilege-separation)
+    install(FILES docs/${guide}.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/kelsh COMPONENT kelsh)
+endforeach()
 
 # A node.
 install(TARGETS kelnode RUNTIME DESTINATION ${CMAKE_INSTALL_SBINDIR} COMPONENT kelnode)
