@@ -158,12 +158,11 @@ void checkToolKey(const AgentConfig& config, std::list<std::string>& findings,
     }
 }
 
-std::vector<AgentConfig::Fault> loadOrReport(AgentConfig& config) {
-    std::vector<AgentConfig::Fault> faults;
+std::vector<ConfigFault> loadOrReport(AgentConfig& config) {
+    std::vector<ConfigFault> faults;
     config = AgentConfig::load(nodePath(), faults);
-    for (const AgentConfig::Fault& fault : faults) {
-        std::cerr << "kelnode: "
-                  << AgentLog::escape(AgentConfig::describe(config.getFileName(), fault)) << "\n";
+    for (const ConfigFault& fault : faults) {
+        std::cerr << "kelnode: " << AgentLog::escape(fault.describe(config.getFileName())) << "\n";
     }
     return faults;
 }
@@ -188,10 +187,10 @@ int runVerifyAudit(const std::string& file) {
 void checkAuthorization(const AgentConfig& config, std::list<std::string>& findings,
                         std::list<std::string>& notes) {
     const std::string file = config.getAuthorizationFileName();
-    std::vector<AgentConfig::Fault> faults;
+    std::vector<ConfigFault> faults;
     const Authorization rules = Authorization::load(file, faults);
-    for (const AgentConfig::Fault& fault : faults) {
-        findings.push_back(AgentLog::escape(AgentConfig::describe(file, fault)));
+    for (const ConfigFault& fault : faults) {
+        findings.push_back(AgentLog::escape(fault.describe(file)));
     }
     if (!rules.isRestricted()) {
         notes.push_back("there is no " + file +

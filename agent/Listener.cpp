@@ -68,11 +68,11 @@ std::shared_ptr<TlsContext> Listener::loadContext(const AgentConfig& config) {
 }
 
 std::shared_ptr<const Authorization> Listener::loadAuthorization(const AgentConfig& config) {
-    std::vector<AgentConfig::Fault> faults;
+    std::vector<ConfigFault> faults;
     const std::string file = config.getAuthorizationFileName();
     auto rules = std::make_shared<const Authorization>(Authorization::load(file, faults));
     if (!faults.empty()) {
-        throw CException(AgentConfig::describe(file, faults.front()));
+        throw CException(faults.front().describe(file));
     }
     return rules;
 }
@@ -466,10 +466,10 @@ void Listener::sweep() {
 }
 
 void Listener::reload() {
-    std::vector<AgentConfig::Fault> faults;
+    std::vector<ConfigFault> faults;
     AgentConfig fresh = AgentConfig::load(config.getNodePath(), faults);
-    for (const AgentConfig::Fault& fault : faults) {
-        log.error("reload: " + AgentLog::escape(AgentConfig::describe(fresh.getFileName(), fault)));
+    for (const ConfigFault& fault : faults) {
+        log.error("reload: " + AgentLog::escape(fault.describe(fresh.getFileName())));
     }
     if (!faults.empty()) {
         log.error("reload: the old configuration stays in force");

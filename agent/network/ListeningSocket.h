@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "AgentConfig.h"
+#include "ListenAddress.h"
 #include "UniqueFd.h"
 
 // Where the agent takes connections from. Owns its descriptor; movable. Used by one thread.

@@ -158,7 +158,7 @@ std::string Authorization::apply(const std::string& name, const std::string& val
     return "";
 }
 
-void Authorization::read(FILE* stream, std::vector<AgentConfig::Fault>& faults) {
+void Authorization::read(FILE* stream, std::vector<ConfigFault>& faults) {
     restricted = true;
     readSettings(
         stream, {"NAME=ROLE", " is named a second time"},
@@ -166,8 +166,7 @@ void Authorization::read(FILE* stream, std::vector<AgentConfig::Fault>& faults) 
         faults);
 }
 
-Authorization Authorization::load(const std::string& fileName,
-                                  std::vector<AgentConfig::Fault>& faults) {
+Authorization Authorization::load(const std::string& fileName, std::vector<ConfigFault>& faults) {
     Authorization rules;
     const std::unique_ptr<FILE, FileCloser> file(std::fopen(fileName.c_str(), "re"));
     if (file) {

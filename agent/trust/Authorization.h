@@ -6,9 +6,9 @@
 #include <map>
 #include <string>
 
-#include "AgentConfig.h"
 #include "CException.h"
 #include "Protocol.h"
+#include "SettingsReader.h"
 #include "UniqueFd.h"
 
 // What a master may ask of this node. Everything that is not granted is refused.
@@ -62,9 +62,9 @@ public:
 
     // From now on only what the stream grants, which stays the caller's. Every fault is added to
     // faults and its line is ignored.
-    void read(FILE* stream, std::vector<AgentConfig::Fault>& faults);
+    void read(FILE* stream, std::vector<ConfigFault>& faults);
     // Reads the file. That it does not exist is no fault; that it cannot be read is one of line 0.
-    static Authorization load(const std::string& fileName, std::vector<AgentConfig::Fault>& faults);
+    static Authorization load(const std::string& fileName, std::vector<ConfigFault>& faults);
 
     bool isRestricted() const { return restricted; }
     // name: the common name; an empty one, as of a certificate without or with several, has no role

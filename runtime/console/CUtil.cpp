@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "ChildProcess.h"
+#include "MacAddress.h"
 #include "Terminal.h"
 #include "Text.h"
 
@@ -215,22 +216,7 @@ bool CUtil::validateIPAddrFormat(std::string address, unsigned char version) {
 }
 
 bool CUtil::validateMACaddr(std::string address, std::string separator) {
-    constexpr int kPairs = 6;
-    std::string::size_type at = 0;
-    for (int pair = 0; pair < kPairs; ++pair) {
-        if (pair > 0) {
-            if (address.compare(at, separator.size(), separator) != 0) {
-                return false;
-            }
-            at += separator.size();
-        }
-        if (at + 2 > address.size() || !Text::isHexDigit(address[at]) ||
-            !Text::isHexDigit(address[at + 1])) {
-            return false;
-        }
-        at += 2;
-    }
-    return at == address.size();
+    return macaddress::isValid(address, separator);
 }
 
 bool CUtil::validateHostnameFormat(std::string name) {

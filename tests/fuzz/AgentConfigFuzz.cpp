@@ -18,13 +18,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         std::abort();
     }
     AgentConfig config("/opt/kelnode");
-    std::vector<AgentConfig::Fault> faults;
+    std::vector<ConfigFault> faults;
     config.read(stream, faults);
     std::fclose(stream);
-    for (const AgentConfig::Fault& fault : faults) {
+    for (const ConfigFault& fault : faults) {
         if (fault.line <= 0 || fault.text.empty() ||
-            AgentLog::escape(AgentConfig::describe("kelnode.cfg", fault)).find('\n') !=
-                std::string::npos) {
+            AgentLog::escape(fault.describe("kelnode.cfg")).find('\n') != std::string::npos) {
             std::abort();
         }
     }

@@ -17,7 +17,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FILE* const stream = ::fmemopen(text.data(), text.size(), "r");
     require(stream != nullptr);
     Authorization rules;
-    std::vector<AgentConfig::Fault> faults;
+    std::vector<ConfigFault> faults;
     rules.read(stream, faults);
     require(std::fclose(stream) == 0);
     require(rules.isRestricted());

@@ -20,7 +20,7 @@ protected:
     }
 
     TempDir directory;
-    std::vector<AgentConfig::Fault> faults;
+    std::vector<ConfigFault> faults;
 };
 
 }  // namespace
@@ -67,7 +67,7 @@ TEST_F(AgentConfigFile, EveryFaultHasItsLine) {
         "LISTEN=nowhere\n# fine\nCOLOUR=red\nno equals sign\nMAX_SESSIONS=0\nCA_FILE=\n"
         "MAC_ADDRESS=aa-bb\nMAX_SESSIONS=5\nLOG_FILE=a\nLOG_FILE=b\r\n");
     std::vector<int> lines;
-    for (const AgentConfig::Fault& fault : faults) {
+    for (const ConfigFault& fault : faults) {
         EXPECT_FALSE(fault.text.empty());
         lines.push_back(fault.line);
     }
@@ -78,7 +78,7 @@ TEST_F(AgentConfigFile, MissingFileIsAFaultOfNoLine) {
     AgentConfig::load(directory.path() + "/missing", faults);
     ASSERT_EQ(faults.size(), 1U);
     EXPECT_EQ(faults.front().line, 0);
-    EXPECT_EQ(AgentConfig::describe("kelnode.cfg", faults.front()),
+    EXPECT_EQ(faults.front().describe("kelnode.cfg"),
               "kelnode.cfg: cannot be opened: No such file or directory");
 }
 

@@ -64,7 +64,7 @@ protected:
     }
 
     TempDir directory;
-    std::vector<AgentConfig::Fault> faults;
+    std::vector<ConfigFault> faults;
 };
 
 class PathPrefix : public testing::Test {
