@@ -26,6 +26,7 @@
 #include "FreedBy.h"
 #include "Listener.h"
 #include "Sandbox.h"
+#include "Text.h"
 #include "TlsFault.h"
 #include "ToolPackage.h"
 
@@ -162,7 +163,7 @@ std::vector<ConfigFault> loadOrReport(AgentConfig& config) {
     std::vector<ConfigFault> faults;
     config = AgentConfig::load(nodePath(), faults);
     for (const ConfigFault& fault : faults) {
-        std::cerr << "kelnode: " << AgentLog::escape(fault.describe(config.getFileName())) << "\n";
+        std::cerr << "kelnode: " << Text::printable(fault.describe(config.getFileName())) << "\n";
     }
     return faults;
 }
@@ -190,7 +191,7 @@ void checkAuthorization(const AgentConfig& config, std::list<std::string>& findi
     std::vector<ConfigFault> faults;
     const Authorization rules = Authorization::load(file, faults);
     for (const ConfigFault& fault : faults) {
-        findings.push_back(AgentLog::escape(fault.describe(file)));
+        findings.push_back(Text::printable(fault.describe(file)));
     }
     if (!rules.isRestricted()) {
         notes.push_back("there is no " + file +
@@ -285,7 +286,7 @@ int serve(const Options& options) {
         listener.run();
     } catch (const CException& fault) {
         std::cerr << "kelnode: " << fault.getErrMsg() << "\n";
-        log.error(AgentLog::escape(fault.getErrMsg()));
+        log.error(Text::printable(fault.getErrMsg()));
         return kExitFailure;
     }
     return kExitSuccess;

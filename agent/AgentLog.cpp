@@ -2,16 +2,16 @@
 
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 #include <fcntl.h>
 #include <syslog.h>
 #include <unistd.h>
+#include <utility>
 
 #include "Text.h"
+#include "TimeStamp.h"
 
 namespace {
 
-// "2026-11-20T17:54:29.123Z": one clock for all nodes, whatever their time zones.
 const char* levelName(AgentLog::Level level) {
     switch (level) {
         case AgentLog::Level::kWarning:
@@ -83,7 +83,7 @@ void AgentLog::write(Level level, const std::string& text) const {
         errno = savedErrno;
         return;
     }
-    const std::string line = timeStamp() + " kelnode[" + std::to_string(::getpid()) +
+    const std::string line = timestamp::now() + " kelnode[" + std::to_string(::getpid()) +
                              "]: " + levelName(level) + clean + "\n";
     // A log on a full disk must not stop the agent; the rest of a short write is given up.
     ssize_t written = 0;
@@ -91,19 +91,4 @@ void AgentLog::write(Level level, const std::string& text) const {
         written = ::write(file.get(), line.data(), line.size());
     } while (written < 0 && errno == EINTR);
     errno = savedErrno;
-}
-
-std::string AgentLog::timeStamp() {
-    timespec now{};
-    ::clock_gettime(CLOCK_REALTIME, &now);
-    tm parts{};
-    ::gmtime_r(&now.tv_sec, &parts);
-    char text[40];
-    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    return std::string(text, length) + "." +
-           std::to_string(1000 + now.tv_nsec / 1000000).substr(1) + "Z";
-}
-
-std::string AgentLog::escape(const std::string& text, std::string::size_type maxBytes) {
-    return Text::printable(text, maxBytes);
 }

@@ -22,6 +22,7 @@
 #include "Memory.h"
 #include "Session.h"
 #include "SigningProxy.h"
+#include "Text.h"
 #include "TlsRehearsal.h"
 
 namespace {
@@ -397,7 +398,7 @@ void Listener::recheck(pid_t pid, SessionTable::Entry& entry) {
         reason = "The certificate " + name + " has fewer rights than before.";
     }
     if (!reason.empty()) {
-        log.warning("the session of " + entry.source + " is cut off: " + AgentLog::escape(reason));
+        log.warning("the session of " + entry.source + " is cut off: " + Text::printable(reason));
         entry.dropped = true;
         // Its job is in other hands, which end it or keep it as it must be.
         ::kill(pid, SIGKILL);
@@ -411,7 +412,7 @@ void Listener::warnOfExpiry() {
          certificateexpiry::revocationListBeside(config.certificateFile)},
         ::time(nullptr));
     for (const std::string& warning : warnings) {
-        log.warning(AgentLog::escape(warning));
+        log.warning(Text::printable(warning));
     }
 }
 
@@ -469,7 +470,7 @@ void Listener::reload() {
     std::vector<ConfigFault> faults;
     AgentConfig fresh = AgentConfig::load(config.getNodePath(), faults);
     for (const ConfigFault& fault : faults) {
-        log.error("reload: " + AgentLog::escape(fault.describe(fresh.getFileName())));
+        log.error("reload: " + Text::printable(fault.describe(fresh.getFileName())));
     }
     if (!faults.empty()) {
         log.error("reload: the old configuration stays in force");
@@ -483,7 +484,7 @@ void Listener::reload() {
         context = std::move(freshContext);
         authorization = std::move(freshRules);
     } catch (const CException& fault) {
-        log.error("reload: " + AgentLog::escape(fault.getErrMsg()) +
+        log.error("reload: " + Text::printable(fault.getErrMsg()) +
                   "; the old configuration stays in force");
         return;
     }

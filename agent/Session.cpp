@@ -18,6 +18,7 @@
 #include "NetworkInterface.h"
 #include "NetworkSide.h"
 #include "SecretMask.h"
+#include "Text.h"
 #include "TlsSocket.h"
 
 namespace {
@@ -68,14 +69,14 @@ std::string addressOf(int socket, bool ownEnd) {
 }
 
 std::string quoted(const std::string& text) {
-    return "\"" + AgentLog::escape(text) + "\"";
+    return "\"" + Text::printable(text) + "\"";
 }
 
 }  // namespace
 
 Session::Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
                  const AgentConfig& agentConfig, const Authorization& rules,
-                 const JobSettings& settings, const AgentLog& agentLog,
+                 const JobSettings& settings, const EventLog& agentLog,
                  const sandbox::Settings& confinement, UniqueFd toListener,
                  FrameChannel::Clock::time_point accepted, bool isBusy)
     : socket(std::move(connection)),
@@ -127,19 +128,19 @@ void Session::run() noexcept {
         announcePeer(master.certificates);
         certificateName = master.name;
         grant = authorization.grantOf(certificateName);
-        peer = AgentLog::escape(master.subject) + " " + peer;
+        peer = Text::printable(master.subject) + " " + peer;
         serve();
     } catch (const ProtocolError& fault) {
-        log.warning(who() + ": broke the protocol: " + AgentLog::escape(fault.getErrMsg()));
+        log.warning(who() + ": broke the protocol: " + Text::printable(fault.getErrMsg()));
         endAudit("broke the protocol");
         try {
             sendError(protocol::kErrorProtocol, fault.getErrMsg());
             channel->close(FrameChannel::after(kLastWordsMs));
         } catch (const std::exception& gone) {
-            log.warning(who() + ": " + AgentLog::escape(gone.what()));
+            log.warning(who() + ": " + Text::printable(gone.what()));
         }
     } catch (const std::exception& fault) {
-        log.warning(who() + ": " + AgentLog::escape(fault.what()));
+        log.warning(who() + ": " + Text::printable(fault.what()));
         endAudit(fault.what());
     }
 }
@@ -179,7 +180,7 @@ void Session::takeGreeting(const protocol::Frame& frame) {
     audit.address = peerIp;
     audit.user = shell.user;
     audit.number = shell.sequence;
-    user = AgentLog::escape(shell.user, 64);
+    user = Text::printable(shell.user, 64);
     if (shell.sequence != 0) {
         user += " #" + std::to_string(shell.sequence);
     }
@@ -235,7 +236,7 @@ bool Session::serveRequest(const protocol::Frame& frame) {
     try {
         return serveAllowed(frame);
     } catch (const AuditFault& fault) {
-        log.error(who() + ": " + AgentLog::escape(fault.getErrMsg()));
+        log.error(who() + ": " + Text::printable(fault.getErrMsg()));
         sendError(protocol::kErrorRefused, fault.getErrMsg());
         return frame.header.type != FrameType::kPut;
     }
@@ -308,7 +309,7 @@ bool Session::serveRunPackaged(const protocol::Frame& frame) {
                               " " + run.arguments;
     } catch (const CException& fault) {
         sendError(protocol::kErrorNotStarted, fault.getErrMsg());
-        logRequest("RUN_PACKAGED", "not started: " + AgentLog::escape(fault.getErrMsg()));
+        logRequest("RUN_PACKAGED", "not started: " + Text::printable(fault.getErrMsg()));
         return true;
     }
     return runJob(request, "RUN_PACKAGED");
@@ -322,12 +323,12 @@ bool Session::servePut(const protocol::Frame& frame) {
     std::uint16_t code = protocol::kErrorFile;
     std::string fault;
     try {
-        logRequest(what, AgentLog::escape(receiveFile(put)));
+        logRequest(what, Text::printable(receiveFile(put)));
         return true;
     } catch (const ProtocolError&) {
         throw;
     } catch (const ChannelError& lost) {
-        logRequest(what, AgentLog::escape(lost.getErrMsg()));
+        logRequest(what, Text::printable(lost.getErrMsg()));
         return false;
     } catch (const FileReceiver::Damaged& damaged) {
         code = protocol::kErrorDigest;
@@ -335,7 +336,7 @@ bool Session::servePut(const protocol::Frame& frame) {
     } catch (const CException& failed) {
         fault = failed.getErrMsg();
     }
-    logRequest(what, AgentLog::escape(fault));
+    logRequest(what, Text::printable(fault));
     // The rest of the file is on its way; the shell closes when it has read this.
     sendError(code, fault);
     return false;
@@ -389,16 +390,16 @@ bool Session::serveGet(const protocol::Frame& frame) {
     beginAudit("GET", get.path);
     const std::string what = "GET " + quoted(get.path);
     try {
-        logRequest(what, AgentLog::escape(sendFile(get)));
+        logRequest(what, Text::printable(sendFile(get)));
     } catch (const ChannelError& lost) {
-        logRequest(what, AgentLog::escape(lost.getErrMsg()));
+        logRequest(what, Text::printable(lost.getErrMsg()));
         return false;
     } catch (const pathprefix::Outside& outside) {
         const std::string text = refusal(what) + ": " + outside.getErrMsg();
         logRequest(what, "refused: " + text);
         sendError(protocol::kErrorRefused, text);
     } catch (const CException& failed) {
-        logRequest(what, AgentLog::escape(failed.getErrMsg()));
+        logRequest(what, Text::printable(failed.getErrMsg()));
         sendError(protocol::kErrorFile, failed.getErrMsg());
     }
     return true;

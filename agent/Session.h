@@ -7,10 +7,10 @@
 #include <string_view>
 
 #include "AgentConfig.h"
-#include "AgentLog.h"
 #include "AuditLog.h"
 #include "Authorization.h"
 #include "CException.h"
+#include "EventLog.h"
 #include "FileSource.h"
 #include "FrameChannel.h"
 #include "Job.h"
@@ -50,7 +50,7 @@ public:
     // isBusy: the agent serves as many sessions as it may, tell the shell so.
     Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
             const AgentConfig& agentConfig, const Authorization& rules, const JobSettings& settings,
-            const AgentLog& agentLog, const sandbox::Settings& confinement, UniqueFd toListener,
+            const EventLog& agentLog, const sandbox::Settings& confinement, UniqueFd toListener,
             FrameChannel::Clock::time_point accepted, bool isBusy);
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -136,7 +136,7 @@ private:
     const AgentConfig& config;
     const Authorization& authorization;
     const JobSettings& jobSettings;
-    const AgentLog& log;
+    const EventLog& log;
     const sandbox::Settings& confinementOfNetwork;
     UniqueFd statusPipe;
     const FrameChannel::Clock::time_point acceptedAt;

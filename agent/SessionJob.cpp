@@ -8,6 +8,7 @@
 #include "CException.h"
 #include "SecretMask.h"
 #include "Session.h"
+#include "Text.h"
 
 // The part of a session that runs jobs.
 
@@ -67,7 +68,7 @@ bool Session::runJob(JobRequest& request, const char* what) {
     outcome = "cancelled";
     setUninterruptible(request.uninterruptible);
     const std::string label = std::string(what) + (uninterruptible ? " (uninterruptible) " : " ") +
-                              "\"" + AgentLog::escape(secretmask::mask(request.commandLine)) + "\"";
+                              "\"" + Text::printable(secretmask::mask(request.commandLine)) + "\"";
     try {
         converse(request, label);
     } catch (const ProtocolError&) {
@@ -95,9 +96,9 @@ void Session::converse(const JobRequest& request, const std::string& label) {
     } catch (const ChannelError& lost) {
         connectionLost = true;
         outcome = (uninterruptible ? "goes on without its shell: " : "cancelled: ") +
-                  AgentLog::escape(lost.getErrMsg());
+                  Text::printable(lost.getErrMsg());
     } catch (const CException& fault) {
-        outcome = "not started: " + AgentLog::escape(fault.getErrMsg());
+        outcome = "not started: " + Text::printable(fault.getErrMsg());
         sendError(protocol::kErrorNotStarted, fault.getErrMsg());
     }
 }
@@ -163,7 +164,7 @@ bool Session::takeReport(Job& job) {
         case Job::Report::Kind::kStarted:
             return false;
         case Job::Report::Kind::kNotStarted:
-            outcome = "not started: " + AgentLog::escape(report.text);
+            outcome = "not started: " + Text::printable(report.text);
             sendError(report.errorCode, report.text);
             return true;
         case Job::Report::Kind::kEnded: {

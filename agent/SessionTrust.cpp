@@ -3,6 +3,7 @@
 
 #include "CException.h"
 #include "Session.h"
+#include "Text.h"
 
 // The part of a session that judges and records.
 
@@ -27,7 +28,7 @@ Verdict Session::judge(SessionState state, const protocol::FrameHeader& header) 
 }
 
 std::string Session::refusal(const std::string& what) const {
-    return what + " is not allowed to the certificate " + "\"" + AgentLog::escape(certificateName) +
+    return what + " is not allowed to the certificate " + "\"" + Text::printable(certificateName) +
            "\"" + " (role " + nameOf(grant.role) + ")";
 }
 
@@ -42,7 +43,7 @@ bool Session::refuse(const protocol::FrameHeader& header) {
     audit.id = nextRequestId();
     const std::string fault = AuditLog(jobSettings.auditFile).tryAppend(audit, "refused", text, 0);
     if (!fault.empty()) {
-        log.error("audit: " + AgentLog::escape(fault));
+        log.error("audit: " + Text::printable(fault));
     }
     sendError(protocol::kErrorRefused, text);
     // The file that belongs to a PUT is on its way.
@@ -111,6 +112,6 @@ void Session::endAudit(const std::string& result) {
     const std::string fault =
         AuditLog(jobSettings.auditFile).tryAppend(audit, "end", result, elapsedMs());
     if (!fault.empty()) {
-        log.error("audit: " + AgentLog::escape(fault));
+        log.error("audit: " + Text::printable(fault));
     }
 }

@@ -5,8 +5,8 @@
 #include <sys/resource.h>
 #include <sys/types.h>
 
-#include "AgentLog.h"
 #include "AuditLog.h"
+#include "EventLog.h"
 #include "Protocol.h"
 #include "ToolRunner.h"
 #include "UniqueFd.h"
@@ -17,7 +17,7 @@ struct JobSettings {
     std::string toolsKeyFile;
     std::string auditFile;  // empty: no audit
     rlimit fileLimit{};     // the limit of open files that jobs get
-    const AgentLog* log = nullptr;
+    const EventLog* log = nullptr;
 
     std::string toolsPath() const { return nodePath + "tools/"; }
     std::string runPath() const { return nodePath + "run/"; }

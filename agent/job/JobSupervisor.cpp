@@ -23,6 +23,7 @@
 #include "Descriptors.h"
 #include "ProcessTree.h"
 #include "SecretMask.h"
+#include "Text.h"
 
 namespace {
 
@@ -82,7 +83,7 @@ void JobSupervisor::run() {
         }
     } catch (const std::exception& fault) {
         settings.log->error(std::string("a job's supervisor failed: ") +
-                            AgentLog::escape(fault.what()));
+                            Text::printable(fault.what()));
         // The session's side of the socket now sees an end without a report.
         ::_exit(EXIT_FAILURE);
     }
@@ -171,7 +172,7 @@ void JobSupervisor::takeFirmwareLock() {
         throw Refused("an uninterruptible job is running on this node already: " +
                       directory.noteOf(kFirmwareLock));
     }
-    firmwareLock.note("\"" + AgentLog::escape(secretmask::mask(request.commandLine), 200) +
+    firmwareLock.note("\"" + Text::printable(secretmask::mask(request.commandLine), 200) +
                       "\" for " + request.owner + " since " + utcNow());
     const std::string logFile = settings.runPath() + kFirmwareLog;
     if (::rename(outputFile.c_str(), logFile.c_str()) != 0) {
@@ -373,7 +374,7 @@ void JobSupervisor::endTree(const char* why) {
     if (!ended) {
         settings.log->error(std::string("a job that ") + why +
                             " could not be ended: a process of it does not react to SIGKILL: \"" +
-                            AgentLog::escape(secretmask::mask(request.commandLine)) + "\"");
+                            Text::printable(secretmask::mask(request.commandLine)) + "\"");
     }
 }
 
@@ -391,7 +392,7 @@ void JobSupervisor::endAudit(const std::string& outcome) const {
     const std::string fault =
         AuditLog(settings.auditFile).tryAppend(request.audit, "end", outcome, elapsed.count());
     if (!fault.empty()) {
-        settings.log->error("audit: " + AgentLog::escape(fault));
+        settings.log->error("audit: " + Text::printable(fault));
     }
 }
 
@@ -402,7 +403,7 @@ void JobSupervisor::logOutcome(const protocol::Result& outcome) const {
         return;
     }
     settings.log->info(request.owner + ": uninterruptible job \"" +
-                       AgentLog::escape(secretmask::mask(request.commandLine)) + "\" ended with " +
+                       Text::printable(secretmask::mask(request.commandLine)) + "\" ended with " +
                        (exited ? "exit code " : "signal ") + std::to_string(outcome.value) +
                        " after " + std::to_string(outcome.elapsedMs) + " ms");
 }

@@ -10,7 +10,7 @@
 #include <unistd.h>
 #include <utility>
 
-#include "AgentLog.h"
+#include "Text.h"
 #include "ToolPackage.h"
 
 namespace {
@@ -25,7 +25,7 @@ bool isRegularFile(const std::string& path) {
 }
 
 std::string shown(const std::string& name) {
-    return "\"" + AgentLog::escape(name, 256) + "\"";
+    return "\"" + Text::printable(name, 256) + "\"";
 }
 
 UniqueFd openPackage(const std::string& path, const std::string& name) {
@@ -78,7 +78,7 @@ void ToolRunner::checkNames(const ToolRequest& request) const {
             throw CException("the companion file " + shown(name) + " is a packaged tool too");
         }
         if (!isRegularFile(toolsPath + name)) {
-            throw CException("the companion file " + toolsPath + AgentLog::escape(name, 256) +
+            throw CException("the companion file " + toolsPath + Text::printable(name, 256) +
                              " does not exist on this node");
         }
     }

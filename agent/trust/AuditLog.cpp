@@ -13,8 +13,8 @@
 #include <unistd.h>
 #include <utility>
 
-#include "AgentLog.h"
 #include "FileDigest.h"
+#include "TimeStamp.h"
 #include "UniqueFd.h"
 
 namespace {
@@ -262,7 +262,7 @@ std::string member(const char* name, const std::string& text, std::size_t maxByt
 std::string makeLine(Link& link, const AuditEntry& entry, const std::string& event,
                      const std::string& outcome, long long millis) {
     std::string line = kStart + std::to_string(link.number + 1) + kPrevious + link.hash + "\"";
-    line += ",\"time\":\"" + AgentLog::timeStamp() + "\"";
+    line += ",\"time\":\"" + timestamp::now() + "\"";
     line += member("event", event, kShownNameBytes);
     line += member("id", entry.id, kShownNameBytes);
     line += member("certificate", entry.certificate, kShownNameBytes);

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "AgentConfig.h"
-#include "AgentLog.h"
+#include "Text.h"
 
 // kelnode.cfg: whatever stands in it, each fault has a line and a text, and what is taken is sound.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::fclose(stream);
     for (const ConfigFault& fault : faults) {
         if (fault.line <= 0 || fault.text.empty() ||
-            AgentLog::escape(fault.describe("kelnode.cfg")).find('\n') != std::string::npos) {
+            Text::printable(fault.describe("kelnode.cfg")).find('\n') != std::string::npos) {
             std::abort();
         }
     }

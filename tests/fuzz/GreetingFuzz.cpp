@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <string>
 
-#include "AgentLog.h"
 #include "Protocol.h"
 #include "Require.h"
+#include "Text.h"
 
 namespace {
 
@@ -54,7 +54,7 @@ void shellSpeaks(const std::string& bytes) {
     }
     roundTrip(bytes, hello);
     // The user's name goes into the node's log.
-    for (const char c : AgentLog::escape(hello.user, 64)) {
+    for (const char c : Text::printable(hello.user, 64)) {
         require(static_cast<unsigned char>(c) >= 0x20 && c != 0x7f);
     }
 }

@@ -31,19 +31,6 @@ std::string withoutNumbers(const std::string& text) {
 
 }  // namespace
 
-TEST(AgentLog, EscapesWhatCouldForgeALine) {
-    EXPECT_EQ(AgentLog::escape("plain text, 100%"), "plain text, 100%");
-    EXPECT_EQ(AgentLog::escape("a\nb\rc\td"), "a\\nb\\rc\\td");
-    EXPECT_EQ(AgentLog::escape("say \"hi\" \\"), "say \\\"hi\\\" \\\\");
-    EXPECT_EQ(AgentLog::escape(std::string("\x1b[31m\0\x7f\xc3\xbc", 9)),
-              "\\x1b[31m\\x00\\x7f\\xc3\\xbc");
-}
-
-TEST(AgentLog, LongTextIsCutAndCounted) {
-    EXPECT_EQ(AgentLog::escape(std::string(10, 'x'), 4), "xxxx...(6 more bytes)");
-    EXPECT_EQ(AgentLog::escape(std::string(4, 'x'), 4), "xxxx");
-}
-
 TEST(AgentLog, EntryIsOneStampedLine) {
     TempDir directory;
     AgentLog log;
