@@ -158,22 +158,22 @@ void Session::waitForJob(const Job& job) {
 }
 
 bool Session::takeReport(Job& job) {
-    const Job::Report report = job.nextReport();
+    const JobReport report = job.nextReport();
     switch (report.kind) {
-        case Job::Report::Kind::kNone:
-        case Job::Report::Kind::kStarted:
+        case JobReport::Kind::kNone:
+        case JobReport::Kind::kStarted:
             return false;
-        case Job::Report::Kind::kNotStarted:
+        case JobReport::Kind::kNotStarted:
             outcome = "not started: " + Text::printable(report.text);
             sendError(report.errorCode, report.text);
             return true;
-        case Job::Report::Kind::kEnded: {
+        case JobReport::Kind::kEnded: {
             const FrameChannel::Deadline deadline = FrameChannel::after(kRestMs);
             sendRest(job, deadline);
             endWith(report.result, deadline);
             return true;
         }
-        case Job::Report::Kind::kTimedOut: {
+        case JobReport::Kind::kTimedOut: {
             const FrameChannel::Deadline deadline = FrameChannel::after(kRestAfterTimeOutMs);
             sendRest(job, deadline);
             endWith(report.result, deadline);
@@ -182,7 +182,7 @@ bool Session::takeReport(Job& job) {
             }
             return true;
         }
-        case Job::Report::Kind::kLost:
+        case JobReport::Kind::kLost:
             break;
     }
     auditOpen = true;

@@ -29,19 +29,6 @@ void setNonBlocking(int fd) {
     }
 }
 
-Job::Report decodeReport(const std::string& message) {
-    Job::Report report;
-    report.kind = static_cast<Job::Report::Kind>(message.at(0));
-    const std::string body = message.substr(1);
-    if (report.kind == Job::Report::Kind::kNotStarted) {
-        report.errorCode = static_cast<unsigned char>(body.at(0));
-        report.text = body.substr(1);
-    } else if (report.kind != Job::Report::Kind::kStarted) {
-        protocol::decode(body, report.result);
-    }
-    return report;
-}
-
 }  // namespace
 
 Job::Job(const JobSettings& settings, const JobRequest& request)
@@ -85,20 +72,20 @@ Job::Job(const JobSettings& settings, const JobRequest& request)
     }
 }
 
-Job::Report Job::nextReport() {
+JobReport Job::nextReport() {
     char message[kMaxReportBytes];
     ssize_t count = 0;
     do {
         count = ::recv(control.get(), message, sizeof message, MSG_DONTWAIT);
     } while (count < 0 && errno == EINTR);
     if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
-        return Report();
+        return JobReport();
     }
     if (count > 0) {
-        return decodeReport(std::string(message, static_cast<std::size_t>(count)));
+        return JobReport::decode(std::string(message, static_cast<std::size_t>(count)));
     }
-    Report lost;
-    lost.kind = Report::Kind::kLost;
+    JobReport lost;
+    lost.kind = JobReport::Kind::kLost;
     return lost;
 }
 

@@ -1,37 +1,11 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <sys/resource.h>
+#include <cstddef>
 #include <sys/types.h>
 
-#include "AuditLog.h"
-#include "EventLog.h"
-#include "Protocol.h"
-#include "ToolRunner.h"
+#include "JobReport.h"
+#include "JobRequest.h"
 #include "UniqueFd.h"
-
-// What all jobs of an agent share. The log must outlive the jobs of this process.
-struct JobSettings {
-    std::string nodePath;  // ends in "/"
-    std::string toolsKeyFile;
-    std::string auditFile;  // empty: no audit
-    rlimit fileLimit{};     // the limit of open files that jobs get
-    const EventLog* log = nullptr;
-
-    std::string toolsPath() const { return nodePath + "tools/"; }
-    std::string runPath() const { return nodePath + "run/"; }
-};
-
-struct JobRequest {
-    std::string commandLine;
-    std::string workingDirectory = "/";
-    std::uint32_t timeOutMs = 0;  // 0: no limit
-    bool uninterruptible = false;
-    ToolRequest tools;  // empty for a plain command
-    std::string owner;  // who asked, escaped, for log and refusal
-    AuditEntry audit;   // to be ended by the supervisor
-};
 
 // One job: a shell line in a process tree of its own, under a supervisor process.
 //
@@ -51,21 +25,6 @@ struct JobRequest {
 // that was started must be.
 class Job {
 public:
-    struct Report {
-        enum class Kind {
-            kNone,        // nothing new
-            kNotStarted,  // errorCode and text; nothing ran
-            kStarted,
-            kEnded,     // result
-            kTimedOut,  // result; an ordinary job is being ended, an uninterruptible one goes on
-            kLost,      // the supervisor was killed
-        };
-        Kind kind = Kind::kNone;
-        std::uint16_t errorCode = 0;
-        std::string text;
-        protocol::Result result;
-    };
-
     // Forks the supervisor. Throws CException when that fails.
     Job(const JobSettings& settings, const JobRequest& request);
     Job(const Job&) = delete;
@@ -75,7 +34,7 @@ public:
 
     // Readable when nextReport has something.
     int controlDescriptor() const { return control.get(); }
-    Report nextReport();
+    JobReport nextReport();
 
     // The pipe to poll for output; -1 where the output is a file, which has to be looked at from
     // time to time.

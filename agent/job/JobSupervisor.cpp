@@ -33,7 +33,6 @@ constexpr milliseconds kGrace(5000);
 constexpr milliseconds kEndLimit(60000);
 constexpr int kToolPollMs = 20;
 constexpr int kLastSignal = 64;
-constexpr std::size_t kMaxTextBytes = 4096;
 constexpr char kDefaultPath[] = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 
 std::string utcNow() {
@@ -129,7 +128,7 @@ bool JobSupervisor::start() {
     try {
         prepare();
         spawn();
-        report(Job::Report::Kind::kStarted, protocol::Result());
+        report(JobReport::Kind::kStarted, protocol::Result());
         return true;
     } catch (const Refused& busy) {
         endAudit("not started: " + busy.getErrMsg());
@@ -304,12 +303,12 @@ void JobSupervisor::watch() {
                        : result(protocol::Result::Ending::kSignaled, WTERMSIG(shellStatus));
             tidyUp();
             logOutcome(outcome);
-            report(Job::Report::Kind::kEnded, outcome);
+            report(JobReport::Kind::kEnded, outcome);
             return;
         }
         if (deadline && Clock::now() >= *deadline) {
             deadline.reset();
-            report(Job::Report::Kind::kTimedOut, result(protocol::Result::Ending::kTimedOut, 0));
+            report(JobReport::Kind::kTimedOut, result(protocol::Result::Ending::kTimedOut, 0));
             if (!request.uninterruptible) {
                 endTree("timed out");
                 return;
@@ -318,7 +317,7 @@ void JobSupervisor::watch() {
                                   directory.noteOf(kFirmwareLock));
         }
         if ((sessionGone || toldToEnd) && !request.uninterruptible) {
-            report(Job::Report::Kind::kEnded, result(protocol::Result::Ending::kCancelled, 0));
+            report(JobReport::Kind::kEnded, result(protocol::Result::Ending::kCancelled, 0));
             endTree("was cancelled");
             return;
         }
@@ -418,22 +417,23 @@ protocol::Result JobSupervisor::result(protocol::Result::Ending ending, int valu
     return outcome;
 }
 
-void JobSupervisor::report(Job::Report::Kind kind, const protocol::Result& outcome) const {
-    std::string message(1, static_cast<char>(kind));
-    if (kind != Job::Report::Kind::kStarted) {
-        message += protocol::encode(outcome).substr(protocol::kHeaderBytes);
-    }
-    send(message);
+void JobSupervisor::report(JobReport::Kind kind, const protocol::Result& outcome) const {
+    JobReport told;
+    told.kind = kind;
+    told.result = outcome;
+    send(told);
 }
 
 void JobSupervisor::reportNotStarted(std::uint16_t code, const std::string& text) const {
-    std::string message(1, static_cast<char>(Job::Report::Kind::kNotStarted));
-    message += static_cast<char>(code);
-    message += text.substr(0, kMaxTextBytes);
-    send(message);
+    JobReport told;
+    told.kind = JobReport::Kind::kNotStarted;
+    told.errorCode = code;
+    told.text = text;
+    send(told);
 }
 
-void JobSupervisor::send(const std::string& message) const {
+void JobSupervisor::send(const JobReport& told) const {
+    const std::string message = told.encode();
     // A session that is gone does not matter here.
     while (::send(control.get(), message.data(), message.size(), MSG_NOSIGNAL) < 0 &&
            errno == EINTR) {

@@ -7,7 +7,8 @@
 #include <sys/types.h>
 #include <vector>
 
-#include "Job.h"
+#include "JobReport.h"
+#include "JobRequest.h"
 #include "RunDirectory.h"
 #include "ToolRunner.h"
 #include "UniqueFd.h"
@@ -58,9 +59,9 @@ private:
     void logOutcome(const protocol::Result& outcome) const;
 
     protocol::Result result(protocol::Result::Ending ending, int value) const;
-    void report(Job::Report::Kind kind, const protocol::Result& outcome) const;
+    void report(JobReport::Kind kind, const protocol::Result& outcome) const;
     void reportNotStarted(std::uint16_t code, const std::string& text) const;
-    void send(const std::string& message) const;
+    void send(const JobReport& told) const;
     int pollTimeOut() const;
 
     const JobSettings& settings;

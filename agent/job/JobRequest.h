@@ -1,0 +1,31 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <sys/resource.h>
+
+#include "AuditLog.h"
+#include "EventLog.h"
+#include "ToolRunner.h"
+
+// What all jobs of an agent share. The log must outlive the jobs of this process.
+struct JobSettings {
+    std::string nodePath;  // ends in "/"
+    std::string toolsKeyFile;
+    std::string auditFile;  // empty: no audit
+    rlimit fileLimit{};     // the limit of open files that jobs get
+    const EventLog* log = nullptr;
+
+    std::string toolsPath() const { return nodePath + "tools/"; }
+    std::string runPath() const { return nodePath + "run/"; }
+};
+
+struct JobRequest {
+    std::string commandLine;
+    std::string workingDirectory = "/";
+    std::uint32_t timeOutMs = 0;  // 0: no limit
+    bool uninterruptible = false;
+    ToolRequest tools;  // empty for a plain command
+    std::string owner;  // who asked, escaped, for log and refusal
+    AuditEntry audit;   // to be ended by the supervisor
+};
