@@ -7,14 +7,14 @@
 #include <sys/socket.h>
 #include <utility>
 
-#include "NetworkSide.h"
+#include "LocalMessages.h"
 
 LocalChannel::LocalChannel(UniqueFd local, std::string peerAddress)
     : FrameChannel(std::move(local), std::move(peerAddress)) {}
 
 LocalChannel::~LocalChannel() {
     if (!closed) {
-        drainSocket(after(NetworkSide::kLastBytesMs + 2 * NetworkSide::kLastWordsMs));
+        drainSocket(after(localmessages::kLastBytesMs + 2 * localmessages::kLastWordsMs));
     }
 }
 
@@ -63,7 +63,7 @@ FrameChannel::Peer LocalChannel::lookAtPeer() {
 void LocalChannel::close(Deadline deadline) noexcept {
     closed = true;
     // The network process does the same with the shell, and ends when that is over.
-    drainSocket(deadline + std::chrono::milliseconds(NetworkSide::kLastWordsMs));
+    drainSocket(deadline + std::chrono::milliseconds(localmessages::kLastWordsMs));
 }
 
 void LocalChannel::lost(const char* doing, int error) const {

@@ -1,8 +1,6 @@
 #include "NetworkProcess.h"
 
-#include <arpa/inet.h>
 #include <cerrno>
-#include <cstring>
 #include <memory>
 #include <poll.h>
 #include <sys/socket.h>
@@ -10,8 +8,7 @@
 #include <vector>
 
 #include "CException.h"
-#include "HandshakeWitness.h"
-#include "NetworkSide.h"
+#include "LocalMessages.h"
 #include "SigningProxy.h"
 #include "TlsChannel.h"
 #include "TlsSocket.h"
@@ -25,10 +22,6 @@ using Kind = ChannelError::Kind;
 constexpr int kHandshakeContent = 22;
 constexpr std::size_t kProofMessages = 4;
 constexpr std::size_t kBufferBytes = std::size_t{64} * 1024;
-
-[[noreturn]] void lost() {
-    throw ChannelError(Kind::kClosed, "the other half of the session is gone");
-}
 
 // The messages of the handshake, and what the session is asked for about them.
 class Conversation {
@@ -44,10 +37,10 @@ public:
     }
 
     std::string askForSignature() {
-        sendMessage(local, 'S', joined(0, messages.size()), deadline);
+        localmessages::send(local, 'S', joined(0, messages.size()), deadline);
         signedCount = messages.size();
         char type = 0;
-        std::string signature = receiveMessage(local, type, kBufferBytes, deadline);
+        std::string signature = localmessages::receive(local, type, kBufferBytes, deadline);
         return type == 's' ? signature : std::string();
     }
 
@@ -55,7 +48,8 @@ public:
         if (messages.size() < signedCount + kProofMessages) {
             throw ChannelError(Kind::kFailed, "the handshake is incomplete");
         }
-        sendMessage(local, 'P', joined(signedCount, signedCount + kProofMessages), deadline);
+        localmessages::send(local, 'P', joined(signedCount, signedCount + kProofMessages),
+                            deadline);
     }
 
 private:
@@ -112,14 +106,14 @@ public:
                 wait();
             }
         }
-        const Deadline deadline = FrameChannel::after(NetworkSide::kLastBytesMs);
+        const Deadline deadline = FrameChannel::after(localmessages::kLastBytesMs);
         while (!toWire.isEmpty()) {
             writeWire();
             if (!toWire.isEmpty() && tlssocket::wait(wire.descriptor(), POLLOUT, deadline) == 0) {
                 break;
             }
         }
-        wire.close(FrameChannel::after(NetworkSide::kLastWordsMs));
+        wire.close(FrameChannel::after(localmessages::kLastWordsMs));
     }
 
 private:
@@ -217,57 +211,6 @@ private:
 
 }  // namespace
 
-void sendMessage(int local, char type, const std::string& body, Deadline deadline) {
-    const std::uint32_t length = htonl(static_cast<std::uint32_t>(body.size()));
-    std::string bytes(1, type);
-    bytes.append(reinterpret_cast<const char*>(&length), sizeof length);
-    bytes += body;
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t put =
-            ::send(local, bytes.data() + done, bytes.size() - done, MSG_DONTWAIT | MSG_NOSIGNAL);
-        if (put >= 0) {
-            done += static_cast<std::size_t>(put);
-        } else if (errno == EAGAIN) {
-            if (tlssocket::wait(local, POLLOUT, deadline) == 0) {
-                throw ChannelError(Kind::kTimedOut, "the other half of the session is stuck");
-            }
-        } else if (errno != EINTR) {
-            lost();
-        }
-    }
-}
-
-std::string receiveBytes(int local, std::size_t count, Deadline deadline) {
-    std::string bytes(count, '\0');
-    std::size_t have = 0;
-    while (have < count) {
-        const ssize_t got = ::recv(local, &bytes[have], count - have, MSG_DONTWAIT);
-        if (got > 0) {
-            have += static_cast<std::size_t>(got);
-        } else if (got < 0 && errno == EAGAIN) {
-            if (tlssocket::wait(local, POLLIN, deadline) == 0) {
-                throw ChannelError(Kind::kTimedOut, "the other half of the session is stuck");
-            }
-        } else if (got == 0 || errno != EINTR) {
-            lost();
-        }
-    }
-    return bytes;
-}
-
-std::string receiveMessage(int local, char& type, std::size_t mostBytes, Deadline deadline) {
-    const std::string header = receiveBytes(local, 1 + sizeof(std::uint32_t), deadline);
-    std::uint32_t length = 0;
-    type = header[0];
-    std::memcpy(&length, &header[1], sizeof length);
-    length = ntohl(length);
-    if (length > mostBytes) {
-        throw ChannelError(Kind::kFailed, "the other half of the session says too much");
-    }
-    return receiveBytes(local, length, deadline);
-}
-
 void run(UniqueFd connection, UniqueFd local, const std::string& peer,
          const std::shared_ptr<TlsContext>& context, Deadline deadline) noexcept {
     try {
@@ -285,11 +228,13 @@ void run(UniqueFd connection, UniqueFd local, const std::string& peer,
             conversation.prove();
             Relay(*wire, local.get()).run();
         } catch (const ChannelError& fault) {
-            sendMessage(local.get(), 'F', static_cast<char>(fault.kind()) + fault.getErrMsg(),
-                        FrameChannel::after(NetworkSide::kLastWordsMs));
+            localmessages::send(local.get(), 'F',
+                                static_cast<char>(fault.kind()) + fault.getErrMsg(),
+                                FrameChannel::after(localmessages::kLastWordsMs));
         } catch (const CException& fault) {
-            sendMessage(local.get(), 'F', static_cast<char>(Kind::kFailed) + fault.getErrMsg(),
-                        FrameChannel::after(NetworkSide::kLastWordsMs));
+            localmessages::send(local.get(), 'F',
+                                static_cast<char>(Kind::kFailed) + fault.getErrMsg(),
+                                FrameChannel::after(localmessages::kLastWordsMs));
         }
     } catch (const std::exception&) {
         // Nobody is left to be told.

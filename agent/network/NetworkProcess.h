@@ -10,12 +10,6 @@
 // What the network side of a session does in its process.
 namespace networkprocess {
 
-// One message on the local socket; see NetworkSide. Throw ChannelError.
-void sendMessage(int local, char type, const std::string& body, FrameChannel::Deadline deadline);
-std::string receiveBytes(int local, std::size_t count, FrameChannel::Deadline deadline);
-std::string receiveMessage(int local, char& type, std::size_t mostBytes,
-                           FrameChannel::Deadline deadline);
-
 // Makes the handshake and passes bytes on until one end closes. The connection is prepared, and
 // peer its far end, for texts. The context must be this process's own, with a stand-in for its
 // private key (signingproxy); the key is forgotten before a byte is read. Throws nothing.

@@ -11,6 +11,7 @@
 
 #include "CException.h"
 #include "LocalChannel.h"
+#include "LocalMessages.h"
 #include "NetworkProcess.h"
 #include "TlsSocket.h"
 
@@ -73,15 +74,16 @@ NetworkSide::NetworkSide(UniqueFd local, std::shared_ptr<TlsContext> ownContext,
 HandshakeWitness::Master NetworkSide::authenticate() {
     // A refused peer has its time to read why before this end hears of it.
     const FrameChannel::Deadline deadline =
-        limit + std::chrono::milliseconds(kLastWordsMs + kLastWordsMs / 2);
+        limit +
+        std::chrono::milliseconds(localmessages::kLastWordsMs + localmessages::kLastWordsMs / 2);
     HandshakeWitness witness(context);
     for (;;) {
         char type = 0;
-        const std::string body = networkprocess::receiveMessage(
+        const std::string body = localmessages::receive(
             socket.get(), type, HandshakeWitness::kMaxTranscriptBytes, deadline);
         switch (type) {
             case 'S':
-                networkprocess::sendMessage(socket.get(), 's', witness.sign(body), deadline);
+                localmessages::send(socket.get(), 's', witness.sign(body), deadline);
                 break;
             case 'P':
                 return witness.prove(body, "the shell at " + peer);

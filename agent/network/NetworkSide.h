@@ -12,21 +12,9 @@
 // The half of a session that faces the network: a process without privileges (Sandbox) that owns
 // the connection and all of TLS, and passes the plain bytes on over a local socket. It has neither
 // the private key nor the last word on who the master is (HandshakeWitness). What it says is as
-// little to be trusted as the network.
-//
-// The conversation on the local socket begins with messages, a type, a length of 32 bits in network
-// order, and so many bytes:
-//   'S' network side: the handshake so far, to be signed     's' session: the signature
-//   'P' network side: the rest of the handshake              'F' it failed: ChannelError::Kind,
-//   text
-// After 'P' there are no more messages, only frames as on the wire.
+// little to be trusted as the network. Both speak as LocalMessages.h says.
 class NetworkSide {
 public:
-    // Milliseconds: that a peer gets for reading our last words; that it gets for taking what has
-    // been written to it before a session ended.
-    static constexpr unsigned long kLastWordsMs = 1000;
-    static constexpr unsigned long kLastBytesMs = 10000;
-
     // Starts the process, which takes the connection over; it must make its handshake until the
     // deadline. peerAddress is for messages. Throws CException when it cannot be started.
     NetworkSide(UniqueFd connection, std::shared_ptr<TlsContext> ownContext,
