@@ -8,9 +8,9 @@
 #include "CNodeGroup.h"
 #include "CShellExecutionContext.h"
 #include "CUtil.h"
-#include "ConfigError.h"
 #include "ConfigErrorCollector.h"
 #include "ConfigLineReader.h"
+#include "NodeWarning.h"
 
 namespace {
 
@@ -171,12 +171,8 @@ void NodeConfigFile::report() {
 void NodeConfigFile::reportAnswer(const Finding& finding, const NodeAgentAnswer& answer) {
     const CNode& node = *finding.node;
     if (!answer.connected) {
-        errors->addError(finding.line, CONFIG_WARNING,
-                         "Can not connect to " + node.getName() + ". (" + node.getIp() + ":" +
-                             std::to_string(node.getPort()) + ")");
+        errors->addError(NodeWarning::unreachable(finding.line, node));
     } else if (!answer.mac.empty() && answer.mac != node.getMac()) {
-        errors->addError(finding.line, CONFIG_WARNING,
-                         node.getName() + ": IP(" + node.getIp() + ") and MAC(" + node.getMac() +
-                             " != " + answer.mac + ") are not matched!");
+        errors->addError(NodeWarning::otherMachine(finding.line, node, answer.mac));
     }
 }

@@ -1,15 +1,11 @@
 #include "CShell.h"
 
-#include <cerrno>
-#include <csignal>
-#include <cstring>
 #include <ctime>
 #include <iostream>
+#include <iterator>
 #include <sys/resource.h>
 #include <unistd.h>
 #include <utility>
-
-#include <openssl/crypto.h>
 
 #include "CException.h"
 #include "CSSLConfig.h"
@@ -23,58 +19,23 @@
 #include "CThreadWrapperOfCommand.h"
 #include "CUtil.h"
 #include "CertificateExpiry.h"
+#include "CommandEngine.h"
 #include "CommandSequence.h"
 #include "ConfigErrorCollector.h"
+#include "InteractiveLoop.h"
+#include "OpenSslLocks.h"
 #include "PipedLine.h"
 #include "ShellLogging.h"
-#include "Terminal.h"
-
-// How the shell runs. One thread, the caller's of run(), does everything but the commands
-// themselves: it reads lines, asks, starts one worker for each target and waits for them
-// (CShellExecute.cpp). A worker shares nothing with it but the place for its outcome; when it is
-// late it is left alone, since what it does on the node may be a flash that nobody may cut short.
-// Ctrl+C reaches the command run on this machine, if there is one, and otherwise has no effect but
-// a message: all waits here go on after it.
 
 namespace {
 
 constexpr int kExitConfiguration = 2;
 constexpr int kExitOptionErrors = 7;
+constexpr int kExitQuit = 7;
 constexpr char kValidateOption[] = "--validate";
 constexpr char kSequenceFile[] = "cmdseq.cfg";
 constexpr char kLogProperties[] = "log4cxx.properties";
-
-pthread_mutex_t* openSslMutexes = nullptr;
-unsigned int openSslUsers = 0;
-
-std::size_t openSslLockCount() {
-    return static_cast<std::size_t>(CRYPTO_num_locks());
-}
-
-void writeLine(const char* text, std::size_t length) {
-    std::size_t done = 0;
-    while (done < length) {
-        const ssize_t written = ::write(STDOUT_FILENO, text + done, length - done);
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return;
-        }
-        done += static_cast<std::size_t>(written);
-    }
-}
-
-void installSignals() {
-    struct sigaction action {};
-    action.sa_handler = &signalHandler;
-    sigemptyset(&action.sa_mask);
-    static_cast<void>(::sigaction(SIGINT, &action, nullptr));
-    // A node or a pager that goes away must not take the shell along, nor a file that may not grow.
-    action.sa_handler = SIG_IGN;
-    static_cast<void>(::sigaction(SIGPIPE, &action, nullptr));
-    static_cast<void>(::sigaction(SIGXFSZ, &action, nullptr));
-}
+constexpr char kDumpDirectory[] = "cmdexedump/";
 
 // Each worker needs a socket; the usual soft limit would end at about a thousand of them.
 void raiseDescriptorLimit() {
@@ -111,41 +72,13 @@ void keepForWorkers(std::unique_ptr<CShellExecutionContext> context) {
 
 }  // namespace
 
-void signalHandler(int sig) {
-    const int savedErrno = errno;
-    if (sig == SIGINT) {
-        Terminal::dropTypedAhead();
-        constexpr char kText[] = "Do not use Ctrl+C to terminate this program.\n";
-        writeLine(kText, sizeof kText - 1);
-    } else {
-        // The number is put together by hand: printf is not safe in a handler.
-        char text[48] = "Catch a signal ";
-        char* end = text + std::strlen(text);
-        char digits[12];
-        int count = 0;
-        unsigned int rest =
-            sig < 0 ? 0U - static_cast<unsigned int>(sig) : static_cast<unsigned int>(sig);
-        do {
-            digits[count++] = static_cast<char>('0' + rest % 10);
-            rest /= 10;
-        } while (rest != 0);
-        if (sig < 0) {
-            *end++ = '-';
-        }
-        while (count > 0) {
-            *end++ = digits[--count];
-        }
-        *end++ = '\n';
-        writeLine(text, static_cast<std::size_t>(end - text));
-    }
-    errno = savedErrno;
-}
-
 CShell::CShell()
     : context(std::make_unique<CShellExecutionContext>()),
       installPath(installPathOfShell()),
       sequence(std::make_unique<CommandSequence>(installPath + kSequenceFile)),
-      log(std::make_unique<ShellLogging>()) {
+      log(std::make_unique<ShellLogging>()),
+      engine(std::make_unique<CommandEngine>(*context, *sequence, *log,
+                                             installPath + kDumpDirectory)) {
     // Made here, on the main thread: its creation is not guarded against two first callers.
     CSSLConfig::getInstance();
 }
@@ -157,7 +90,7 @@ CShell::~CShell() {
 }
 
 int CShell::run(int argc, char** argv) {
-    installSignals();
+    shellsignals::install();
     raiseDescriptorLimit();
     std::list<std::string> words;
     for (int i = 1; i < argc; ++i) {
@@ -206,7 +139,7 @@ bool CShell::init(std::list<std::string>&, CShellExecutionContext& ctx) {
 
     ConfigErrorCollector errors;
     buildContext(ctx, &errors);
-    keepWarnings(errors);
+    warnings.take(errors, *log);
     if (errors.getSize(CONFIG_ERROR) > 0) {
         std::cout << errors.toString() << std::flush;
         return false;
@@ -228,15 +161,6 @@ void CShell::buildContext(CShellExecutionContext& ctx, ConfigErrorCollector* err
     add([] { return std::make_unique<CShellCommandSet_BIOSFW>(); });
     add([] { return std::make_unique<CShellCommandSet_ipmifw>(); });
     CShellConfigReader::readConfig(ctx, errors);
-}
-
-void CShell::keepWarnings(const ConfigErrorCollector& errors) {
-    for (const ConfigError* error : errors.getErrorList()) {
-        if (error->getLevel() == CONFIG_WARNING) {
-            log->warn(error->toString());
-            startupWarnings.push_back(error->getErrorMessage());
-        }
-    }
 }
 
 void CShell::validate(ConfigErrorCollector* errors, const char* file) {
@@ -289,7 +213,7 @@ int CShell::runOneCommand(std::list<std::string>& words) {
         return kExitConfiguration;
     }
     descend(words);
-    const std::string line = joinWords(words);
+    const std::string line = RequestParser::joinWords(words);
 
     ConfigErrorCollector errors;
     int status = kExitOptionErrors;
@@ -312,6 +236,18 @@ int CShell::runOneCommand(std::list<std::string>& words) {
     return status;
 }
 
+int CShell::runInteractive(std::list<std::string>& words) {
+    if (!start(words)) {
+        return kExitConfiguration;
+    }
+    warnings.show();
+    std::cout << context->getNodeMap().size() << " node(s) are loaded ....\n"
+              << "Log property file: " << installPath << kLogProperties << "\n";
+    context->printDeclaration();
+    InteractiveLoop(*context, *engine, *sequence, *log).run();
+    return kExitQuit;
+}
+
 void CShell::descend(std::list<std::string>& words) {
     try {
         while (!words.empty()) {
@@ -323,6 +259,34 @@ void CShell::descend(std::list<std::string>& words) {
     }
 }
 
+int CShell::processProgramOption(std::list<std::string>& args, CShellExecutionContext& ctx,
+                                 ConfigErrorCollector*) {
+    for (const std::string& file : RequestParser::takeNodeFiles(args)) {
+        ctx.setNodeCfgFileName(file);
+    }
+    return 0;
+}
+
+CCommandExecutionContext* CShell::processCommandOption(std::string line,
+                                                       CShellExecutionContext& ctx,
+                                                       ConfigErrorCollector* errors) {
+    return RequestParser(ctx).parse(std::move(line), errors).release();
+}
+
+CCommandExecutionContext* CShell::processCommandOption(std::list<std::string>& words,
+                                                       CShellExecutionContext& ctx,
+                                                       ConfigErrorCollector* errors) {
+    return RequestParser(ctx).parse(words, errors).release();
+}
+
+void CShell::validateCommand(CCommandExecutionContext* cmd) {
+    cmd->setValidCommand(RequestParser(*context).namesUsableCommand(cmd->getCommandRequest()));
+}
+
+int CShell::execute(CCommandExecutionContext* cmd, ConfigErrorCollector* errors) {
+    return engine->execute(*cmd, errors);
+}
+
 unsigned int CShell::readCmdSeqFromFile() {
     return sequence->readFromFile();
 }
@@ -332,8 +296,7 @@ void CShell::writeCmdSeqToFile(unsigned int n) {
 }
 
 unsigned int CShell::getNextCmdSeq() {
-    currentSequence = sequence->next();
-    return currentSequence;
+    return sequence->next();
 }
 
 CShellExecutionContext& CShell::getExecutionContext() {
@@ -344,43 +307,22 @@ unsigned int CShell::runningWorkers() {
     return CThreadWrapperOfCommand::running();
 }
 
+unsigned int CShell::abandonedWorkers() {
+    return CommandEngine::abandonedWorkers();
+}
+
 void CShell::init_locks() {
-    if (openSslUsers++ > 0) {
-        return;
-    }
-    openSslMutexes = static_cast<pthread_mutex_t*>(
-        CRYPTO_malloc(sizeof(pthread_mutex_t) * openSslLockCount(), __FILE__, __LINE__));
-    if (openSslMutexes == nullptr) {
-        openSslUsers = 0;
-        throw std::bad_alloc();
-    }
-    for (std::size_t i = 0; i < openSslLockCount(); ++i) {
-        static_cast<void>(::pthread_mutex_init(&openSslMutexes[i], nullptr));
-    }
-    CRYPTO_set_locking_callback(&CShell::lock_callback);
-    CRYPTO_set_id_callback(&CShell::thread_id);
+    openssllocks::install();
 }
 
 void CShell::kill_locks() {
-    if (openSslUsers == 0 || --openSslUsers > 0) {
-        return;
-    }
-    CRYPTO_set_locking_callback(nullptr);
-    for (std::size_t i = 0; i < openSslLockCount(); ++i) {
-        static_cast<void>(::pthread_mutex_destroy(&openSslMutexes[i]));
-    }
-    CRYPTO_free(openSslMutexes, __FILE__, __LINE__);
-    openSslMutexes = nullptr;
+    openssllocks::remove();
 }
 
-void CShell::lock_callback(int mode, int type, const char*, int) {
-    if ((mode & CRYPTO_LOCK) != 0) {
-        static_cast<void>(::pthread_mutex_lock(&openSslMutexes[type]));
-    } else {
-        static_cast<void>(::pthread_mutex_unlock(&openSslMutexes[type]));
-    }
+void CShell::lock_callback(int mode, int type, const char* file, int line) {
+    openssllocks::callback(mode, type, file, line);
 }
 
 unsigned long CShell::thread_id() {
-    return static_cast<unsigned long>(::pthread_self());
+    return openssllocks::threadId();
 }

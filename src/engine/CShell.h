@@ -2,34 +2,23 @@
 
 #include <list>
 #include <memory>
-#include <pthread.h>
 #include <string>
 
 #include "CCommandExecutionContext.h"
 #include "CResult.h"
+#include "RequestParser.h"  // removeOneArg
+#include "ShellSignals.h"   // signalHandler
+#include "StartUpWarnings.h"
 
-namespace boost {
-class thread;
-}
-class CCmdHistory;
-class CNode;
-class CShellCommand;
-class CShellCommandSet;
 class CShellExecutionContext;
-class CThreadWrapperOfCommand;
-class CommandOutcome;
+class CommandEngine;
 class CommandSequence;
 class ConfigErrorCollector;
 class ShellLogging;
 
-// Removes the first element equal to the word; does nothing when there is none.
-void removeOneArg(std::list<std::string>* args, std::string word);
-
-// Tells the user that Ctrl+C does not end the shell. Async-signal-safe.
-void signalHandler(int sig);
-
-// The shell: start-up, its three modes (validation, one command, interactive) and the execution of
-// one command over its target nodes.
+// The shell: start-up and its three modes (validation, one command, interactive). It keeps what
+// they share; requests are made by RequestParser, run by CommandEngine and, at a prompt, read by
+// InteractiveLoop.
 //
 // Make one, call run once, destroy it. Everything runs on the calling thread, but for the workers
 // that execute() starts, one per target. A worker that did not finish in time is left running; if
@@ -103,60 +92,27 @@ public:
     static void lock_callback(int mode, int type, const char* file, int line);
     static unsigned long thread_id();
 
-protected:
-    // Starts a worker thread. Throws boost::thread_resource_error when there is no room for one.
-    virtual std::unique_ptr<boost::thread> startThread(const CThreadWrapperOfCommand& body);
-
 private:
-    struct OpenSslLocks {
-        OpenSslLocks() { init_locks(); }
-        OpenSslLocks(const OpenSslLocks&) = delete;
-        OpenSslLocks& operator=(const OpenSslLocks&) = delete;
-        ~OpenSslLocks() { kill_locks(); }
+    struct Locks {
+        Locks() { init_locks(); }
+        Locks(const Locks&) = delete;
+        Locks& operator=(const Locks&) = delete;
+        ~Locks() { kill_locks(); }
     };
-    struct Job;
-    struct Worker;
-    struct Line;
-    enum class Answer { kYes, kNo, kCancel };
 
-    // Modes.
     int runValidation(const std::list<std::string>& words);
     int runOneCommand(std::list<std::string>& words);
     int runInteractive(std::list<std::string>& words);
     bool start(std::list<std::string>& words);
     void descend(std::list<std::string>& words);
-    void keepWarnings(const ConfigErrorCollector& errors);
-    void showWarnings() const;
     void validateInto(CShellExecutionContext& scratch, ConfigErrorCollector* errors,
                       const char* file);
 
-    // The request.
-    static std::string joinWords(const std::list<std::string>& words);
-    bool namesUsableCommand(const std::string& request);
-
-    // The engine.
-    int executeJob(CCommandExecutionContext* cmd, ConfigErrorCollector* errors);
-    int executeOnMaster(const Job& job);
-    int executeOnNodes(const Job& job, CCommandExecutionContext* cmd);
-    bool confirmOnce(const Job& job) const;
-    Answer confirmNode(const Job& job, const std::string& nodeName) const;
-    std::list<Worker> startNodes(const Job& job);
-    Worker startWorker(const Job& job, CNode* node);
-    static void awaitWorker(Worker& worker, unsigned int timeOut);
-    int reportNodes(std::list<Worker>& workers, long elapsed, unsigned int timeOut);
-    void reportResult(const std::string& label, const CResult& result, bool fromNode);
-
-    // The interactive loop.
-    void processLine(Line& line, CCmdHistory& history);
-    bool runLine(const std::string& text, ConfigErrorCollector* errors);
-    bool recall(std::string& text, CCmdHistory& history) const;
-    bool changeLevel(const std::string& text);
-
-    OpenSslLocks openSslLocks;
+    Locks locks;
     std::unique_ptr<CShellExecutionContext> context;
     std::string installPath;
     std::unique_ptr<CommandSequence> sequence;
-    unsigned int currentSequence = 0;
     std::unique_ptr<ShellLogging> log;
-    std::list<std::string> startupWarnings;
+    std::unique_ptr<CommandEngine> engine;
+    StartUpWarnings warnings;
 };

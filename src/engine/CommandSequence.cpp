@@ -154,6 +154,7 @@ unsigned int CommandSequence::next() {
         writeToFile(number + 1);
     }
     hold.release();
+    lastTaken = number;
     return number;
 }
 

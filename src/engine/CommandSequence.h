@@ -31,6 +31,8 @@ public:
     // line on standard error names what it waits for. Throws interprocess_exception when the
     // semaphore fails.
     unsigned int next();
+    // The number taken last by this object; 0 before the first.
+    unsigned int current() const { return lastTaken; }
 
     const std::string& path() const { return filePath; }
 
@@ -40,4 +42,5 @@ private:
     std::string filePath;
     std::string semaphoreName;
     sem_t* semaphore;
+    unsigned int lastTaken = 0;
 };

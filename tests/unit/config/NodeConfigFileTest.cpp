@@ -10,6 +10,7 @@
 #include "CShellExecutionContext.h"
 #include "ConfigErrorCollector.h"
 #include "NodeConfigFile.h"
+#include "NodeWarning.h"
 #include "TextStream.h"
 
 using testing::ElementsAre;
@@ -157,6 +158,20 @@ TEST_F(NodeConfigFileTest, KeepsANodeThatReportsAnotherAddress) {
     EXPECT_THAT(faults(),
                 ElementsAre("1:Line:2, node01: IP(10.0.0.1) and MAC(M1 != m1) are not matched!"));
     EXPECT_THAT(nodeNames(), ElementsAre("node01"));
+}
+
+TEST_F(NodeConfigFileTest, HandsOverWhatItCouldNotReachAsValues) {
+    answers["M1"] = {false, ""};
+    answers["M2"] = {true, "other"};
+    read("[node]\na=m1,i:1\nb=m2,i:2\nc=m3,i:3\nbroken\n");
+    std::vector<std::string> found;
+    for (const ConfigError* error : errors.getErrorList()) {
+        const auto* warning = dynamic_cast<const NodeWarning*>(error);
+        found.push_back(warning == nullptr ? "no node"
+                                           : warning->getNodeName() +
+                                                 (warning->isUnreachable() ? " is silent" : ""));
+    }
+    EXPECT_THAT(found, ElementsAre("a is silent", "b", "no node"));
 }
 
 TEST_F(NodeConfigFileTest, TrustsANodeThatReportsNoAddress) {

@@ -13,8 +13,12 @@
 #include "CNodeGroup.h"
 #include "CShellCommandSet.h"
 #include "CThreadWrapperOfCommand.h"
+#include "CommandEngine.h"
+#include "CommandSequence.h"
+#include "RequestParser.h"
 #include "ResultBlocks.h"
 #include "ShellFixture.h"
+#include "ShellLogging.h"
 #include "StandardStreams.h"
 #include "StopWatch.h"
 
@@ -379,44 +383,54 @@ TEST_F(CShellExecute, InterruptWhileAResultIsPrintedLosesNothing) {
 
 namespace {
 
-// A shell that gets no thread the first few times, or another fault.
-class StarvedShell : public CShell {
+// An engine that gets no thread the first few times, or another fault.
+class StarvedEngine {
 public:
-    explicit StarvedShell(int failures) : left(failures) {}
-    std::function<void()> fault = [] { throw boost::thread_resource_error(); };
+    StarvedEngine(CShellExecutionContext& context, int failures, std::function<void()> fault)
+        : engine(context, numbers, log, "cmdexedump/",
+                 [left = failures, fault](const CThreadWrapperOfCommand& body) mutable {
+                     if (left-- > 0) {
+                         fault();
+                     }
+                     return std::make_unique<boost::thread>(body);
+                 }) {}
 
-protected:
-    std::unique_ptr<boost::thread> startThread(const CThreadWrapperOfCommand& body) override {
-        if (left-- > 0) {
-            fault();
-        }
-        return CShell::startThread(body);
+    int execute(CCommandExecutionContext& request, ConfigErrorCollector* errors) {
+        return engine.execute(request, errors);
     }
 
 private:
-    int left;
+    ShellLogging log;
+    CommandSequence numbers{"cmdseq.cfg"};
+    CommandEngine engine;
+};
+
+class CommandEngineFaults : public EngineFixture {
+protected:
+    int executeStarved(const std::string& line, int failures, std::function<void()> fault) {
+        StarvedEngine starved(*context, failures, std::move(fault));
+        const auto parsed = RequestParser(*context).parse(line, &errors);
+        ::testing::internal::CaptureStdout();
+        const int status = starved.execute(*parsed, &errors);
+        output = ::testing::internal::GetCapturedStdout();
+        return status;
+    }
 };
 
 }  // namespace
 
-TEST_F(CShellExecute, ThreadThatCannotBeMadeIsTriedAgain) {
-    useShell(std::make_unique<StarvedShell>(2));
+TEST_F(CommandEngineFaults, ThreadThatCannotBeMadeIsTriedAgain) {
     addNodes(1);
-    EXPECT_EQ(0, execute("there -n n1"));
+    EXPECT_EQ(0, executeStarved("there -n n1", 2, [] { throw boost::thread_resource_error(); }));
     const std::string wait = "Error in getting resource for a thread in CShell. Wait.\n";
     EXPECT_EQ(wait + wait + "[n1] (ms)\nthere on n1\n", withoutTimes(output));
     EXPECT_EQ(0U, CShell::runningWorkers());
 }
 
-TEST_F(CShellExecute, FaultOfTheEngineItselfIsReported) {
-    auto starved = std::make_unique<StarvedShell>(2);
-    StarvedShell* faulty = starved.get();
-    useShell(std::move(starved));
-    faulty->fault = [] { throw std::runtime_error("no luck"); };
-    EXPECT_EQ(2, execute("here"));
+TEST_F(CommandEngineFaults, FaultOfTheEngineItselfIsReported) {
+    EXPECT_EQ(2, executeStarved("here", 1, [] { throw std::runtime_error("no luck"); }));
     EXPECT_EQ("std::exception in serve_a_request:no luck\n", output);
-    faulty->fault = [] { throw boost::thread_interrupted(); };
-    EXPECT_EQ(2, execute("here"));
+    EXPECT_EQ(2, executeStarved("here", 1, [] { throw boost::thread_interrupted(); }));
     EXPECT_EQ("Thread interrupted in CShell::execute()....\n", output);
     EXPECT_EQ(0U, CShell::runningWorkers());
 }

@@ -141,7 +141,7 @@ TEST(ManualPage, SaysMillisecondsWhereverItSaysTimeOut) {
 // The shell has no help text of its own for its options: the tables in its source are the measure.
 TEST(ManualPage, OfTheShellNamesExactlyItsOptions) {
     Words taken =
-        matches(readFile(KELSH_SOURCE_DIR "/src/engine/CShellRequest.cpp"), "\"(--?[a-z]+)\"", 1);
+        matches(readFile(KELSH_SOURCE_DIR "/src/engine/RequestParser.cpp"), "\"(--?[a-z]+)\"", 1);
     taken.insert("--validate");
     const std::string page = rendered("kelsh.1");
     EXPECT_THAT(taken, Contains("--configuration"));

@@ -1,20 +1,21 @@
+#include "RequestParser.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <iterator>
 #include <limits>
 #include <sstream>
+#include <utility>
 #include <vector>
 
+#include "CCommandExecutionContext.h"
 #include "CNode.h"
 #include "CNodeGroup.h"
-#include "CShell.h"
 #include "CShellCommandSet.h"
 #include "CShellExecutionContext.h"
 #include "CSimpleOptTempl.h"
 #include "CUtil.h"
 #include "ConfigErrorCollector.h"
-
-// From typed words to the request of one command: options, targets, time-out.
 
 namespace {
 
@@ -166,17 +167,16 @@ void removeOneArg(std::list<std::string>* args, std::string word) {
     }
 }
 
-int CShell::processProgramOption(std::list<std::string>& args, CShellExecutionContext& ctx,
-                                 ConfigErrorCollector*) {
-    for (const FoundOption& option : takeOptions(args, kProgramOptions)) {
-        ctx.setNodeCfgFileName(option.value);
+std::list<std::string> RequestParser::takeNodeFiles(std::list<std::string>& words) {
+    std::list<std::string> names;
+    for (FoundOption& option : takeOptions(words, kProgramOptions)) {
+        names.push_back(std::move(option.value));
     }
-    return 0;
+    return names;
 }
 
-CCommandExecutionContext* CShell::processCommandOption(std::string line,
-                                                       CShellExecutionContext& ctx,
-                                                       ConfigErrorCollector* errors) {
+std::unique_ptr<CCommandExecutionContext> RequestParser::parse(std::string line,
+                                                               ConfigErrorCollector* errors) const {
     CUtil::trimTwoSpace(line);
     // A plain split: quotes stay in the words, for the command's own options to be told apart by.
     std::list<std::string> words;
@@ -186,20 +186,19 @@ CCommandExecutionContext* CShell::processCommandOption(std::string line,
             words.push_back(word);
         }
     }
-    return processCommandOption(words, ctx, errors);
+    return parse(words, errors);
 }
 
-CCommandExecutionContext* CShell::processCommandOption(std::list<std::string>& words,
-                                                       CShellExecutionContext& ctx,
-                                                       ConfigErrorCollector* errors) {
+std::unique_ptr<CCommandExecutionContext> RequestParser::parse(std::list<std::string>& words,
+                                                               ConfigErrorCollector* errors) const {
     auto request = std::make_unique<CCommandExecutionContext>();
     for (const FoundOption& option : takeOptions(words, kCommandOptions)) {
         switch (option.id) {
             case kNodeOption:
-                addNodes(option.value, *request, ctx, errors);
+                addNodes(option.value, *request, context, errors);
                 break;
             case kGroupOption:
-                addGroups(option.value, *request, ctx, errors);
+                addGroups(option.value, *request, context, errors);
                 break;
             default:
                 setTimeOut(option.value, *request, errors);
@@ -207,10 +206,10 @@ CCommandExecutionContext* CShell::processCommandOption(std::list<std::string>& w
         }
     }
     request->setCommandRequest(joinWords(words));
-    return request.release();
+    return request;
 }
 
-std::string CShell::joinWords(const std::list<std::string>& words) {
+std::string RequestParser::joinWords(const std::list<std::string>& words) {
     std::string line;
     for (const std::string& word : words) {
         line += line.empty() ? word : " " + word;
@@ -219,11 +218,7 @@ std::string CShell::joinWords(const std::list<std::string>& words) {
     return line;
 }
 
-void CShell::validateCommand(CCommandExecutionContext* cmd) {
-    cmd->setValidCommand(namesUsableCommand(cmd->getCommandRequest()));
-}
-
-bool CShell::namesUsableCommand(const std::string& request) {
+bool RequestParser::namesUsableCommand(const std::string& request) const {
     if (request.empty()) {
         return false;
     }
@@ -231,16 +226,16 @@ bool CShell::namesUsableCommand(const std::string& request) {
     if (slash != std::string::npos) {
         const std::string path = request.substr(0, slash == 0 ? 1 : slash);
         const CShellCommandSet* set =
-            path == "/" ? context->getBasicCommandSet() : findSet(*context, path);
+            path == "/" ? context.getBasicCommandSet() : findSet(context, path);
         return namesCommandOf(set, request.substr(slash + 1));
     }
-    if (namesCommandOf(context->getBasicCommandSet(), request)) {
+    if (namesCommandOf(context.getBasicCommandSet(), request)) {
         return true;
     }
-    if (context->getCWL().empty()) {
+    if (context.getCWL().empty()) {
         return false;
     }
-    const std::list<CShellCommandSet*> working = context->getWorkingCommandSet();
+    const std::list<CShellCommandSet*> working = context.getWorkingCommandSet();
     return std::any_of(working.begin(), working.end(),
                        [&](const CShellCommandSet* set) { return namesCommandOf(set, request); });
 }

@@ -1,0 +1,54 @@
+#include "StartUpWarnings.h"
+
+#include <cstddef>
+#include <iostream>
+#include <unistd.h>
+
+#include "ConfigErrorCollector.h"
+#include "NodeWarning.h"
+#include "OutputFilter.h"
+#include "ShellLogging.h"
+
+namespace {
+
+constexpr std::size_t kNodesNamed = 8;
+
+}  // namespace
+
+void StartUpWarnings::take(const ConfigErrorCollector& errors, ShellLogging& log) {
+    for (const ConfigError* error : errors.getErrorList()) {
+        if (error->getLevel() != CONFIG_WARNING) {
+            continue;
+        }
+        log.warn(error->toString());
+        const auto* aboutNode = dynamic_cast<const NodeWarning*>(error);
+        if (aboutNode != nullptr && aboutNode->isUnreachable()) {
+            unreachableNodes.push_back(aboutNode->getNodeName());
+        } else {
+            texts.push_back(error->getErrorMessage());
+        }
+    }
+}
+
+void StartUpWarnings::show() const {
+    if (::isatty(STDERR_FILENO) != 1) {
+        return;
+    }
+    for (const std::string& text : texts) {
+        std::cerr << escapeForTerminal(text) << "\n";
+    }
+    std::string names;
+    std::size_t named = 0;
+    for (const std::string& node : unreachableNodes) {
+        if (named++ == kNodesNamed) {
+            break;
+        }
+        names += (names.empty() ? "" : ", ") + node;
+    }
+    if (!unreachableNodes.empty()) {
+        std::cerr << unreachableNodes.size()
+                  << " node(s) can not be reached: " << escapeForTerminal(names)
+                  << (unreachableNodes.size() > kNodesNamed ? ", ... (the rest is in the log)" : "")
+                  << "\n";
+    }
+}
