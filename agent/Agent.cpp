@@ -8,7 +8,6 @@
 #include <ctime>
 #include <fcntl.h>
 #include <iostream>
-#include <memory>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -25,6 +24,7 @@
 #include "CertificateExpiry.h"
 #include "FreedBy.h"
 #include "Listener.h"
+#include "Posix.h"
 #include "Sandbox.h"
 #include "Text.h"
 #include "TlsFault.h"
@@ -62,9 +62,6 @@ struct Options {
     std::string auditFile;
 };
 
-struct FileCloser {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
 using Certificate = FreedBy<X509, X509_free>;
 
 // Empty, or what is wrong.
@@ -109,7 +106,7 @@ std::string checkReadable(const std::string& what, const std::string& file) {
 }
 
 Certificate readCertificate(const std::string& file) {
-    const std::unique_ptr<FILE, FileCloser> stream(std::fopen(file.c_str(), "re"));
+    const Posix::File stream = Posix::openFile(file, "re");
     return Certificate(stream ? PEM_read_X509(stream.get(), nullptr, nullptr, nullptr) : nullptr);
 }
 

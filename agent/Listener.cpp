@@ -20,6 +20,7 @@
 #include "CertificateExpiry.h"
 #include "Descriptors.h"
 #include "Memory.h"
+#include "Posix.h"
 #include "Session.h"
 #include "SigningProxy.h"
 #include "Text.h"
@@ -41,10 +42,6 @@ constexpr seconds kLogPause(10);
 constexpr std::chrono::hours kExpiryPeriod(24);
 // Longer than a job gets between SIGTERM and SIGKILL.
 constexpr seconds kLeaveLimit(8);
-
-[[noreturn]] void throwErrno(const std::string& what) {
-    throw CException(what + ": " + std::strerror(errno));
-}
 
 }  // namespace
 
@@ -87,7 +84,7 @@ void Listener::open() {
     AuditLog(config.auditFile).check();
     socket = ListeningSocket(config.listen);
     if (::prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) {
-        throwErrno("cannot become the reaper of jobs");
+        Posix::throwErrno("cannot become the reaper of jobs");
     }
     watchSignals();
     keepReserve();
@@ -98,7 +95,7 @@ void Listener::open() {
 void Listener::confineNetworkSides() {
     const std::string empty = runDirectory.getPath() + "empty";
     if (::mkdir(empty.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
-        throwErrno("cannot make " + empty);
+        Posix::throwErrno("cannot make " + empty);
     }
     std::list<std::string> missing;
     confinement = sandbox::probe(empty, missing);
@@ -119,11 +116,11 @@ void Listener::watchSignals() {
         ::sigaddset(&watched, signal);
     }
     if (::sigprocmask(SIG_SETMASK, &watched, nullptr) != 0) {
-        throwErrno("cannot set the signal mask");
+        Posix::throwErrno("cannot set the signal mask");
     }
     signals.reset(::signalfd(-1, &watched, SFD_CLOEXEC | SFD_NONBLOCK));
     if (!signals) {
-        throwErrno("cannot watch for signals");
+        Posix::throwErrno("cannot watch for signals");
     }
 }
 

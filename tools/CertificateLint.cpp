@@ -1,6 +1,4 @@
-#include <cstdio>
 #include <ctime>
-#include <memory>
 #include <sys/stat.h>
 
 #include <openssl/err.h>
@@ -11,6 +9,7 @@
 #include "CException.h"
 #include "FreedBy.h"
 #include "LintReport.h"
+#include "Posix.h"
 #include "TlsContext.h"
 #include "TlsFault.h"
 
@@ -18,14 +17,11 @@ namespace {
 
 constexpr std::time_t kWarnSeconds = 30L * 24 * 3600;
 
-struct FileCloser {
-    void operator()(FILE* file) const { static_cast<void>(std::fclose(file)); }
-};
 using Certificate = FreedBy<X509, X509_free>;
 
 std::vector<Certificate> readCertificates(const std::string& fileName) {
     std::vector<Certificate> certificates;
-    const std::unique_ptr<FILE, FileCloser> file(std::fopen(fileName.c_str(), "re"));
+    const Posix::File file = Posix::openFile(fileName, "re");
     while (file) {
         Certificate next(PEM_read_X509(file.get(), nullptr, nullptr, nullptr));
         if (!next) {

@@ -8,10 +8,10 @@
 #include "CShellCommandSet_ipmifw.h"
 #include "CShellConfigReader.h"
 #include "CShellExecutionContext.h"
-#include "CUtil.h"
 #include "CmdConfigFile.h"
 #include "ConfigLineReader.h"
 #include "LintReport.h"
+#include "Text.h"
 
 namespace {
 
@@ -30,11 +30,6 @@ void readWithShell(LintReport& report, std::map<std::string, int>& taken) {
     ConfigErrorCollector errors;
     CShellConfigReader::readCmdConfig(report.getFileName().c_str(), context, &errors);
     report.add(errors);
-}
-
-std::string trimmed(std::string text) {
-    CUtil::trim(text);
-    return text;
 }
 
 class CmdLines {
@@ -87,7 +82,7 @@ private:
             return;
         }
         if (!isKnown(key)) {
-            report.warning(line.number, isKnown(trimmed(key))
+            report.warning(line.number, isKnown(Text::trimmed(key))
                                             ? "blanks around \"=\": the line is ignored"
                                             : "unknown key \"" + key + "\": the line is ignored");
             return;
@@ -117,7 +112,7 @@ private:
             checkTimeOut(line, value);
         } else if (key == "confirmtype") {
             std::string word = value;
-            CUtil::toUpper(word);
+            Text::toUpper(word);
             if (word != "NO" && word != "INHERITANCE" && word != "ONCE" && word != "EACH") {
                 report.warning(line, "confirmtype \"" + value + "\" is not known and means NO");
             }
@@ -166,7 +161,7 @@ private:
 
     void endSet() {
         const auto type = set.find("confirmtype");
-        if (type != set.end() && !inherits && trimmed(type->second.value) != "NO") {
+        if (type != set.end() && !inherits && Text::trimmed(type->second.value) != "NO") {
             report.warning(type->second.line,
                            "no command of the set says confirmtype=INHERITANCE: nothing is asked");
         }

@@ -4,24 +4,20 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <sys/stat.h>
 
 #include "ConfigLineReader.h"
+#include "Posix.h"
 
 namespace {
 
 constexpr char kBlanks[] = " \t";
 
-struct FileCloser {
-    void operator()(FILE* file) const { static_cast<void>(std::fclose(file)); }
-};
-
 }  // namespace
 
 bool LintReport::open(const std::string& name) {
     fileName = name;
-    const std::unique_ptr<FILE, FileCloser> file(std::fopen(name.c_str(), "re"));
+    const Posix::File file = Posix::openFile(name, "re");
     struct stat status {};
     if (!file || ::fstat(::fileno(file.get()), &status) != 0) {
         error(0, std::string("cannot be opened: ") + std::strerror(errno));

@@ -10,16 +10,13 @@
 #include "ConfigLineReader.h"
 #include "LintReport.h"
 #include "NodeConfigFile.h"
+#include "Posix.h"
 
 namespace {
 
-struct FileCloser {
-    void operator()(FILE* file) const { static_cast<void>(std::fclose(file)); }
-};
-
 // The shell's own reader, but every agent is taken to answer as configured.
 void readWithShell(LintReport& report) {
-    const std::unique_ptr<FILE, FileCloser> file(std::fopen(report.getFileName().c_str(), "re"));
+    const Posix::File file = Posix::openFile(report.getFileName(), "re");
     if (!file) {
         return;
     }

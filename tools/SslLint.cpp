@@ -1,17 +1,13 @@
 #include <cstdio>
 #include <map>
-#include <memory>
 
 #include "CShellConfigReader.h"
-#include "CUtil.h"
 #include "ConfigLineReader.h"
 #include "LintReport.h"
+#include "Posix.h"
+#include "Text.h"
 
 namespace {
-
-struct FileCloser {
-    void operator()(FILE* file) const { static_cast<void>(std::fclose(file)); }
-};
 
 struct Setting {
     int line = 0;
@@ -21,7 +17,7 @@ struct Setting {
 // The shell's reader gives no line numbers for this file, so it gets one line at a time.
 bool acceptedByShell(const LintLine& line, LintReport& report) {
     std::string text = line.text;
-    const std::unique_ptr<FILE, FileCloser> stream(::fmemopen(text.data(), text.size(), "r"));
+    const Posix::File stream(::fmemopen(text.data(), text.size(), "r"));
     if (!stream) {
         return false;
     }
@@ -48,7 +44,7 @@ std::map<std::string, Setting> readSettings(LintReport& report) {
         if (!acceptedByShell(line, report)) {
             continue;
         }
-        CUtil::toUpper(key);
+        Text::toUpper(key);
         const auto inserted = settings.emplace(key, Setting{line.number, value});
         if (!inserted.second) {
             report.warning(line.number, key + " stands in line " +

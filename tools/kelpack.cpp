@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "CException.h"
+#include "Posix.h"
 #include "ToolPackage.h"
 #include "UniqueFd.h"
 
@@ -85,17 +86,12 @@ std::string baseName(const std::string& path) {
 }
 
 UniqueFd openPackage(const std::string& path) {
-    for (;;) {
-        UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-        if (!fd && errno == EINTR) {
-            continue;
-        }
-        if (!fd) {
-            const int error = errno;
-            throw CException(path + ": cannot be opened: " + std::strerror(error));
-        }
-        return fd;
+    UniqueFd fd = Posix::open(path, O_RDONLY | O_NONBLOCK);
+    if (!fd) {
+        const int error = errno;
+        throw CException(path + ": cannot be opened: " + std::strerror(error));
     }
+    return fd;
 }
 
 // Runs the work for each file; says what failed and goes on.

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -11,21 +10,17 @@
 #include <unistd.h>
 #include <utility>
 
-#include "CException.h"
 #include "JobSupervisor.h"
+#include "Posix.h"
 
 namespace {
 
 constexpr std::size_t kMaxReportBytes = std::size_t{64} * 1024;
 
-[[noreturn]] void throwErrno(const char* what) {
-    throw CException(std::string(what) + ": " + std::strerror(errno));
-}
-
 void setNonBlocking(int fd) {
     const int flags = ::fcntl(fd, F_GETFL);
     if (flags < 0 || ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0) {
-        throwErrno("cannot set up the job's output");
+        Posix::throwErrno("cannot set up the job's output");
     }
 }
 
@@ -35,7 +30,7 @@ Job::Job(const JobSettings& settings, const JobRequest& request)
     : uninterruptible(request.uninterruptible) {
     int pair[2];
     if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair) != 0) {
-        throwErrno("cannot make the job's control socket");
+        Posix::throwErrno("cannot make the job's control socket");
     }
     control.reset(pair[0]);
     UniqueFd supervisorControl(pair[1]);
@@ -45,12 +40,12 @@ Job::Job(const JobSettings& settings, const JobRequest& request)
         outputFile = settings.runPath() + "new-XXXXXX";
         output.reset(::mkostemp(outputFile.data(), O_CLOEXEC | O_APPEND));
         if (!output) {
-            throwErrno("cannot make the job's output file");
+            Posix::throwErrno("cannot make the job's output file");
         }
     } else {
         int pipeEnds[2];
         if (::pipe2(pipeEnds, O_CLOEXEC) != 0) {
-            throwErrno("cannot make the job's output pipe");
+            Posix::throwErrno("cannot make the job's output pipe");
         }
         output.reset(pipeEnds[0]);
         jobOutput.reset(pipeEnds[1]);
@@ -63,7 +58,7 @@ Job::Job(const JobSettings& settings, const JobRequest& request)
             ::unlink(outputFile.c_str());
         }
         errno = savedErrno;
-        throwErrno("cannot start the job");
+        Posix::throwErrno("cannot start the job");
     }
     if (pid == 0) {
         JobSupervisor(settings, request, std::move(supervisorControl),

@@ -21,6 +21,7 @@
 
 #include "CException.h"
 #include "Descriptors.h"
+#include "Posix.h"
 #include "ProcessTree.h"
 #include "SecretMask.h"
 #include "Text.h"
@@ -41,10 +42,6 @@ std::string utcNow() {
     ::gmtime_r(&now, &parts);
     char text[40];
     return std::string(text, std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &parts));
-}
-
-[[noreturn]] void throwErrno(const std::string& what) {
-    throw CException(what + ": " + std::strerror(errno));
 }
 
 // Not started for a reason that is not a fault: somebody else is at it.
@@ -94,7 +91,7 @@ void JobSupervisor::becomeSupervisor() {
     ::setsid();
     ::prctl(PR_SET_NAME, "kelnode-job");
     if (::prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) {
-        throwErrno("cannot become the job's reaper");
+        Posix::throwErrno("cannot become the job's reaper");
     }
     keepOnlyOwnDescriptors();
     for (const int ignored : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGXFSZ, SIGUSR1, SIGUSR2}) {
@@ -109,7 +106,7 @@ void JobSupervisor::becomeSupervisor() {
     ::sigprocmask(SIG_SETMASK, &watched, nullptr);
     signals.reset(::signalfd(-1, &watched, SFD_CLOEXEC | SFD_NONBLOCK));
     if (!signals) {
-        throwErrno("cannot watch for the job's end");
+        Posix::throwErrno("cannot watch for the job's end");
     }
 }
 
@@ -120,7 +117,7 @@ void JobSupervisor::keepOnlyOwnDescriptors() {
     const UniqueFd nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));
     if (!nothing || ::dup2(nothing.get(), STDIN_FILENO) < 0 ||
         ::dup2(nothing.get(), STDOUT_FILENO) < 0) {
-        throwErrno("cannot open /dev/null");
+        Posix::throwErrno("cannot open /dev/null");
     }
 }
 
@@ -175,7 +172,7 @@ void JobSupervisor::takeFirmwareLock() {
                       "\" for " + request.owner + " since " + utcNow());
     const std::string logFile = settings.runPath() + kFirmwareLog;
     if (::rename(outputFile.c_str(), logFile.c_str()) != 0) {
-        throwErrno("cannot make " + logFile);
+        Posix::throwErrno("cannot make " + logFile);
     }
 }
 
@@ -230,7 +227,7 @@ void JobSupervisor::spawn() {
     const std::vector<int> inherited = inheritedDescriptors();
     int status[2];
     if (::pipe2(status, O_CLOEXEC) != 0) {
-        throwErrno("cannot start the job");
+        Posix::throwErrno("cannot start the job");
     }
     const UniqueFd statusRead(status[0]);
     UniqueFd statusWrite(status[1]);
@@ -239,7 +236,7 @@ void JobSupervisor::spawn() {
     shell = ::vfork();
     if (shell < 0) {
         tidyUp();
-        throwErrno("cannot start the job");
+        Posix::throwErrno("cannot start the job");
     }
     if (shell == 0) {
         becomeJob(environment.data(), inherited, statusWrite.get());
@@ -255,7 +252,7 @@ void JobSupervisor::spawn() {
         ::waitpid(shell, nullptr, 0);
         tidyUp();
         errno = childErrno;
-        throwErrno("cannot start the job in " + request.workingDirectory);
+        Posix::throwErrno("cannot start the job in " + request.workingDirectory);
     }
 }
 

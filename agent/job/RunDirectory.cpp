@@ -1,5 +1,6 @@
 #include "RunDirectory.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -15,7 +16,9 @@
 #include <dirent.h>
 
 #include "CException.h"
+#include "Posix.h"
 #include "ProcessTree.h"
+#include "Text.h"
 
 namespace {
 
@@ -31,38 +34,17 @@ struct DirectoryCloser {
 };
 
 bool lockNow(int fd) {
-    int result = 0;
-    do {
-        result = ::flock(fd, LOCK_EX | LOCK_NB);
-    } while (result != 0 && errno == EINTR);
-    return result == 0;
+    return Posix::retried([&] { return ::flock(fd, LOCK_EX | LOCK_NB); }) == 0;
 }
 
-bool writeAll(int fd, const std::string& text) {
-    std::size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t count = ::write(fd, text.data() + done, text.size() - done);
-        if (count < 0 && errno != EINTR) {
-            return false;
-        }
-        done += count > 0 ? static_cast<std::size_t>(count) : 0;
+std::string readRecord(int fd) {
+    struct stat found {};
+    if (::fstat(fd, &found) != 0 || found.st_size <= 0) {
+        return "";
     }
-    return true;
-}
-
-std::string readSome(int fd, std::size_t most) {
-    std::string text;
-    char buffer[4096];
-    while (text.size() < most) {
-        const ssize_t count = ::pread(fd, buffer, sizeof buffer, static_cast<off_t>(text.size()));
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count <= 0) {
-            break;
-        }
-        text.append(buffer, static_cast<std::size_t>(count));
-    }
+    std::string text(std::min(kMaxRecordBytes, static_cast<std::size_t>(found.st_size)), '\0');
+    const ssize_t count = Posix::readAllAt(fd, text.data(), text.size(), 0);
+    text.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
     return text;
 }
 
@@ -117,7 +99,8 @@ RunDirectory::Entry parse(const std::string& content, const std::string& name) {
 
 void RunLock::note(const std::string& text) const {
     if (::ftruncate(file.get(), 0) == 0 && ::lseek(file.get(), 0, SEEK_SET) == 0) {
-        writeAll(file.get(), text);
+        // It is shown to people only: without it the lock still holds.
+        static_cast<void>(Posix::writeAll(file.get(), text));
     }
 }
 
@@ -136,7 +119,7 @@ std::string RunDirectory::Record::marker() const {
 }
 
 void RunDirectory::Record::append(char what, const std::string& text) {
-    if (!writeAll(file.get(), what + text + '\0')) {
+    if (!Posix::writeAll(file.get(), what + text + '\0')) {
         throw CException("cannot write " + path + ": " + std::strerror(errno));
     }
 }
@@ -186,7 +169,7 @@ RunLock RunDirectory::tryLock(const std::string& name) const {
 std::string RunDirectory::noteOf(const std::string& name) const {
     const std::string fileName = path + name;
     const UniqueFd file(::open(fileName.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-    return file ? readSome(file.get(), kMaxRecordBytes) : "";
+    return file ? readRecord(file.get()) : "";
 }
 
 RunDirectory::Record RunDirectory::openRecord(Kind kind) const {
@@ -203,7 +186,7 @@ RunDirectory::Record RunDirectory::openRecord(Kind kind) const {
                       std::to_string(now.tv_nsec) + "-" + name.substr(name.size() - 6);
     record.path = path + record.fileName;
     const std::string first = kind == Kind::kUninterruptible ? "u" : "o";
-    if (!lockNow(record.file.get()) || !writeAll(record.file.get(), first + '\0') ||
+    if (!lockNow(record.file.get()) || !Posix::writeAll(record.file.get(), first + '\0') ||
         ::rename(name.c_str(), record.path.c_str()) != 0) {
         const std::string reason = std::strerror(errno);
         ::unlink(name.c_str());
@@ -220,9 +203,9 @@ std::list<std::string> RunDirectory::recordNames() const {
     }
     while (const dirent* entry = ::readdir(directory.get())) {
         const std::string name = entry->d_name;
-        if (name.compare(0, sizeof kRecordPrefix - 1, kRecordPrefix) == 0) {
+        if (Text::startsWith(name, kRecordPrefix)) {
             names.push_back(name);
-        } else if (name.compare(0, sizeof kNewPrefix - 1, kNewPrefix) == 0) {
+        } else if (Text::startsWith(name, kNewPrefix)) {
             struct stat made {};
             const std::string fileName = path + name;
             if (::lstat(fileName.c_str(), &made) == 0 &&
@@ -264,7 +247,7 @@ bool RunDirectory::sweepRecord(const std::string& name,
     if (!file || !lockNow(file.get()) || !isNamed(file.get(), fileName)) {
         return true;
     }
-    const Entry entry = parse(readSome(file.get(), kMaxRecordBytes), name);
+    const Entry entry = parse(readRecord(file.get()), name);
     if (!clean(entry)) {
         return false;
     }
@@ -296,7 +279,7 @@ bool RunDirectory::hasOwned(Kind kind) const {
             continue;
         }
         const bool isUninterruptible =
-            parse(readSome(file.get(), kMaxRecordBytes), name).kind == Kind::kUninterruptible;
+            parse(readRecord(file.get()), name).kind == Kind::kUninterruptible;
         if (isUninterruptible == (kind == Kind::kUninterruptible) && !lockNow(file.get())) {
             return true;
         }

@@ -1,7 +1,6 @@
 #include "ListeningSocket.h"
 
 #include <arpa/inet.h>
-#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <netinet/in.h>
@@ -9,12 +8,9 @@
 #include <sys/socket.h>
 
 #include "CException.h"
+#include "Posix.h"
 
 namespace {
-
-[[noreturn]] void throwErrno(const std::string& what) {
-    throw CException(what + ": " + std::strerror(errno));
-}
 
 socklen_t toSockaddr(const ListenAddress& address, sockaddr_storage& storage) {
     sockaddr_in6 v6{};
@@ -63,13 +59,13 @@ ListeningSocket::ListeningSocket(const ListenAddress& address) {
     const socklen_t length = toSockaddr(address, storage);
     socket.reset(::socket(storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
     if (!socket) {
-        throwErrno("cannot make a socket for " + name);
+        Posix::throwErrno("cannot make a socket for " + name);
     }
     const int on = 1;
     if (::setsockopt(socket.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
         ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&storage), length) != 0 ||
         ::listen(socket.get(), SOMAXCONN) != 0) {
-        throwErrno("cannot listen on " + name);
+        Posix::throwErrno("cannot listen on " + name);
     }
 }
 
@@ -77,7 +73,7 @@ std::string ListeningSocket::boundAddress() const {
     sockaddr_storage storage{};
     socklen_t length = sizeof storage;
     if (::getsockname(socket.get(), reinterpret_cast<sockaddr*>(&storage), &length) != 0) {
-        throwErrno("cannot tell the address bound");
+        Posix::throwErrno("cannot tell the address bound");
     }
     unsigned int port = 0;
     const std::string host = hostOf(storage, port);

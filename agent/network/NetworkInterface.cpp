@@ -10,6 +10,7 @@
 #include <ifaddrs.h>
 
 #include "FreedBy.h"
+#include "Text.h"
 
 namespace {
 
@@ -42,7 +43,7 @@ std::string textOf(const sockaddr* address) {
 std::string plainAddress(const std::string& address) {
     static const std::string mapped = "::ffff:";
     const bool isMapped =
-        address.compare(0, mapped.size(), mapped) == 0 && address.find('.') != std::string::npos;
+        Text::startsWith(address, mapped) && address.find('.') != std::string::npos;
     return isMapped ? address.substr(mapped.size()) : address;
 }
 

@@ -14,6 +14,8 @@
 #include <utility>
 
 #include "FileDigest.h"
+#include "Posix.h"
+#include "Text.h"
 #include "TimeStamp.h"
 #include "UniqueFd.h"
 
@@ -50,11 +52,6 @@ struct ParsedLine {
     std::string covered;  // by the hash
 };
 
-[[noreturn]] void throwErrno(const std::string& what) {
-    const int error = errno;
-    throw CException(what + ": " + std::strerror(error));
-}
-
 std::string headName(const std::string& file) {
     return file + ".head";
 }
@@ -82,7 +79,7 @@ bool parseLine(const std::string& text, ParsedLine& line) {
     const std::size_t numberAt = sizeof kStart - 1;
     const std::size_t numberEnd = text.find(',');
     const std::size_t previousAt = numberEnd + sizeof kPrevious - 1;
-    if (text.compare(0, numberAt, kStart) != 0 || numberEnd == std::string::npos ||
+    if (!Text::startsWith(text, kStart) || numberEnd == std::string::npos ||
         text.compare(numberEnd, sizeof kPrevious - 1, kPrevious) != 0 ||
         text.size() < previousAt + kHashDigits + kTail) {
         return false;
@@ -114,48 +111,24 @@ bool parseHead(const std::string& text, Link& link) {
 
 std::string readRange(int fd, off_t from, off_t to, const std::string& name) {
     std::string text(static_cast<std::size_t>(to - from), '\0');
-    std::size_t have = 0;
-    while (have < text.size()) {
-        const ssize_t got =
-            ::pread(fd, &text[have], text.size() - have, from + static_cast<off_t>(have));
-        if (got < 0 && errno == EINTR) {
-            continue;
-        }
-        if (got < 0) {
-            throwErrno("cannot read " + name);
-        }
-        if (got == 0) {
-            break;
-        }
-        have += static_cast<std::size_t>(got);
+    const ssize_t have = Posix::readAllAt(fd, text.data(), text.size(), from);
+    if (have < 0) {
+        Posix::throwErrno("cannot read " + name);
     }
-    text.resize(have);
+    text.resize(static_cast<std::size_t>(have));
     return text;
 }
 
 void writeAt(int fd, const std::string& text, off_t at, const std::string& name) {
-    std::size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t put =
-            ::pwrite(fd, text.data() + done, text.size() - done, at + static_cast<off_t>(done));
-        if (put < 0 && errno == EINTR) {
-            continue;
-        }
-        if (put <= 0) {
-            throwErrno("cannot write " + name);
-        }
-        done += static_cast<std::size_t>(put);
+    if (!Posix::writeAllAt(fd, text, at)) {
+        Posix::throwErrno("cannot write " + name);
     }
 }
 
 UniqueFd openFile(const std::string& name, int flags) {
-    UniqueFd fd;
-    do {
-        fd.reset(
-            ::open(name.c_str(), flags | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK, 0600));
-    } while (!fd && errno == EINTR);
+    UniqueFd fd = Posix::open(name, flags | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK, 0600);
     if (!fd) {
-        throwErrno("cannot open " + name);
+        Posix::throwErrno("cannot open " + name);
     }
     struct stat found {};
     if (::fstat(fd.get(), &found) != 0 || !S_ISREG(found.st_mode)) {
@@ -167,7 +140,7 @@ UniqueFd openFile(const std::string& name, int flags) {
 struct stat examine(int fd, const std::string& name) {
     struct stat found {};
     if (::fstat(fd, &found) != 0) {
-        throwErrno("cannot examine " + name);
+        Posix::throwErrno("cannot examine " + name);
     }
     return found;
 }
@@ -198,7 +171,7 @@ UniqueFd openLocked(const std::string& name, std::chrono::milliseconds patience)
             }
             fd = openFile(name, O_RDWR | O_CREAT);
         } else if (errno != EWOULDBLOCK && errno != EINTR) {
-            throwErrno("cannot lock " + name);
+            Posix::throwErrno("cannot lock " + name);
         } else {
             ::poll(nullptr, 0, kLockPollMs);
         }
@@ -291,19 +264,16 @@ AuditLog::Finding finding(long line, const std::string& text, long good) {
 }  // namespace
 
 std::string AuditLog::escape(const std::string& text, std::string::size_type maxBytes) {
-    constexpr char kDigits[] = "0123456789abcdef";
     std::string escaped;
     for (const char c : text.substr(0, maxBytes)) {
-        const unsigned int value = static_cast<unsigned char>(c);
         if (c == '"' || c == '\\') {
             escaped += '\\';
             escaped += c;
-        } else if (value >= 0x20 && value < 0x7f) {
+        } else if (Text::isPlain(c)) {
             escaped += c;
         } else {
             escaped += "\\u00";
-            escaped += kDigits[value >> 4U];
-            escaped += kDigits[value & 15U];
+            Text::appendHex(escaped, c);
         }
     }
     return escaped;
@@ -347,11 +317,11 @@ void AuditLog::write(const AuditEntry& entry, const std::vector<Event>& events) 
     keepSpare(fd.get(), found, at);
     try {
         if (at != size && ::ftruncate(fd.get(), at) != 0) {
-            throwErrno("cannot write " + file);
+            Posix::throwErrno("cannot write " + file);
         }
         writeAt(fd.get(), text, at, file);
         if (::fdatasync(fd.get()) != 0) {
-            throwErrno("cannot write " + file);
+            Posix::throwErrno("cannot write " + file);
         }
         writeAt(head.get(), headText(link), 0, headFile);
     } catch (const CException&) {

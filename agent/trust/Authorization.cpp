@@ -12,6 +12,8 @@
 #include <utility>
 
 #include "CException.h"
+#include "Posix.h"
+#include "Text.h"
 
 namespace {
 
@@ -50,9 +52,6 @@ constexpr RoleName kRoleNames[] = {{Role::kObserver, "observer"},
                                    {Role::kOperator, "operator"},
                                    {Role::kFirmware, "firmware"}};
 
-struct FileCloser {
-    void operator()(FILE* file) const { std::fclose(file); }
-};
 struct MemoryFreer {
     void operator()(char* memory) const { std::free(memory); }
 };
@@ -86,10 +85,7 @@ std::string nameOfOpen(int fd) {
 }
 
 UniqueFd openRetried(const std::string& path, int flags) {
-    UniqueFd fd;
-    do {
-        fd.reset(::open(path.c_str(), flags | O_CLOEXEC));
-    } while (!fd && errno == EINTR);
+    UniqueFd fd = Posix::open(path, flags);
     if (!fd) {
         const int error = errno;
         throw CException(std::strerror(error));
@@ -168,7 +164,7 @@ void Authorization::read(FILE* stream, std::vector<ConfigFault>& faults) {
 
 Authorization Authorization::load(const std::string& fileName, std::vector<ConfigFault>& faults) {
     Authorization rules;
-    const std::unique_ptr<FILE, FileCloser> file(std::fopen(fileName.c_str(), "re"));
+    const Posix::File file = Posix::openFile(fileName, "re");
     if (file) {
         rules.read(file.get(), faults);
         return rules;
@@ -219,7 +215,7 @@ bool covers(const std::string& prefix, const std::string& path) {
     if (prefix == "/") {
         return !path.empty() && path.front() == '/';
     }
-    return !prefix.empty() && path.compare(0, prefix.size(), prefix) == 0 &&
+    return !prefix.empty() && Text::startsWith(path, prefix) &&
            (path.size() == prefix.size() || path[prefix.size()] == '/');
 }
 

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <vector>
 
+#include "Text.h"
+
 namespace secretmask {
 
 namespace {
@@ -98,7 +100,7 @@ std::size_t secretInside(const std::string& text) {
     constexpr std::array<const char*, 5> kBefore = {
         "--password=", "IPMI_PASSWORD=", "IPMITOOL_PASSWORD=", "IPMI_KGKEY=", "IPMITOOL_KGKEY="};
     for (const char* const before : kBefore) {
-        if (text.rfind(before, 0) == 0) {
+        if (Text::startsWith(text, before)) {
             return std::strlen(before);
         }
     }

@@ -33,7 +33,8 @@ public:
     static UniqueFd open(const std::string& name, int flags, mode_t mode = 0);
 
     // Writes all of it; false leaves the reason in errno. writeAllAt() leaves the position alone.
-    // Not for a descriptor that is non-blocking: EAGAIN is an error like any other here.
+    // Not for a descriptor that is non-blocking: EAGAIN is an error like any other here. May be
+    // called in a signal handler.
     [[nodiscard]] static bool writeAll(int fd, std::string_view bytes);
     [[nodiscard]] static bool writeAllAt(int fd, std::string_view bytes, off_t offset);
 

@@ -9,6 +9,7 @@
 
 #include "ConnectGate.h"
 #include "SilentPeers.h"
+#include "Text.h"
 #include "TlsContext.h"
 #include "TlsSocket.h"
 
@@ -160,7 +161,7 @@ void AgentLink::lose(const std::string& reason) {
     drop();
     const std::string start = peerName() + ": ";
     // Texts of the channel begin with the peer already.
-    const std::string text = reason.rfind(start, 0) == 0 ? reason : start + reason;
+    const std::string text = Text::startsWith(reason, start) ? reason : start + reason;
     throw CException(text.find("connection lost") != std::string::npos
                          ? text
                          : start + "connection lost, " + text.substr(start.size()));

@@ -11,6 +11,7 @@
 #include "NodeResult.h"
 #include "Protocol.h"
 #include "StopWatch.h"
+#include "Text.h"
 #include "TlsContext.h"
 #include "TlsSocket.h"
 
@@ -33,10 +34,6 @@ struct Settings {
 Settings& settings() {
     static auto* all = new Settings;
     return *all;
-}
-
-bool hasPrefix(const std::string& text, const char* prefix) {
-    return text.rfind(prefix, 0) == 0;
 }
 
 // All that a job writes, up to the agent's word about its end.
@@ -102,9 +99,9 @@ void SSLClient::execute(std::string commandLine, unsigned int timeOut, CResult* 
     if (result == nullptr) {
         throw CException("A command on a node needs a result to fill.");
     }
-    if (hasPrefix(commandLine, kSavePrefix)) {
+    if (Text::startsWith(commandLine, kSavePrefix)) {
         fileexchange::save(*link, commandLine.substr(sizeof kSavePrefix - 1), timeOut, *result);
-    } else if (hasPrefix(commandLine, kGetPrefix)) {
+    } else if (Text::startsWith(commandLine, kGetPrefix)) {
         fileexchange::get(*link, commandLine.substr(sizeof kGetPrefix - 1), timeOut, *result);
     } else {
         protocol::Exec exec;

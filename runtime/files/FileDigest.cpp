@@ -1,6 +1,7 @@
 #include "FileDigest.h"
 
 #include "CException.h"
+#include "Text.h"
 
 namespace {
 
@@ -35,12 +36,9 @@ std::string FileDigest::finish() {
 }
 
 std::string FileDigest::toHex(const std::string& raw) {
-    constexpr char kDigits[] = "0123456789abcdef";
     std::string text;
-    for (const char c : raw) {
-        const unsigned value = static_cast<unsigned char>(c);
-        text += kDigits[value >> 4];
-        text += kDigits[value & 0xf];
+    for (const char byte : raw) {
+        Text::appendHex(text, byte);
     }
     return text;
 }

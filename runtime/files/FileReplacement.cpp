@@ -13,6 +13,9 @@
 
 #include <dirent.h>
 
+#include "Posix.h"
+#include "Text.h"
+
 namespace {
 
 constexpr int kNameAttempts = 16;
@@ -36,16 +39,12 @@ std::string freshTemporaryName() {
 bool isTemporaryName(const std::string& name) {
     constexpr std::size_t prefixBytes = sizeof kTemporaryPrefix - 1;
     return name.size() == prefixBytes + 2 * kRandomBytes &&
-           name.compare(0, prefixBytes, kTemporaryPrefix) == 0;
+           Text::startsWith(name, kTemporaryPrefix);
 }
 
 // Held as long as a temporary file is being made: whoever gets it knows that the maker is gone.
 bool tryLock(int fd) {
-    int result = 0;
-    do {
-        result = flock(fd, LOCK_EX | LOCK_NB);
-    } while (result != 0 && errno == EINTR);
-    return result == 0;
+    return Posix::retried([&] { return flock(fd, LOCK_EX | LOCK_NB); }) == 0;
 }
 
 struct DirectoryCloser {
@@ -100,9 +99,7 @@ FileReplacement::FileReplacement(const std::string& targetPath,
     const std::string parent = path.substr(0, std::max<std::size_t>(slash, 1));
     // From here on everything is relative to this descriptor: renaming the directory meanwhile
     // cannot lead the content elsewhere.
-    do {
-        directory.reset(::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    } while (!directory && errno == EINTR);
+    directory = Posix::open(parent, O_RDONLY | O_DIRECTORY);
     if (!directory) {
         const int error = errno;
         throw FileError("Can not open the directory \"" + parent + "\": " + std::strerror(error) +
@@ -190,9 +187,8 @@ void FileReplacement::digestArrived() noexcept {
 }
 
 void FileReplacement::openUnnamed() {
-    do {
-        file.reset(openat(directory.get(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600));
-    } while (!file && errno == EINTR);
+    file.reset(Posix::retried(
+        [&] { return openat(directory.get(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600); }));
     if (file) {
         // Before it gets a name. Nobody else can have it yet.
         (void)tryLock(file.get());
@@ -256,17 +252,8 @@ void FileReplacement::store(const std::string& bytes) {
         written += bytes.size();
         return;
     }
-    std::size_t at = 0;
-    while (at < bytes.size()) {
-        const ssize_t put = pwrite(file.get(), bytes.data() + at, bytes.size() - at,
-                                   static_cast<off_t>(written + at));
-        if (put < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            fail("write", errno);
-        }
-        at += static_cast<std::size_t>(put);
+    if (!Posix::writeAllAt(file.get(), bytes, static_cast<off_t>(written))) {
+        fail("write", errno);
     }
     written += bytes.size();
     beginWriting();

@@ -7,6 +7,7 @@
 #include <unistd.h>
 #include <utility>
 
+#include "Posix.h"
 #include "Protocol.h"
 
 namespace {
@@ -17,22 +18,12 @@ std::string quoted(const std::string& path) {
 
 // The whole of the length unless the file ends before.
 std::size_t readFully(int fd, char* target, std::size_t length, const std::string& path) {
-    std::size_t have = 0;
-    while (have < length) {
-        const ssize_t got = read(fd, target + have, length - have);
-        if (got == 0) {
-            break;
-        }
-        if (got < 0) {
-            if (errno == EINTR) {
-                continue;
-            }
-            const int error = errno;
-            throw FileError("Can not read " + quoted(path) + ": " + std::strerror(error) + ".");
-        }
-        have += static_cast<std::size_t>(got);
+    const ssize_t got = Posix::readAll(fd, target, length);
+    if (got < 0) {
+        const int error = errno;
+        throw FileError("Can not read " + quoted(path) + ": " + std::strerror(error) + ".");
     }
-    return have;
+    return static_cast<std::size_t>(got);
 }
 
 bool sameTime(const timespec& a, const timespec& b) {
@@ -46,9 +37,7 @@ FileSource::FileSource(const std::string& sourcePath) : path(sourcePath) {
         throw FileError(quoted(path) + " is not an absolute path.");
     }
     // O_NONBLOCK: opening a FIFO must not wait for a writer; it is refused below.
-    do {
-        file.reset(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    } while (!file && errno == EINTR);
+    file = Posix::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
     if (!file) {
         const int error = errno;
         throw FileError("Can not open " + quoted(path) + ": " + std::strerror(error) + ".");

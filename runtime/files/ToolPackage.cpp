@@ -17,6 +17,7 @@
 #include <openssl/rand.h>
 
 #include "FreedBy.h"
+#include "Posix.h"
 #include "UniqueFd.h"
 
 namespace toolpackage {
@@ -58,40 +59,18 @@ std::uint64_t takeNumber(const unsigned char* bytes, int width) {
     return value;
 }
 
-UniqueFd openFile(const std::string& path, int flags, mode_t mode = 0) {
-    for (;;) {
-        UniqueFd fd(::open(path.c_str(), flags | O_CLOEXEC, mode));
-        if (fd || errno != EINTR) {
-            return fd;
-        }
-    }
-}
-
 // As many bytes as there are, at most size.
-std::size_t readAt(int fd, unsigned char* bytes, std::size_t size, std::uint64_t offset) {
-    std::size_t done = 0;
-    while (done < size) {
-        const ssize_t got =
-            ::pread(fd, bytes + done, size - done, static_cast<off_t>(offset + done));
-        if (got < 0 && errno != EINTR) {
-            failWithErrno("cannot read", errno);
-        }
-        if (got == 0) {
-            break;
-        }
-        done += got > 0 ? static_cast<std::size_t>(got) : 0;
+std::size_t readAt(int fd, void* bytes, std::size_t size, std::uint64_t offset) {
+    const ssize_t got = Posix::readAllAt(fd, bytes, size, static_cast<off_t>(offset));
+    if (got < 0) {
+        failWithErrno("cannot read", errno);
     }
-    return done;
+    return static_cast<std::size_t>(got);
 }
 
-void writeAll(int fd, const unsigned char* bytes, std::size_t size) {
-    std::size_t done = 0;
-    while (done < size) {
-        const ssize_t put = ::write(fd, bytes + done, size - done);
-        if (put < 0 && errno != EINTR) {
-            failWithErrno("cannot write", errno);
-        }
-        done += put > 0 ? static_cast<std::size_t>(put) : 0;
+void writeAll(int fd, const void* bytes, std::size_t size) {
+    if (!Posix::writeAll(fd, {static_cast<const char*>(bytes), size})) {
+        failWithErrno("cannot write", errno);
     }
 }
 
@@ -271,7 +250,7 @@ void sealFile(int toolFd, std::uint64_t size, PackageHeader& header, const ToolK
                   "random numbers");
     ChunkCipher cipher(key, header);
     const std::string headerBytes = encodeHeader(header);
-    writeAll(outFd, reinterpret_cast<const unsigned char*>(headerBytes.data()), headerBytes.size());
+    writeAll(outFd, headerBytes.data(), headerBytes.size());
     SecretBuffer plain(bufferBytes(header));
     std::vector<unsigned char> sealed(bufferBytes(header) + kTagBytes);
     const std::uint64_t chunks = header.chunks();
@@ -343,7 +322,7 @@ ToolKey::~ToolKey() {
 ToolKey ToolKey::load(const std::string& path) {
     const std::string name = "tool key \"" + path + "\"";
     // Non-blocking, so that a FIFO under this name is refused and not waited for.
-    const UniqueFd fd = openFile(path, O_RDONLY | O_NONBLOCK);
+    const UniqueFd fd = Posix::open(path, O_RDONLY | O_NONBLOCK);
     if (!fd) {
         failWithErrno(name + ": cannot be opened", errno);
     }
@@ -355,8 +334,7 @@ ToolKey ToolKey::load(const std::string& path) {
         fail(name + ": others may read or change it; its mode must be 0600");
     }
     std::string bytes(kKeyBytes + 1, '\0');
-    const std::size_t got =
-        readAt(fd.get(), reinterpret_cast<unsigned char*>(bytes.data()), bytes.size(), 0);
+    const std::size_t got = readAt(fd.get(), bytes.data(), bytes.size(), 0);
     if (got != kKeyBytes) {
         fail(name + ": must hold exactly " + std::to_string(kKeyBytes) + " bytes");
     }
@@ -367,7 +345,7 @@ ToolKey ToolKey::load(const std::string& path) {
 }
 
 void ToolKey::createFile(const std::string& path) {
-    const UniqueFd fd = openFile(path, O_WRONLY | O_CREAT | O_EXCL, 0600);
+    const UniqueFd fd = Posix::open(path, O_WRONLY | O_CREAT | O_EXCL, 0600);
     if (!fd) {
         failWithErrno("tool key \"" + path + "\": cannot be created", errno);
     }
@@ -467,7 +445,7 @@ void pack(const std::string& toolPath, const ToolKey& key, const std::string& ou
         fail(name + ": the name of a tool may hold letters, digits and \"_.+-\", must not begin " +
              "with \".\" or \"-\", and has at most " + std::to_string(kMaxNameBytes) + " bytes");
     }
-    const UniqueFd tool = openFile(toolPath, O_RDONLY | O_NONBLOCK);
+    const UniqueFd tool = Posix::open(toolPath, O_RDONLY | O_NONBLOCK);
     if (!tool) {
         failWithErrno(name + ": cannot be opened", errno);
     }

@@ -18,7 +18,9 @@
 
 #include "CException.h"
 #include "FreedBy.h"
+#include "Posix.h"
 #include "Protocol.h"
+#include "Text.h"
 #include "TlsFault.h"
 #include "UniqueFd.h"
 
@@ -47,10 +49,7 @@ using PrivateKey = TlsContext::PrivateKey;
 class PemText {
 public:
     explicit PemText(const std::string& file) {
-        UniqueFd fd;
-        do {
-            fd.reset(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-        } while (!fd && errno == EINTR);
+        const UniqueFd fd = Posix::open(file, O_RDONLY | O_NONBLOCK | O_NOCTTY);
         struct stat found {};
         if (!fd || fstat(fd.get(), &found) != 0) {
             unreadable(file, std::strerror(errno));
@@ -59,21 +58,11 @@ public:
             unreadable(file, "not a PEM file");
         }
         text.resize(static_cast<std::size_t>(found.st_size));
-        std::size_t have = 0;
-        while (have < text.size()) {
-            const ssize_t got = read(fd.get(), &text[have], text.size() - have);
-            if (got < 0 && errno == EINTR) {
-                continue;
-            }
-            if (got < 0) {
-                unreadable(file, std::strerror(errno));
-            }
-            if (got == 0) {
-                break;
-            }
-            have += static_cast<std::size_t>(got);
+        const ssize_t have = Posix::readAll(fd.get(), text.data(), text.size());
+        if (have < 0) {
+            unreadable(file, std::strerror(errno));
         }
-        text.resize(have);
+        text.resize(static_cast<std::size_t>(have));
     }
     PemText(const PemText&) = delete;
     PemText& operator=(const PemText&) = delete;
@@ -262,7 +251,7 @@ private:
                           : insideProblem;
         }
         const std::string& named = separate ? source.privateKeyFile : source.certificateFile;
-        throw CException(problem.rfind("Can not", 0) == 0
+        throw CException(Text::startsWith(problem, "Can not")
                              ? problem
                              : "The file \"" + named + "\" " + problem + ".");
     }

@@ -1,6 +1,5 @@
 #include "CShellConfigReader.h"
 
-#include <cerrno>
 #include <memory>
 #include <sys/stat.h>
 #include <utility>
@@ -9,26 +8,21 @@
 #include "CSSLConfig.h"
 #include "CShellCommandSet.h"
 #include "CShellExecutionContext.h"
-#include "CUtil.h"
 #include "CmdConfigBuilder.h"
 #include "CmdConfigFile.h"
 #include "ConfigErrorCollector.h"
 #include "ConfigLineReader.h"
 #include "NodeConfigFile.h"
 #include "NodeConfigWriter.h"
+#include "Posix.h"
+#include "Text.h"
 
 namespace {
 
-using File = std::unique_ptr<FILE, int (*)(FILE*)>;
-
 // Null when there is nothing to read. A directory can be opened, but that is all: it counts as a
 // file that can not be opened.
-File openForReading(const char* fileName) {
-    FILE* stream = nullptr;
-    do {
-        stream = std::fopen(fileName, "re");
-    } while (stream == nullptr && errno == EINTR);
-    File file(stream, &std::fclose);
+Posix::File openForReading(const char* fileName) {
+    Posix::File file = Posix::openFile(fileName, "re");
     struct stat status {};
     if (file && ::fstat(::fileno(file.get()), &status) == 0 && S_ISDIR(status.st_mode)) {
         file.reset();
@@ -44,13 +38,9 @@ std::string unreadable(const std::string& fileName, const char* purpose) {
 constexpr char kAnyPurpose[] = "";
 constexpr char kSslPurpose[] = " for SSL configuration";
 
-bool hasPrefix(const std::string& text, const std::string& prefix) {
-    return text.compare(0, prefix.size(), prefix) == 0;
-}
-
 // What stands behind the dashes; nothing when they are missing.
 std::string withoutDashes(const std::string& part, const std::string& dashes) {
-    return hasPrefix(part, dashes) ? part.substr(dashes.size()) : std::string();
+    return Text::startsWith(part, dashes) ? part.substr(dashes.size()) : std::string();
 }
 
 // False for a key that no field answers to.
@@ -82,7 +72,7 @@ void CShellConfigReader::readConfig(CShellExecutionContext& context, ConfigError
 
 void CShellConfigReader::readNodeConfig(const char* fileName, CShellExecutionContext& context,
                                         ConfigErrorCollector* errors) {
-    const File file = openForReading(fileName);
+    const Posix::File file = openForReading(fileName);
     if (!file) {
         errors->addError(0, unreadable(fileName, kAnyPurpose));
         return;
@@ -100,7 +90,7 @@ void CShellConfigReader::readNodeConfig(FILE* stream, CShellExecutionContext& co
 
 void CShellConfigReader::readCmdConfig(const char* fileName, CShellExecutionContext& context,
                                        ConfigErrorCollector* errors) {
-    const File file = openForReading(fileName);
+    const Posix::File file = openForReading(fileName);
     if (!file) {
         return;
     }
@@ -120,7 +110,7 @@ void CShellConfigReader::readCmdConfig(FILE* stream, CShellExecutionContext& con
 }
 
 void CShellConfigReader::readSslConfig(const char* fileName, ConfigErrorCollector* errors) {
-    const File file = openForReading(fileName);
+    const Posix::File file = openForReading(fileName);
     if (!file) {
         errors->addError(0, unreadable(fileName, kSslPurpose));
         return;
@@ -144,7 +134,7 @@ void CShellConfigReader::readSslConfig(FILE* stream, ConfigErrorCollector* error
             errors->addError(0, "Unknown setting for SSL configuration: " + line);
             continue;
         }
-        CUtil::toUpper(key);
+        Text::toUpper(key);
         if (!setSslField(key, value)) {
             errors->addError(0, "Unknown setting for SSL configuration: " + key);
         }
@@ -188,7 +178,7 @@ std::list<std::string> CShellConfigReader::resolveOptionToken(std::string token)
     for (std::string::size_type end = names.find('|'); end != std::string::npos;
          begin = end + 1, end = names.find('|', begin)) {
         parts.push_back(names.substr(begin, end - begin));
-        CUtil::trim(parts.back());
+        Text::trim(parts.back());
     }
     if (parts.size() != 3) {
         return {};
@@ -198,7 +188,7 @@ std::list<std::string> CShellConfigReader::resolveOptionToken(std::string token)
     std::string& longName = *std::next(parts.begin());
     longName = withoutDashes(longName, "--");
     parts.push_back(token.substr(close + 1));
-    CUtil::trim(parts.back());
+    Text::trim(parts.back());
     return parts;
 }
 

@@ -116,7 +116,7 @@ NodeConfigWriter::NodeConfigWriter(std::string name)
 
 void NodeConfigWriter::add(const CNode& node) {
     {
-        const File file = open();
+        const Posix::File file = open();
         if (!file) {
             complain("Fail to open: ", fileName);
             return;
@@ -146,12 +146,12 @@ void NodeConfigWriter::correct(const CNode& node) {
     static_cast<void>(replace([&](FILE* from, FILE* to) { return copyCorrected(from, to, node); }));
 }
 
-NodeConfigWriter::File NodeConfigWriter::open() const {
-    return File(std::fopen(fileName.c_str(), "re"), &std::fclose);
+Posix::File NodeConfigWriter::open() const {
+    return Posix::openFile(fileName, "re");
 }
 
 bool NodeConfigWriter::replace(const Rewrite& rewrite) const {
-    const File from = open();
+    const Posix::File from = open();
     if (!from) {
         complain("Fail to open: ", fileName);
         return false;
@@ -178,9 +178,8 @@ bool NodeConfigWriter::fillCopy(FILE* from, const Rewrite& rewrite) const {
         complain("Fail to open: ", copyName);
         return false;
     }
-    UniqueFd fd(
-        ::open(copyName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
-    File to(fd ? ::fdopen(fd.get(), "w") : nullptr, &std::fclose);
+    UniqueFd fd = Posix::open(copyName, O_WRONLY | O_CREAT | O_EXCL, S_IRUSR | S_IWUSR);
+    Posix::File to(fd ? ::fdopen(fd.get(), "w") : nullptr);
     if (!to) {
         complain("Fail to open: ", copyName);
         return false;

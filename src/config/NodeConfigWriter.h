@@ -2,10 +2,10 @@
 
 #include <cstdio>
 #include <functional>
-#include <memory>
 #include <string>
 
 #include "CNode.h"
+#include "Posix.h"
 
 // Rewrites a node file: a copy is made beside it (name + ".tmp"), flushed to the disk and renamed
 // over it, with the mode it had. So the file is at any time the old one or the whole new one. When
@@ -23,10 +23,9 @@ public:
     void correct(const CNode& node);
 
 private:
-    using File = std::unique_ptr<FILE, int (*)(FILE*)>;
     using Rewrite = std::function<bool(FILE* from, FILE* to)>;
 
-    File open() const;
+    Posix::File open() const;
     bool replace(const Rewrite& rewrite) const;
     bool fillCopy(FILE* from, const Rewrite& rewrite) const;
     void complain(const char* what, const std::string& file) const;

@@ -6,22 +6,19 @@
 #include "CCmdHistory.h"
 #include "CShellExecutionContext.h"
 #include "CShellExecutionContextAutoCompleteAdapter.h"
+#include "Text.h"
 
 namespace {
 
 const std::string kLevelCommand = "cd";
 const std::string kLevelPrefix = "cd ";
 
-bool beginsWith(const std::string& text, const std::string& prefix) {
-    return text.compare(0, prefix.size(), prefix) == 0;
-}
-
 // A line that begins with "cd" but not with "cd " names a level only when what is offered for it
 // are not commands.
 bool completesLevel(const std::string& text, const std::list<std::string>& candidates) {
-    return beginsWith(text, kLevelPrefix) ||
-           (beginsWith(text, kLevelCommand) && !candidates.empty() &&
-            !beginsWith(candidates.front(), kLevelCommand));
+    return Text::startsWith(text, kLevelPrefix) ||
+           (Text::startsWith(text, kLevelCommand) && !candidates.empty() &&
+            !Text::startsWith(candidates.front(), kLevelCommand));
 }
 
 // What all candidates have in common from that position on.

@@ -3,6 +3,7 @@
 #include "CShellCommand.h"
 #include "CShellCommandSet.h"
 #include "CShellExecutionContext.h"
+#include "Text.h"
 
 namespace {
 
@@ -10,16 +11,12 @@ constexpr char kBasicSetName[] = "BASIC";
 constexpr char kChangeLevel[] = "cd ";
 constexpr std::string::size_type kChangeLevelLength = sizeof kChangeLevel - 1;
 
-bool startsWith(const std::string& text, const std::string& start) {
-    return text.compare(0, start.size(), start) == 0;
-}
-
 void appendCommands(std::list<std::string>& candidates, CShellCommandSet& set,
                     const std::string& typed) {
     // The map is ordered by name, so everything that begins with the text stands together.
     const auto& commands = set.getSupportedCommands();
     for (auto entry = commands.lower_bound(typed);
-         entry != commands.end() && startsWith(entry->first, typed); ++entry) {
+         entry != commands.end() && Text::startsWith(entry->first, typed); ++entry) {
         candidates.push_back(entry->first);
     }
 }
@@ -31,7 +28,7 @@ void appendSets(std::list<std::string>& candidates, const std::list<CShellComman
         if (atRoot && name == kBasicSetName) {
             continue;
         }
-        if (name.size() > rest.size() && startsWith(name, rest)) {
+        if (name.size() > rest.size() && Text::startsWith(name, rest)) {
             candidates.push_back(name);
         }
     }
@@ -59,7 +56,7 @@ std::list<std::string> CShellExecutionContextAutoCompleteAdapter::getPossibleCom
         basicCovered = basicCovered || isBasic;
         appendCommands(candidates, *set, typed);
     }
-    if (candidates.empty() && startsWith(typed, kChangeLevel)) {
+    if (candidates.empty() && Text::startsWith(typed, kChangeLevel)) {
         const std::string rest = typed.substr(kChangeLevelLength);
         if (atRoot) {
             appendSets(candidates, working, rest, atRoot);

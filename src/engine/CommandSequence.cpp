@@ -6,7 +6,6 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
-#include <memory>
 #include <sys/file.h>
 #include <unistd.h>
 #include <utility>
@@ -15,6 +14,7 @@
 #include <boost/interprocess/exceptions.hpp>
 
 #include "ConfigLineReader.h"
+#include "Posix.h"
 #include "UniqueFd.h"
 
 namespace {
@@ -27,51 +27,27 @@ constexpr mode_t kSemaphoreMode = 0777;  // before the umask
     throw boost::interprocess::interprocess_exception(boost::interprocess::error_info(error));
 }
 
-struct CloseFile {
-    void operator()(FILE* file) const { static_cast<void>(std::fclose(file)); }
-};
-using File = std::unique_ptr<FILE, CloseFile>;
-
-bool writeAll(int fd, const std::string& text) {
-    std::size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t written =
-            ::pwrite(fd, text.data() + done, text.size() - done, static_cast<off_t>(done));
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return false;
-        }
-        done += static_cast<std::size_t>(written);
-    }
-    return true;
-}
-
 bool cutAt(int fd, std::size_t size) {
-    int outcome = 0;
-    do {
-        outcome = ::ftruncate(fd, static_cast<off_t>(size));
-    } while (outcome != 0 && errno == EINTR);
-    return outcome == 0;
+    return Posix::retried([&] { return ::ftruncate(fd, static_cast<off_t>(size)); }) == 0;
 }
 
 void createWithZero(const std::string& path) {
     // Exclusive: a file that is there but cannot be read must not lose its number.
-    const UniqueFd file(::open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, kFileMode));
+    const UniqueFd file = Posix::open(path, O_RDWR | O_CREAT | O_EXCL, kFileMode);
     if (file) {
-        static_cast<void>(writeAll(file.get(), "0"));
+        static_cast<void>(Posix::writeAll(file.get(), "0"));
     }
 }
 
 // Waits for the lock on the counter file; it ends when the descriptor is closed. Where the file
 // cannot be opened, the semaphore has to do.
 UniqueFd lockFile(const std::string& path) {
-    UniqueFd file(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kFileMode));
+    UniqueFd file = Posix::open(path, O_RDWR | O_CREAT, kFileMode);
     if (!file) {
-        file.reset(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        file = Posix::open(path, O_RDONLY);
     }
-    while (file && ::flock(file.get(), LOCK_EX) != 0 && errno == EINTR) {
+    if (file) {
+        static_cast<void>(Posix::retried([&] { return ::flock(file.get(), LOCK_EX); }));
     }
     return file;
 }
@@ -114,7 +90,7 @@ CommandSequence::~CommandSequence() {
 }
 
 unsigned int CommandSequence::readFromFile() const {
-    const File file(std::fopen(filePath.c_str(), "re"));
+    const Posix::File file = Posix::openFile(filePath, "re");
     if (!file) {
         createWithZero(filePath);
         return 0;
@@ -132,13 +108,13 @@ unsigned int CommandSequence::readFromFile() const {
 void CommandSequence::writeToFile(unsigned int number) const {
     // Not truncated at opening: a shell that is killed in here must not leave an empty file, from
     // which the numbers would begin anew.
-    const UniqueFd file(::open(filePath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kFileMode));
+    const UniqueFd file = Posix::open(filePath, O_RDWR | O_CREAT, kFileMode);
     if (!file) {
         std::puts("ERROR!!! fopen(cmdSeqFilePath.data(), \"wt\") returns NULL....");
         return;
     }
     const std::string text = std::to_string(number);
-    if (!writeAll(file.get(), text) || !cutAt(file.get(), text.size())) {
+    if (!Posix::writeAllAt(file.get(), text, 0) || !cutAt(file.get(), text.size())) {
         static_cast<void>(std::fprintf(stderr, "kelsh: can not write \"%s\": %s\n",
                                        filePath.c_str(), std::strerror(errno)));
     }
@@ -162,19 +138,15 @@ void CommandSequence::lockSemaphore() {
     timespec limit{};
     static_cast<void>(::clock_gettime(CLOCK_MONOTONIC, &limit));
     limit.tv_sec += kHintAfterSeconds;
-    int outcome = 0;
-    do {
-        outcome = ::sem_clockwait(semaphore, CLOCK_MONOTONIC, &limit);
-    } while (outcome != 0 && errno == EINTR);
+    int outcome =
+        Posix::retried([&] { return ::sem_clockwait(semaphore, CLOCK_MONOTONIC, &limit); });
     if (outcome != 0 && errno == ETIMEDOUT) {
         static_cast<void>(std::fprintf(
             stderr,
             "kelsh: still waiting for the semaphore \"%s\" (/dev/shm/sem.%s). Another shell holds "
             "it, or was killed while it did; in that case remove that file and start anew.\n",
             semaphoreName.c_str(), semaphoreName.c_str() + 1));
-        do {
-            outcome = ::sem_wait(semaphore);
-        } while (outcome != 0 && errno == EINTR);
+        outcome = Posix::retried([&] { return ::sem_wait(semaphore); });
     }
     if (outcome != 0) {
         throwSystemError(errno);

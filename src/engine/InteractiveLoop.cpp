@@ -20,14 +20,11 @@
 #include "ResultMemory.h"
 #include "ShellLogging.h"
 #include "Terminal.h"
+#include "Text.h"
 
 namespace {
 
 constexpr char kDown[] = "cd ";
-
-bool startsWith(const std::string& text, const std::string& prefix) {
-    return text.compare(0, prefix.size(), prefix) == 0;
-}
 
 }  // namespace
 
@@ -72,7 +69,7 @@ void InteractiveLoop::run() {
 
 void InteractiveLoop::processLine(Line& line, CCmdHistory& history) {
     ConfigErrorCollector errors;
-    if (startsWith(line.text, "!") && !recall(line.text, history)) {
+    if (Text::startsWith(line.text, "!") && !recall(line.text, history)) {
         std::cout << "Unknown command: " << line.text << std::endl;
         return;
     }
@@ -84,7 +81,7 @@ void InteractiveLoop::processLine(Line& line, CCmdHistory& history) {
         line.quit = true;
         return;
     }
-    if (line.text == "cd" || startsWith(line.text, kDown)) {
+    if (line.text == "cd" || Text::startsWith(line.text, kDown)) {
         line.valid = changeLevel(line.text);
     } else {
         line.valid = runLine(line.text, &errors);

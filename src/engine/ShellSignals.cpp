@@ -6,32 +6,15 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "Posix.h"
 #include "Terminal.h"
-
-namespace {
-
-void writeLine(const char* text, std::size_t length) {
-    std::size_t done = 0;
-    while (done < length) {
-        const ssize_t written = ::write(STDOUT_FILENO, text + done, length - done);
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            return;
-        }
-        done += static_cast<std::size_t>(written);
-    }
-}
-
-}  // namespace
 
 void signalHandler(int sig) {
     const int savedErrno = errno;
     if (sig == SIGINT) {
         Terminal::dropTypedAhead();
         constexpr char kText[] = "Do not use Ctrl+C to terminate this program.\n";
-        writeLine(kText, sizeof kText - 1);
+        static_cast<void>(Posix::writeAll(STDOUT_FILENO, kText));
     } else {
         // The number is put together by hand: printf is not safe in a handler.
         char text[48] = "Catch a signal ";
@@ -51,7 +34,8 @@ void signalHandler(int sig) {
             *end++ = digits[--count];
         }
         *end++ = '\n';
-        writeLine(text, static_cast<std::size_t>(end - text));
+        static_cast<void>(
+            Posix::writeAll(STDOUT_FILENO, {text, static_cast<std::size_t>(end - text)}));
     }
     errno = savedErrno;
 }

@@ -5,8 +5,8 @@
 
 #include "CAlreadyExistException.h"
 #include "CShellCommandSet.h"
-#include "CUtil.h"
 #include "ConfigErrorCollector.h"
+#include "Text.h"
 
 namespace {
 
@@ -18,10 +18,6 @@ std::string keyPrefix(const CShellCommandSet& set) {
     return path.empty() ? "" : path + "/";
 }
 
-bool beginsWith(const std::string& text, const std::string& start) {
-    return text.compare(0, start.size(), start) == 0;
-}
-
 bool isBasic(const CShellCommandSet& set) {
     return !set.hasParentCommandSet() && set.equal("BASIC");
 }
@@ -31,7 +27,7 @@ bool isBasic(const CShellCommandSet& set) {
 std::vector<std::string> spellings(const std::string& text) {
     const std::string bare = text.front() == '/' ? text.substr(1) : text;
     std::vector<std::string> all = {text, "/" + text, bare};
-    if (beginsWith(bare, kBasicLevel)) {
+    if (Text::startsWith(bare, kBasicLevel)) {
         const std::string below = bare.substr(sizeof(kBasicLevel) - 1);
         all.push_back(below);
         all.push_back("/" + below);
@@ -43,13 +39,8 @@ std::vector<std::string> spellings(const std::string& text) {
 // path than its keys.
 std::string commandName(const std::string& key, const CShellCommandSet& set) {
     const std::string prefix = keyPrefix(set);
-    return beginsWith(key, prefix) ? key.substr(prefix.size())
-                                   : CCommandDispatcher::getCommandAndOptionPart(key);
-}
-
-std::string trimmed(std::string text) {
-    CUtil::trim(text);
-    return text;
+    return Text::startsWith(key, prefix) ? key.substr(prefix.size())
+                                         : CCommandDispatcher::getCommandAndOptionPart(key);
 }
 
 }  // namespace
@@ -90,7 +81,7 @@ std::string CCommandDispatcher::getCommandAndOptionPart(std::string line) {
     for (;;) {
         const std::string::size_type slash = line.find('/', start);
         if (slash == std::string::npos || line.find('-', start) < slash) {
-            return trimmed(line.substr(start));
+            return Text::trimmed(line.substr(start));
         }
         start = slash + 1;
     }
@@ -98,7 +89,7 @@ std::string CCommandDispatcher::getCommandAndOptionPart(std::string line) {
 
 std::string CCommandDispatcher::getCommandPart(std::string line) {
     const std::string whole = getCommandAndOptionPart(std::move(line));
-    return trimmed(whole.substr(0, whole.find(kOptionStart)));
+    return Text::trimmed(whole.substr(0, whole.find(kOptionStart)));
 }
 
 CShellCommand* CCommandDispatcher::findExeCommand(std::string workingPath, std::string& typedLine,
@@ -107,11 +98,11 @@ CShellCommand* CCommandDispatcher::findExeCommand(std::string workingPath, std::
     if (errors == nullptr) {
         errors = &unwanted;
     }
-    std::string typed = trimmed(typedLine);
+    std::string typed = Text::trimmed(typedLine);
     std::string prefix = std::move(workingPath);
     if (!typed.empty() && typed.front() == '/') {
         prefix.clear();
-        typed = trimmed(typed.substr(1));
+        typed = Text::trimmed(typed.substr(1));
     }
     if (typed.empty()) {
         return nullptr;
@@ -136,7 +127,7 @@ CShellCommand* CCommandDispatcher::findExeCommand(std::string workingPath, std::
 CShellCommandSet* CCommandDispatcher::findSet(const std::string& prefix, const std::string& typed,
                                               std::string& text) const {
     std::string words = typed.substr(0, typed.find(kOptionStart));
-    CUtil::trim(words);
+    Text::trim(words);
     for (const std::string& key : spellings(prefix + words)) {
         const auto entry = commands.find(key);
         if (entry != commands.end()) {
@@ -160,7 +151,7 @@ CShellCommand* CCommandDispatcher::findByKeyInFront(const std::string& whole, st
             if (errors->getSize() != 0) {
                 return nullptr;
             }
-            if (!beginsWith(candidate, entry.first)) {
+            if (!Text::startsWith(candidate, entry.first)) {
                 continue;
             }
             text = commandName(entry.first, *entry.second) + candidate.substr(entry.first.size());

@@ -7,6 +7,7 @@
 #include "CShellCommandSet.h"
 #include "CUtil.h"
 #include "ConfigErrorCollector.h"
+#include "Text.h"
 
 namespace {
 
@@ -195,11 +196,11 @@ bool CShellCommand::validateCommand(std::string line, ConfigErrorCollector* erro
     if (type == BUILTIN || type == SCRIPT || type == DLLFUNCTION) {
         return line == name;
     }
-    if (!acceptsOptions() || line.compare(0, name.size(), name) != 0) {
+    if (!acceptsOptions() || !Text::startsWith(line, name)) {
         return false;
     }
     std::string rest = line.substr(name.size());
-    CUtil::trim(rest);
+    Text::trim(rest);
     if (!rest.empty() && rest.front() != '-') {
         return false;
     }

@@ -13,6 +13,7 @@
 #include "CUtil.h"
 #include "ConfigErrorCollector.h"
 #include "SSLClient.h"
+#include "Text.h"
 
 namespace {
 
@@ -274,11 +275,11 @@ CShellCommand* CShellCommandSet::findPossibleSupportedCommand(std::string line,
 }
 
 bool CShellCommandSet::matchCommand(std::string line, std::string commandName) const {
-    if (line.compare(0, commandName.size(), commandName) != 0) {
+    if (!Text::startsWith(line, commandName)) {
         return false;
     }
     std::string rest = line.substr(commandName.size());
-    CUtil::trim(rest);
+    Text::trim(rest);
     return rest.empty() || rest.front() == '-';
 }
 
@@ -352,7 +353,7 @@ int CShellCommandSet::checkHardwarePlatformOnSlaveNode(SSLClient* client) {
     CResult answer;
     client->execute("uname -i", kPlatformQueryTimeOutMs, &answer);
     std::string platform = answer.getRunSummary();
-    CUtil::trim(platform);
+    Text::trim(platform);
     if (platform == "i386") {
         return k32Bit;
     }

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "CUtil.h"
 #include "ConfigErrorCollector.h"
+#include "Text.h"
 
 namespace {
 
@@ -20,8 +20,8 @@ Split splitAtBracket(const std::string& line, std::string::size_type bracket) {
     Split split;
     split.command = bracket == 0 ? "" : line.substr(0, bracket - 1);
     split.optionAndValue = line.substr(bracket);
-    CUtil::trim(split.command);
-    CUtil::trim(split.optionAndValue);
+    Text::trim(split.command);
+    Text::trim(split.optionAndValue);
     return split;
 }
 
@@ -36,8 +36,8 @@ Split splitAtDash(const std::string& line) {
         split.command = line.substr(0, dash - 1);
         split.optionAndValue = line.substr(dash);
     }
-    CUtil::trim(split.command);
-    CUtil::trim(split.optionAndValue);
+    Text::trim(split.command);
+    Text::trim(split.optionAndValue);
     return split;
 }
 
@@ -89,9 +89,9 @@ bool consume(std::list<std::string>& typed, const std::string& shortName,
 }  // namespace
 
 void checkForShortAndLongOption(std::string* shortName, std::string* longName, std::string word) {
-    if (word.compare(0, 2, "--") == 0) {
+    if (Text::startsWith(word, "--")) {
         *longName = word;
-    } else if (word.compare(0, 1, "-") == 0) {
+    } else if (Text::startsWith(word, "-")) {
         *shortName = word;
     }
 }
@@ -127,13 +127,13 @@ const std::list<std::string>& CmdStrWithOption::getOptionList() const {
 }
 
 bool CmdStrWithOption::hasValueOptionFormat(std::string word) const {
-    CUtil::trim(word);
+    Text::trim(word);
     return isEnclosed(word, '{', '}');
 }
 
 void CmdStrWithOption::checkShortLongOptionFormat(std::string* shortName, std::string* longName,
                                                   std::string word) const {
-    CUtil::trim(word);
+    Text::trim(word);
     if (!isEnclosed(word, '[', ']') && !isEnclosed(word, '{', '}')) {
         return;
     }

@@ -1,6 +1,6 @@
 #include "IpmiDeviceType.h"
 
-#include "CUtil.h"
+#include "Text.h"
 
 namespace {
 
@@ -34,13 +34,13 @@ constexpr Row kRows[] = {
 }  // namespace
 
 IpmiDeviceType IpmiDeviceType::identify(std::string answer) {
-    CUtil::trim(answer);
-    CUtil::toUpper(answer);
+    Text::trim(answer);
+    Text::toUpper(answer);
     if (answer.empty()) {
         return {Family::kNone, "No IPMI device"};
     }
     for (const Row& row : kRows) {
-        if (answer.rfind(row.beginning, 0) == 0) {
+        if (Text::startsWith(answer, row.beginning)) {
             return {row.family, row.label};
         }
     }
