@@ -10,8 +10,8 @@ public:
     CSSLConfig();
     CSSLConfig(const CSSLConfig&) = delete;
     CSSLConfig& operator=(const CSSLConfig&) = delete;
-    // Discards the process-wide instance along with this object, whichever of the two it is. So no
-    // second object may be destroyed while the instance's settings are still needed.
+    // Deletes the process-wide instance too, even when this is another object: destroy no second
+    // object while the settings are still needed. Odd, and stays; docs/compatibility.md.
     virtual ~CSSLConfig();
 
     // Never null; owned by the class.

@@ -210,6 +210,7 @@ bool CmdConfigBuilder::checkCommandLines(const CmdBlock& block) {
 // Milliseconds. A value that converts to zero passes only while it is at most one character long.
 bool CmdConfigBuilder::resolveTimeOut(int line, const std::string& value, unsigned int& timeOut) {
     errno = 0;
+    // "12s" is 12, "x" is 0, "00" and "abc" are faults; docs/compatibility.md.
     const long long number = std::strtoll(value.c_str(), nullptr, 10);
     if (number < 0 || number > std::numeric_limits<unsigned int>::max() ||
         (number == 0 && value.size() > 1)) {

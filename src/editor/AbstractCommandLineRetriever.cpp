@@ -180,6 +180,7 @@ bool AbstractCommandLineRetriever::keyPressed(int key) {
             return false;
         case kTab:
             tabPressed();
+            // Even when it completed something; docs/compatibility.md.
             putBeep();
             return true;
         case kBackspace:
@@ -206,6 +207,7 @@ bool AbstractCommandLineRetriever::escapePressed() {
             letterOPressed(second);
             return true;
         default:
+            // Shows what a terminal sends that is not known; docs/compatibility.md.
             std::cout << "c1=" << first << '\n';
             return true;
     }

@@ -31,7 +31,7 @@ namespace {
 
 constexpr int kExitConfiguration = 2;
 constexpr int kExitOptionErrors = 7;
-constexpr int kExitQuit = 7;
+constexpr int kExitQuit = 7;  // not 0, and stays; docs/compatibility.md
 constexpr char kValidateOption[] = "--validate";
 constexpr char kSequenceFile[] = "cmdseq.cfg";
 constexpr char kLogProperties[] = "log4cxx.properties";
@@ -156,6 +156,8 @@ void CShell::buildContext(CShellExecutionContext& ctx, ConfigErrorCollector* err
             errors->addError(0, failure.getErrMsg());
         }
     };
+    // These four, in this order. The other sets are for programs that link the library;
+    // docs/compatibility.md.
     add([&] { return std::make_unique<CShellCommandSet_Basic>(&ctx); });
     add([] { return std::make_unique<CShellCommandSet_FlashBIOS>(); });
     add([] { return std::make_unique<CShellCommandSet_BIOSFW>(); });
@@ -229,8 +231,8 @@ int CShell::runOneCommand(std::list<std::string>& words) {
         std::cout << "Unknown command: " << line << "\n" << errors.toString() << std::flush;
         return kExitConfiguration;
     }
-    // The number is taken only now; so the dump file of a command given on the command line is
-    // that of number 0.
+    // The number is taken only now, so the dump of a command on the command line is cmd_0.log;
+    // docs/compatibility.md.
     const unsigned int number = getNextCmdSeq();
     log->info("(" + std::to_string(number) + ")[" + line + "]");
     return status;

@@ -85,8 +85,9 @@ public:
     // exit handler would free what it uses.
     static unsigned int abandonedWorkers();
 
-    // The locks for OpenSSL versions that need them from the program. May be called repeatedly;
-    // each init_locks wants its kill_locks.
+    // The locks for OpenSSL versions that need them from the program. OpenSSL 3 does not and
+    // ignores them; they are part of the interface, docs/compatibility.md. May be called
+    // repeatedly: each init_locks needs its kill_locks.
     static void init_locks();
     static void kill_locks();
     static void lock_callback(int mode, int type, const char* file, int line);

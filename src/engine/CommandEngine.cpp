@@ -216,6 +216,8 @@ void CommandEngine::awaitWorker(Worker& worker, unsigned int timeOut) {
     if (timeOut == 0) {
         worker.thread->join();
     } else {
+        // The whole time-out for each, counted from here: no common deadline,
+        // docs/compatibility.md.
         const boost::posix_time::milliseconds limit(static_cast<std::int64_t>(timeOut));
         ended = worker.thread->timed_join(limit);
     }

@@ -86,6 +86,7 @@ CommandSequence::CommandSequence(std::string file, std::string name)
 
 CommandSequence::~CommandSequence() {
     static_cast<void>(::sem_close(semaphore));
+    // Under a shell that still runs, too; it keeps its handle. docs/compatibility.md.
     static_cast<void>(::sem_unlink(semaphoreName.c_str()));
 }
 
@@ -110,6 +111,7 @@ void CommandSequence::writeToFile(unsigned int number) const {
     // which the numbers would begin anew.
     const UniqueFd file = Posix::open(filePath, O_RDWR | O_CREAT, kFileMode);
     if (!file) {
+        // The text names a call that is not made, and stays; docs/compatibility.md.
         std::puts("ERROR!!! fopen(cmdSeqFilePath.data(), \"wt\") returns NULL....");
         return;
     }

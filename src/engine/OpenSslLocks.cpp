@@ -31,6 +31,8 @@ void install() {
     for (std::size_t i = 0; i < lockCount(); ++i) {
         static_cast<void>(::pthread_mutex_init(&mutexes[i], nullptr));
     }
+    // OpenSSL 3 ignores these callbacks and locks by itself. They are part of the interface, see
+    // docs/compatibility.md.
     CRYPTO_set_locking_callback(&callback);
     CRYPTO_set_id_callback(&threadId);
 }

@@ -108,6 +108,7 @@ void addGroups(const std::string& names, CCommandExecutionContext& cmd, CShellEx
 void setTimeOut(const std::string& value, CCommandExecutionContext& cmd,
                 ConfigErrorCollector* errors) {
     constexpr long kLongest = std::numeric_limits<unsigned int>::max();
+    // "12s" is 12, and one character that is no digit is 0; docs/compatibility.md.
     const long milliseconds = std::strtol(value.c_str(), nullptr, 10);
     // A lone character that is no number passes as 0, the configured time-out.
     if (milliseconds > 0 || (milliseconds == 0 && value.size() == 1)) {

@@ -52,6 +52,8 @@ CCommandDispatcher::~CCommandDispatcher() = default;
 void CCommandDispatcher::registerCommand(CShellCommandSet* set) {
     const std::string prefix = keyPrefix(*set);
     for (const auto& entry : set->getSupportedCommands()) {
+        // The bare name is looked for, though a key may be longer: a name that clashes with a basic
+        // command is refused, one that two other sets share is not. docs/compatibility.md.
         const auto sameKey = commands.find(prefix + entry.first);
         if (commands.count(entry.first) != 0 ||
             (sameKey != commands.end() && sameKey->second != set)) {

@@ -9,7 +9,7 @@ class CNode {
 public:
     static constexpr std::uint32_t kDefaultPort = 4422;
 
-    // Mind the order: the MAC comes before the IP.
+    // The MAC comes before the IP; docs/compatibility.md.
     CNode(std::string nodeName, std::string macAddress, std::string ipAddress,
           std::uint32_t agentPort);
     CNode(std::string nodeName, std::string macAddress, std::string ipAddress);

@@ -162,6 +162,7 @@ std::string CShellCommand::getCommandOptionValue(std::string optionName, std::st
 
 void CShellCommand::addExample(std::string example) {
     if (std::find(examples.begin(), examples.end(), example) != examples.end()) {
+        // The wording and the odd quote stay; docs/compatibility.md.
         throw CAlreadyExistException("The example [" + example +
                                      "] \" already defines in the this command!");
     }

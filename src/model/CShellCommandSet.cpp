@@ -300,6 +300,8 @@ std::string CShellCommandSet::getUsage() const {
     for (const auto& entry : supportedCommands) {
         const CShellCommand& cmd = *entry.second;
         text += cmd.getName() + ":  " + cmd.getDescription() + "\n";
+        // No blank behind it, and the first example begins two columns further right than the
+        // others: programs cut the text by columns, docs/compatibility.md.
         std::string lead = "  Option:";
         for (const CCommandOption* option : cmd.getOptions()) {
             text += lead + option->toString() + "\n";

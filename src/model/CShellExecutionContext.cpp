@@ -186,6 +186,7 @@ std::list<CShellCommandSet*> CShellExecutionContext::getWorkingCommandSet() {
     for (const std::string& name : cwl) {
         working = findSet(working == nullptr ? rootCommandSets : working->getChildCommands(), name);
         if (working == nullptr) {
+            // The wording of these two stays; docs/compatibility.md.
             std::cout << "Can not find command set: " << name << " This should not be happened!\n"
                       << std::flush;
             return {};

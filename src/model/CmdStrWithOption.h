@@ -12,6 +12,9 @@ void checkForShortAndLongOption(std::string* shortName, std::string* longName, s
 // One line split into a command and its option words; and, built from a synopsis such as
 // "reset [-a|--all] {-n|--node}", a checker of typed lines. An option in square brackets stands
 // alone, one in braces is followed by its value. A value type.
+//
+// The shell itself checks lines with CShellCommand::validateCommand; this is for sets outside this
+// tree, docs/compatibility.md.
 class CmdStrWithOption {
 public:
     explicit CmdStrWithOption(std::string line);

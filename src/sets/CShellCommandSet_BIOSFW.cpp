@@ -28,6 +28,8 @@ void getBiosBuiltDate(CNodeSession& session, const TypedLine&, CResult& result) 
     showAnswer(session, run, result);
 }
 
+// Options are looked for anywhere in the line, file names included, here and for the reboot below;
+// docs/compatibility.md.
 std::string blockOptions(const TypedLine& typed) {
     std::string options;
     if (typed.holds("-nv") || typed.holds("--nvblock")) {
@@ -92,6 +94,7 @@ void saveBios(CNodeSession& session, const TypedLine& typed, CResult& result) {
 
     if (!session.readsBack("tail " + run.log + " | grep \"Reading finished\"",
                            "Reading finished")) {
+        // The wording stays; docs/compatibility.md.
         conclude(result, outcome, EXEC_FAILURE,
                  "Failed to saving BIOS firmware image file " + file);
         return;

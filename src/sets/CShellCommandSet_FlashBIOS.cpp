@@ -44,6 +44,8 @@ std::string stageFile(CNodeSession& session, const TypedLine& typed, const std::
     std::string file = typed.path("f");
     const std::string missing = what + ", " + file + ", does not exist!";
     std::string baseName;
+    // The program, not a search for "/": that it is run is part of the interface, see
+    // docs/compatibility.md.
     CUtil::exec_cmd("basename " + pathtext::shellWord(file), &baseName);
     CUtil::removeTailNewline(&baseName);
     // What names a directory by its form names no image.
@@ -67,6 +69,7 @@ void clearCmosChecksum(CNodeSession& session, const TypedLine&, CResult& result)
     const CResult outcome = session.run(run);
     const ExitCode answer = readExitCode(session, run);
     if (answer.code == "0") {
+        // The wording stays; docs/compatibility.md.
         conclude(result, outcome, EXEC_SUCCESS, "Successfully clear the CMOS checksum.");
     } else if (answer.code == "255") {
         conclude(result, outcome, EXEC_FAILURE, "Failed to clear the CMOS checksum.");
@@ -192,6 +195,7 @@ void requireValidId(CNodeSession& session, const std::string& file) {
 
 void flashBios(CNodeSession& session, const TypedLine& typed, CResult& result) {
     const std::string file = stageFile(session, typed, "BIOS ROM file");
+    // Anywhere in the line, file names included; docs/compatibility.md.
     const bool skipId = typed.holds("-x ");
     if (!skipId) {
         requireValidId(session, file);

@@ -13,6 +13,9 @@
 // result, and its words (standard error included) are the summary.
 //
 // execute may run on several threads at once.
+//
+// The shell does not register it at its start: programs that link the library add it,
+// docs/compatibility.md.
 class CShellCommandSet_IPMI : public CShellCommandSet {
 public:
     CShellCommandSet_IPMI();

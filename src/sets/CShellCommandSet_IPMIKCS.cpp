@@ -44,6 +44,7 @@ void setLed(const std::string& line, CNodeSession& session, CResult& result) {
     result = session.execute(kAskLed);
     // Compared as it comes, on purpose: only controllers that answer with the bare digits are known
     // to take the requests below.
+    // Exactly, untrimmed: an answer with a newline switches nothing; docs/compatibility.md.
     if (result.getRunSummary() == "01") {
         result = session.execute(line);
     } else {

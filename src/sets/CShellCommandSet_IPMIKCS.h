@@ -8,6 +8,9 @@
 // interface: power, UID LED, drivers, self-test, and flashing one maker's firmware.
 //
 // execute may run on several threads at once.
+//
+// The shell does not register it at its start: programs that link the library add it,
+// docs/compatibility.md.
 class CShellCommandSet_IPMIKCS : public CShellCommandSet {
 public:
     CShellCommandSet_IPMIKCS();

@@ -12,6 +12,9 @@
 // line is built, so that nothing a user types reaches a shell as anything but an argument.
 //
 // execute may run on several threads at once.
+//
+// The shell does not register it at its start: programs that link the library add it,
+// docs/compatibility.md.
 class CShellCommandSet_Node : public CShellCommandSet {
 public:
     // scriptDirectory ends in "/".

@@ -48,6 +48,7 @@ std::string readRevision(CNodeSession& session) {
     session.run(run);
     std::string revision = session.readBack("tail " + run.log + " | grep \"Firmware Revision:\"");
     if (revision.find("Firmware Revision:") == std::string::npos) {
+        // The spelling stays; docs/compatibility.md.
         throw CException("Can not get IPMI firmware revioson!!");
     }
     CUtil::removeTailNewline(&revision);

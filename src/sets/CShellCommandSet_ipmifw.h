@@ -17,7 +17,8 @@ public:
                  unsigned int timeOutMs) override;
 
     // While the flag is set, "flash ipmi fw" flashes nothing, contacts no node, and reports a test
-    // success. Process-wide, false at first; safe from any thread.
+    // success. Process-wide, false at first; safe from any thread. Nothing in the shell sets it: it
+    // is there for programs that link the library, docs/compatibility.md.
     static void setTestFlag(bool on);
     static bool getTestFlag();
 };

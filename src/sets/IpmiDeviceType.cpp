@@ -14,7 +14,7 @@ struct Row {
 
 // In the order in which they are tried. The answer is in upper case by then, so the third row,
 // with its lower-case letters, matches nothing: such boards have always been reported as unknown,
-// and what is told apart here decides what gets flashed.
+// and what is told apart here decides what gets flashed. It stays so, docs/compatibility.md.
 constexpr Row kRows[] = {
     {"20 00 0E 40 02 7F 78 08", "Chassis module A", Family::kChassisModule},
     {"02 00 00 FF FE 00 00 00 08 09 0A 0B 0C 0D 0E 0F", "Module type 1 with KVM",

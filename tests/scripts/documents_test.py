@@ -205,6 +205,29 @@ class WritingCommands(Lab):
         self.assertEqual((0, ""), (run.returncode, run.stdout))
 
 
+def literals():
+    """Every text of the shell's sources, those in several pieces put together."""
+    text = ""
+    for name in subprocess.run(["git", "-C", SOURCE_DIR, "ls-files", "src/*.cpp"], check=True,
+                               stdout=subprocess.PIPE, text=True).stdout.split():
+        text += read(name)
+    text = re.sub(r'"\s*\n\s*"', "", text)
+    return {found.replace('\\"', '"').replace("\\n", "") for found in
+            re.findall(r'"((?:[^"\\\n]|\\.)*)"', text)}
+
+
+class Compatibility(unittest.TestCase):
+    def test_its_odd_texts_are_those_of_the_shell(self):
+        page = read("docs/compatibility.md")
+        rows = page.split("## Texts that look like mistakes")[1].split("\n## ")[0]
+        # Each from a quote behind a blank or a bar to one before a blank, a comma or a bar.
+        texts = re.findall(r'(?<=[ |])"(.+?)"(?= \*|, | \||, |\s\.\.\.)', rows)
+        self.assertGreaterEqual(len(texts), 12)
+        everything = "\0".join(literals())
+        for text in texts:
+            self.assertIn(re.sub(r"\\(.)", r"\1", text), everything)
+
+
 SCP = r"""#!/bin/bash
 set -euo pipefail
 target=${!#}
