@@ -54,6 +54,22 @@ def main_table(rows):
                           [row.cells() for row in rows])
 
 
+def short_table(rows):
+    """One line for everything that was measured, medians only, and what was wanted where a target was
+    missed."""
+    found = {}
+    for row in rows:
+        other = f"{row.other_name} {number(row.other.median)} {row.unit}"
+        if row.target is not None and not row.is_met():
+            ratio, target = row.cells()[4:6]
+            other += f" (ratio {ratio}, wanted {target})"
+        ours = f"{number(row.ours.median)} {row.unit}"
+        found.setdefault(row.what, (ours, []))[1].append(other)
+    return markdown_table(["What", "kelsh", "The others"],
+                          [[what, ours, "; ".join(others)] for what, (ours, others) in
+                           found.items()])
+
+
 def sweep_table(sweep, counts, value, digits=number):
     """sweep: {series: {count: Spread pair}}; value picks the figure of one."""
     rows = []

@@ -19,6 +19,7 @@ import signal
 import subprocess
 import sys
 import tempfile
+import types
 import unittest
 
 SOURCE_DIR, BINARY_DIR = sys.argv.pop(1), sys.argv.pop(1)
@@ -226,6 +227,37 @@ class Compatibility(unittest.TestCase):
         everything = "\0".join(literals())
         for text in texts:
             self.assertIn(re.sub(r"\\(.)", r"\1", text), everything)
+
+
+class Performance(unittest.TestCase):
+    def test_its_table_is_what_the_results_say(self):
+        page = read("docs/performance.md").split("<!-- figures:begin -->")[1]
+        rows = [row.strip("| ").split(" | ") for row in page.split("<!-- figures:end -->")[0]
+                .splitlines() if row.startswith("| ")][1:]
+        self.assertGreaterEqual(len(rows), 10)
+        results = read("bench/results/peers.md")
+        for what, ours, others in rows:
+            self.assertIn(f"| {what} | {ours}", results)
+            for other in others.split("; "):
+                name, median = re.fullmatch(r"(.+?) ([\d.,]+ \w+)( \(ratio.*)?", other).groups()[:2]
+                self.assertRegex(results, f"{re.escape(what)} .*{re.escape(name)} \\| {median}")
+
+    def test_the_benchmark_writes_that_table(self):
+        sys.path.insert(0, os.path.join(SOURCE_DIR, "bench/peerbench"))
+        sys.dont_write_bytecode = True
+        import report  # pylint: disable=import-outside-toplevel
+
+        def figure(median):
+            return types.SimpleNamespace(median=median, values=[median])
+
+        table = report.short_table([report.Row("a command", "ms", figure(10), "pdsh", figure(700), 60),
+                                    report.Row("a command", "ms", figure(10), "bare TLS", figure(4),
+                                               1.5, least_gain=False),
+                                    report.Row("a file", "ms", figure(20), "scp", figure(15), None)])
+        self.assertEqual("| What | kelsh | The others |\n|---|---|---|\n"
+                         "| a command | 10.0 ms | pdsh 700 ms; bare TLS 4.00 ms "
+                         "(ratio 2.50×, wanted ≤ 1.5×) |\n"
+                         "| a file | 20.0 ms | scp 15.0 ms |", table)
 
 
 SCP = r"""#!/bin/bash
