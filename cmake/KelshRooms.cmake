@@ -11,5 +11,5 @@ function(kelsh_room name)
 endfunction()
 
 set(KELSH_RUNTIME_ROOMS room_base room_wire room_files room_console room_client)
-set(KELSH_ROOMS ${KELSH_RUNTIME_ROOMS} room_model room_config room_sets room_editor room_report room_engine)
+set(KELSH_ROOMS ${KELSH_RUNTIME_ROOMS} room_model room_config room_sets room_editor room_report room_journal room_engine)
 set(KELNODE_ROOMS room_agent_trust room_agent_job room_agent_network room_agent)

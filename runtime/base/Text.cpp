@@ -95,3 +95,47 @@ void Text::appendHex(std::string& text, char byte) {
     text += kDigits[value >> 4U];
     text += kDigits[value & 15U];
 }
+
+std::size_t Text::utf8Length(std::string_view text, std::size_t at) {
+    const auto byteAt = [text](std::size_t place) {
+        return place < text.size() ? static_cast<unsigned char>(text[place]) : 0U;
+    };
+    const unsigned int lead = byteAt(at);
+    std::size_t length = 0;
+    // The bounds on the second byte.
+    unsigned int lowest = 0x80;
+    unsigned int highest = 0xBF;
+    if (lead < 0x80) {
+        return at < text.size() ? 1 : 0;
+    }
+    if (lead >= 0xC2 && lead <= 0xDF) {
+        length = 2;
+    } else if (lead >= 0xE0 && lead <= 0xEF) {
+        length = 3;
+        lowest = lead == 0xE0 ? 0xA0 : lowest;
+        highest = lead == 0xED ? 0x9F : highest;
+    } else if (lead >= 0xF0 && lead <= 0xF4) {
+        length = 4;
+        lowest = lead == 0xF0 ? 0x90 : lowest;
+        highest = lead == 0xF4 ? 0x8F : highest;
+    } else {
+        return 0;
+    }
+    for (std::size_t i = 1; i < length; ++i) {
+        if ((byteAt(at + i) & 0xC0) != 0x80) {
+            return 0;
+        }
+    }
+    return byteAt(at + 1) >= lowest && byteAt(at + 1) <= highest ? length : 0;
+}
+
+bool Text::isUtf8(std::string_view text) {
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t length = utf8Length(text, at);
+        if (length == 0) {
+            return false;
+        }
+        at += length;
+    }
+    return true;
+}

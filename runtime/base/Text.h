@@ -29,6 +29,11 @@ public:
     // not plain ASCII as \xNN. Of a text longer than maxBytes the rest is only counted.
     static std::string printable(std::string_view text, std::size_t maxBytes = 1024);
 
+    // The length of the character at that place of UTF-8 text, 1 to 4 bytes; 0 where the bytes
+    // are none: overlong forms, surrogates, what lies beyond the last code point, a cut character.
+    static std::size_t utf8Length(std::string_view text, std::size_t at);
+    static bool isUtf8(std::string_view text);
+
     // Appends the byte as two hexadecimal digits in small letters.
     static void appendHex(std::string& text, char byte);
 

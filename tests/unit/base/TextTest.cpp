@@ -43,3 +43,15 @@ TEST(Text, AppendsTwoHexadecimalDigits) {
     Text::appendHex(text, '\xf0');
     EXPECT_EQ("0x0ff0", text);
 }
+
+TEST(Text, TellsUtf8FromOtherBytes) {
+    for (const char* good :
+         {"", "plain", "gr\xc3\xbc\xc3\x9f", "\xe2\x82\xac", "\xf0\x9f\x92\xbe"}) {
+        EXPECT_TRUE(Text::isUtf8(good)) << good;
+    }
+    for (const char* bad : {"\xff", "\xc3", "\xc0\x80", "\xe0\x80\x80", "\xed\xa0\x80",
+                            "\xf4\x90\x80\x80", "\x80", "a\xe2\x82"}) {
+        EXPECT_FALSE(Text::isUtf8(bad)) << Text::printable(bad);
+    }
+    EXPECT_EQ(0U, Text::utf8Length("a", 1));
+}
