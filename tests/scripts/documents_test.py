@@ -217,6 +217,24 @@ def literals():
             re.findall(r'"((?:[^"\\\n]|\\.)*)"', text)}
 
 
+class Contributing(unittest.TestCase):
+    def test_its_table_has_every_room_and_its_classes_live_there(self):
+        rows = re.findall(r"^\| (`[^|]*`) \| [^|]* \| (`[^|]*`) \|$", read("CONTRIBUTING.md"), re.M)
+        named = set()
+        for rooms, classes in rows:
+            folders = re.findall("`([^`]+)`", rooms)
+            named.update(folders)
+            if len(folders) == 1:
+                for name in re.findall("`([^`]+)`", classes):
+                    self.assertTrue(os.path.exists(f"{SOURCE_DIR}/{folders[0]}/{name}.h"),
+                                    f"{folders[0]}/{name}.h")
+        rooms = {os.path.dirname(path) for path in
+                 subprocess.run(["git", "-C", SOURCE_DIR, "ls-files", "runtime/*.h", "src/*.h",
+                                 "agent/*.h"], check=True, stdout=subprocess.PIPE,
+                                text=True).stdout.split()}
+        self.assertEqual(rooms | {"launcher", "tools"}, named)
+
+
 class Compatibility(unittest.TestCase):
     def test_its_odd_texts_are_those_of_the_shell(self):
         page = read("docs/compatibility.md")
