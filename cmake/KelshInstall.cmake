@@ -113,7 +113,7 @@ install(FILES completions/kelsh.bash
 install(FILES completions/_kelsh DESTINATION ${zsh_dir} COMPONENT kelsh)
 kelsh_install_documents(kelsh kelsh.1 kelsh-lint.1 node.cfg.5 cmd.cfg.5 ssl_master.cfg.5)
 # The guides, and the pages to which they lead.
-foreach(guide getting-started operating writing-commands compatibility security protocol
+foreach(guide getting-started operating writing-commands journal compatibility security protocol
         privilege-separation)
     install(FILES docs/${guide}.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/kelsh COMPONENT kelsh)
 endforeach()
