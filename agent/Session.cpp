@@ -13,8 +13,6 @@
 #include <utility>
 
 #include "CException.h"
-#include "FileSource.h"
-#include "FileTransfer.h"
 #include "NetworkInterface.h"
 #include "NetworkSide.h"
 #include "SecretMask.h"
@@ -90,7 +88,8 @@ Session::Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
       acceptedAt(accepted),
       busy(isBusy),
       limits(),
-      runDirectory(agentConfig.getRunPath()) {}
+      runDirectory(agentConfig.getRunPath()),
+      audit(settings.auditFile, agentLog) {}
 
 void Session::installSignals() {
     struct sigaction action {};
@@ -108,7 +107,6 @@ void Session::installSignals() {
 }
 
 void Session::setUninterruptible(bool on) {
-    uninterruptible = on;
     if ((mustFinish != 0) != on) {
         mustFinish = on ? 1 : 0;
         tellListener(on ? kUninterruptibleBegins : kUninterruptibleEnds);
@@ -125,14 +123,17 @@ void Session::run() noexcept {
                             acceptedAt + std::chrono::milliseconds(limits.handshakeMs));
         const HandshakeWitness::Master master = network.authenticate();
         channel = network.openChannel();
+        files = std::make_unique<FileConversation>(*channel, rights, runDirectory,
+                                                   limits.uploadSilenceMs);
+        jobs = std::make_unique<JobConversation>(*channel, jobSettings, runDirectory, audit);
         announcePeer(master.certificates);
-        certificateName = master.name;
-        grant = authorization.grantOf(certificateName);
+        rights = MasterRights(master.name, authorization.grantOf(master.name));
+        audit.setPeer(master.name, peerIp);
         peer = Text::printable(master.subject) + " " + peer;
         serve();
     } catch (const ProtocolError& fault) {
         log.warning(who() + ": broke the protocol: " + Text::printable(fault.getErrMsg()));
-        endAudit("broke the protocol");
+        audit.end("broke the protocol");
         try {
             sendError(protocol::kErrorProtocol, fault.getErrMsg());
             channel->close(FrameChannel::after(kLastWordsMs));
@@ -141,7 +142,7 @@ void Session::run() noexcept {
         }
     } catch (const std::exception& fault) {
         log.warning(who() + ": " + Text::printable(fault.what()));
-        endAudit(fault.what());
+        audit.end(fault.what());
     }
 }
 
@@ -161,7 +162,7 @@ bool Session::greet() {
     hello.nodeName = name;
     channel->sendFrame(protocol::encode(hello), FrameChannel::after(limits.greetingMs));
     const protocol::Frame frame = channel->receiveFrame(FrameChannel::after(limits.greetingMs));
-    judge(SessionState::kGreeting, frame.header);
+    rights.judge(SessionState::kGreeting, frame.header);
     takeGreeting(frame);
     return true;
 }
@@ -176,10 +177,7 @@ void Session::takeGreeting(const protocol::Frame& frame) {
                             std::to_string(protocol::kHighestVersion) + ", the shell chose " +
                             std::to_string(shell.version));
     }
-    audit.certificate = certificateName;
-    audit.address = peerIp;
-    audit.user = shell.user;
-    audit.number = shell.sequence;
+    audit.setCommand(shell.user, shell.sequence);
     user = Text::printable(shell.user, 64);
     if (shell.sequence != 0) {
         user += " #" + std::to_string(shell.sequence);
@@ -209,7 +207,7 @@ void Session::serve() {
             }
             throw;
         }
-        requestStart = FrameChannel::Clock::now();
+        audit.arrive();
         if (!serveRequest(frame)) {
             channel->close(FrameChannel::after(kLastWordsMs));
             return;
@@ -230,16 +228,28 @@ bool Session::awaitRequest() {
 }
 
 bool Session::serveRequest(const protocol::Frame& frame) {
-    if (judge(SessionState::kRequest, frame.header) == Verdict::kRefused) {
+    if (rights.judge(SessionState::kRequest, frame.header) == Verdict::kRefused) {
         return refuse(frame.header);
     }
     try {
         return serveAllowed(frame);
-    } catch (const AuditFault& fault) {
+    } catch (const RequestAudit::Fault& fault) {
         log.error(who() + ": " + Text::printable(fault.getErrMsg()));
         sendError(protocol::kErrorRefused, fault.getErrMsg());
         return frame.header.type != FrameType::kPut;
     }
+}
+
+bool Session::refuse(const protocol::FrameHeader& header) {
+    const bool isUninterruptible = (header.flags & protocol::kFlagUninterruptible) != 0;
+    const std::string what =
+        std::string(protocol::name(header.type)) + (isUninterruptible ? " (uninterruptible)" : "");
+    const std::string text = rights.refusalOf(what);
+    log.warning(who() + ": " + what + ": refused, role " + nameOf(rights.role()));
+    audit.refused(what, text);
+    sendError(protocol::kErrorRefused, text);
+    // The file that belongs to a PUT is on its way.
+    return header.type != FrameType::kPut;
 }
 
 bool Session::serveAllowed(const protocol::Frame& frame) {
@@ -268,9 +278,10 @@ bool Session::serveAllowed(const protocol::Frame& frame) {
 bool Session::serveExec(const protocol::Frame& frame) {
     protocol::Exec exec;
     protocol::decode(frame.body, exec);
-    beginAudit((frame.header.flags & protocol::kFlagUninterruptible) != 0 ? "EXEC (uninterruptible)"
-                                                                          : "EXEC",
-               secretmask::mask(exec.commandLine));
+    audit.begin((frame.header.flags & protocol::kFlagUninterruptible) != 0
+                    ? "EXEC (uninterruptible)"
+                    : "EXEC",
+                secretmask::mask(exec.commandLine));
     JobRequest request;
     request.commandLine = exec.commandLine;
     request.timeOutMs = exec.timeOutMs;
@@ -281,12 +292,12 @@ bool Session::serveExec(const protocol::Frame& frame) {
 bool Session::serveRunPackaged(const protocol::Frame& frame) {
     protocol::RunPackaged run;
     protocol::decode(frame.body, run);
-    beginAudit((frame.header.flags & protocol::kFlagUninterruptible) != 0
-                   ? "RUN_PACKAGED (uninterruptible)"
-                   : "RUN_PACKAGED",
-               secretmask::mask(run.preCommand +
-                                (run.packagedFiles.empty() ? "" : run.packagedFiles.front()) + " " +
-                                run.arguments));
+    audit.begin((frame.header.flags & protocol::kFlagUninterruptible) != 0
+                    ? "RUN_PACKAGED (uninterruptible)"
+                    : "RUN_PACKAGED",
+                secretmask::mask(run.preCommand +
+                                 (run.packagedFiles.empty() ? "" : run.packagedFiles.front()) +
+                                 " " + run.arguments));
     std::string path = run.nodePath;
     if (path.empty() || path.back() != '/') {
         path += '/';
@@ -315,126 +326,52 @@ bool Session::serveRunPackaged(const protocol::Frame& frame) {
     return runJob(request, "RUN_PACKAGED");
 }
 
+bool Session::runJob(JobRequest& request, const char* what) {
+    request.owner = who();
+    request.audit = audit.current();
+    setUninterruptible(request.uninterruptible);
+    const std::string label = std::string(what) +
+                              (request.uninterruptible ? " (uninterruptible) " : " ") +
+                              quoted(secretmask::mask(request.commandLine));
+    bool goesOn = false;
+    try {
+        goesOn = jobs->run(request, label);
+    } catch (const ProtocolError&) {
+        logRequest(label, jobs->outcome());
+        setUninterruptible(false);
+        throw;
+    }
+    logRequest(label, jobs->outcome());
+    setUninterruptible(false);
+    return goesOn;
+}
+
 bool Session::servePut(const protocol::Frame& frame) {
     protocol::Put put;
     protocol::decode(frame.body, put);
-    beginAudit("PUT", put.path);
-    const std::string what = "PUT " + quoted(put.path);
-    std::uint16_t code = protocol::kErrorFile;
-    std::string fault;
-    try {
-        logRequest(what, Text::printable(receiveFile(put)));
-        return true;
-    } catch (const ProtocolError&) {
-        throw;
-    } catch (const ChannelError& lost) {
-        logRequest(what, Text::printable(lost.getErrMsg()));
-        return false;
-    } catch (const FileReceiver::Damaged& damaged) {
-        code = protocol::kErrorDigest;
-        fault = damaged.getErrMsg();
-    } catch (const CException& failed) {
-        fault = failed.getErrMsg();
-    }
-    logRequest(what, Text::printable(fault));
-    // The rest of the file is on its way; the shell closes when it has read this.
-    sendError(code, fault);
-    return false;
-}
-
-std::string Session::receiveFile(const protocol::Put& put) {
-    const FrameChannel::Deadline deadline =
-        put.timeOutMs > 0 ? FrameChannel::after(put.timeOutMs) : FrameChannel::never();
-    FileReceiver receiver(put, runDirectory);
-    protocol::Frame frame;
-    for (;;) {
-        if (!receiveUntil(frame, deadline)) {
-            const std::string text = "\"" + put.path + "\" was not saved in time, " +
-                                     std::to_string(receiver.receivedBytes()) + " of " +
-                                     std::to_string(put.size) + " bytes had arrived.";
-            sendError(protocol::kErrorTimedOut, text);
-            throw ChannelError(ChannelError::Kind::kTimedOut, text);
-        }
-        if (judge(SessionState::kUpload, frame.header) == Verdict::kRefused) {
-            throw CException(refusal("PUT"));
-        }
-        if (frame.header.type == FrameType::kEnd) {
-            protocol::End end;
-            protocol::decode(frame.body, end);
-            protocol::Result result;
-            result.text = receiver.finish(end.digest);
-            result.elapsedMs = static_cast<std::uint32_t>(elapsedMs());
-            channel->sendFrame(protocol::encode(result), FrameChannel::after(kShortSendMs));
-            return result.text;
-        }
-        receiver.consume(frame.body);
-    }
-}
-
-bool Session::receiveUntil(protocol::Frame& frame, FrameChannel::Deadline deadline) {
-    try {
-        channel->receiveFrame(frame,
-                              std::min(deadline, FrameChannel::after(limits.uploadSilenceMs)));
-        return true;
-    } catch (const ChannelError& lost) {
-        if (lost.kind() != ChannelError::Kind::kTimedOut) {
-            throw;
-        }
-        return false;
-    }
+    audit.begin("PUT", put.path);
+    return endFile("PUT " + quoted(put.path), files->receive(put));
 }
 
 bool Session::serveGet(const protocol::Frame& frame) {
     protocol::Get get;
     protocol::decode(frame.body, get);
-    beginAudit("GET", get.path);
-    const std::string what = "GET " + quoted(get.path);
-    try {
-        logRequest(what, Text::printable(sendFile(get)));
-    } catch (const ChannelError& lost) {
-        logRequest(what, Text::printable(lost.getErrMsg()));
-        return false;
-    } catch (const pathprefix::Outside& outside) {
-        const std::string text = refusal(what) + ": " + outside.getErrMsg();
-        logRequest(what, "refused: " + text);
-        sendError(protocol::kErrorRefused, text);
-    } catch (const CException& failed) {
-        logRequest(what, Text::printable(failed.getErrMsg()));
-        sendError(protocol::kErrorFile, failed.getErrMsg());
-    }
-    return true;
+    audit.begin("GET", get.path);
+    return endFile("GET " + quoted(get.path), files->send(get));
 }
 
-std::string Session::sendFile(const protocol::Get& get) {
-    const FrameChannel::Deadline deadline =
-        get.timeOutMs > 0 ? FrameChannel::after(get.timeOutMs) : FrameChannel::never();
-    // A little more than the time given, so that the reason still gets through.
-    const FrameChannel::Deadline hardDeadline =
-        get.timeOutMs > 0 ? deadline + std::chrono::milliseconds(kLastWordsMs) : deadline;
-    FileSource source = openSource(get.path);
-    channel->sendFrame(protocol::encode(protocol::FileInfo{source.size(), source.mode()}),
-                       hardDeadline);
-    std::string piece;
-    while (source.nextFrame(piece)) {
-        if (FrameChannel::Clock::now() >= deadline) {
-            std::string text = "\"" + get.path + "\" was not sent in time, " +
-                               std::to_string(source.sentBytes()) + " of " +
-                               std::to_string(source.size()) + " bytes were read.";
-            sendError(protocol::kErrorTimedOut, text);
-            return text;
-        }
-        channel->sendFrame(piece, hardDeadline);
+bool Session::endFile(const std::string& what, const FileConversation::Outcome& outcome) {
+    logRequest(what, outcome.text);
+    if (outcome.code != 0) {
+        sendError(outcome.code, outcome.error);
     }
-    const std::string digest = source.finish();
-    channel->sendFrame(protocol::encode(protocol::End{digest}), hardDeadline);
-    return "sent, " + std::to_string(source.size()) + " bytes, SHA-256 " +
-           FileDigest::shortHex(digest);
+    return outcome.goesOn;
 }
 
 bool Session::serveExists(const protocol::Frame& frame) {
     protocol::Exists exists;
     protocol::decode(frame.body, exists);
-    beginAudit("EXISTS", exists.path);
+    audit.begin("EXISTS", exists.path);
     struct stat found {};
     const bool isThere = ::stat(exists.path.c_str(), &found) == 0;
     logRequest("EXISTS " + quoted(exists.path), isThere ? "yes" : "no");
@@ -449,10 +386,20 @@ bool Session::serveMac(const protocol::Frame& frame) {
     const std::string mac =
         !config.macAddress.empty() ? config.macAddress : networkinterface::macOfLocalAddress(ownIp);
     const std::string told = mac.empty() ? "none" : mac;
-    auditWhole("MAC", told);
+    audit.whole("MAC", told);
     logRequest("MAC", told);
     sendAnswer(mac);
     return true;
+}
+
+void Session::announcePeer(const std::string& certificates) {
+    if (certificates.empty() || certificates.size() > kMaxCertificateBytes) {
+        throw CException("the certificate is too large to be watched over");
+    }
+    const std::uint32_t length = htonl(static_cast<std::uint32_t>(certificates.size()));
+    std::string message(1, kAuthenticated);
+    message.append(reinterpret_cast<const char*>(&length), sizeof length);
+    tellListener(message + certificates);
 }
 
 void Session::sendError(std::uint16_t code, const std::string& text) {
@@ -486,14 +433,9 @@ void Session::tellListener(const std::string& bytes) {
 }
 
 void Session::logRequest(const std::string& what, const std::string& result) {
-    endAudit(result);
-    log.info(who() + ": " + what + ": " + result + ", " + std::to_string(elapsedMs()) + " ms");
-}
-
-long long Session::elapsedMs() const {
-    return std::chrono::duration_cast<std::chrono::milliseconds>(FrameChannel::Clock::now() -
-                                                                 requestStart)
-        .count();
+    audit.end(result);
+    log.info(who() + ": " + what + ": " + result + ", " + std::to_string(audit.elapsedMs()) +
+             " ms");
 }
 
 std::string Session::who() const {

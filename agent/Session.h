@@ -1,20 +1,18 @@
 #pragma once
 
-#include <cstdint>
-#include <functional>
 #include <memory>
 #include <string>
-#include <string_view>
 
 #include "AgentConfig.h"
-#include "AuditLog.h"
 #include "Authorization.h"
-#include "CException.h"
 #include "EventLog.h"
-#include "FileSource.h"
+#include "FileConversation.h"
 #include "FrameChannel.h"
-#include "Job.h"
+#include "JobConversation.h"
+#include "JobRequest.h"
+#include "MasterRights.h"
 #include "Protocol.h"
+#include "RequestAudit.h"
 #include "RunDirectory.h"
 #include "Sandbox.h"
 #include "TlsContext.h"
@@ -63,20 +61,11 @@ public:
     static void installSignals();
 
 private:
-    // Nothing is done that cannot be recorded.
-    class AuditFault : public CException {
-    public:
-        using CException::CException;
-    };
-
     void serve();
     bool greet();
     void takeGreeting(const protocol::Frame& frame);
-    // Throws ProtocolError for a frame that has no place in this state.
-    Verdict judge(SessionState state, const protocol::FrameHeader& header) const;
     // Tells the shell that it may not; false when the session is to end.
     bool refuse(const protocol::FrameHeader& header);
-    std::string refusal(const std::string& what) const;
     // False when the session is to end.
     bool serveRequest(const protocol::Frame& frame);
     bool serveAllowed(const protocol::Frame& frame);
@@ -84,51 +73,24 @@ private:
     bool serveRunPackaged(const protocol::Frame& frame);
     bool servePut(const protocol::Frame& frame);
     bool serveGet(const protocol::Frame& frame);
+    bool endFile(const std::string& what, const FileConversation::Outcome& outcome);
     bool serveExists(const protocol::Frame& frame);
     bool serveMac(const protocol::Frame& frame);
 
     bool runJob(JobRequest& request, const char* what);
-    void converse(const JobRequest& request, const std::string& label);
     // While set, SIGTERM waits until the request is done.
     void setUninterruptible(bool on);
-    // One turn of the event loop; true when the job is over for this session.
-    bool pumpJob(Job& job);
-    void waitForJob(const Job& job);
-    void checkPeer();
-    void forwardOutput(Job& job);
-    // What the job has written and nobody has read, as a frame that is good until the next call;
-    // empty when there is nothing at the moment.
-    std::string_view nextOutput(Job& job, std::size_t most);
-    bool takeReport(Job& job);
-    void sendRest(Job& job, FrameChannel::Deadline deadline);
-    void endWith(const protocol::Result& result, FrameChannel::Deadline deadline);
 
     FrameChannel::Deadline requestDeadline() const;
     // False when the shell has gone, or nothing came in time.
     bool awaitRequest();
-    // False when nothing came in time.
-    bool receiveUntil(protocol::Frame& frame, FrameChannel::Deadline deadline);
-    std::string receiveFile(const protocol::Put& put);
-    std::string sendFile(const protocol::Get& get);
-    // Throws pathprefix::Outside for what the certificate may not read.
-    FileSource openSource(const std::string& path) const;
 
     void sendError(std::uint16_t code, const std::string& text);
     void sendAnswer(const std::string& text);
     void tellListener(char what);
     void tellListener(const std::string& bytes);
     void announcePeer(const std::string& certificates);
-    void recordRequest(const char* request, const std::string& what,
-                       const std::function<void(const AuditLog&)>& write);
-    // Writes the start of a request into the audit. Throws AuditFault: it must not be served then.
-    void beginAudit(const char* request, const std::string& what);
-    // Both, of a request that changes nothing, before it is answered. Throws AuditFault.
-    void auditWhole(const char* request, const std::string& result);
-    // Its end, unless somebody else is to write that. Errors are logged.
-    void endAudit(const std::string& result);
-    std::string nextRequestId();
     void logRequest(const std::string& what, const std::string& result);
-    long long elapsedMs() const;
     std::string who() const;
 
     UniqueFd socket;
@@ -145,20 +107,12 @@ private:
     RunDirectory runDirectory;
     std::unique_ptr<FrameChannel> channel;
     std::string ownIp;
-    std::string certificateName;
     std::string peerIp;
-    Authorization::Grant grant;
+    MasterRights rights;
     std::string peer;  // certificate name and address, escaped
     std::string user;  // who runs the shell there, and the command's number, escaped
-    FrameChannel::Clock::time_point requestStart;
-    AuditEntry audit;  // of the request that is served
-    bool auditOpen = false;
-    unsigned long requestCount = 0;
-
-    // Of the job that runs.
-    bool uninterruptible = false;
-    bool outputEnded = false;
-    std::unique_ptr<char[]> outputFrame;  // used again for every piece of output
-    bool connectionLost = false;
-    std::string outcome;
+    RequestAudit audit;
+    // Once the channel is open.
+    std::unique_ptr<FileConversation> files;
+    std::unique_ptr<JobConversation> jobs;
 };

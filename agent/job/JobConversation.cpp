@@ -1,3 +1,5 @@
+#include "JobConversation.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -6,11 +8,7 @@
 #include <utility>
 
 #include "CException.h"
-#include "SecretMask.h"
-#include "Session.h"
 #include "Text.h"
-
-// The part of a session that runs jobs.
 
 namespace {
 
@@ -24,6 +22,8 @@ constexpr int kOutputFilePollMs = 50;
 constexpr unsigned long kRestMs = 30000;
 // After the time-out the shell does not wait much longer.
 constexpr unsigned long kRestAfterTimeOutMs = 2000;
+
+constexpr unsigned long kShortSendMs = 10000;
 
 constexpr int kSweeps = 40;
 constexpr int kSweepPauseMs = 25;
@@ -44,7 +44,11 @@ std::string describe(const protocol::Result& result) {
 
 }  // namespace
 
-std::string_view Session::nextOutput(Job& job, std::size_t most) {
+JobConversation::JobConversation(FrameChannel& shellChannel, const JobSettings& jobSettings,
+                                 const RunDirectory& runDirectory, RequestAudit& requestAudit)
+    : channel(shellChannel), settings(jobSettings), directory(runDirectory), audit(requestAudit) {}
+
+std::string_view JobConversation::nextOutput(Job& job, std::size_t most) {
     if (!outputFrame) {
         // Not filled with anything: most jobs write little, and what is never touched is no memory.
         outputFrame.reset(new char[protocol::kHeaderBytes + kOutputPieceBytes]);
@@ -60,68 +64,57 @@ std::string_view Session::nextOutput(Job& job, std::size_t most) {
     return {outputFrame.get(), header.size() + count};
 }
 
-bool Session::runJob(JobRequest& request, const char* what) {
-    request.owner = who();
-    request.audit = audit;
+bool JobConversation::run(const JobRequest& jobRequest, const std::string& label) {
+    request = &jobRequest;
     outputEnded = false;
     connectionLost = false;
-    outcome = "cancelled";
-    setUninterruptible(request.uninterruptible);
-    const std::string label = std::string(what) + (uninterruptible ? " (uninterruptible) " : " ") +
-                              "\"" + Text::printable(secretmask::mask(request.commandLine)) + "\"";
-    try {
-        converse(request, label);
-    } catch (const ProtocolError&) {
-        logRequest(label, uninterruptible ? "goes on without its shell" : "cancelled");
-        setUninterruptible(false);
-        throw;
-    }
-    logRequest(label, outcome);
-    setUninterruptible(false);
+    // For a shell that breaks the protocol.
+    ending = request->uninterruptible ? "goes on without its shell" : "cancelled";
+    converse(label);
     return !connectionLost;
 }
 
-void Session::converse(const JobRequest& request, const std::string& label) {
+void JobConversation::converse(const std::string& label) {
     try {
-        Job job(jobSettings, request);
+        Job job(settings, *request);
         // The supervisor ends the record from here on: it outlives this process.
-        auditOpen = false;
-        if (uninterruptible) {
-            log.info(who() + ": " + label + ": begins");
+        audit.handOver();
+        if (request->uninterruptible) {
+            settings.log->info(request->owner + ": " + label + ": begins");
         }
-        while (!pumpJob(job)) {
+        while (!pump(job)) {
         }
     } catch (const ProtocolError&) {
         throw;
     } catch (const ChannelError& lost) {
         connectionLost = true;
-        outcome = (uninterruptible ? "goes on without its shell: " : "cancelled: ") +
-                  Text::printable(lost.getErrMsg());
+        ending = (request->uninterruptible ? "goes on without its shell: " : "cancelled: ") +
+                 Text::printable(lost.getErrMsg());
     } catch (const CException& fault) {
-        outcome = "not started: " + Text::printable(fault.getErrMsg());
+        ending = "not started: " + Text::printable(fault.getErrMsg());
         sendError(protocol::kErrorNotStarted, fault.getErrMsg());
     }
 }
 
-bool Session::pumpJob(Job& job) {
+bool JobConversation::pump(Job& job) {
     checkPeer();
     if (connectionLost) {
-        outcome = uninterruptible ? "goes on without its shell" : "cancelled by its shell";
+        ending = request->uninterruptible ? "goes on without its shell" : "cancelled by its shell";
         return true;
     }
-    if (channel->hasQueued()) {
-        channel->flush();
+    if (channel.hasQueued()) {
+        channel.flush();
     }
     forwardOutput(job);
     if (takeReport(job)) {
         return true;
     }
-    waitForJob(job);
+    wait(job);
     return false;
 }
 
-void Session::checkPeer() {
-    switch (channel->lookAtPeer()) {
+void JobConversation::checkPeer() {
+    switch (channel.lookAtPeer()) {
         case FrameChannel::Peer::kSilent:
             return;
         case FrameChannel::Peer::kGone:
@@ -132,19 +125,19 @@ void Session::checkPeer() {
     }
 }
 
-void Session::forwardOutput(Job& job) {
-    while (!channel->hasQueued() && !outputEnded) {
+void JobConversation::forwardOutput(Job& job) {
+    while (!channel.hasQueued() && !outputEnded) {
         const std::string_view frame = nextOutput(job, kOutputPieceBytes);
-        if (frame.empty() || !channel->sendOrQueue(frame)) {
+        if (frame.empty() || !channel.sendOrQueue(frame)) {
             return;
         }
     }
 }
 
-void Session::waitForJob(const Job& job) {
-    const bool queued = channel->hasQueued();
+void JobConversation::wait(const Job& job) {
+    const bool queued = channel.hasQueued();
     pollfd watched[3] = {
-        {channel->descriptor(), static_cast<short>(POLLIN | POLLRDHUP | (queued ? POLLOUT : 0)), 0},
+        {channel.descriptor(), static_cast<short>(POLLIN | POLLRDHUP | (queued ? POLLOUT : 0)), 0},
         {job.controlDescriptor(), POLLIN, 0},
         {queued || outputEnded ? -1 : job.outputPipe(), POLLIN, 0}};
     const bool looksAtFile = job.outputPipe() < 0 && !queued;
@@ -157,14 +150,14 @@ void Session::waitForJob(const Job& job) {
     }
 }
 
-bool Session::takeReport(Job& job) {
+bool JobConversation::takeReport(Job& job) {
     const JobReport report = job.nextReport();
     switch (report.kind) {
         case JobReport::Kind::kNone:
         case JobReport::Kind::kStarted:
             return false;
         case JobReport::Kind::kNotStarted:
-            outcome = "not started: " + Text::printable(report.text);
+            ending = "not started: " + Text::printable(report.text);
             sendError(report.errorCode, report.text);
             return true;
         case JobReport::Kind::kEnded: {
@@ -177,32 +170,37 @@ bool Session::takeReport(Job& job) {
             const FrameChannel::Deadline deadline = FrameChannel::after(kRestAfterTimeOutMs);
             sendRest(job, deadline);
             endWith(report.result, deadline);
-            if (uninterruptible) {
-                outcome += ", goes on";
+            if (request->uninterruptible) {
+                ending += ", goes on";
             }
             return true;
         }
         case JobReport::Kind::kLost:
             break;
     }
-    auditOpen = true;
+    answerLost();
+    return true;
+}
+
+void JobConversation::answerLost() {
+    audit.takeBack();
     protocol::Result lost;
     lost.ending = protocol::Result::Ending::kCancelled;
-    lost.text = uninterruptible
+    lost.text = request->uninterruptible
                     ? "the job's supervisor on the node was killed; the job goes on there, see " +
-                          jobSettings.runPath() + "firmware.log"
+                          settings.runPath() + "firmware.log"
                     : "the job's supervisor on the node was killed, and the job with it";
     // What was killed takes a moment to be gone, and the listener may be sweeping too.
-    for (int i = 0; i < kSweeps &&
-                    runDirectory.sweep([this](const std::string& text) { log.warning(text); }) > 0;
+    for (int i = 0; i < kSweeps && directory.sweep([this](const std::string& text) {
+             settings.log->warning(text);
+         }) > 0;
          ++i) {
         ::poll(nullptr, 0, kSweepPauseMs);
     }
     endWith(lost, FrameChannel::after(kRestMs));
-    return true;
 }
 
-void Session::sendRest(Job& job, FrameChannel::Deadline deadline) {
+void JobConversation::sendRest(Job& job, FrameChannel::Deadline deadline) {
     // Only what is there now: what was left running in the background may go on writing
     // for ever.
     std::size_t left = job.unreadOutput();
@@ -212,11 +210,16 @@ void Session::sendRest(Job& job, FrameChannel::Deadline deadline) {
             return;
         }
         left -= frame.size() - protocol::kHeaderBytes;
-        channel->sendFrame(frame, deadline);
+        channel.sendFrame(frame, deadline);
     }
 }
 
-void Session::endWith(const protocol::Result& result, FrameChannel::Deadline deadline) {
-    outcome = describe(result);
-    channel->sendFrame(protocol::encode(result), deadline);
+void JobConversation::sendError(std::uint16_t code, const std::string& text) {
+    channel.sendFrame(protocol::encode(protocol::Error{code, text}),
+                      FrameChannel::after(kShortSendMs));
+}
+
+void JobConversation::endWith(const protocol::Result& result, FrameChannel::Deadline deadline) {
+    ending = describe(result);
+    channel.sendFrame(protocol::encode(result), deadline);
 }
