@@ -2,15 +2,13 @@
 #include <map>
 #include <utility>
 
-#include "CShellCommandSet_BIOSFW.h"
-#include "CShellCommandSet_Basic.h"
-#include "CShellCommandSet_FlashBIOS.h"
-#include "CShellCommandSet_ipmifw.h"
+#include "CShellCommandSet.h"
 #include "CShellConfigReader.h"
 #include "CShellExecutionContext.h"
 #include "CmdConfigFile.h"
 #include "ConfigLineReader.h"
 #include "LintReport.h"
+#include "RegisteredSets.h"
 #include "Text.h"
 
 namespace {
@@ -20,10 +18,7 @@ constexpr long kShortestTimeOutMs = 1000;
 // The shell's own reader, with the built-in sets there. Their names are left in taken.
 void readWithShell(LintReport& report, std::map<std::string, int>& taken) {
     CShellExecutionContext context{CShellExecutionContext::Temporary()};
-    context.addCommandSet(std::make_unique<CShellCommandSet_Basic>(&context).release());
-    context.addCommandSet(std::make_unique<CShellCommandSet_FlashBIOS>().release());
-    context.addCommandSet(std::make_unique<CShellCommandSet_BIOSFW>().release());
-    context.addCommandSet(std::make_unique<CShellCommandSet_ipmifw>().release());
+    RegisteredSets::addTo(context);
     for (const CShellCommandSet* set : context.getRootCommandSetList()) {
         taken[set->getCommandSetName()] = 0;
     }

@@ -9,10 +9,10 @@
 #include "CConfiguredCommandSet.h"
 #include "CException.h"
 #include "CShellCommand.h"
-#include "CShellConfigReader.h"
 #include "CShellExecutionContext.h"
 #include "CUtil.h"
 #include "CmdConfigFile.h"
+#include "CmdNotation.h"
 #include "ConfigErrorCollector.h"
 
 namespace {
@@ -92,7 +92,7 @@ std::unique_ptr<CShellCommandSet> CmdConfigBuilder::createSet(const CmdSetBlock&
         valid = false;
     }
     if (hasPath) {
-        parent = CShellConfigReader::checkParentCommandSet(block.line, &name, context, errors);
+        parent = cmdnotation::resolveParent(block.line, name, context, errors);
         valid = valid && parent != nullptr;
     }
     unsigned int timeOut = 0;
@@ -244,7 +244,7 @@ std::list<std::unique_ptr<CCommandOption>> CmdConfigBuilder::resolveOptions(cons
 // Null when the declaration is faulty.
 std::unique_ptr<CCommandOption> CmdConfigBuilder::resolveOption(int line,
                                                                 const std::string& declaration) {
-    const std::list<std::string> parts = CShellConfigReader::resolveOptionToken(declaration);
+    const std::list<std::string> parts = cmdnotation::splitOption(declaration);
     if (parts.size() != 4) {
         errors->addError(line, "Invalid format for a command option: " + declaration);
         return nullptr;

@@ -9,10 +9,6 @@
 
 #include "CException.h"
 #include "CSSLConfig.h"
-#include "CShellCommandSet_BIOSFW.h"
-#include "CShellCommandSet_Basic.h"
-#include "CShellCommandSet_FlashBIOS.h"
-#include "CShellCommandSet_ipmifw.h"
 #include "CShellConfigReader.h"
 #include "CShellExecutionContext.h"
 #include "CSystemEnvironment.h"
@@ -25,6 +21,7 @@
 #include "InteractiveLoop.h"
 #include "OpenSslLocks.h"
 #include "PipedLine.h"
+#include "RegisteredSets.h"
 #include "ShellLogging.h"
 
 namespace {
@@ -149,19 +146,11 @@ bool CShell::init(std::list<std::string>&, CShellExecutionContext& ctx) {
 }
 
 void CShell::buildContext(CShellExecutionContext& ctx, ConfigErrorCollector* errors) {
-    const auto add = [&](auto make) {
-        try {
-            ctx.addCommandSet(make().release());
-        } catch (const CException& failure) {
-            errors->addError(0, failure.getErrMsg());
-        }
-    };
-    // These four, in this order. The other sets are for programs that link the library;
-    // docs/compatibility.md.
-    add([&] { return std::make_unique<CShellCommandSet_Basic>(&ctx); });
-    add([] { return std::make_unique<CShellCommandSet_FlashBIOS>(); });
-    add([] { return std::make_unique<CShellCommandSet_BIOSFW>(); });
-    add([] { return std::make_unique<CShellCommandSet_ipmifw>(); });
+    try {
+        RegisteredSets::addTo(ctx);
+    } catch (const CException& failure) {
+        errors->addError(0, failure.getErrMsg());
+    }
     CShellConfigReader::readConfig(ctx, errors);
 }
 

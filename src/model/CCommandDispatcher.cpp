@@ -5,12 +5,12 @@
 
 #include "CAlreadyExistException.h"
 #include "CShellCommandSet.h"
+#include "CommandText.h"
 #include "ConfigErrorCollector.h"
 #include "Text.h"
 
 namespace {
 
-const char kOptionStart[] = " -";
 const char kBasicLevel[] = "BASIC/";
 
 std::string keyPrefix(const CShellCommandSet& set) {
@@ -79,19 +79,12 @@ int CCommandDispatcher::unregisterCommand(CShellCommandSet* set) {
 }
 
 std::string CCommandDispatcher::getCommandAndOptionPart(std::string line) {
-    std::string::size_type start = 0;
-    for (;;) {
-        const std::string::size_type slash = line.find('/', start);
-        if (slash == std::string::npos || line.find('-', start) < slash) {
-            return Text::trimmed(line.substr(start));
-        }
-        start = slash + 1;
-    }
+    return commandtext::withoutPath(line);
 }
 
 std::string CCommandDispatcher::getCommandPart(std::string line) {
     const std::string whole = getCommandAndOptionPart(std::move(line));
-    return Text::trimmed(whole.substr(0, whole.find(kOptionStart)));
+    return Text::trimmed(whole.substr(0, whole.find(commandtext::kOptionStart)));
 }
 
 CShellCommand* CCommandDispatcher::findExeCommand(std::string workingPath, std::string& typedLine,
@@ -128,7 +121,7 @@ CShellCommand* CCommandDispatcher::findExeCommand(std::string workingPath, std::
 
 CShellCommandSet* CCommandDispatcher::findSet(const std::string& prefix, const std::string& typed,
                                               std::string& text) const {
-    std::string words = typed.substr(0, typed.find(kOptionStart));
+    std::string words = typed.substr(0, typed.find(commandtext::kOptionStart));
     Text::trim(words);
     for (const std::string& key : spellings(prefix + words)) {
         const auto entry = commands.find(key);

@@ -6,11 +6,11 @@
 #include <utility>
 
 #include "CAlreadyExistException.h"
-#include "CCommandDispatcher.h"
 #include "CNode.h"
 #include "CResult.h"
 #include "CSSLConfig.h"
 #include "CUtil.h"
+#include "CommandText.h"
 #include "ConfigErrorCollector.h"
 #include "SSLClient.h"
 #include "Text.h"
@@ -394,6 +394,5 @@ CShellCommand* CShellCommandSet::findTypedCommand(const std::string& typed) cons
         return stored;
     }
     ConfigErrorCollector unwanted;
-    return findPossibleSupportedCommand(CCommandDispatcher::getCommandAndOptionPart(typed),
-                                        &unwanted);
+    return findPossibleSupportedCommand(commandtext::withoutPath(typed), &unwanted);
 }

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <list>
+#include <string>
+
+class CShellCommandSet;
+class CShellExecutionContext;
+class ConfigErrorCollector;
+
+// How cmd.cfg writes the place of a set and the declaration of an option.
+namespace cmdnotation {
+
+// Resolves the path "a/b/c" of a set: returns the set a/b and leaves "c" in name. Null for a name
+// without "/" and when an ancestor does not exist, which is then recorded for that line.
+CShellCommandSet* resolveParent(int line, std::string& name, CShellExecutionContext& context,
+                                ConfigErrorCollector* errors);
+
+// Splits "[-s|--long|CV]description" into short name, long name (both without dashes, empty where
+// the dashes are missing), attributes and description; an empty list when the shape is another.
+std::list<std::string> splitOption(const std::string& token);
+
+}  // namespace cmdnotation
