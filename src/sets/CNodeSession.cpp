@@ -7,6 +7,7 @@
 #include "CShellCommandSet_Basic.h"
 #include "CShellExecutionContext.h"
 #include "CUtil.h"
+#include "PathText.h"
 #include "SSLClient.h"
 
 namespace {
@@ -254,48 +255,3 @@ void showAnswer(CNodeSession& session, const PackagedRun& run, CResult& result) 
              programOf(run) + " ended with exit code " + std::to_string(outcome.getExitCode()) +
                  " and without an answer." + afterText(outcome.getRunSummary()));
 }
-
-namespace pathtext {
-
-namespace {
-
-constexpr char kPlainCharacters[] =
-    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_./:=,+@%-";
-constexpr char kWhiteSpace[] = " \t\n\r\v\f";
-
-bool isQuoted(const std::string& value) {
-    return value.size() >= 2 && value.front() == '"' && value.back() == '"';
-}
-
-}  // namespace
-
-std::string unquote(const std::string& value) {
-    return isQuoted(value) ? value.substr(1, value.size() - 2) : value;
-}
-
-std::string optionValue(const std::string& path) {
-    const bool needed = isQuoted(path) || path.find_first_of(kWhiteSpace) != std::string::npos;
-    return needed ? "\"" + path + "\"" : path;
-}
-
-std::string shellWord(const std::string& text) {
-    if (!text.empty() && text.find_first_not_of(kPlainCharacters) == std::string::npos) {
-        return text;
-    }
-    std::string quoted = "'";
-    for (const char c : text) {
-        quoted += c == '\'' ? "'\\''" : std::string(1, c);
-    }
-    return quoted + "'";
-}
-
-std::string directoryOf(const std::string& path) {
-    const std::string::size_type slash = path.rfind('/');
-    return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-std::string baseNameOf(const std::string& path) {
-    return path.substr(path.rfind('/') + 1);
-}
-
-}  // namespace pathtext

@@ -1,8 +1,9 @@
 #include "CShellCommandSet_BIOSFW.h"
 
 #include "CNodeSession.h"
-#include "CommandTable.h"
+#include "CommandRun.h"
 #include "Console.h"
+#include "PathText.h"
 
 namespace {
 

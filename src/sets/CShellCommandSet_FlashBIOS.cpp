@@ -4,8 +4,9 @@
 
 #include "CNodeSession.h"
 #include "CUtil.h"
-#include "CommandTable.h"
+#include "CommandRun.h"
 #include "Console.h"
+#include "PathText.h"
 
 namespace {
 

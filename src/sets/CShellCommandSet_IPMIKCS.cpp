@@ -8,6 +8,7 @@
 #include "CommandTable.h"
 #include "Console.h"
 #include "IpmiDeviceType.h"
+#include "PathText.h"
 
 namespace {
 

@@ -6,8 +6,9 @@
 #include "CResult.h"
 #include "CShellCommand.h"
 #include "CUtil.h"
-#include "CommandTable.h"
+#include "CommandRun.h"
 #include "Console.h"
+#include "PathText.h"
 
 namespace {
 

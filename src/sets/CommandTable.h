@@ -5,7 +5,6 @@
 
 #include "KelshEnum.h"
 
-class CNode;
 class CNodeSession;
 class CResult;
 class CShellCommand;
@@ -65,10 +64,3 @@ void addCommands(CShellCommandSet& set, const CommandTable& table);
 
 // The command of the set that the line names; null when there is none.
 CShellCommand* findCommand(CShellCommandSet& set, const std::string& commandLine);
-
-// Finds the row that the line names and runs it on the node, after the connection is open, the
-// node's install directory is known and prepare, if any, has had its say. A line that names no row
-// leaves the result untouched. Whatever is thrown as CException becomes run status and summary.
-void executeOnNode(CShellCommandSet& set, const CommandTable& table, const std::string& commandLine,
-                   CNode* node, CResult& result, unsigned int timeOut,
-                   void (*prepare)(CShellCommandSet& set, CNodeSession& session) = nullptr);

@@ -3,6 +3,7 @@
 #include "CNodeSession.h"
 #include "CResult.h"
 #include "CUtil.h"
+#include "PathText.h"
 
 TEST(CNodeSession, NeedsANode) {
     EXPECT_THROW(CNodeSession(nullptr, 1000), CException);

@@ -3,6 +3,7 @@
 #include "CResult.h"
 #include "CShellCommand.h"
 #include "CommandChecklist.h"
+#include "CommandRun.h"
 #include "CommandTable.h"
 
 namespace {
