@@ -12,6 +12,7 @@
 namespace {
 
 constexpr int kExitCannotStart = 2;
+constexpr int kExitOutputLost = 2;
 
 // Started without one of the three, the shell would give its number to a log file or a connection,
 // and print into it.
@@ -31,13 +32,15 @@ bool readerHasLeft() {
     return ::poll(&watched, 1, 0) > 0 && (watched.revents & (POLLERR | POLLHUP)) != 0;
 }
 
-// The commands have run all the same, so the exit status stays theirs; but on a full disk their
-// results are missing from the file, and nobody may take that file for the whole story.
-void reportLostOutput() {
-    if (!readerHasLeft()) {
-        std::cerr << "kelsh: standard output could not be written; results are missing from it."
-                  << std::endl;
+// The commands have run all the same; but on a full disk their results are missing from the file,
+// and nobody may take that file for the whole story. A status that tells of a failure stays.
+int reportLostOutput(int status) {
+    if (readerHasLeft()) {
+        return status;
     }
+    std::cerr << "kelsh: standard output could not be written; results are missing from it."
+              << std::endl;
+    return status != 0 ? status : kExitOutputLost;
 }
 
 int runShell(int argc, char** argv) {
@@ -55,11 +58,11 @@ int runShell(int argc, char** argv) {
 int main(int argc, char** argv) {
     resultmemory::keepForTheNextResult();
     occupyStandardDescriptors();
-    const int status = runShell(argc, argv);
+    int status = runShell(argc, argv);
     std::cout.flush();
     const bool written = std::fflush(nullptr) == 0 && std::ferror(stdout) == 0 && std::cout.good();
     if (!written) {
-        reportLostOutput();
+        status = reportLostOutput(status);
     }
     if (CShell::abandonedWorkers() != 0) {
         // A worker that was given up may be inside TLS or logging code, which the exit handlers

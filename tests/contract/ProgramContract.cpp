@@ -201,6 +201,7 @@ TEST_F(ProgramContract, LostOutputIsReported) {
     EXPECT_EQ(full.status, 2) << "the status stays the command's";
     EXPECT_EQ(full.errors,
               "kelsh: standard output could not be written; results are missing from it.\n");
+    EXPECT_EQ(kelsh("tools hello >/dev/full").status, 2) << "the result was lost, and that shows";
     const Outcome cut = kelsh("help | head -n 1");
     EXPECT_EQ(cut.output, "[local] (Nms)\n");
     EXPECT_EQ(cut.errors, "") << "who reads only the beginning wants no complaint";
