@@ -12,7 +12,8 @@ public:
     // Runs a shell command line on this machine and waits for it. Its standard output replaces
     // *output (null drops it); standard error and standard input stay those of the caller.
     // Returns the exit code, 128 + n for a program ended by signal n, or -1 when the shell could
-    // not be started (then *output holds the reason).
+    // not be started (then *output holds the reason). At most 64 MiB of each stream are kept; a
+    // line at the end says how much more there was.
     static int exec_cmd(std::string command, std::string* output);
     // The same with standard error captured too. Given one string for both, the two streams are
     // merged in the order in which they were written.

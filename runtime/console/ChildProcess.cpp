@@ -1,5 +1,6 @@
 #include "ChildProcess.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -59,8 +60,10 @@ struct Capture {
     UniqueFd readEnd;
     UniqueFd writeEnd;
     std::string* target = nullptr;
+    std::size_t most = 0;
+    unsigned long long leftOut = 0;
 
-    bool open(std::string* destination) {
+    bool open(std::string* destination, std::size_t mostBytes) {
         int ends[2];
         if (pipe2(ends, O_CLOEXEC) != 0) {
             return false;
@@ -69,8 +72,23 @@ struct Capture {
         writeEnd.reset(ends[1]);
         target = destination;
         target->clear();
+        most = mostBytes;
         // Only our end is non-blocking: the child must see an ordinary pipe.
         return fcntl(readEnd.get(), F_SETFL, O_NONBLOCK) == 0;
+    }
+
+    void keep(const char* bytes, std::size_t count) {
+        const std::size_t kept = std::min(count, most - target->size());
+        target->append(bytes, kept);
+        leftOut += count - kept;
+    }
+
+    // To be called once, after the last byte.
+    void sayWhatIsLeftOut() {
+        if (leftOut > 0) {
+            target->append(target->empty() || target->back() == '\n' ? "[" : "\n[");
+            target->append(std::to_string(leftOut) + " more bytes of output were left out]\n");
+        }
     }
 
     // Takes what is there. Closes the pipe at its end.
@@ -79,7 +97,7 @@ struct Capture {
         while (readEnd) {
             const ssize_t got = read(readEnd.get(), buffer, sizeof buffer);
             if (got > 0) {
-                target->append(buffer, static_cast<std::size_t>(got));
+                keep(buffer, static_cast<std::size_t>(got));
             } else if (got < 0 && errno == EINTR) {
                 continue;
             } else {
@@ -155,7 +173,7 @@ ChildProcess::Outcome ChildProcess::run(const Request& request) {
         posix_spawn_file_actions_addopen(actions.get(), STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     }
     if (request.output != nullptr) {
-        if (!out.open(request.output)) {
+        if (!out.open(request.output, request.mostOutputBytes)) {
             return notStarted("pipe", errno);
         }
         posix_spawn_file_actions_adddup2(actions.get(), out.writeEnd.get(), STDOUT_FILENO);
@@ -164,7 +182,7 @@ ChildProcess::Outcome ChildProcess::run(const Request& request) {
         }
     }
     if (request.errorOutput != nullptr && !merged) {
-        if (!err.open(request.errorOutput)) {
+        if (!err.open(request.errorOutput, request.mostOutputBytes)) {
             return notStarted("pipe", errno);
         }
         posix_spawn_file_actions_adddup2(actions.get(), err.writeEnd.get(), STDERR_FILENO);
@@ -203,6 +221,8 @@ ChildProcess::Outcome ChildProcess::run(const Request& request) {
     // What the child wrote just before it ended is still in the pipes.
     out.drain();
     err.drain();
+    out.sayWhatIsLeftOut();
+    err.sayWhatIsLeftOut();
 
     Outcome outcome;
     outcome.state = WIFSIGNALED(status) ? Outcome::State::kSignaled : Outcome::State::kExited;

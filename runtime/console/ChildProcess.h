@@ -1,16 +1,23 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 // Runs one shell command line ("/bin/sh -c") on this machine and waits for it. The child gets
 // default signal dispositions, an empty signal mask and descriptors 0 to 2 only; it stays in the
 // caller's process group, so that Ctrl+C reaches it and it may use the terminal.
 //
+// Of each captured stream a limited part is kept; what comes beyond it is read all the same, so
+// that the child is not held up, and a line at the end of the text says how much it was.
+//
 // The wait ends when the shell ends, not when its output does: a background process that keeps the
 // pipe open does not hold up the caller.
 class ChildProcess {
 public:
     enum class Input { kInherit, kNull };
+
+    // So much is kept of a command on a node, too.
+    static constexpr std::size_t kMostOutputBytes = 64 * 1024 * 1024;
 
     struct Request {
         std::string commandLine;
@@ -19,6 +26,7 @@ public:
         // the streams in the order in which they are written.
         std::string* output = nullptr;
         std::string* errorOutput = nullptr;
+        std::size_t mostOutputBytes = kMostOutputBytes;
         // A variable to leave out of the child's environment; empty means none.
         std::string withoutVariable;
     };

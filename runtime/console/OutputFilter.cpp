@@ -32,9 +32,14 @@ std::string escapeForTerminal(const std::string& text) {
     std::string shown;
     shown.reserve(text.size());
     for (std::size_t at = 0; at < text.size();) {
-        if (isHarmlessAscii(text, at)) {
-            shown += text[at++];
-            continue;
+        // Nearly all of it is taken over in long pieces.
+        const std::size_t begin = at;
+        while (at < text.size() && isHarmlessAscii(text, at)) {
+            ++at;
+        }
+        shown.append(text, begin, at - begin);
+        if (at == text.size()) {
+            break;
         }
         const std::size_t length = byteAt(text, at) < 0x80 ? 0 : multiByteLength(text, at);
         if (length == 0) {

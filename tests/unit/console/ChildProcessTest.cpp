@@ -49,6 +49,22 @@ TEST(ChildProcess, ReportsASignalAsAShellDoes) {
     EXPECT_EQ(137, captured.outcome.exitCode());
 }
 
+TEST(ChildProcess, KeepsALimitedPartOfEachStreamAndSaysHowMuchIsMissing) {
+    std::string output;
+    std::string errors;
+    ChildProcess::Request request;
+    request.commandLine = "printf 0123456789; printf 'abc\\ndef' >&2; exit 4";
+    request.output = &output;
+    request.errorOutput = &errors;
+    request.mostOutputBytes = 4;
+    EXPECT_EQ(4, ChildProcess::run(request).exitCode());
+    EXPECT_EQ("0123\n[6 more bytes of output were left out]\n", output);
+    EXPECT_EQ("abc\n[3 more bytes of output were left out]\n", errors);
+    request.mostOutputBytes = 10;
+    EXPECT_EQ(4, ChildProcess::run(request).exitCode());
+    EXPECT_EQ("0123456789", output);
+}
+
 TEST(ChildProcess, MergesStreamsInTheOrderWritten) {
     std::string both;
     ChildProcess::Request request;
