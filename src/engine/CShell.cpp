@@ -1,5 +1,6 @@
 #include "CShell.h"
 
+#include <climits>
 #include <ctime>
 #include <iostream>
 #include <iterator>
@@ -18,6 +19,7 @@
 #include "CommandEngine.h"
 #include "CommandSequence.h"
 #include "ConfigErrorCollector.h"
+#include "FileTrust.h"
 #include "InteractiveLoop.h"
 #include "OpenSslLocks.h"
 #include "PipedLine.h"
@@ -46,6 +48,32 @@ void raiseDescriptorLimit() {
 std::string installPathOfShell() {
     const CSystemEnvironment environment;
     return environment.isDefaultKelshPathUsed() ? "" : environment.getKelshPath();
+}
+
+// As "hostname" prints it; a machine without that program has a name all the same.
+std::string hostNameOfMaster() {
+    std::string name;
+    std::string complaint;
+    const bool asked = CUtil::exec_cmd("hostname", &name, &complaint) == 0;
+    CUtil::removeTailNewline(&name);
+    if (asked && !name.empty()) {
+        return name;
+    }
+    char own[HOST_NAME_MAX + 1] = {};
+    return ::gethostname(own, sizeof own - 1) == 0 ? own : "";
+}
+
+// Root runs what these files say, so nobody else may write them. Said in the log alone: scripts
+// have read the shell's output for years.
+void logLooseFiles(const CShellExecutionContext& ctx, ShellLogging& log) {
+    FileTrust trust;
+    for (const std::string& file :
+         {ctx.getCmdCfgFileName(), ctx.getNodeCfgFileName(), ctx.getSslCfgFileName()}) {
+        trust.examine(file);
+    }
+    for (const FileTrust::Finding& finding : trust.findings()) {
+        log.warn(finding.text());
+    }
 }
 
 // While there is time to renew it: the day it ends no node listens to this master any more.
@@ -129,14 +157,12 @@ bool CShell::init(std::list<std::string>&, CShellExecutionContext& ctx) {
         ctx.setCmdCfgFileName(installPath + ctx.getCmdCfgFileName());
         ctx.setSslCfgFileName(installPath + ctx.getSslCfgFileName());
     }
-    std::string hostName;
-    CUtil::exec_cmd("hostname", &hostName);
-    CUtil::removeTailNewline(&hostName);
-    ctx.setHostName(hostName);
+    ctx.setHostName(hostNameOfMaster());
 
     ConfigErrorCollector errors;
     buildContext(ctx, &errors);
     warnings.take(errors, *log);
+    logLooseFiles(ctx, *log);
     if (errors.getSize(CONFIG_ERROR) > 0) {
         std::cout << errors.toString() << std::flush;
         return false;

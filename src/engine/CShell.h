@@ -60,8 +60,7 @@ public:
                                                    CShellExecutionContext& ctx,
                                                    ConfigErrorCollector* errors);
 
-    // Marks the request valid when it, or its first word, names a command usable at the working
-    // level.
+    // Marks the request valid when it names a known command, see RequestParser.
     void validateCommand(CCommandExecutionContext* cmd);
 
     // Runs one command on its targets and reports each result on standard output and in the logs.

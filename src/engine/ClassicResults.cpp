@@ -43,12 +43,10 @@ void ClassicResults::show(const std::string& name, const CResult& result, bool f
         head << "ExitCode:" << result.getRunStatus() << "/" << result.getExitCode() << "["
              << result.getStatusEnumString() << "], summary: ";
     }
-    const std::string block = head.str() + result.summary();
+    // What a node says must not move the cursor of whoever looks at it, here or in the dump file.
+    const std::string shown = fromNode ? escapeForTerminal(result.summary()) : result.summary();
     const InterruptHeld untilPrinted;
-    if (fromNode && ::isatty(STDOUT_FILENO) == 1) {
-        std::cout << head.str() << escapeForTerminal(result.summary()) << std::endl;
-    } else {
-        std::cout << block << std::endl;
-    }
-    log.result(block);
+    std::cout << head.str() << (::isatty(STDOUT_FILENO) == 1 ? shown : result.summary())
+              << std::endl;
+    log.result(head.str() + shown);
 }

@@ -6,7 +6,8 @@ class CResult;
 class ShellLogging;
 
 // Shows the result of each target as a block: one after the other on standard output, and in the
-// result log. On a terminal the text of a node is shown with its control characters made visible.
+// result log. On a terminal and in the log the control characters of a node's text are made
+// visible; a pipe or a file gets the text as it is.
 // Belongs to the thread that runs the command; the log is not owned.
 class ClassicResults {
 public:

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "CCommandDispatcher.h"
 #include "CCommandExecutionContext.h"
 #include "CNode.h"
 #include "CNodeGroup.h"
@@ -159,6 +160,19 @@ bool namesCommandOf(const CShellCommandSet* set, const std::string& text) {
     return false;
 }
 
+// Whether the dispatcher takes the line for a command, right down to its options; or for one of the
+// basic commands with some path in front, whatever its options.
+bool isAccepted(CShellExecutionContext& ctx, const std::string& request) {
+    ConfigErrorCollector unwanted;
+    std::string line = request;
+    if (ctx.findExeCommand(ctx.getPathToWorkingCommandSet(), line, &unwanted) != nullptr) {
+        return true;
+    }
+    const CShellCommandSet* basic = ctx.getBasicCommandSet();
+    return basic != nullptr &&
+           basic->getSupportedCommands().count(CCommandDispatcher::getCommandPart(request)) != 0;
+}
+
 }  // namespace
 
 void removeOneArg(std::list<std::string>* args, std::string word) {
@@ -223,20 +237,25 @@ bool RequestParser::namesUsableCommand(const std::string& request) const {
     if (request.empty()) {
         return false;
     }
-    const std::string::size_type slash = firstWord(request).rfind('/');
+    const std::list<CShellCommandSet*> working = context.getWorkingCommandSet();
+    const std::string first = firstWord(request);
+    if (std::any_of(working.begin(), working.end(),
+                    [&](const CShellCommandSet* set) { return set->equal(first); })) {
+        return true;
+    }
+    const std::string::size_type slash = first.rfind('/');
     if (slash != std::string::npos) {
         const std::string path = request.substr(0, slash == 0 ? 1 : slash);
         const CShellCommandSet* set =
             path == "/" ? context.getBasicCommandSet() : findSet(context, path);
-        return namesCommandOf(set, request.substr(slash + 1));
+        return namesCommandOf(set, request.substr(slash + 1)) || isAccepted(context, request);
     }
     if (namesCommandOf(context.getBasicCommandSet(), request)) {
         return true;
     }
-    if (context.getCWL().empty()) {
-        return false;
-    }
-    const std::list<CShellCommandSet*> working = context.getWorkingCommandSet();
-    return std::any_of(working.begin(), working.end(),
-                       [&](const CShellCommandSet* set) { return namesCommandOf(set, request); });
+    return (!context.getCWL().empty() && std::any_of(working.begin(), working.end(),
+                                                     [&](const CShellCommandSet* set) {
+                                                         return namesCommandOf(set, request);
+                                                     })) ||
+           isAccepted(context, request);
 }

@@ -25,8 +25,9 @@ public:
     std::unique_ptr<CCommandExecutionContext> parse(std::list<std::string>& words,
                                                     ConfigErrorCollector* errors) const;
 
-    // Whether the text of a request, or its first word, names a command usable at the working
-    // level.
+    // Whether the text of a request is to count as a known command although it has faults: when its
+    // first word begins a command usable at the working level or is the name of a set of that
+    // level, or when the dispatcher would take it, a path in front included.
     bool namesUsableCommand(const std::string& request) const;
 
     // The words with one blank between them, trimmed.

@@ -386,8 +386,10 @@ namespace {
 // An engine that gets no thread the first few times, or another fault.
 class StarvedEngine {
 public:
-    StarvedEngine(CShellExecutionContext& context, int failures, std::function<void()> fault)
-        : engine(context, numbers, log, "cmdexedump/",
+    StarvedEngine(CShellExecutionContext& context, const std::string& home, int failures,
+                  std::function<void()> fault)
+        : numbers(home + "/cmdseq.cfg"),
+          engine(context, numbers, log, home + "/cmdexedump/",
                  [left = failures, fault](const CThreadWrapperOfCommand& body) mutable {
                      if (left-- > 0) {
                          fault();
@@ -401,14 +403,14 @@ public:
 
 private:
     ShellLogging log;
-    CommandSequence numbers{"cmdseq.cfg"};
+    CommandSequence numbers;
     CommandEngine engine;
 };
 
 class CommandEngineFaults : public EngineFixture {
 protected:
     int executeStarved(const std::string& line, int failures, std::function<void()> fault) {
-        StarvedEngine starved(*context, failures, std::move(fault));
+        StarvedEngine starved(*context, home.path(), failures, std::move(fault));
         const auto parsed = RequestParser(*context).parse(line, &errors);
         ::testing::internal::CaptureStdout();
         const int status = starved.execute(*parsed, &errors);

@@ -1,16 +1,20 @@
 #include <csignal>
 #include <filesystem>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <openssl/crypto.h>
 
 #include "CNodeGroup.h"
 #include "CShell.h"
+#include "ScopedEnvironment.h"
 #include "ShellFixture.h"
 
 namespace {
 
+using ::testing::AllOf;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -97,6 +101,37 @@ TEST_F(CShellTest, ConfigurationNamesGetTheInstallPathInFront) {
     EXPECT_THAT(context.getHostName(), Not(HasSubstr("\n")));
 }
 
+TEST_F(CShellTest, HostNameIsKnownWithoutTheProgramThatPrintsIt) {
+    char expected[256] = {};
+    ASSERT_EQ(0, ::gethostname(expected, sizeof expected - 1));
+    const ScopedEnvironment noPrograms("PATH", home.path().c_str());
+    CShell shell;
+    std::list<std::string> none;
+    ::testing::internal::CaptureStderr();
+    ASSERT_TRUE(shell.init(none, shell.getExecutionContext()));
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(), Not(HasSubstr("hostname")));
+    EXPECT_EQ(expected, shell.getExecutionContext().getHostName());
+}
+
+TEST_F(CShellTest, LogTellsOfFilesThatOthersCanWrite) {
+    put("log4cxx.properties",
+        "log4j.rootLogger=OFF\nlog4j.logger.kelsh=WARN, K\n"
+        "log4j.appender.K=org.apache.log4j.FileAppender\n"
+        "log4j.appender.K.File=${KELSH_PATH}/kelsh.log\n"
+        "log4j.appender.K.layout=org.apache.log4j.PatternLayout\n"
+        "log4j.appender.K.layout.ConversionPattern=%p %m%n\n");
+    put("cmd.cfg", kCommands);
+    ASSERT_EQ(0, ::chmod(home.file("cmd.cfg").c_str(), 0644));
+    ASSERT_EQ(0, ::chmod(home.file("node.cfg").c_str(), 0644));
+    ASSERT_EQ(0, ::chmod(home.file("ssl_master.cfg").c_str(), 0644));
+    EXPECT_EQ(0, run({"tools", "greet"}));
+    EXPECT_EQ("", content("kelsh.log"));
+    ASSERT_EQ(0, ::chmod(home.file("cmd.cfg").c_str(), 0666));
+    EXPECT_EQ(0, run({"tools", "greet"}));
+    EXPECT_THAT(content("kelsh.log"), AllOf(StartsWith("WARN " + home.file("cmd.cfg") + " "),
+                                            HasSubstr("0666"), HasSubstr("chmod")));
+}
+
 TEST_F(CShellTest, ConfigurationErrorsEndTheProgram) {
     put("node.cfg", "stray\n");
     EXPECT_EQ(2, run({"list"}));
@@ -161,6 +196,11 @@ TEST_F(CShellTest, OptionErrorsOfAKnownCommandGiveSeven) {
         "Unknown command: sew file -n ghost\n"
         "Error! node \"ghost\" does not exist.\n",
         output);
+}
+
+TEST_F(CShellTest, OptionErrorsOfACommandWithAPathInFrontGiveSeven) {
+    EXPECT_EQ(7, run({"anywhere/save", "file", "-f", "/x", "-n", "ghost"}));
+    EXPECT_EQ("Error! node \"ghost\" does not exist.\n", output);
 }
 
 TEST_F(CShellTest, CommandWithBadOptionsOfItsOwnIsUnknown) {
@@ -273,13 +313,23 @@ TEST_F(CShellTest, ValidRequestsNameACommandUsableAtTheLevel) {
     EXPECT_TRUE(valid("save -f /x"));
     EXPECT_TRUE(valid("tools/look -x"));
     EXPECT_TRUE(valid("/tools/greet"));
-    EXPECT_FALSE(valid("tools/list"));
+    EXPECT_TRUE(valid("tools/list"));
+    EXPECT_FALSE(valid("tools/lis"));
     EXPECT_FALSE(valid("nowhere/greet"));
     EXPECT_FALSE(valid("greet"));
-    EXPECT_FALSE(valid("tools"));
     EXPECT_FALSE(valid(""));
+    // A set of the working level, and what the dispatcher takes.
+    EXPECT_TRUE(valid("tools"));
+    EXPECT_TRUE(valid("tools nothing"));
+    EXPECT_TRUE(valid("tools/list node"));
+    EXPECT_TRUE(valid("nowhere/save file"));
+    EXPECT_TRUE(valid("BASIC/list node"));
+    EXPECT_TRUE(valid("/BASIC/list node"));
+    EXPECT_FALSE(valid("BASI"));
     context.toLowerLevel("tools");
     EXPECT_TRUE(valid("look up"));
+    EXPECT_TRUE(valid("tools"));
+    EXPECT_FALSE(valid("biosfw"));
     EXPECT_TRUE(valid("greet"));
     EXPECT_TRUE(valid("list"));
     EXPECT_FALSE(valid("gree"));
