@@ -189,28 +189,22 @@ int takeUp(const std::string& peer, Deadline deadline, UniqueFd& fd) {
     return error == 0 && isConnectedToItself(fd.get()) ? ECONNREFUSED : error;
 }
 
-// A BIO has room for one pointer, which is never dereferenced here: it holds the descriptor, and in
-// its lowest bit whether more is to come.
-void keep(BIO* bio, int fd, bool more) {
-    const std::intptr_t value = static_cast<std::intptr_t>(fd) * 2 + (more ? 1 : 0);
-    // NOLINTNEXTLINE(performance-no-int-to-ptr)
-    BIO_set_data(bio, reinterpret_cast<void*>(value));
-}
+// What a BIO of ours keeps.
+struct Connection {
+    int fd;
+    bool moreToCome;
+};
 
-std::intptr_t kept(BIO* bio) {
-    return reinterpret_cast<std::intptr_t>(BIO_get_data(bio));
-}
-
-int descriptorOf(BIO* bio) {
-    return static_cast<int>(kept(bio) / 2);
+Connection& connectionOf(BIO* bio) {
+    return *static_cast<Connection*>(BIO_get_data(bio));
 }
 
 int bioWrite(BIO* bio, const char* bytes, int length) {
     BIO_clear_retry_flags(bio);
-    const int flags = MSG_NOSIGNAL | (kept(bio) % 2 != 0 ? MSG_MORE : 0);
+    const int flags = MSG_NOSIGNAL | (connectionOf(bio).moreToCome ? MSG_MORE : 0);
     ssize_t put = -1;
     do {
-        put = ::send(descriptorOf(bio), bytes, static_cast<std::size_t>(length), flags);
+        put = ::send(connectionOf(bio).fd, bytes, static_cast<std::size_t>(length), flags);
     } while (put < 0 && errno == EINTR);
     if (put < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
         BIO_set_retry_write(bio);
@@ -222,7 +216,7 @@ int bioRead(BIO* bio, char* bytes, int length) {
     BIO_clear_retry_flags(bio);
     ssize_t got = -1;
     do {
-        got = ::recv(descriptorOf(bio), bytes, static_cast<std::size_t>(length), 0);
+        got = ::recv(connectionOf(bio).fd, bytes, static_cast<std::size_t>(length), 0);
     } while (got < 0 && errno == EINTR);
     if (got < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
         BIO_set_retry_read(bio);
@@ -243,6 +237,11 @@ long bioControl(BIO* bio, int command, long /*number*/, void* /*pointer*/) {
     }
 }
 
+int bioDestroy(BIO* bio) {
+    delete static_cast<Connection*>(BIO_get_data(bio));
+    return 1;
+}
+
 const BIO_METHOD* bioMethod() {
     // Lives as long as the process: connections of abandoned workers may still use it at exit.
     static BIO_METHOD* method = [] {
@@ -251,6 +250,7 @@ const BIO_METHOD* bioMethod() {
             BIO_meth_set_write(made, &bioWrite);
             BIO_meth_set_read(made, &bioRead);
             BIO_meth_set_ctrl(made, &bioControl);
+            BIO_meth_set_destroy(made, &bioDestroy);
         }
         return made;
     }();
@@ -348,17 +348,18 @@ std::string peerOf(int fd) {
 }
 
 BIO* newBio(int fd) {
+    auto kept = std::make_unique<Connection>(Connection{fd, false});
     const BIO_METHOD* method = bioMethod();
     BIO* bio = method == nullptr ? nullptr : BIO_new(method);
     if (bio != nullptr) {
-        keep(bio, fd, false);
+        BIO_set_data(bio, kept.release());
         BIO_set_init(bio, 1);
     }
     return bio;
 }
 
 void setMoreToCome(BIO* bio, bool more) {
-    keep(bio, descriptorOf(bio), more);
+    connectionOf(bio).moreToCome = more;
 }
 
 }  // namespace tlssocket
