@@ -34,6 +34,10 @@ constexpr milliseconds kGrace(5000);
 constexpr milliseconds kEndLimit(60000);
 constexpr int kToolPollMs = 20;
 constexpr int kLastSignal = 64;
+// What was in the environment of whoever started the agent is none of a job's business: it would
+// differ from node to node, and may hold secrets.
+constexpr const char* kFixedEnvironment[] = {"HOME=/root", "USER=root", "LOGNAME=root",
+                                             "SHELL=/bin/sh", "LANG=C.UTF-8"};
 constexpr char kDefaultPath[] = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin";
 
 std::string utcNow() {
@@ -49,11 +53,6 @@ class Refused : public CException {
 public:
     using CException::CException;
 };
-
-bool isVariable(const char* entry, const char* name) {
-    const std::size_t length = std::strlen(name);
-    return std::strncmp(entry, name, length) == 0 && entry[length] == '=';
-}
 
 }  // namespace
 
@@ -185,26 +184,14 @@ bool JobSupervisor::mayWaitForTool() {
     return !sessionGone && !toldToEnd && (!deadline || Clock::now() < *deadline);
 }
 
-std::vector<char*> JobSupervisor::environmentOfJob(std::vector<std::string>& added) const {
-    std::vector<char*> entries;
-    bool hasPath = false;
-    for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) {
-        if (!isVariable(*entry, "KELNODE_PATH") && !isVariable(*entry, RunDirectory::kMarkerName)) {
-            entries.push_back(*entry);
-            hasPath = hasPath || isVariable(*entry, "PATH");
-        }
-    }
-    if (!hasPath) {
-        added.push_back(std::string("PATH=") + kDefaultPath);
-    }
-    added.push_back("KELNODE_PATH=" + settings.nodePath);
+std::vector<std::string> JobSupervisor::environmentOfJob() const {
+    std::vector<std::string> entries(std::begin(kFixedEnvironment), std::end(kFixedEnvironment));
+    const char* const path = std::getenv("PATH");
+    entries.push_back(std::string("PATH=") + (path != nullptr ? path : kDefaultPath));
+    entries.push_back("KELNODE_PATH=" + settings.nodePath);
     if (record && !request.uninterruptible) {
-        added.push_back(record.marker());
+        entries.push_back(record.marker());
     }
-    for (std::string& entry : added) {
-        entries.push_back(entry.data());
-    }
-    entries.push_back(nullptr);
     return entries;
 }
 
@@ -222,8 +209,12 @@ std::vector<int> JobSupervisor::inheritedDescriptors() const {
 }
 
 void JobSupervisor::spawn() {
-    std::vector<std::string> added;
-    const std::vector<char*> environment = environmentOfJob(added);
+    std::vector<std::string> entries = environmentOfJob();
+    std::vector<char*> environment;
+    for (std::string& entry : entries) {
+        environment.push_back(entry.data());
+    }
+    environment.push_back(nullptr);
     const std::vector<int> inherited = inheritedDescriptors();
     int status[2];
     if (::pipe2(status, O_CLOEXEC) != 0) {

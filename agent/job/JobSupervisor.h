@@ -45,8 +45,7 @@ private:
     // In the child; every call here is one that is allowed after fork.
     [[noreturn]] void becomeJob(char* const* environment, const std::vector<int>& inherited,
                                 int statusPipe) const;
-    // For execve, of this process's own variables where they are; added keeps the others.
-    std::vector<char*> environmentOfJob(std::vector<std::string>& added) const;
+    std::vector<std::string> environmentOfJob() const;
     std::vector<int> inheritedDescriptors() const;
     void watch();
     // True when the shell has ended.

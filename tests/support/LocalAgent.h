@@ -40,7 +40,7 @@ public:
         std::string address = "127.0.0.1";
         // Further lines of kelnode.cfg; LISTEN, the certificate files and LOG_FILE may be replaced.
         std::map<std::string, std::string> settings;
-        // Added to the environment of the agent and of its jobs.
+        // Added to the environment of the agent; of it a job gets PATH only.
         std::map<std::string, std::string> environment;
         std::optional<rlim_t> openFilesLimit;  // hard and soft
         // What the agent and its jobs see in place of directories of this machine, by their paths:

@@ -49,6 +49,21 @@ TEST_F(AgentExec, JobRunsInAPlainEnvironment) {
               "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
 }
 
+TEST(AgentJobEnvironment, IsTheSameWhateverTheAgentWasStartedWith) {
+    LocalAgent::Options options;
+    options.environment["PATH"] = "/no/such:/usr/bin:/bin";
+    options.environment["SECRET_OF_THE_AGENT"] = "1";
+    options.environment["LC_ALL"] = "de_DE.UTF-8";
+    options.environment["HOME"] = "/home/somebody";
+    LocalAgent agent(options);
+    CResult result;
+    agent.connect()->execute("env | grep -v ^KELNODE_JOB=job- | LC_ALL=C sort", 20000, &result);
+    EXPECT_EQ("HOME=/root\nKELNODE_PATH=" + agent.nodePath() +
+                  "\nLANG=C.UTF-8\nLOGNAME=root\nPATH=/no/such:/usr/bin:/bin\nPWD=/\n"
+                  "SHELL=/bin/sh\nUSER=root\n",
+              result.getRunSummary());
+}
+
 TEST_F(AgentExec, SeveralRequestsShareAConnection) {
     const auto client = agent.connect();
     for (int i = 0; i < 5; ++i) {
