@@ -47,6 +47,10 @@ std::string AgentConfig::apply(const std::string& key, const std::string& value)
         {"TOOLS_KEY_FILE", &AgentConfig::toolsKeyFile},
         {"LOG_FILE", &AgentConfig::logFile},
         {"AUDIT_FILE", &AgentConfig::auditFile}};
+    static const std::map<std::string, unsigned int AgentConfig::*> countSettings{
+        {"MAX_SESSIONS", &AgentConfig::maxSessions},
+        {"SESSIONS_PER_CERTIFICATE", &AgentConfig::sessionsPerCertificate},
+        {"SESSIONS_PER_SOURCE", &AgentConfig::sessionsPerSource}};
     if (value.empty()) {
         return key + " has no value";
     }
@@ -67,12 +71,13 @@ std::string AgentConfig::apply(const std::string& key, const std::string& value)
         Text::toUpper(macAddress);
         return "";
     }
-    if (key == "MAX_SESSIONS") {
+    const auto count = countSettings.find(key);
+    if (count != countSettings.end()) {
         unsigned int number = 0;
         if (!parseNumber(value, kMostSessions, number) || number == 0) {
-            return "MAX_SESSIONS: \"" + value + "\" is not a number from 1 to 100000";
+            return key + ": \"" + value + "\" is not a number from 1 to 100000";
         }
-        maxSessions = number;
+        this->*count->second = number;
         return "";
     }
     return "unknown setting \"" + key + "\"";

@@ -13,6 +13,8 @@ class AgentConfig {
 public:
     static constexpr unsigned int kDefaultPort = 4422;
     static constexpr unsigned int kDefaultMaxSessions = 1024;
+    static constexpr unsigned int kDefaultSessionsPerCertificate = 256;
+    static constexpr unsigned int kDefaultSessionsPerSource = 512;
 
     // The defaults for a node path, which gets its trailing "/" here.
     explicit AgentConfig(std::string nodePath);
@@ -37,6 +39,8 @@ public:
     std::string macAddress;  // empty: ask the interface
     std::string toolsKeyFile;
     unsigned int maxSessions = kDefaultMaxSessions;
+    unsigned int sessionsPerCertificate = kDefaultSessionsPerCertificate;
+    unsigned int sessionsPerSource = kDefaultSessionsPerSource;
     std::string logFile;    // empty: syslog
     std::string auditFile;  // empty: no audit
 

@@ -31,17 +31,23 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-// Connections taken in one turn, so that signals and reports get theirs too.
-constexpr int kAcceptBurst = 64;
-constexpr milliseconds kExhaustionPause(100);
-constexpr milliseconds kHandshakeTime(Session::kHandshakeMs);
 constexpr seconds kSweepPeriod(5);
 constexpr milliseconds kSweepOftenPeriod(200);
 constexpr seconds kSweepOften(10);
-constexpr seconds kLogPause(10);
 constexpr std::chrono::hours kExpiryPeriod(24);
 // Longer than a job gets between SIGTERM and SIGKILL.
 constexpr seconds kLeaveLimit(8);
+
+static_assert(Reception::kHandshakeTime == milliseconds(Session::kHandshakeMs),
+              "one time for both: it counts from the acceptance");
+
+SessionTable::Bounds boundsOf(const AgentConfig& config) {
+    SessionTable::Bounds bounds;
+    bounds.sessions = config.maxSessions;
+    bounds.perCertificate = config.sessionsPerCertificate;
+    bounds.perSource = config.sessionsPerSource;
+    return bounds;
+}
 
 }  // namespace
 
@@ -49,7 +55,8 @@ Listener::Listener(AgentConfig& agentConfig, AgentLog& agentLog, const rlimit& f
     : config(agentConfig),
       log(agentLog),
       runDirectory(agentConfig.getRunPath()),
-      random(std::random_device{}()) {
+      sparingLog([this](const std::string& text) { log.warning(text); }),
+      reception(sessions, sparingLog) {
     jobSettings.nodePath = config.getNodePath();
     jobSettings.toolsKeyFile = config.toolsKeyFile;
     jobSettings.auditFile = config.auditFile;
@@ -82,7 +89,8 @@ void Listener::open() {
     (void)tlsrehearsal::perform();
     authorization = loadAuthorization(config);
     AuditLog(config.auditFile).check();
-    socket = ListeningSocket(config.listen);
+    reception.setBounds(boundsOf(config));
+    reception.open(config.listen);
     if (::prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) {
         Posix::throwErrno("cannot become the reaper of jobs");
     }
@@ -105,7 +113,7 @@ void Listener::confineNetworkSides() {
 }
 
 std::string Listener::boundAddress() const {
-    return socket.boundAddress();
+    return reception.boundAddress();
 }
 
 void Listener::watchSignals() {
@@ -131,8 +139,9 @@ void Listener::run() {
             hangUp = false;
             reload();
         }
-        closeExpired();
+        serveNext();
         keepReserve();
+        sparingLog.tell(Clock::now());
         if (Clock::now() >= sweepAt) {
             sweep();
         }
@@ -144,25 +153,18 @@ void Listener::run() {
 }
 
 int Listener::pollTimeOut() const {
-    Clock::time_point next = std::min(sweepAt, warnAt);
-    if (acceptAgainAt != Clock::time_point{}) {
-        next = std::min(next, acceptAgainAt);
-    }
-    if (waitingRoom.size() > 0) {
-        next = std::min(next, waitingRoom.all().begin()->second.acceptedAt + kHandshakeTime);
+    Clock::time_point next = std::min({sweepAt, warnAt, reception.nextAt()});
+    if (const auto due = sparingLog.nextDue()) {
+        next = std::min(next, *due);
     }
     const auto left = std::chrono::ceil<milliseconds>(next - Clock::now()).count();
     return static_cast<int>(std::clamp<long long>(left, 0, 60000));
 }
 
 void Listener::poll() {
-    if (acceptAgainAt != Clock::time_point{} && Clock::now() >= acceptAgainAt) {
-        acceptAgainAt = {};
-    }
-    const bool accepts = socket && acceptAgainAt == Clock::time_point{};
     std::vector<pollfd> watched{{signals.get(), POLLIN, 0},
-                                {accepts ? socket.descriptor() : -1, POLLIN, 0},
-                                {waitingRoom.descriptor(), POLLIN, 0}};
+                                {reception.listeningDescriptor(Clock::now()), POLLIN, 0},
+                                {reception.waitingDescriptor(), POLLIN, 0}};
     const std::size_t firstStatus = watched.size();
     std::vector<std::pair<pid_t, SessionTable::Entry*>> entries;
     for (auto& item : sessions.all()) {
@@ -184,108 +186,19 @@ void Listener::poll() {
         reap();
     }
     if (watched[1].revents != 0) {
-        acceptAll();
+        reception.accept(Clock::now());
     }
     if (watched[2].revents != 0) {
-        serveMoved();
+        reception.look();
     }
 }
 
-void Listener::acceptAll() {
-    for (int i = 0; i < kAcceptBurst && acceptOne(); ++i) {
+void Listener::serveNext() {
+    const Clock::time_point now = Clock::now();
+    reception.closeExpired(now);
+    while (std::optional<WaitingRoom::Guest> guest = reception.next(now)) {
+        serve(std::move(*guest));
     }
-}
-
-bool Listener::acceptOne() {
-    WaitingRoom::Guest guest;
-    guest.connection = socket.accept(guest.source);
-    if (!guest.connection) {
-        if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-            logSparingly(exhaustionLoggedAt,
-                         std::string("cannot accept connections: ") + std::strerror(errno));
-            if (dropOneThatWaits()) {
-                return true;
-            }
-            // The connection stays in the queue; asking again at once would only burn the
-            // processor.
-            acceptAgainAt = Clock::now() + kExhaustionPause;
-            return false;
-        }
-        return errno == EINTR || errno == ECONNABORTED;
-    }
-    guest.acceptedAt = Clock::now();
-    SessionTable::Bounds bounds;
-    bounds.sessions = config.maxSessions;
-    const SessionTable::Admission admission = sessions.admit(
-        guest.source, bounds, guest.acceptedAt,
-        [this](std::size_t count) {
-            return std::uniform_int_distribution<std::size_t>(0, count - 1)(random);
-        },
-        waitingRoom.all());
-    makeRoom(admission, guest.source);
-    if (admission.kind == SessionTable::Admission::Kind::kClose) {
-        logSparingly(refusalLoggedAt, "no room for the connection from " + guest.source);
-        return true;
-    }
-    guest.busy = admission.kind == SessionTable::Admission::Kind::kTurnAway;
-    if (!waitingRoom.add(std::move(guest))) {
-        cannotServe("cannot watch a connection");
-    }
-    return true;
-}
-
-bool Listener::dropOneThatWaits() {
-    const std::vector<WaitingRoom::Id> old =
-        waitingRoom.acceptedBefore(Clock::now() - SessionTable::kFairChance);
-    if (old.empty()) {
-        return false;
-    }
-    waitingRoom.take(old[std::uniform_int_distribution<std::size_t>(0, old.size() - 1)(random)]);
-    return true;
-}
-
-void Listener::makeRoom(const SessionTable::Admission& admission, const std::string& source) {
-    if (admission.victim == 0 && admission.victimGuest == 0) {
-        return;
-    }
-    logSparingly(refusalLoggedAt, "too many connections that do not authenticate, the last from " +
-                                      source + "; some are dropped");
-    if (admission.victimGuest != 0) {
-        waitingRoom.take(admission.victimGuest);
-        return;
-    }
-    sessions.find(admission.victim)->dropped = true;
-    ::kill(admission.victim, SIGKILL);
-}
-
-void Listener::serveMoved() {
-    for (const auto& moved : waitingRoom.takeMoved()) {
-        WaitingRoom::Guest guest = waitingRoom.take(moved.first);
-        switch (moved.second) {
-            case WaitingRoom::Beginning::kReady:
-                serve(std::move(guest));
-                break;
-            case WaitingRoom::Beginning::kForeign:
-                logSparingly(foreignLoggedAt,
-                             guest.source + " does not speak TLS 1.3 and is disconnected");
-                break;
-            case WaitingRoom::Beginning::kEnded:
-            case WaitingRoom::Beginning::kUnfinished:
-                break;
-        }
-    }
-}
-
-void Listener::closeExpired() {
-    for (const WaitingRoom::Id id : waitingRoom.acceptedBefore(Clock::now() - kHandshakeTime)) {
-        const WaitingRoom::Guest guest = waitingRoom.take(id);
-        logSparingly(silenceLoggedAt, guest.source + " began no handshake in time");
-    }
-}
-
-void Listener::cannotServe(const std::string& what) {
-    logSparingly(exhaustionLoggedAt, what + ": " + std::strerror(errno));
-    acceptAgainAt = Clock::now() + kExhaustionPause;
 }
 
 void Listener::keepReserve() {
@@ -301,38 +214,39 @@ void Listener::serve(WaitingRoom::Guest guest) {
         kept.reset();
     }
     int ends[2];
-    if (::pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) {
-        cannotServe("cannot serve a connection");
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) {
+        reception.pause("cannot serve a connection", Clock::now());
         return;
     }
-    UniqueFd statusRead(ends[0]);
-    UniqueFd statusWrite(ends[1]);
+    UniqueFd own(ends[0]);
+    UniqueFd theirs(ends[1]);
     const std::string source = guest.source;
     const pid_t pid = ::fork();
     if (pid < 0) {
-        cannotServe("cannot start a session");
+        reception.pause("cannot start a session", Clock::now());
         return;
     }
     if (pid == 0) {
-        becomeSession(std::move(guest), std::move(statusWrite));
+        own.reset();
+        becomeSession(std::move(guest), std::move(theirs));
     }
-    SessionTable::Entry& entry = sessions.add(pid, source, std::move(statusRead), guest.acceptedAt);
+    SessionTable::Entry& entry = sessions.add(pid, source, std::move(own), guest.acceptedAt);
     entry.rules = authorization;
     entry.generation = generation;
 }
 
-void Listener::becomeSession(WaitingRoom::Guest guest, UniqueFd status) {
+void Listener::becomeSession(WaitingRoom::Guest guest, UniqueFd line) {
     // First the signals: a session must never take part in the listener's end.
     Session::installSignals();
     ::prctl(PR_SET_NAME, "kelnode-session");
     ::prctl(PR_SET_CHILD_SUBREAPER, 0);
     ::closelog();
-    descriptors::closeAllBut({guest.connection.get(), status.get(), log.descriptor(),
-                              confinement.emptyDirectory->get()});
+    descriptors::closeAllBut(
+        {guest.connection.get(), line.get(), log.descriptor(), confinement.emptyDirectory->get()});
     ListeningSocket::watchForDeadPeer(guest.connection.get());
     {
         Session session(std::move(guest.connection), context, config, *authorization, jobSettings,
-                        log, confinement, std::move(status), guest.acceptedAt, guest.busy);
+                        log, confinement, std::move(line), guest.acceptedAt, guest.refusal);
         session.run();
     }
     ::_exit(EXIT_SUCCESS);
@@ -351,39 +265,40 @@ void Listener::readStatus(pid_t pid, SessionTable::Entry& entry) {
         if (count <= 0) {
             return;
         }
-        entry.told.append(bytes, static_cast<std::size_t>(count));
-        takeReports(pid, entry);
+        entry.reports.add(bytes, static_cast<std::size_t>(count));
+        while (std::optional<SessionReport> report = entry.reports.next()) {
+            take(*report, pid, entry);
+        }
     }
 }
 
-void Listener::takeReports(pid_t pid, SessionTable::Entry& entry) {
-    std::size_t at = 0;
-    while (at < entry.told.size()) {
-        const char what = entry.told[at];
-        if (what == Session::kAuthenticated) {
-            std::uint32_t length = 0;
-            if (entry.told.size() - at < 1 + sizeof length) {
-                break;
-            }
-            std::memcpy(&length, &entry.told[at + 1], sizeof length);
-            length = std::min<std::uint32_t>(ntohl(length), Session::kMaxCertificateBytes);
-            if (entry.told.size() - at < 1 + sizeof length + length) {
-                break;
-            }
-            entry.certificates = entry.told.substr(at + 1 + sizeof length, length);
+void Listener::take(SessionReport& report, pid_t pid, SessionTable::Entry& entry) {
+    switch (report.kind) {
+        case SessionReport::Kind::kMaster:
+            entry.certificates = std::move(report.certificates);
+            entry.fingerprint = std::move(report.fingerprint);
             entry.authenticated = true;
-            at += 1 + sizeof length + length;
             if (entry.generation != generation) {
                 recheck(pid, entry);
             }
-            continue;
-        }
-        if (what == Session::kUninterruptibleBegins || what == Session::kUninterruptibleEnds) {
-            entry.uninterruptible = what == Session::kUninterruptibleBegins;
-        }
-        ++at;
+            if (!report.hasRole) {
+                reception.noteFailure(entry.source);
+                return;
+            }
+            reception.noteMaster(entry.source);
+            if (!entry.dropped) {
+                SessionReports::answer(entry.status.get(),
+                                       sessions.refusalOf(entry.fingerprint, boundsOf(config)));
+            }
+            return;
+        case SessionReport::Kind::kFailure:
+            sparingLog.note(entry.source, report.text, Clock::now());
+            return;
+        case SessionReport::Kind::kUninterruptibleBegins:
+        case SessionReport::Kind::kUninterruptibleEnds:
+            entry.uninterruptible = report.kind == SessionReport::Kind::kUninterruptibleBegins;
+            return;
     }
-    entry.told.erase(0, at);
 }
 
 void Listener::recheck(pid_t pid, SessionTable::Entry& entry) {
@@ -437,6 +352,11 @@ void Listener::noteEnd(pid_t pid, int status) {
     SessionTable::Entry* entry = sessions.find(pid);
     const bool wasKilled = WIFSIGNALED(status);
     if (entry != nullptr) {
+        // What it has said last may not have been looked at yet.
+        readStatus(pid, *entry);
+        if (!entry->authenticated) {
+            reception.noteFailure(entry->source);
+        }
         if (!entry->dropped && (wasKilled || WEXITSTATUS(status) == EXIT_FAILURE)) {
             log.error("the session " + std::to_string(pid) + " of " + entry->source +
                       (wasKilled ? " was ended by signal " + std::to_string(WTERMSIG(status))
@@ -490,6 +410,7 @@ void Listener::reload() {
         log.error("reload: " + logFault);
     }
     config = std::move(fresh);
+    reception.setBounds(boundsOf(config));
     jobSettings.toolsKeyFile = config.toolsKeyFile;
     jobSettings.auditFile = config.auditFile;
     ++generation;
@@ -506,13 +427,12 @@ void Listener::reopenSocket(const AgentConfig& fresh) {
     if (fresh.listen.host == config.listen.host && fresh.listen.port == config.listen.port) {
         return;
     }
-    socket = ListeningSocket(fresh.listen);
+    reception.open(fresh.listen);
 }
 
 void Listener::stop() {
     log.info("ending");
-    socket = ListeningSocket();
-    waitingRoom.clear();
+    reception.close();
     terminate = false;
     for (auto& item : sessions.all()) {
         readStatus(item.first, item.second);
@@ -532,6 +452,7 @@ void Listener::stop() {
     for (const auto& item : sessions.all()) {
         left += item.second.uninterruptible ? 1 : 0;
     }
+    sparingLog.tellAll(Clock::now());
     log.info("ended" + (left > 0 ? ", " + std::to_string(left) + " uninterruptible session goes on"
                                  : std::string()));
 }
@@ -546,12 +467,4 @@ bool Listener::mayLeave() {
         }
     }
     return !runDirectory.hasOwned(RunDirectory::Kind::kOrdinary);
-}
-
-void Listener::logSparingly(Clock::time_point& last, const std::string& text) {
-    const Clock::time_point now = Clock::now();
-    if (last == Clock::time_point{} || now - last >= kLogPause) {
-        last = now;
-        log.warning(text);
-    }
 }

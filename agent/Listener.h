@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <memory>
-#include <random>
 #include <string>
 #include <sys/resource.h>
 #include <vector>
@@ -11,17 +10,18 @@
 #include "AgentLog.h"
 #include "Authorization.h"
 #include "Job.h"
-#include "ListeningSocket.h"
+#include "Reception.h"
 #include "RunDirectory.h"
 #include "Sandbox.h"
+#include "SessionLine.h"
 #include "SessionTable.h"
+#include "SparingLog.h"
 #include "TlsContext.h"
 #include "UniqueFd.h"
-#include "WaitingRoom.h"
 
 // The agent's parent process: accepts, counts and forks; everything that reads a byte from the
 // network happens in a session's processes, and a connection gets them only when a handshake begins
-// (WaitingRoom). One thread, one poll loop.
+// and it is its turn (Reception). One thread, one poll loop.
 //
 //   SIGHUP   reads configuration, certificates and revocation list anew; what does not work is
 //            logged and the old stays in force. Sessions keep what they began with, unless the
@@ -57,19 +57,12 @@ private:
     void confineNetworkSides();
     void watchSignals();
     void poll();
-    void acceptAll();
-    bool acceptOne();
-    // For a newer one. False when all of them have only come.
-    bool dropOneThatWaits();
-    void makeRoom(const SessionTable::Admission& admission, const std::string& source);
-    void serveMoved();
-    void closeExpired();
+    void serveNext();
     void serve(WaitingRoom::Guest guest);
-    void cannotServe(const std::string& what);
     void keepReserve();
-    [[noreturn]] void becomeSession(WaitingRoom::Guest guest, UniqueFd status);
+    [[noreturn]] void becomeSession(WaitingRoom::Guest guest, UniqueFd line);
     void readStatus(pid_t pid, SessionTable::Entry& entry);
-    void takeReports(pid_t pid, SessionTable::Entry& entry);
+    void take(SessionReport& report, pid_t pid, SessionTable::Entry& entry);
     // Cuts the session off if its master would not be let in as it is any more.
     void recheck(pid_t pid, SessionTable::Entry& entry);
     void warnOfExpiry();
@@ -83,7 +76,6 @@ private:
     void sweep();
     void sweepSoon();
     int pollTimeOut() const;
-    void logSparingly(Clock::time_point& last, const std::string& text);
 
     AgentConfig& config;
     AgentLog& log;
@@ -93,23 +85,17 @@ private:
     std::shared_ptr<TlsContext> context;
     std::shared_ptr<const Authorization> authorization;
     unsigned int generation = 0;  // counts what was loaded
-    ListeningSocket socket;
     UniqueFd signals;
     SessionTable sessions;
-    WaitingRoom waitingRoom;
-    // Given up for the pipe of a session: connections that wait must not take the last descriptors
-    // from those that speak.
+    SparingLog sparingLog;
+    Reception reception;
+    // Given up for the socket of a session: connections that wait must not take the last
+    // descriptors from those that speak.
     UniqueFd reserve[2];
-    std::mt19937 random;
 
     bool hangUp = false;
     bool terminate = false;
-    Clock::time_point acceptAgainAt{};
     Clock::time_point sweepAt{};
     Clock::time_point sweepOftenUntil{};
     Clock::time_point warnAt{};
-    Clock::time_point exhaustionLoggedAt{};
-    Clock::time_point refusalLoggedAt{};
-    Clock::time_point silenceLoggedAt{};
-    Clock::time_point foreignLoggedAt{};
 };

@@ -26,7 +26,6 @@ using protocol::ProtocolError;
 
 constexpr unsigned long kLastWordsMs = 1000;
 constexpr unsigned long kShortSendMs = 10000;
-constexpr int kListenerPatienceMs = 2000;
 // How long a session that was told to end waits for the next request after a firmware job: the
 // shell reads the job's outcome back over the same connection, and a flash must not look failed.
 constexpr unsigned long kReadBackMs = 10000;
@@ -76,7 +75,7 @@ Session::Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
                  const AgentConfig& agentConfig, const Authorization& rules,
                  const JobSettings& settings, const EventLog& agentLog,
                  const sandbox::Settings& confinement, UniqueFd toListener,
-                 FrameChannel::Clock::time_point accepted, bool isBusy)
+                 FrameChannel::Clock::time_point accepted, std::string refusal)
     : socket(std::move(connection)),
       context(std::move(tlsContext)),
       config(agentConfig),
@@ -84,9 +83,9 @@ Session::Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
       jobSettings(settings),
       log(agentLog),
       confinementOfNetwork(confinement),
-      statusPipe(std::move(toListener)),
+      line(std::move(toListener)),
       acceptedAt(accepted),
-      busy(isBusy),
+      turnedAway(std::move(refusal)),
       limits(),
       runDirectory(agentConfig.getRunPath()),
       audit(settings.auditFile, agentLog) {}
@@ -109,7 +108,7 @@ void Session::installSignals() {
 void Session::setUninterruptible(bool on) {
     if ((mustFinish != 0) != on) {
         mustFinish = on ? 1 : 0;
-        tellListener(on ? kUninterruptibleBegins : kUninterruptibleEnds);
+        line.tellUninterruptible(on);
     }
 }
 
@@ -126,9 +125,9 @@ void Session::run() noexcept {
         files = std::make_unique<FileConversation>(*channel, rights, runDirectory,
                                                    limits.uploadSilenceMs);
         jobs = std::make_unique<JobConversation>(*channel, jobSettings, runDirectory, audit);
-        announcePeer(master.certificates);
         rights = MasterRights(master.name, authorization.grantOf(master.name));
         audit.setPeer(master.name, peerIp);
+        line.tellMaster(rights.role() != Role::kNone, master.fingerprint, master.certificates);
         peer = Text::printable(master.subject) + " " + peer;
         serve();
     } catch (const ProtocolError& fault) {
@@ -141,18 +140,18 @@ void Session::run() noexcept {
             log.warning(who() + ": " + Text::printable(gone.what()));
         }
     } catch (const std::exception& fault) {
-        log.warning(who() + ": " + Text::printable(fault.what()));
+        const std::string text = who() + ": " + Text::printable(fault.what());
+        // Anybody can make handshakes fail, so the listener counts them and writes few of them.
+        if (channel || !line.tellFailure(text)) {
+            log.warning(text);
+        }
         audit.end(fault.what());
     }
 }
 
 bool Session::greet() {
-    if (busy) {
-        sendError(protocol::kErrorRefused,
-                  "the agent serves as many sessions as it may (MAX_SESSIONS=" +
-                      std::to_string(config.maxSessions) + "); try again later");
-        channel->close(FrameChannel::after(kLastWordsMs));
-        log.warning(who() + ": turned away, all sessions are taken");
+    if (!turnedAway.empty()) {
+        turnAway(turnedAway);
         return false;
     }
     protocol::AgentHello hello;
@@ -164,7 +163,30 @@ bool Session::greet() {
     const protocol::Frame frame = channel->receiveFrame(FrameChannel::after(limits.greetingMs));
     rights.judge(SessionState::kGreeting, frame.header);
     takeGreeting(frame);
-    return true;
+    const std::string reason = reasonToTurnAway();
+    if (!reason.empty()) {
+        turnAway(reason);
+    }
+    return reason.empty();
+}
+
+// A certificate without a role may do nothing, and must not take a place for doing nothing.
+std::string Session::reasonToTurnAway() {
+    if (rights.role() != Role::kNone) {
+        return line.awaitLeave();
+    }
+    std::string text = rights.refusalOf("a request");
+    audit.refused("HELLO", text);
+    return text;
+}
+
+void Session::turnAway(const std::string& reason) {
+    const std::string text = who() + ": turned away: " + Text::printable(reason);
+    if (!line.tellFailure(text)) {
+        log.warning(text);
+    }
+    sendError(protocol::kErrorRefused, reason);
+    channel->close(FrameChannel::after(kLastWordsMs));
 }
 
 // The first one opens the conversation; later ones tell which command the next requests belong to.
@@ -392,16 +414,6 @@ bool Session::serveMac(const protocol::Frame& frame) {
     return true;
 }
 
-void Session::announcePeer(const std::string& certificates) {
-    if (certificates.empty() || certificates.size() > kMaxCertificateBytes) {
-        throw CException("the certificate is too large to be watched over");
-    }
-    const std::uint32_t length = htonl(static_cast<std::uint32_t>(certificates.size()));
-    std::string message(1, kAuthenticated);
-    message.append(reinterpret_cast<const char*>(&length), sizeof length);
-    tellListener(message + certificates);
-}
-
 void Session::sendError(std::uint16_t code, const std::string& text) {
     channel->sendFrame(protocol::encode(protocol::Error{code, text}),
                        FrameChannel::after(kShortSendMs));
@@ -409,27 +421,6 @@ void Session::sendError(std::uint16_t code, const std::string& text) {
 
 void Session::sendAnswer(const std::string& text) {
     channel->sendFrame(protocol::encode(protocol::Answer{text}), FrameChannel::after(kShortSendMs));
-}
-
-void Session::tellListener(char what) {
-    tellListener(std::string(1, what));
-}
-
-void Session::tellListener(const std::string& bytes) {
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-        const ssize_t put = ::write(statusPipe.get(), bytes.data() + done, bytes.size() - done);
-        if (put >= 0) {
-            done += static_cast<std::size_t>(put);
-        } else if (errno == EAGAIN) {
-            pollfd watched{statusPipe.get(), POLLOUT, 0};
-            if (::poll(&watched, 1, kListenerPatienceMs) == 0) {
-                return;
-            }
-        } else if (errno != EINTR) {
-            return;
-        }
-    }
 }
 
 void Session::logRequest(const std::string& what, const std::string& result) {

@@ -15,6 +15,7 @@
 #include "RequestAudit.h"
 #include "RunDirectory.h"
 #include "Sandbox.h"
+#include "SessionLine.h"
 #include "TlsContext.h"
 #include "UniqueFd.h"
 
@@ -34,22 +35,14 @@ public:
         unsigned long uploadSilenceMs = 60000;
     };
 
-    // What a session tells the listener, one byte each. After kAuthenticated follow the
-    // certificates of the peer: their length, 32 bits in network order, and as many bytes, DER, its
-    // own first.
-    static constexpr char kAuthenticated = 'A';
-    static constexpr std::size_t kMaxCertificateBytes = std::size_t{48} * 1024;
-    static constexpr char kUninterruptibleBegins = 'U';
-    static constexpr char kUninterruptibleEnds = 'u';
-
-    // toListener: a pipe; errors there are of no matter, the listener may be gone.
+    // toListener: for SessionLine.
     // accepted: when the connection was; the time for the handshake counts from there.
     // confinement: of the process that faces the network; stays the caller's.
-    // isBusy: the agent serves as many sessions as it may, tell the shell so.
+    // refusal: what the shell is told in place of being served; mostly empty.
     Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
             const AgentConfig& agentConfig, const Authorization& rules, const JobSettings& settings,
             const EventLog& agentLog, const sandbox::Settings& confinement, UniqueFd toListener,
-            FrameChannel::Clock::time_point accepted, bool isBusy);
+            FrameChannel::Clock::time_point accepted, std::string refusal);
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
@@ -63,6 +56,10 @@ public:
 private:
     void serve();
     bool greet();
+    // Tells the shell why it is not served, and ends the conversation.
+    void turnAway(const std::string& reason);
+    // Why it is not, although it has authenticated and greeted; mostly empty.
+    std::string reasonToTurnAway();
     void takeGreeting(const protocol::Frame& frame);
     // Tells the shell that it may not; false when the session is to end.
     bool refuse(const protocol::FrameHeader& header);
@@ -87,9 +84,6 @@ private:
 
     void sendError(std::uint16_t code, const std::string& text);
     void sendAnswer(const std::string& text);
-    void tellListener(char what);
-    void tellListener(const std::string& bytes);
-    void announcePeer(const std::string& certificates);
     void logRequest(const std::string& what, const std::string& result);
     std::string who() const;
 
@@ -100,9 +94,9 @@ private:
     const JobSettings& jobSettings;
     const EventLog& log;
     const sandbox::Settings& confinementOfNetwork;
-    UniqueFd statusPipe;
+    SessionLine line;
     const FrameChannel::Clock::time_point acceptedAt;
-    const bool busy;
+    const std::string turnedAway;
     const Limits limits;
     RunDirectory runDirectory;
     std::unique_ptr<FrameChannel> channel;

@@ -21,21 +21,33 @@ SessionTable::Admission SessionTable::admit(const std::string& source, const Bou
     for (const auto& item : guests) {
         waitingFromSource += item.second.source == source ? 1 : 0;
     }
+    std::size_t liveFromSource = waitingFromSource;
     for (const auto& item : entries) {
-        live += item.second.dropped ? 0 : 1;
+        if (!item.second.dropped) {
+            ++live;
+            liveFromSource += item.second.source == source ? 1 : 0;
+        }
         if (isWaiting(item.second)) {
             ++waiting;
             waitingFromSource += item.second.source == source ? 1 : 0;
         }
     }
     Admission admission;
-    if (waitingFromSource >= bounds.unauthenticatedPerSource) {
+    if (waitingFromSource >= bounds.unauthenticatedPerSource ||
+        (waitingFromSource > 0 && liveFromSource >= bounds.perSource)) {
         chooseVictim(&source, now, random, guests, admission);
     } else if (waiting > 0 && (waiting >= bounds.unauthenticated || live >= bounds.sessions)) {
         chooseVictim(nullptr, now, random, guests, admission);
     } else if (live >= bounds.sessions) {
         admission.kind = live < bounds.sessions + bounds.turnedAway ? Admission::Kind::kTurnAway
                                                                     : Admission::Kind::kClose;
+        admission.refusal = "the agent serves as many sessions as it may (MAX_SESSIONS=" +
+                            std::to_string(bounds.sessions) + "); try again later";
+    } else if (liveFromSource >= bounds.perSource) {
+        admission.kind = Admission::Kind::kTurnAway;
+        admission.refusal = "the agent serves as many sessions from " + source +
+                            " as it may (SESSIONS_PER_SOURCE=" + std::to_string(bounds.perSource) +
+                            "); try again later";
     }
     // Sessions told to end still take a process each until they are gone.
     if (entries.size() >= 2 * (static_cast<std::size_t>(bounds.sessions) + bounds.turnedAway)) {
@@ -43,6 +55,19 @@ SessionTable::Admission SessionTable::admit(const std::string& source, const Bou
         admission.kind = Admission::Kind::kClose;
     }
     return admission;
+}
+
+std::string SessionTable::refusalOf(const std::string& fingerprint, const Bounds& bounds) const {
+    std::size_t live = 0;
+    for (const auto& item : entries) {
+        live += !item.second.dropped && item.second.fingerprint == fingerprint ? 1 : 0;
+    }
+    if (live <= bounds.perCertificate) {
+        return "";
+    }
+    return "the agent serves as many sessions of this certificate as it may"
+           " (SESSIONS_PER_CERTIFICATE=" +
+           std::to_string(bounds.perCertificate) + "); try again later";
 }
 
 void SessionTable::chooseVictim(const std::string* source, Clock::time_point now,

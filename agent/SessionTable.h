@@ -8,6 +8,7 @@
 #include <sys/types.h>
 
 #include "Authorization.h"
+#include "SessionLine.h"
 #include "UniqueFd.h"
 #include "WaitingRoom.h"
 
@@ -19,14 +20,15 @@ public:
     static constexpr std::chrono::milliseconds kFairChance{250};
 
     struct Entry {
-        std::string source;  // the peer's address, without the port
-        UniqueFd status;     // the pipe on which the session tells what it is at
+        std::string source;  // of the connection, as in StartLimits
+        UniqueFd status;     // the socket on which the session tells what it is at
         Clock::time_point startedAt;
         // What the session decides by; it was made when these were in force.
         std::shared_ptr<const Authorization> rules;
         unsigned int generation = 0;
-        std::string told;          // bytes from the pipe that are no whole message yet
+        SessionReports reports;    // from there
         std::string certificates;  // of the peer, once it has authenticated
+        std::string fingerprint;   // of its own one
         bool authenticated = false;
         bool uninterruptible = false;
         bool dropped = false;  // told to end by the listener
@@ -38,11 +40,14 @@ public:
         unsigned int unauthenticatedPerSource = 256;  // and from one address
         // Above the first bound so many are let in only to be told that there is no room.
         unsigned int turnedAway = 32;
+        unsigned int perSource = 512;       // of all from one source
+        unsigned int perCertificate = 256;  // of all that showed one certificate
     };
 
     struct Admission {
         enum class Kind { kServe, kTurnAway, kClose };
         Kind kind = Kind::kServe;
+        std::string refusal;              // of one that is turned away: what it is told
         pid_t victim = 0;                 // a session to be ended in exchange; 0: none
         WaitingRoom::Id victimGuest = 0;  // or one that waits for its session; 0: none
     };
@@ -55,6 +60,9 @@ public:
     Admission admit(const std::string& source, const Bounds& bounds, Clock::time_point now,
                     const std::function<std::size_t(std::size_t)>& random,
                     const WaitingRoom::Guests& guests) const;
+
+    // Why a session that showed the certificate may not stay, being one too many; empty: it may.
+    std::string refusalOf(const std::string& fingerprint, const Bounds& bounds) const;
 
     Entry& add(pid_t pid, std::string source, UniqueFd status, Clock::time_point now);
     // Null when there is no such session.

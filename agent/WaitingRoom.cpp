@@ -38,10 +38,16 @@ bool WaitingRoom::add(Guest guest) {
 WaitingRoom::Guest WaitingRoom::take(Id id) {
     Guest guest = std::move(guests.at(id));
     guests.erase(id);
+    readyGuests.erase(id);
     // By hand: a session that inherits the connection would keep it watched after it is closed
     // here.
     ::epoll_ctl(watcher.get(), EPOLL_CTL_DEL, guest.connection.get(), nullptr);
     return guest;
+}
+
+void WaitingRoom::setReady(Id id) {
+    guests.at(id).isReady = true;
+    readyGuests.insert(id);
 }
 
 void WaitingRoom::clear() {
@@ -61,7 +67,7 @@ std::vector<std::pair<WaitingRoom::Id, WaitingRoom::Beginning>> WaitingRoom::tak
         }
         Beginning beginning = lookAt(found->second.connection.get());
         const bool hasEnded = (events[i].events & (EPOLLRDHUP | EPOLLHUP | EPOLLERR)) != 0;
-        if (beginning == Beginning::kUnfinished && hasEnded) {
+        if (beginning != Beginning::kForeign && hasEnded) {
             beginning = Beginning::kEnded;
         }
         if (beginning != Beginning::kUnfinished) {

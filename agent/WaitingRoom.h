@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -27,16 +28,17 @@ public:
 
     struct Guest {
         UniqueFd connection;
-        std::string source;  // the peer's address, without the port
+        std::string source;  // of the connection, as in StartLimits
         Clock::time_point acceptedAt;
-        bool busy = false;  // to be told only that there is no room
+        std::string refusal;   // what it is to be told in place of being served; mostly empty
+        bool isReady = false;  // a handshake has begun, and it waits for its turn
     };
     using Guests = std::map<Id, Guest>;
 
     enum class Beginning {
         kUnfinished,  // too little yet to be told
         kReady,       // the session would find a greeting, or the most of one
-        kEnded,       // the peer has stopped writing before that
+        kEnded,       // the peer has stopped writing, so that no handshake can be made
         kForeign,     // this will be no TLS 1.3 handshake
     };
 
@@ -54,7 +56,7 @@ public:
     WaitingRoom(const WaitingRoom&) = delete;
     WaitingRoom& operator=(const WaitingRoom&) = delete;
 
-    // For poll(): readable when takeReady() may find somebody. Each arrival of bytes shows once,
+    // For poll(): readable when takeMoved() may find somebody. Each arrival of bytes shows once,
     // so that a connection with too few of them costs nothing until it has more.
     int descriptor() const { return watcher.get(); }
 
@@ -63,6 +65,10 @@ public:
     // Forgets it and hands it out; throws std::out_of_range for one that is not there.
     Guest take(Id id);
     void clear();
+    // Notes that a handshake has begun there.
+    void setReady(Id id);
+    // Those of whom that was noted.
+    const std::set<Id>& ready() const { return readyGuests; }
 
     // Those that moved since the last call and what they have come to, except kUnfinished. They
     // stay in the room until they are taken. At most kMostAtOnce; the descriptor stays readable
@@ -85,5 +91,6 @@ private:
 
     UniqueFd watcher;
     Guests guests;
+    std::set<Id> readyGuests;
     Id nextId = 1;
 };

@@ -233,6 +233,15 @@ std::string makeSignature(EVP_PKEY* key, const std::string& content) {
     refuse("the node's key cannot sign");
 }
 
+std::string fingerprintOf(const X509* certificate) {
+    std::array<unsigned char, EVP_MAX_MD_SIZE> value{};
+    unsigned int length = 0;
+    if (X509_digest(certificate, EVP_sha256(), value.data(), &length) != 1) {
+        refuse("a digest cannot be made");
+    }
+    return std::string(reinterpret_cast<const char*>(value.data()), length);
+}
+
 // The certificates of a Certificate message, DER one after the other.
 std::string certificatesOf(std::string_view message) {
     Reader reader(bodyOf(message));
@@ -321,5 +330,6 @@ HandshakeWitness::Master HandshakeWitness::prove(const std::string& messages,
         throw CException(refusal);
     }
     master.subject = tlsfault::subject(certificate);
+    master.fingerprint = fingerprintOf(certificate);
     return master;
 }

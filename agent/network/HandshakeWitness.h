@@ -27,6 +27,7 @@ public:
         std::string certificates;  // DER, its own first, then those it sent with it
         std::string name;          // common name
         std::string subject;
+        std::string fingerprint;  // of its own certificate, SHA-256
     };
 
     explicit HandshakeWitness(std::shared_ptr<const TlsContext> ownContext);

@@ -28,7 +28,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
     }
     const bool sound = config.listen.port <= 65535 && !config.listen.host.empty() &&
-                       config.maxSessions > 0 && config.certificateFile.front() == '/' &&
+                       config.maxSessions > 0 && config.sessionsPerCertificate > 0 &&
+                       config.sessionsPerSource > 0 && config.certificateFile.front() == '/' &&
                        (config.macAddress.empty() || config.macAddress.size() == 17);
     if (!sound) {
         std::abort();

@@ -32,6 +32,8 @@ struct Scale {
 
 // The attacks. Each starts what it attacks, ends it, and may throw when it cannot be set up.
 std::vector<Figure> attackWithSlowPeers(const Scale& scale);
+std::vector<Figure> attackWithBegunHandshakes(const Scale& scale);
+std::vector<Figure> attackWithHeldSessions(const Scale& scale);
 std::vector<Figure> attackDescriptors(const Scale& scale);
 std::vector<Figure> attackWithMalformedFrames(const Scale& scale);
 std::vector<Figure> attackWithCertificates(const Scale& scale);

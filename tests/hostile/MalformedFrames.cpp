@@ -14,6 +14,7 @@
 #include <openssl/ssl.h>
 
 #include "CException.h"
+#include "DialFrom.h"
 #include "Figure.h"
 #include "FreedBy.h"
 #include "LocalAgent.h"
@@ -133,8 +134,7 @@ const std::vector<RawClass>& rawClasses() {
     return all;
 }
 
-bool sendRaw(const LocalAgent& agent, const RawClass& kind, Random& random) {
-    const UniqueFd fd = tlssocket::connect(agent.ip(), agent.port(), LocalAgent::soon());
+bool sendRaw(const UniqueFd& fd, const RawClass& kind, Random& random) {
     const std::string bytes = kind.bytes(random);
     // The agent may have cut the connection before everything is sent.
     static_cast<void>(::send(fd.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL));
@@ -145,14 +145,13 @@ bool sendRaw(const LocalAgent& agent, const RawClass& kind, Random& random) {
 }
 
 // A TLS client without a certificate; with version and protocol name as wanted.
-bool shakeHandsAnonymously(const LocalAgent& agent, int version, const std::string& alpn) {
+bool shakeHandsAnonymously(const UniqueFd& fd, int version, const std::string& alpn) {
     const FreedBy<SSL_CTX, SSL_CTX_free> context(SSL_CTX_new(TLS_client_method()));
     SSL_CTX_set_max_proto_version(context.get(), version);
     const FreedBy<SSL, SSL_free> ssl(SSL_new(context.get()));
     const std::string wire = static_cast<char>(alpn.size()) + alpn;
     SSL_set_alpn_protos(ssl.get(), reinterpret_cast<const unsigned char*>(wire.data()),
                         static_cast<unsigned int>(wire.size()));
-    const UniqueFd fd = tlssocket::connect(agent.ip(), agent.port(), LocalAgent::soon());
     SSL_set_fd(ssl.get(), fd.get());
     const auto limit = TlsChannel::after(kAnswerMs);
     // A TLS 1.3 client believes itself connected before it is judged: read until the end.
@@ -326,15 +325,19 @@ std::vector<Figure> attackWithMalformedFrames(const Scale& scale) {
         "malformed bytes before authentication, " + std::to_string(raw.size() + 3) + " classes",
         tries, [&](long at, Random& random) {
             const auto kind = static_cast<std::size_t>(at) % (raw.size() + 3);
+            // From many addresses: one whose handshakes all fail would have to wait for its turn.
+            const UniqueFd fd = dialFrom(agent, 1 + static_cast<unsigned int>(at % 61));
             bool good = false;
-            if (kind < raw.size()) {
-                good = sendRaw(agent, raw[kind], random);
+            if (tlssocket::wait(fd.get(), POLLOUT, LocalAgent::soon()) == 0) {
+                good = false;
+            } else if (kind < raw.size()) {
+                good = sendRaw(fd, raw[kind], random);
             } else if (kind == raw.size()) {
-                good = shakeHandsAnonymously(agent, TLS1_3_VERSION, "kelsh/1");
+                good = shakeHandsAnonymously(fd, TLS1_3_VERSION, "kelsh/1");
             } else if (kind == raw.size() + 1) {
-                good = shakeHandsAnonymously(agent, TLS1_2_VERSION, "kelsh/1");
+                good = shakeHandsAnonymously(fd, TLS1_2_VERSION, "kelsh/1");
             } else {
-                good = shakeHandsAnonymously(agent, TLS1_3_VERSION, "http/1.1");
+                good = shakeHandsAnonymously(fd, TLS1_3_VERSION, "http/1.1");
             }
             if (!good) {
                 std::fprintf(stderr, "frames: raw class %zu was not cut in time\n", kind);

@@ -2,10 +2,8 @@
 // served; and the same with an agent that runs out of descriptors.
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <atomic>
 #include <chrono>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <thread>
@@ -13,6 +11,7 @@
 #include <vector>
 
 #include "CException.h"
+#include "DialFrom.h"
 #include "Figure.h"
 #include "LocalAgent.h"
 #include "Processes.h"
@@ -25,24 +24,6 @@ using std::chrono::milliseconds;
 long millisecondsSince(Clock::time_point start) {
     return static_cast<long>(
         std::chrono::duration_cast<milliseconds>(Clock::now() - start).count());
-}
-
-// One connection from an address of its own choice; -1 where the system has no room for it.
-int dial(const LocalAgent& agent, unsigned int source) {
-    UniqueFd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    sockaddr_in from{};
-    from.sin_family = AF_INET;
-    from.sin_addr.s_addr = htonl((127U << 24U) + 1 + source);
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(static_cast<std::uint16_t>(agent.port()));
-    if (!fd || ::inet_pton(AF_INET, agent.ip().c_str(), &to.sin_addr) != 1 ||
-        ::bind(fd.get(), reinterpret_cast<const sockaddr*>(&from), sizeof from) != 0 ||
-        (::connect(fd.get(), reinterpret_cast<const sockaddr*>(&to), sizeof to) != 0 &&
-         errno != EINPROGRESS)) {
-        return -1;
-    }
-    return fd.release();
 }
 
 // Keeps so many connections open from a thread of its own: one that was cut is dialled again after
@@ -103,7 +84,7 @@ private:
         }
         if (!peer.fd) {
             if (!retired) {
-                peer.fd.reset(dial(agent, peer.source));
+                peer.fd = dialFrom(agent, peer.source);
                 peer.bytes = 0;
                 ++dials;
             }
@@ -205,7 +186,7 @@ std::vector<Figure> attackDescriptors(const Scale& scale) {
     {
         std::vector<UniqueFd> held;
         for (unsigned int i = 0; i < 500; ++i) {
-            held.emplace_back(dial(agent, i % 4));
+            held.push_back(dialFrom(agent, i % 4));
         }
         static_cast<void>(agent.waitForLog("Too many open files"));
         const long usedBefore = processes::processorMs(listener);

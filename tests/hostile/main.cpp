@@ -21,6 +21,8 @@ using Attack = std::function<std::vector<Figure>(const Scale&)>;
 const std::vector<std::pair<std::string, Attack>>& attacks() {
     static const std::vector<std::pair<std::string, Attack>> all{
         {"slow-peers", attackWithSlowPeers},
+        {"begun-handshakes", attackWithBegunHandshakes},
+        {"held-sessions", attackWithHeldSessions},
         {"descriptors", attackDescriptors},
         {"frames", attackWithMalformedFrames},
         {"certificates", attackWithCertificates},

@@ -136,11 +136,21 @@ TEST_F(AgentAudit, EndOfAJobIsWrittenWhateverBecomesOfItsShell) {
 }
 
 TEST_F(AgentAudit, RefusedRequestsAreRecorded) {
+    std::ofstream(agent.nodePath() + "authz.cfg") << "master=observer\n";
+    agent.signal(SIGHUP);
+    ASSERT_TRUE(agent.waitForLog("read anew"));
+    EXPECT_THROW(run("echo secret plan"), CException);
+    EXPECT_TRUE(hasLine({"\"event\":\"refused\"", "\"request\":\"EXEC\"", "(role observer)"}))
+        << text();
+    EXPECT_EQ(text().find("secret plan"), std::string::npos);
+}
+
+TEST_F(AgentAudit, WhoIsSentAwayIsRecorded) {
     std::ofstream(agent.nodePath() + "authz.cfg") << "somebody=operator\n";
     agent.signal(SIGHUP);
     ASSERT_TRUE(agent.waitForLog("read anew"));
     EXPECT_THROW(run("echo secret plan"), CException);
-    EXPECT_TRUE(hasLine({"\"event\":\"refused\"", "\"request\":\"EXEC\"", "(role none)"}))
+    EXPECT_TRUE(hasLine({"\"event\":\"refused\"", "\"request\":\"HELLO\"", "(role none)"}))
         << text();
     EXPECT_EQ(text().find("secret plan"), std::string::npos);
 }

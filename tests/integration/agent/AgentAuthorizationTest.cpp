@@ -138,7 +138,7 @@ TEST_F(AgentAuthorization, RequestsAreRefusedBeforeTheyAreParsed) {
 }
 
 TEST_F(AgentAuthorization, NoRoleChangesWhatHasNoPlace) {
-    for (const char* name : {"nobody", "firmware"}) {
+    for (const char* name : {"observer", "firmware"}) {
         for (const FrameType type :
              {FrameType::kAgentHello, FrameType::kOutput, FrameType::kResult, FrameType::kData,
               FrameType::kEnd, FrameType::kFileInfo, FrameType::kAnswer, FrameType::kError}) {
@@ -146,6 +146,13 @@ TEST_F(AgentAuthorization, NoRoleChangesWhatHasNoPlace) {
                 << name << " " << protocol::name(type);
         }
     }
+}
+
+TEST_F(AgentAuthorization, WhoHasNoRoleIsSentAwayAfterTheGreeting) {
+    const auto channel = openAs("nobody");
+    EXPECT_EQ(errorOf(*channel).code, protocol::kErrorRefused);
+    EXPECT_THROW(channel->receiveFrame(LocalAgent::soon()), ChannelError);
+    EXPECT_TRUE(waitFor([&] { return agent.processes("kelnode-session").empty(); }));
 }
 
 TEST_F(AgentAuthorization, ConnectionStaysUsableAfterARefusal) {

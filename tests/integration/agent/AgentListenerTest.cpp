@@ -131,6 +131,52 @@ TEST(AgentListenerBounds, ShellBeyondTheMostSessionsIsToldSo) {
     EXPECT_NE(agent.refusalOf("").find("MAX_SESSIONS"), std::string::npos);
 }
 
+TEST(AgentListenerBounds, OneCertificateDoesNotTakeAllSessions) {
+    LocalAgent::Options options;
+    options.settings["SESSIONS_PER_CERTIFICATE"] = "2";
+    LocalAgent agent(options);
+    const auto first = agent.connect();
+    const auto second = agent.connect();
+    const auto third = agent.openChannel();
+    protocol::Error error;
+    const protocol::Frame frame = third->receiveFrame(LocalAgent::soon());
+    ASSERT_EQ(protocol::FrameType::kError, frame.header.type);
+    protocol::decode(frame.body, error);
+    EXPECT_EQ(protocol::kErrorRefused, error.code);
+    EXPECT_NE(std::string::npos, error.text.find("SESSIONS_PER_CERTIFICATE=2")) << error.text;
+    EXPECT_THROW(third->receiveFrame(LocalAgent::soon()), ChannelError);
+    EXPECT_EQ("served\n", echo(agent, agent.pki().master("other").certificateFile));
+}
+
+TEST(AgentListenerBounds, OneSourceDoesNotTakeAllSessions) {
+    LocalAgent::Options options;
+    options.settings["SESSIONS_PER_SOURCE"] = "2";
+    LocalAgent agent(options);
+    const auto first = agent.connect();
+    const auto second = agent.connect();
+    EXPECT_NE(std::string::npos, agent.refusalOf("").find("SESSIONS_PER_SOURCE=2"));
+}
+
+TEST_F(AgentListener, FailedHandshakesAreFewLinesAndNoneIsLost) {
+    TempDir directory;
+    TestPki other(directory.path(), "Other CA");
+    const std::string stranger = other.master().certificateFile;
+    for (int i = 0; i < 5; ++i) {
+        EXPECT_NE("", agent.refusalOf(stranger));
+    }
+    ASSERT_TRUE(waitFor([&] { return agent.processes("kelnode-session").empty(); }));
+    agent.signal(SIGTERM);
+    ASSERT_TRUE(agent.waitForExit());
+    const std::string log = agent.log();
+    std::size_t lines = 0;
+    for (std::size_t at = log.find("refused the certificate"); at != std::string::npos;
+         at = log.find("refused the certificate", at + 1)) {
+        ++lines;
+    }
+    EXPECT_EQ(2U, lines) << log;
+    EXPECT_NE(std::string::npos, log.find("(4 more in ")) << log;
+}
+
 TEST(AgentListenerBounds, ShortageOfDescriptorsIsWaitedOut) {
     LocalAgent::Options options;
     options.openFilesLimit = 24;

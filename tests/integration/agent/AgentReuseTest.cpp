@@ -205,7 +205,7 @@ TEST_F(AgentReuse, FilesGoOverOneConnectionToo) {
 }
 
 TEST_F(AgentReuse, AGreetingInBetweenNeedsNoAnswerAndNoRights) {
-    std::ofstream(agent.nodePath() + "authz.cfg") << "somebody=operator\n";
+    std::ofstream(agent.nodePath() + "authz.cfg") << "master=observer\n";
     agent.signal(SIGHUP);
     ASSERT_TRUE(agent.waitForLog("read anew"));
     const auto channel = agent.openChannel();
@@ -213,9 +213,9 @@ TEST_F(AgentReuse, AGreetingInBetweenNeedsNoAnswerAndNoRights) {
     hello.user = "second";
     hello.sequence = 99;
     channel->sendFrame(
-        protocol::encode(hello) + protocol::encode(hello) + protocol::encodeMacRequest(),
+        protocol::encode(hello) + protocol::encode(hello) + protocol::encode(protocol::Exec(), 0),
         LocalAgent::soon());
-    // Refused, since this master has no role; but the greetings were in their place.
+    // Refused, since an observer runs nothing; but the greetings were in their place.
     const protocol::Frame frame = channel->receiveFrame(LocalAgent::soon());
     ASSERT_EQ(frame.header.type, protocol::FrameType::kError);
     protocol::Error error;

@@ -35,6 +35,8 @@ TEST_F(AgentConfigFile, EmptyFileGivesTheDefaults) {
     EXPECT_EQ(config.privateKeyFile, directory.file("node.key"));
     EXPECT_EQ(config.caFile, directory.file("ca.crt"));
     EXPECT_EQ(config.maxSessions, 1024U);
+    EXPECT_EQ(256U, config.sessionsPerCertificate);
+    EXPECT_EQ(512U, config.sessionsPerSource);
     EXPECT_EQ(config.macAddress, "");
     EXPECT_EQ(config.logFile, "");
     EXPECT_EQ(config.auditFile, "");
@@ -44,7 +46,8 @@ TEST_F(AgentConfigFile, SettingsAreTaken) {
     const AgentConfig config = load(
         "# a comment\n\nLISTEN=127.0.0.1:0\nCERTIFICATE_FILE=/etc/c.pem\nPRIVATE_KEY_FILE=k.pem\n"
         "CA_FILE=sub/ca.pem\nMAC_ADDRESS=aa:bb:cc:00:11:22\nTOOLS_KEY_FILE=key\n"
-        "MAX_SESSIONS=7\nLOG_FILE=a=b.log\nAUDIT_FILE=/var/audit.log");
+        "MAX_SESSIONS=7\nSESSIONS_PER_CERTIFICATE=5\nSESSIONS_PER_SOURCE=6\nLOG_FILE=a=b."
+        "log\nAUDIT_FILE=/var/audit.log");
     EXPECT_TRUE(faults.empty()) << onlyFault();
     EXPECT_EQ(config.listen.host, "127.0.0.1");
     EXPECT_EQ(config.listen.port, 0U);
@@ -54,6 +57,8 @@ TEST_F(AgentConfigFile, SettingsAreTaken) {
     EXPECT_EQ(config.macAddress, "AA:BB:CC:00:11:22");
     EXPECT_EQ(config.toolsKeyFile, directory.file("key"));
     EXPECT_EQ(config.maxSessions, 7U);
+    EXPECT_EQ(5U, config.sessionsPerCertificate);
+    EXPECT_EQ(6U, config.sessionsPerSource);
     EXPECT_EQ(config.logFile, directory.file("a=b.log"));
     EXPECT_EQ(config.auditFile, "/var/audit.log");
 }

@@ -132,3 +132,40 @@ TEST_F(SessionTableFilled, GuestsTakeThePlacesOfSessions) {
     EXPECT_EQ(admit("c").kind, Kind::kServe);
     EXPECT_EQ(admit("c").victimGuest, 7U);
 }
+
+TEST_F(SessionTableFilled, SourceWithTooManySessionsIsToldSo) {
+    bounds = {100, 100, 100, 1};
+    bounds.perSource = 3;
+    for (pid_t pid = 1; pid <= 3; ++pid) {
+        add(pid, "a").authenticated = true;
+    }
+    EXPECT_EQ(Kind::kTurnAway, admit("a").kind);
+    EXPECT_NE(std::string::npos, admit("a").refusal.find("SESSIONS_PER_SOURCE=3"));
+    EXPECT_EQ(Kind::kServe, admit("b").kind);
+    EXPECT_EQ("", admit("b").refusal);
+}
+
+TEST_F(SessionTableFilled, SourceWithTooManySessionsLosesOneOfItsOwnThatWaits) {
+    bounds = {100, 100, 100, 1};
+    bounds.perSource = 3;
+    for (pid_t pid = 1; pid <= 3; ++pid) {
+        add(pid, "a").authenticated = true;
+    }
+    add(4, "a");
+    add(5, "b");
+    EXPECT_EQ(4, admit("a").victim);
+}
+
+TEST_F(SessionTableFilled, SessionsOfACertificateAreCounted) {
+    bounds.perCertificate = 2;
+    for (pid_t pid = 1; pid <= 2; ++pid) {
+        add(pid, "a").fingerprint = "one";
+    }
+    EXPECT_EQ("", table.refusalOf("one", bounds));
+    add(3, "b").fingerprint = "one";
+    EXPECT_NE(std::string::npos, table.refusalOf("one", bounds).find("SESSIONS_PER_CERTIFICATE=2"));
+    add(4, "b").fingerprint = "other";
+    EXPECT_EQ("", table.refusalOf("other", bounds));
+    table.find(3)->dropped = true;
+    EXPECT_EQ("", table.refusalOf("one", bounds));
+}

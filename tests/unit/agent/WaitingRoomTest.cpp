@@ -119,13 +119,23 @@ TEST_F(WaitingRoomEntered, WhoEndsBeforeItsGreetingIsTold) {
     EXPECT_EQ(moved[1].second, Beginning::kEnded);
 }
 
-TEST_F(WaitingRoomEntered, WholeGreetingBeforeTheEndIsServed) {
+TEST_F(WaitingRoomEntered, WhoCanOnlyListenMakesNoHandshake) {
     const UniqueFd peer = enter();
     say(peer, record(200, 200));
     ASSERT_EQ(::shutdown(peer.get(), SHUT_WR), 0);
     const auto moved = room.takeMoved();
     ASSERT_EQ(moved.size(), 1U);
-    EXPECT_EQ(moved[0].second, Beginning::kReady);
+    EXPECT_EQ(moved[0].second, Beginning::kEnded);
+}
+
+TEST_F(WaitingRoomEntered, ReadyOnesWaitUntilTheyAreTaken) {
+    const UniqueFd first = enter("a");
+    const UniqueFd second = enter("b");
+    room.setReady(2);
+    EXPECT_EQ(std::set<WaitingRoom::Id>{2}, room.ready());
+    EXPECT_TRUE(room.take(2).isReady);
+    EXPECT_TRUE(room.ready().empty());
+    EXPECT_THROW(room.setReady(2), std::out_of_range);
 }
 
 TEST_F(WaitingRoomEntered, ThoseWhoseTimeIsOverAreTheOldest) {
