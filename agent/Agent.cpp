@@ -26,6 +26,7 @@
 #include "Listener.h"
 #include "Posix.h"
 #include "Sandbox.h"
+#include "SecretMask.h"
 #include "Text.h"
 #include "TlsFault.h"
 #include "ToolPackage.h"
@@ -270,6 +271,11 @@ int serve(const Options& options) {
         ::umask(S_IWGRP | S_IWOTH);
         if (::chdir("/") != 0) {
             throw CException(std::string("cannot change to /: ") + std::strerror(errno));
+        }
+        try {
+            secretmask::makeKey(config.getMaskKeyFileName());
+        } catch (const CException& fault) {
+            log.warning(Text::printable(fault.getErrMsg()) + "; no password will be masked");
         }
         Listener listener(config, log, raiseFileLimit());
         // Gone readers of the standard streams or of the ready descriptor must not end the agent.

@@ -29,6 +29,8 @@ public:
     std::string getFileName() const { return nodePath + "kelnode.cfg"; }
     std::string getAuthorizationFileName() const { return nodePath + "authz.cfg"; }
     std::string getRunPath() const { return nodePath + "run/"; }
+    // Of the key for lines in which passwords are masked.
+    std::string getMaskKeyFileName() const { return nodePath + "maskkey"; }
 
     ListenAddress listen;
     std::string certificateFile;

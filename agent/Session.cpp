@@ -300,10 +300,11 @@ bool Session::serveAllowed(const protocol::Frame& frame) {
 bool Session::serveExec(const protocol::Frame& frame) {
     protocol::Exec exec;
     protocol::decode(frame.body, exec);
+    const secretmask::Shown shown = secretmask::show(exec.commandLine, config.getMaskKeyFileName());
     audit.begin((frame.header.flags & protocol::kFlagUninterruptible) != 0
                     ? "EXEC (uninterruptible)"
                     : "EXEC",
-                secretmask::mask(exec.commandLine));
+                shown.text, shown.hmac);
     JobRequest request;
     request.commandLine = exec.commandLine;
     request.timeOutMs = exec.timeOutMs;
@@ -314,12 +315,14 @@ bool Session::serveExec(const protocol::Frame& frame) {
 bool Session::serveRunPackaged(const protocol::Frame& frame) {
     protocol::RunPackaged run;
     protocol::decode(frame.body, run);
+    const secretmask::Shown shown = secretmask::show(
+        run.preCommand + (run.packagedFiles.empty() ? "" : run.packagedFiles.front()) + " " +
+            run.arguments,
+        config.getMaskKeyFileName());
     audit.begin((frame.header.flags & protocol::kFlagUninterruptible) != 0
                     ? "RUN_PACKAGED (uninterruptible)"
                     : "RUN_PACKAGED",
-                secretmask::mask(run.preCommand +
-                                 (run.packagedFiles.empty() ? "" : run.packagedFiles.front()) +
-                                 " " + run.arguments));
+                shown.text, shown.hmac);
     std::string path = run.nodePath;
     if (path.empty() || path.back() != '/') {
         path += '/';
@@ -351,10 +354,11 @@ bool Session::serveRunPackaged(const protocol::Frame& frame) {
 bool Session::runJob(JobRequest& request, const char* what) {
     request.owner = who();
     request.audit = audit.current();
+    request.shown = secretmask::show(request.commandLine, config.getMaskKeyFileName());
     setUninterruptible(request.uninterruptible);
     const std::string label = std::string(what) +
                               (request.uninterruptible ? " (uninterruptible) " : " ") +
-                              quoted(secretmask::mask(request.commandLine));
+                              quoted(request.shown.text) + request.shown.suffix();
     bool goesOn = false;
     try {
         goesOn = jobs->run(request, label);

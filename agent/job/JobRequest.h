@@ -6,6 +6,7 @@
 
 #include "AuditLog.h"
 #include "EventLog.h"
+#include "SecretMask.h"
 #include "ToolRunner.h"
 
 // What all jobs of an agent share. The log must outlive the jobs of this process.
@@ -22,6 +23,7 @@ struct JobSettings {
 
 struct JobRequest {
     std::string commandLine;
+    secretmask::Shown shown;  // the command line for logs, not escaped yet
     std::string workingDirectory = "/";
     std::uint32_t timeOutMs = 0;  // 0: no limit
     bool uninterruptible = false;

@@ -23,7 +23,6 @@
 #include "Descriptors.h"
 #include "Posix.h"
 #include "ProcessTree.h"
-#include "SecretMask.h"
 #include "Text.h"
 
 namespace {
@@ -167,8 +166,8 @@ void JobSupervisor::takeFirmwareLock() {
         throw Refused("an uninterruptible job is running on this node already: " +
                       directory.noteOf(kFirmwareLock));
     }
-    firmwareLock.note("\"" + Text::printable(secretmask::mask(request.commandLine), 200) +
-                      "\" for " + request.owner + " since " + utcNow());
+    firmwareLock.note("\"" + Text::printable(request.shown.text, 200) + "\" for " + request.owner +
+                      " since " + utcNow());
     const std::string logFile = settings.runPath() + kFirmwareLog;
     if (::rename(outputFile.c_str(), logFile.c_str()) != 0) {
         Posix::throwErrno("cannot make " + logFile);
@@ -361,7 +360,7 @@ void JobSupervisor::endTree(const char* why) {
     if (!ended) {
         settings.log->error(std::string("a job that ") + why +
                             " could not be ended: a process of it does not react to SIGKILL: \"" +
-                            Text::printable(secretmask::mask(request.commandLine)) + "\"");
+                            Text::printable(request.shown.text) + "\"" + request.shown.suffix());
     }
 }
 
@@ -389,10 +388,10 @@ void JobSupervisor::logOutcome(const protocol::Result& outcome) const {
     if (!request.uninterruptible) {
         return;
     }
-    settings.log->info(request.owner + ": uninterruptible job \"" +
-                       Text::printable(secretmask::mask(request.commandLine)) + "\" ended with " +
-                       (exited ? "exit code " : "signal ") + std::to_string(outcome.value) +
-                       " after " + std::to_string(outcome.elapsedMs) + " ms");
+    settings.log->info(
+        request.owner + ": uninterruptible job \"" + Text::printable(request.shown.text) + "\"" +
+        request.shown.suffix() + " ended with " + (exited ? "exit code " : "signal ") +
+        std::to_string(outcome.value) + " after " + std::to_string(outcome.elapsedMs) + " ms");
 }
 
 protocol::Result JobSupervisor::result(protocol::Result::Ending ending, int value) const {

@@ -52,10 +52,6 @@ struct ParsedLine {
     std::string covered;  // by the hash
 };
 
-std::string headName(const std::string& file) {
-    return file + ".head";
-}
-
 std::string hashOf(const std::string& text) {
     FileDigest digest;
     digest.update(text.data(), text.size());
@@ -244,6 +240,9 @@ std::string makeLine(Link& link, const AuditEntry& entry, const std::string& eve
     line += ",\"command\":" + std::to_string(entry.number);
     line += member("request", entry.request, kShownNameBytes);
     line += member("what", entry.what, kShownBytes);
+    if (!entry.hmac.empty()) {
+        line += member("what_hmac", entry.hmac, kShownNameBytes);
+    }
     if (event != "start") {
         line += member("outcome", outcome, kShownNameBytes * 2);
         line += ",\"ms\":" + std::to_string(millis);
@@ -294,7 +293,7 @@ void AuditLog::write(const AuditEntry& entry, const std::vector<Event>& events) 
         return;
     }
     const UniqueFd fd = openLocked(file, patience);
-    const std::string headFile = headName(file);
+    const std::string headFile = AuditLog::headFileOf(file);
     const UniqueFd head = openFile(headFile, O_RDWR | O_CREAT);
     const Link kept = readHead(head.get(), headFile);
     const struct stat found = examine(fd.get(), file);
@@ -344,7 +343,7 @@ std::string AuditLog::tryAppend(const AuditEntry& entry, const std::string& even
 void AuditLog::check() const {
     if (isOn()) {
         openFile(file, O_RDWR | O_CREAT);
-        openFile(headName(file), O_RDWR | O_CREAT);
+        openFile(AuditLog::headFileOf(file), O_RDWR | O_CREAT);
     }
 }
 
@@ -391,7 +390,7 @@ AuditLog::Finding AuditLog::verify(const std::string& lines, const std::string& 
 }
 
 AuditLog::Finding AuditLog::verifyFile(const std::string& fileName) {
-    const std::string headFile = headName(fileName);
+    const std::string headFile = AuditLog::headFileOf(fileName);
     const UniqueFd fd = openFile(fileName, O_RDONLY);
     // Not between a line and its head.
     const Clock::time_point limit = Clock::now() + kReadLockLimit;

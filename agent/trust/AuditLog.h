@@ -16,6 +16,7 @@ struct AuditEntry {
     std::uint32_t number = 0;  // of the shell's command, 0 for none
     std::string request;       // "EXEC"
     std::string what;          // path or command line, secrets masked
+    std::string hmac;          // of the whole command line where something is masked, else empty
     std::string id;            // the same in all lines of a request
 };
 
@@ -50,6 +51,9 @@ public:
     // As append, for the end of what has happened anyway: what fails is returned as text.
     std::string tryAppend(const AuditEntry& entry, const std::string& event,
                           const std::string& outcome, long long millis) const noexcept;
+
+    // Where the number and hash of the last line stand.
+    static std::string headFileOf(const std::string& fileName) { return fileName + ".head"; }
 
     // Throws CException when the files cannot be opened for writing.
     void check() const;

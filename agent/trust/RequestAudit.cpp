@@ -26,10 +26,11 @@ std::string RequestAudit::nextId() {
     return std::to_string(::getpid()) + "-" + std::to_string(++count);
 }
 
-void RequestAudit::record(const char* request, const std::string& what,
+void RequestAudit::record(const char* request, const std::string& what, const std::string& hmac,
                           const std::function<void(const AuditLog&)>& write) {
     entry.request = request;
     entry.what = what;
+    entry.hmac = hmac;
     entry.id = nextId();
     try {
         write(AuditLog(file));
@@ -39,20 +40,21 @@ void RequestAudit::record(const char* request, const std::string& what,
     }
 }
 
-void RequestAudit::begin(const char* request, const std::string& what) {
-    record(request, what,
+void RequestAudit::begin(const char* request, const std::string& what, const std::string& hmac) {
+    record(request, what, hmac,
            [this](const AuditLog& written) { written.append(entry, "start", "", 0); });
     isOpen = true;
 }
 
 void RequestAudit::whole(const char* request, const std::string& result) {
-    record(request, "",
+    record(request, "", "",
            [&](const AuditLog& written) { written.appendWhole(entry, result, elapsedMs()); });
 }
 
 void RequestAudit::refused(const std::string& request, const std::string& text) {
     entry.request = request;
     entry.what.clear();
+    entry.hmac.clear();
     entry.id = nextId();
     tryAppend("refused", text, 0);
 }

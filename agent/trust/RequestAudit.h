@@ -31,7 +31,8 @@ public:
     long long elapsedMs() const;
 
     // Writes the start of a request. Throws Fault: it must not be served then.
-    void begin(const char* request, const std::string& what);
+    //   hmac  of the whole command line where something is masked in what
+    void begin(const char* request, const std::string& what, const std::string& hmac = "");
     // Both, of a request that changes nothing, before it is answered. Throws Fault.
     void whole(const char* request, const std::string& result);
     // A request that is not served. Errors are logged.
@@ -48,7 +49,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     std::string nextId();
-    void record(const char* request, const std::string& what,
+    void record(const char* request, const std::string& what, const std::string& hmac,
                 const std::function<void(const AuditLog&)>& write);
     void tryAppend(const char* event, const std::string& outcome, long long millis) const;
 

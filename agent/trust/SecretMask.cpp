@@ -1,11 +1,21 @@
 #include "SecretMask.h"
 
-#include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
+#include <string_view>
+#include <unistd.h>
 #include <vector>
 
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
+
+#include "CException.h"
+#include "FileDigest.h"
+#include "Posix.h"
 #include "Text.h"
+#include "ToolPackage.h"
 
 namespace secretmask {
 
@@ -13,180 +23,251 @@ namespace {
 
 constexpr char kMask[] = "***";
 constexpr char kTool[] = "ipmitool";
-constexpr int kMaxDepth = 4;
-constexpr char kSeparators[] = " \t\n;&|<>()";
+// Where a path in front of the tool's name may lead: places that only root fills.
+constexpr std::array<std::string_view, 7> kToolDirectories = {
+    "", "/usr/bin/", "/usr/sbin/", "/usr/local/bin/", "/usr/local/sbin/", "/bin/", "/sbin/"};
+constexpr std::array<std::string_view, 4> kSecretVariables = {
+    "IPMI_PASSWORD=", "IPMITOOL_PASSWORD=", "IPMI_KGKEY=", "IPMITOOL_KGKEY="};
+constexpr std::string_view kLongOption = "--password";
+constexpr char kFlags[] = "46hVvcgsEKYaZ";
+constexpr char kOptionsWithValue[] = "IoHdPfUpCLAtTmzSlbBekyORND";
+constexpr char kSecretOptions[] = "Pky";
+// Outside quotes the shell does something with these.
+constexpr char kSpecial[] = "\\$`;&|<>()*?[]{}";
+// With these only at the beginning of a word.
+constexpr char kSpecialInFront[] = "#~";
 
 struct Word {
-    std::size_t begin;
-    std::size_t end;
-    std::string text;            // without quotes
-    bool runsSomething = false;  // holds "$(" or a backquote that the shell acts on
-    bool startsCommand = false;
+    std::size_t begin = 0;
+    std::size_t end = 0;
+    std::string text;  // without quotes
+    bool isQuoted = false;
+    std::size_t secretAt = std::string::npos;  // in text; npos: nothing is masked
 };
 
-bool isSeparator(char c) {
-    return std::strchr(kSeparators, c) != nullptr && c != '\0';
+bool isOneOf(char c, const char* set) {
+    return c != '\0' && std::strchr(set, c) != nullptr;
 }
 
-// One word as /bin/sh splits it. Not a shell: what it does not understand, it takes as text.
-Word readWord(const std::string& line, std::size_t begin) {
-    Word word{begin, begin, "", false, false};
-    char quote = '\0';
-    std::size_t at = begin;
-    for (; at < line.size(); ++at) {
+bool isBlank(char c) {
+    return c == ' ' || c == '\t';
+}
+
+bool isControl(char c) {
+    const auto value = static_cast<unsigned char>(c);
+    return value < 0x20 || value == 0x7f;
+}
+
+// One quoted piece, from its quote on. False when it has no end or the shell looks into it.
+bool readQuoted(const std::string& line, std::size_t& at, std::string& text) {
+    const char quote = line[at++];
+    for (; at < line.size() && line[at] != quote; ++at) {
+        if (isControl(line[at]) || (quote == '"' && isOneOf(line[at], "$`\\"))) {
+            return false;
+        }
+        text += line[at];
+    }
+    return at < line.size() && line[at++] == quote;
+}
+
+// Plain characters, then at most one quoted piece, which ends the word.
+bool readWord(const std::string& line, std::size_t& at, Word& word) {
+    word.begin = at;
+    for (; at < line.size() && !isBlank(line[at]) && !word.isQuoted;) {
         const char c = line[at];
-        if (quote == '\'') {
-            if (c == '\'') {
-                quote = '\0';
-            } else {
-                word.text += c;
+        if (c == '\'' || c == '"') {
+            word.isQuoted = true;
+            if (!readQuoted(line, at, word.text)) {
+                return false;
             }
-            continue;
-        }
-        if (c == '`' || (c == '$' && at + 1 < line.size() && line[at + 1] == '(')) {
-            word.runsSomething = true;
-        }
-        if (c == '\\' && at + 1 < line.size()) {
-            word.text += line[++at];
-        } else if (c == '"') {
-            quote = quote == '"' ? '\0' : '"';
-        } else if (c == '\'' && quote == '\0') {
-            quote = '\'';
-        } else if (quote == '\0' && isSeparator(c)) {
-            break;
+        } else if (isControl(c) || isOneOf(c, kSpecial) ||
+                   (at == word.begin && isOneOf(c, kSpecialInFront))) {
+            return false;
         } else {
             word.text += c;
+            ++at;
         }
     }
-    // A quote without its end: the shell refuses the line, so the rest may as well be shown.
-    word.runsSomething = word.runsSomething || quote != '\0';
     word.end = at;
-    return word;
+    return at >= line.size() || isBlank(line[at]);
 }
 
-std::vector<Word> splitWords(const std::string& line) {
-    std::vector<Word> words;
-    bool starts = true;
-    std::size_t at = 0;
-    while (at < line.size()) {
-        if (isSeparator(line[at])) {
-            starts = starts || (line[at] != ' ' && line[at] != '\t');
+// False when the line is not one plain command.
+bool readWords(const std::string& line, std::vector<Word>& words) {
+    for (std::size_t at = 0; at < line.size();) {
+        if (isBlank(line[at])) {
             ++at;
             continue;
         }
-        words.push_back(readWord(line, at));
-        words.back().startsCommand = starts;
-        starts = false;
-        at = words.back().end;
+        Word word;
+        if (!readWord(line, at, word)) {
+            return false;
+        }
+        words.push_back(word);
     }
-    return words;
-}
-
-// "-P", also behind flags without a value in the same word: "-vP".
-bool isOptionWithSecret(const std::string& text, std::size_t& valueAt) {
-    if (text.size() < 2 || text[0] != '-' || text[1] == '-') {
-        return false;
-    }
-    const std::size_t at = text.find_first_not_of("vcEha", 1);
-    if (at == std::string::npos || std::strchr("Pky", text[at]) == nullptr) {
-        return false;
-    }
-    valueAt = at + 1;
     return true;
 }
 
-// How much of the word itself is to be shown before a secret in it; npos: there is none.
-std::size_t secretInside(const std::string& text) {
-    constexpr std::array<const char*, 5> kBefore = {
-        "--password=", "IPMI_PASSWORD=", "IPMITOOL_PASSWORD=", "IPMI_KGKEY=", "IPMITOOL_KGKEY="};
-    for (const char* const before : kBefore) {
-        if (Text::startsWith(text, before)) {
-            return std::strlen(before);
+// False when it is a variable that is not the tool's own: that could change what runs.
+bool takeVariable(Word& word) {
+    for (const std::string_view variable : kSecretVariables) {
+        if (Text::startsWith(word.text, variable)) {
+            word.secretAt = variable.size();
+            return true;
         }
     }
-    std::size_t valueAt = 0;
-    return isOptionWithSecret(text, valueAt) && valueAt < text.size() ? valueAt : std::string::npos;
+    return false;
 }
 
-bool announcesSecret(const std::vector<Word>& words, std::size_t at) {
-    std::size_t valueAt = 0;
-    if (at == 0 || words[at].startsCommand) {
+bool isTool(const Word& word) {
+    if (word.isQuoted) {
         return false;
     }
-    const std::string& before = words[at - 1].text;
-    if (before == "--password" ||
-        (isOptionWithSecret(before, valueAt) && valueAt == before.size())) {
+    for (const std::string_view directory : kToolDirectories) {
+        if (word.text == std::string(directory) + kTool) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Marks the secrets among the options from the word on, as the tool itself reads them: each option
+// with a value takes what is left of its word, or the next word whatever that looks like. Sets next
+// to the first word behind them. False for an option that the tool does not have.
+bool takeOptions(std::vector<Word>& words, std::size_t& next) {
+    Word& word = words[next++];
+    if (Text::startsWith(word.text, "--")) {
+        if (word.text == kLongOption && next < words.size()) {
+            words[next++].secretAt = 0;
+        } else if (Text::startsWith(word.text, std::string(kLongOption) + "=")) {
+            word.secretAt = kLongOption.size() + 1;
+        } else {
+            return false;
+        }
         return true;
     }
-    // "user set password 2 secret", "user test 2 16 secret"
-    return (at >= 3 && words[at - 3].text == "set" && words[at - 2].text == "password") ||
-           (at >= 4 && words[at - 4].text == "user" && words[at - 3].text == "test");
-}
-
-bool isIpmitool(const std::string& text) {
-    constexpr std::size_t kLength = sizeof kTool - 1;
-    return text.size() >= kLength && text.compare(text.size() - kLength, kLength, kTool) == 0;
-}
-
-// For each word, whether the command it belongs to is one of ipmitool.
-std::vector<bool> findCommandsOfTool(const std::vector<Word>& words) {
-    std::vector<bool> belongs(words.size(), false);
-    for (std::size_t begin = 0; begin < words.size();) {
-        std::size_t end = begin + 1;
-        while (end < words.size() && !words[end].startsCommand) {
-            ++end;
+    for (std::size_t i = 1; i < word.text.size(); ++i) {
+        const char option = word.text[i];
+        if (isOneOf(option, kFlags)) {
+            continue;
         }
-        const auto first = words.begin() + static_cast<std::ptrdiff_t>(begin);
-        const auto last = words.begin() + static_cast<std::ptrdiff_t>(end);
-        const bool ofTool =
-            std::any_of(first, last, [](const Word& word) { return isIpmitool(word.text); });
-        std::fill(belongs.begin() + static_cast<std::ptrdiff_t>(begin),
-                  belongs.begin() + static_cast<std::ptrdiff_t>(end), ofTool);
-        begin = end;
+        if (!isOneOf(option, kOptionsWithValue)) {
+            return false;
+        }
+        const bool isSecret = isOneOf(option, kSecretOptions);
+        if (i + 1 < word.text.size()) {
+            word.secretAt = isSecret ? i + 1 : std::string::npos;
+        } else if (next < words.size()) {
+            words[next].secretAt = isSecret ? 0 : std::string::npos;
+            ++next;
+        }
+        return true;
     }
-    return belongs;
+    return true;
 }
 
-std::string maskLine(const std::string& line, int depth);
-
-// What to show in place of a word; empty: the word as it is.
-std::string replacementFor(const std::vector<Word>& words, std::size_t at, bool ofTool, int depth) {
-    const Word& word = words[at];
-    if (word.text.find(kTool) != std::string::npos &&
-        word.text.find_first_of(kSeparators) != std::string::npos && depth < kMaxDepth) {
-        // A command line within quotes, as behind "sh -c".
-        const std::string masked = maskLine(word.text, depth + 1);
-        return masked == word.text ? "" : "'" + masked + "'";
-    }
-    if (!ofTool || word.runsSomething) {
-        return "";
-    }
-    if (announcesSecret(words, at)) {
-        return kMask;
-    }
-    const std::size_t inside = secretInside(word.text);
-    return inside == std::string::npos ? "" : word.text.substr(0, inside) + kMask;
+// "user set password 2 secret", "user test 2 16 secret", "lan set 1 password secret"
+bool isBeforeSecret(const std::vector<std::string>& words) {
+    return words.size() == 4 &&
+           ((words[0] == "user" && words[1] == "set" && words[2] == "password") ||
+            (words[0] == "user" && words[1] == "test") ||
+            (words[0] == "lan" && words[1] == "set" && words[3] == "password"));
 }
 
-std::string maskLine(const std::string& line, int depth) {
-    const std::vector<Word> words = splitWords(line);
-    const std::vector<bool> ofTool = findCommandsOfTool(words);
-    std::string masked;
-    std::size_t done = 0;
-    for (std::size_t i = 0; i < words.size(); ++i) {
-        const std::string shown = replacementFor(words, i, ofTool[i], depth);
-        if (!shown.empty()) {
-            masked.append(line, done, words[i].begin - done).append(shown);
-            done = words[i].end;
+// False when the line is to be shown as it is.
+bool markSecrets(std::vector<Word>& words) {
+    std::size_t next = 0;
+    while (next < words.size() && !isTool(words[next])) {
+        if (!takeVariable(words[next++])) {
+            return false;
         }
     }
-    return masked.append(line, done, std::string::npos);
+    if (next++ >= words.size()) {
+        return false;
+    }
+    std::vector<std::string> before;
+    while (next < words.size()) {
+        const std::string& text = words[next].text;
+        if (text.size() > 1 && text.front() == '-') {
+            if (!takeOptions(words, next)) {
+                return false;
+            }
+            continue;
+        }
+        if (isBeforeSecret(before)) {
+            words[next].secretAt = 0;
+        }
+        before.push_back(text);
+        ++next;
+    }
+    return true;
+}
+
+std::string hmacOf(const std::string& line, const toolpackage::ToolKey& key) {
+    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+    unsigned int size = 0;
+    if (::HMAC(EVP_sha256(), key.data(), static_cast<int>(toolpackage::kKeyBytes),
+               reinterpret_cast<const unsigned char*>(line.data()), line.size(), digest.data(),
+               &size) == nullptr) {
+        throw CException("cannot make an HMAC");
+    }
+    return FileDigest::toHex(std::string(reinterpret_cast<const char*>(digest.data()), size));
 }
 
 }  // namespace
 
 std::string mask(const std::string& commandLine) {
-    return commandLine.find(kTool) == std::string::npos ? commandLine : maskLine(commandLine, 0);
+    std::vector<Word> words;
+    if (commandLine.find(kTool) == std::string::npos || !readWords(commandLine, words) ||
+        !markSecrets(words)) {
+        return commandLine;
+    }
+    std::string masked;
+    std::size_t done = 0;
+    for (const Word& word : words) {
+        if (word.secretAt != std::string::npos) {
+            masked.append(commandLine, done, word.begin - done)
+                .append(word.text, 0, word.secretAt)
+                .append(kMask);
+            done = word.end;
+        }
+    }
+    return masked.append(commandLine, done, std::string::npos);
+}
+
+std::string Shown::suffix() const {
+    return hmac.empty() ? "" : " (HMAC " + hmac + ")";
+}
+
+Shown show(const std::string& commandLine, const std::string& keyFile) {
+    std::string masked = mask(commandLine);
+    if (masked != commandLine) {
+        try {
+            return {masked, hmacOf(commandLine, toolpackage::ToolKey::load(keyFile))};
+        } catch (const CException&) {
+            // What could not be proved later must be seen now.
+        }
+    }
+    return {commandLine, ""};
+}
+
+void makeKey(const std::string& keyFile) {
+    try {
+        if (::access(keyFile.c_str(), F_OK) != 0 && errno == ENOENT) {
+            // Aside first: a power cut must not leave half a key.
+            const std::string fresh = keyFile + ".new";
+            if (::unlink(fresh.c_str()) != 0 && errno != ENOENT) {
+                Posix::throwErrno("cannot remove " + fresh);
+            }
+            toolpackage::ToolKey::createFile(fresh);
+            if (::rename(fresh.c_str(), keyFile.c_str()) != 0) {
+                Posix::throwErrno("cannot make " + keyFile);
+            }
+        }
+        static_cast<void>(toolpackage::ToolKey::load(keyFile));
+    } catch (const CException& fault) {
+        throw CException("the key for lines with masked passwords: " + fault.getErrMsg());
+    }
 }
 
 }  // namespace secretmask

@@ -7,6 +7,7 @@
 #include "CException.h"
 #include "CUtil.h"
 #include "LocalAgent.h"
+#include "SecretMask.h"
 #include "TestPaths.h"
 
 // What the real agent writes into its audit.
@@ -111,8 +112,17 @@ TEST_F(AgentAudit, EveryKindOfRequestLeavesItsLines) {
 }
 
 TEST_F(AgentAudit, PasswordsAppearNowhere) {
-    run("true ipmitool -U admin -P hunter2 power status; true");
-    EXPECT_TRUE(hasLine({"-U admin -P *** power status"})) << text();
+    const std::string line = "ipmitool -I nowhere -U admin -P hunter2 power status";
+    run(line);
+    // Who knows the line can prove that it ran.
+    const std::string hmac = secretmask::show(line, agent.nodePath() + "maskkey").hmac;
+    ASSERT_EQ(64U, hmac.size());
+    for (const char* const event : {"\"event\":\"start\"", "\"event\":\"end\""}) {
+        EXPECT_TRUE(waitForLine({event, "-U admin -P *** power status\",\"what_hmac\":\"" + hmac}))
+            << text();
+    }
+    EXPECT_TRUE(agent.waitForLog("-P *** power status\" (HMAC " + hmac + "): exit code"))
+        << agent.log();
     EXPECT_EQ(text().find("hunter2"), std::string::npos);
     EXPECT_EQ(agent.log().find("hunter2"), std::string::npos) << agent.log();
 }
