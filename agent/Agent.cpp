@@ -24,6 +24,7 @@
 #include "CertificateExpiry.h"
 #include "FreedBy.h"
 #include "Listener.h"
+#include "NodeFiles.h"
 #include "Posix.h"
 #include "Sandbox.h"
 #include "SecretMask.h"
@@ -129,14 +130,6 @@ void checkCertificate(const std::string& file, std::list<std::string>& findings)
     }
 }
 
-void checkKeyMode(const std::string& file, std::list<std::string>& notes) {
-    struct stat found {};
-    if (::stat(file.c_str(), &found) == 0 && (found.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-        notes.push_back("the private key " + file +
-                        " can be read by others; its mode should be 0600");
-    }
-}
-
 void addIfAny(std::list<std::string>& findings, const std::string& finding) {
     if (!finding.empty()) {
         findings.push_back(finding);
@@ -194,11 +187,17 @@ void checkAuthorization(const AgentConfig& config, std::list<std::string>& findi
     if (!rules.isRestricted()) {
         notes.push_back("there is no " + file +
                         ": every master of the cluster may do everything here");
-        return;
     }
-    struct stat found {};
-    if (::stat(file.c_str(), &found) == 0 && (found.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        findings.push_back(file + " can be written by others; its mode should be 0600");
+}
+
+void checkFiles(const AgentConfig& config, std::list<std::string>& findings,
+                std::list<std::string>& notes) {
+    const NodeFiles files(config);
+    for (const std::string& line : files.looseFiles()) {
+        (files.isExcused() ? notes : findings).push_back(Text::printable(line));
+    }
+    for (const std::string& key : files.openKeys()) {
+        findings.push_back(Text::printable(key));
     }
 }
 
@@ -262,6 +261,12 @@ int serve(const Options& options) {
     if (!loadOrReport(config).empty()) {
         return kExitFailure;
     }
+    const NodeFiles files(config);
+    const auto complain = [](const std::string& line) { std::cerr << "kelnode: " << line << "\n"; };
+    if (!files.areTrusted(complain)) {
+        complain("others could change what this agent believes and runs, so it does not start");
+        return kExitFailure;
+    }
     AgentLog log;
     try {
         const std::string logFault = log.open(config.logFile);
@@ -276,6 +281,10 @@ int serve(const Options& options) {
             secretmask::makeKey(config.getMaskKeyFileName());
         } catch (const CException& fault) {
             log.warning(Text::printable(fault.getErrMsg()) + "; no password will be masked");
+        }
+        files.areTrusted([&](const std::string& line) { log.warning(line); });
+        for (const std::string& key : files.openKeys()) {
+            log.warning(Text::printable(key));
         }
         Listener listener(config, log, raiseFileLimit());
         // Gone readers of the standard streams or of the ready descriptor must not end the agent.
@@ -322,10 +331,10 @@ std::list<std::string> check(const AgentConfig& config, std::list<std::string>& 
             findings.push_back(fault.getErrMsg());
         }
         checkCertificate(config.certificateFile, findings);
-        checkKeyMode(keyFile, notes);
     }
     checkToolKey(config, findings, notes);
     checkAuthorization(config, findings, notes);
+    checkFiles(config, findings, notes);
     checkAudit(config, findings);
     notes.splice(notes.end(), certificateexpiry::warnings(
                                   {config.certificateFile, config.caFile,

@@ -22,6 +22,14 @@ bool parseNumber(const std::string& text, unsigned int highest, unsigned int& nu
     return number <= highest;
 }
 
+std::string parseSwitch(const std::string& key, const std::string& value, bool& isOn) {
+    if (value != "yes" && value != "no") {
+        return key + ": \"" + value + "\" is neither yes nor no";
+    }
+    isOn = value == "yes";
+    return "";
+}
+
 }  // namespace
 
 AgentConfig::AgentConfig(std::string path) : nodePath(std::move(path)) {
@@ -79,6 +87,9 @@ std::string AgentConfig::apply(const std::string& key, const std::string& value)
         }
         this->*count->second = number;
         return "";
+    }
+    if (key == "ALLOW_LOOSE_FILES") {
+        return parseSwitch(key, value, allowsLooseFiles);
     }
     return "unknown setting \"" + key + "\"";
 }

@@ -45,6 +45,8 @@ public:
     unsigned int sessionsPerSource = kDefaultSessionsPerSource;
     std::string logFile;    // empty: syslog
     std::string auditFile;  // empty: no audit
+    // Start although others could change what is believed and run.
+    bool allowsLooseFiles = false;
 
 private:
     // The reason why the setting is refused, or an empty text.

@@ -20,6 +20,7 @@
 #include "CertificateExpiry.h"
 #include "Descriptors.h"
 #include "Memory.h"
+#include "NodeFiles.h"
 #include "Posix.h"
 #include "Session.h"
 #include "SigningProxy.h"
@@ -389,9 +390,15 @@ void Listener::reload() {
     for (const ConfigFault& fault : faults) {
         log.error("reload: " + Text::printable(fault.describe(fresh.getFileName())));
     }
-    if (!faults.empty()) {
+    const NodeFiles files(fresh);
+    const bool trusted =
+        files.areTrusted([this](const std::string& line) { log.warning("reload: " + line); });
+    if (!faults.empty() || !trusted) {
         log.error("reload: the old configuration stays in force");
         return;
+    }
+    for (const std::string& key : files.openKeys()) {
+        log.warning(Text::printable(key));
     }
     try {
         std::shared_ptr<TlsContext> freshContext = loadContext(fresh);

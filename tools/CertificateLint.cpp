@@ -62,6 +62,10 @@ void checkDates(LintReport& report, int line, const X509* certificate) {
 void lintCertificates(LintReport& report, const std::string& certificateFile, int certificateLine,
                       const std::string& keyFile, int keyLine) {
     const bool keyApart = !keyFile.empty();
+    report.warnOfLooseFiles(certificateLine, certificateFile);
+    if (keyApart) {
+        report.warnOfLooseFiles(keyLine, keyFile);
+    }
     checkMode(report, keyApart ? keyFile : certificateFile, keyApart ? keyLine : certificateLine);
     try {
         TlsContext::client({certificateFile, keyFile, ""});

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include "ConfigLineReader.h"
+#include "FileTrust.h"
 #include "Posix.h"
 
 namespace {
@@ -72,6 +73,14 @@ void LintReport::add(const ConfigErrorCollector& errors) {
         const bool known = piece > 0 && static_cast<std::size_t>(piece) <= lines.size();
         error(known ? lines[static_cast<std::size_t>(piece) - 1].number : piece,
               found->getErrorMessage());
+    }
+}
+
+void LintReport::warnOfLooseFiles(int line, const std::string& file) {
+    FileTrust trust;
+    trust.examine(file);
+    for (const FileTrust::Finding& finding : trust.findings()) {
+        warning(line, finding.text());
     }
 }
 

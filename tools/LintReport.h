@@ -33,6 +33,9 @@ public:
     // are about the world and not about the file, and are left out.
     void add(const ConfigErrorCollector& errors);
 
+    // A warning for each file on the way to this one, itself included, that others could change.
+    void warnOfLooseFiles(int line, const std::string& file);
+
     // In the order of the lines, those of the file as a whole first.
     void print(std::ostream& out) const;
     bool has(Level level) const;

@@ -106,6 +106,7 @@ int run(const std::vector<std::string>& words) {
     for (const Job& job : parse(words)) {
         LintReport report;
         if (report.open(job.file)) {
+            report.warnOfLooseFiles(0, job.file);
             job.check(report);
         }
         report.print(std::cout);

@@ -59,6 +59,7 @@ public:
         std::filesystem::create_directories(nodePath() + "tools");
         copy(node.certificateFile, nodePath() + "node.crt");
         copy(node.keyFile, nodePath() + "node.key");
+        std::filesystem::permissions(nodePath() + "node.key", std::filesystem::perms(0600));
         copy(issuer.caFile(), nodePath() + "ca.crt");
         toolpackage::ToolKey::createFile(nodePath() + "toolkey");
         writeConfiguration();

@@ -4,12 +4,15 @@
 #include <filesystem>
 #include <stdexcept>
 #include <string>
+#include <sys/stat.h>
 #include <system_error>
 
 // A directory of the test's own; it and all that is in it go when the object dies.
 class TempDir {
 public:
     TempDir() {
+        // Whatever the umask of who runs the tests: files that a group may write are not trusted.
+        ::umask(S_IWGRP | S_IWOTH);
         // No dash before the random part: commands are searched for texts like "-r".
         std::string name = (std::filesystem::temp_directory_path() / "kelsh-test.XXXXXX").string();
         if (::mkdtemp(name.data()) == nullptr) {

@@ -40,6 +40,7 @@ TEST_F(AgentConfigFile, EmptyFileGivesTheDefaults) {
     EXPECT_EQ(config.macAddress, "");
     EXPECT_EQ(config.logFile, "");
     EXPECT_EQ(config.auditFile, "");
+    EXPECT_FALSE(config.allowsLooseFiles);
 }
 
 TEST_F(AgentConfigFile, SettingsAreTaken) {
@@ -47,7 +48,7 @@ TEST_F(AgentConfigFile, SettingsAreTaken) {
         "# a comment\n\nLISTEN=127.0.0.1:0\nCERTIFICATE_FILE=/etc/c.pem\nPRIVATE_KEY_FILE=k.pem\n"
         "CA_FILE=sub/ca.pem\nMAC_ADDRESS=aa:bb:cc:00:11:22\nTOOLS_KEY_FILE=key\n"
         "MAX_SESSIONS=7\nSESSIONS_PER_CERTIFICATE=5\nSESSIONS_PER_SOURCE=6\nLOG_FILE=a=b."
-        "log\nAUDIT_FILE=/var/audit.log");
+        "log\nAUDIT_FILE=/var/audit.log\nALLOW_LOOSE_FILES=yes\n");
     EXPECT_TRUE(faults.empty()) << onlyFault();
     EXPECT_EQ(config.listen.host, "127.0.0.1");
     EXPECT_EQ(config.listen.port, 0U);
@@ -61,6 +62,7 @@ TEST_F(AgentConfigFile, SettingsAreTaken) {
     EXPECT_EQ(6U, config.sessionsPerSource);
     EXPECT_EQ(config.logFile, directory.file("a=b.log"));
     EXPECT_EQ(config.auditFile, "/var/audit.log");
+    EXPECT_TRUE(config.allowsLooseFiles);
 }
 
 TEST_F(AgentConfigFile, CertificateWithoutKeySettingHoldsTheKey) {
@@ -70,13 +72,13 @@ TEST_F(AgentConfigFile, CertificateWithoutKeySettingHoldsTheKey) {
 TEST_F(AgentConfigFile, EveryFaultHasItsLine) {
     load(
         "LISTEN=nowhere\n# fine\nCOLOUR=red\nno equals sign\nMAX_SESSIONS=0\nCA_FILE=\n"
-        "MAC_ADDRESS=aa-bb\nMAX_SESSIONS=5\nLOG_FILE=a\nLOG_FILE=b\r\n");
+        "MAC_ADDRESS=aa-bb\nMAX_SESSIONS=5\nLOG_FILE=a\nLOG_FILE=b\r\nALLOW_LOOSE_FILES=YES\n");
     std::vector<int> lines;
     for (const ConfigFault& fault : faults) {
         EXPECT_FALSE(fault.text.empty());
         lines.push_back(fault.line);
     }
-    EXPECT_EQ(lines, (std::vector<int>{1, 3, 4, 5, 6, 7, 8, 10}));
+    EXPECT_EQ(lines, (std::vector<int>{1, 3, 4, 5, 6, 7, 8, 10, 11}));
 }
 
 TEST_F(AgentConfigFile, MissingFileIsAFaultOfNoLine) {

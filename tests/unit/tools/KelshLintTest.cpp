@@ -74,6 +74,26 @@ TEST_F(KelshLint, FindsNothingInSoundFilesAndAsksNoNode) {
     EXPECT_EQ(output, "");
 }
 
+TEST_F(KelshLint, NamesFilesThatOthersCouldChangeAndTheRemedy) {
+    write("cmd.cfg", std::string(kSet) + kCommand);
+    const std::string file = directory.file("cmd.cfg");
+    EXPECT_EQ(::chmod(file.c_str(), 0666), 0);
+    EXPECT_EQ(run("--cmd cmd.cfg"), kWarnings);
+    EXPECT_EQ(output, "cmd.cfg: warning: " + file +
+                          " can be written by others (mode 0666): chmod go-w " + file + "\n");
+    EXPECT_EQ(::chmod(file.c_str(), 0644), 0);
+    EXPECT_EQ(::chmod(directory.path().c_str(), 0770), 0);
+    EXPECT_EQ(run("--cmd cmd.cfg"), kWarnings);
+    EXPECT_THAT(output, HasSubstr("chmod go-w " + directory.path() + "\n"));
+    EXPECT_EQ(::chmod(directory.path().c_str(), 0700), 0);
+    TestPki::Request request;
+    request.notAfterSeconds = 365L * 24 * 3600;
+    const TestPki::Identity identity = issue(request);
+    EXPECT_EQ(::chmod(identity.certificateFile.c_str(), 0664), 0);
+    EXPECT_EQ(ssl(identity.certificateFile, identity.keyFile), kWarnings);
+    EXPECT_THAT(output, HasSubstr("ssl.cfg:3: warning: " + identity.certificateFile + " can be"));
+}
+
 TEST_F(KelshLint, ChecksTheThreeFilesOfADirectory) {
     write("node.cfg", kNodes);
     EXPECT_EQ(run("."), kErrors);
