@@ -15,7 +15,7 @@ namespace {
 
 constexpr long kShortestTimeOutMs = 1000;
 
-// The shell's own reader, with the built-in sets there. Their names are left in taken.
+// Runs the shell's own reader, with the built-in sets registered. Leaves their names in taken.
 void readWithShell(LintReport& report, std::map<std::string, int>& taken) {
     CShellExecutionContext context{CShellExecutionContext::Temporary()};
     RegisteredSets::addTo(context);

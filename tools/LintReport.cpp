@@ -37,7 +37,7 @@ bool LintReport::open(const std::string& name) {
         line.number = continued ? number : ++number;
         const bool isPart = !reader.hadNewline() &&
                             line.text.size() == std::size_t{ConfigLineReader::kBufferBytes} - 1;
-        // A line of just 511 bytes comes with an empty piece behind it, which harms nobody.
+        // A line of exactly 511 bytes is followed by an empty piece, which does no harm.
         if (continued && !line.text.empty() && number != tooLong) {
             tooLong = number;
             warning(number,

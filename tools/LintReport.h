@@ -12,9 +12,8 @@ struct LintLine {
     int number = 0;    // in the file, as an editor counts; a piece of a long line has its line's
 };
 
-// What was found in one configuration file. The file is read twice: by the reader of the shell,
-// whose findings are added with add(errors), and line by line for what that reader accepts in
-// silence.
+// The findings in one configuration file. The file is read twice: by the shell's reader, whose
+// findings come with add(errors), and line by line for what that reader accepts without a message.
 class LintReport {
 public:
     enum class Level { kWarning, kError };
@@ -29,8 +28,8 @@ public:
     // line 0: the file as a whole.
     void error(int line, const std::string& text);
     void warning(int line, const std::string& text);
-    // Findings of a reader; its numbers of pieces become lines of the file. Warnings of a reader
-    // are about the world and not about the file, and are left out.
+    // Adds the findings of a reader, with its line numbers converted to those of the file. Warnings
+    // of a reader are left out: they are about the nodes, not about the file.
     void add(const ConfigErrorCollector& errors);
 
     // A warning for each file on the way to this one, itself included, that others could change.

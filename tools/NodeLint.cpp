@@ -14,7 +14,7 @@
 
 namespace {
 
-// The shell's own reader, but every agent is taken to answer as configured.
+// Runs the shell's own reader, as if every agent answered what is configured.
 void readWithShell(LintReport& report) {
     const Posix::File file = Posix::openFile(report.getFileName(), "re");
     if (!file) {

@@ -94,7 +94,7 @@ UniqueFd openPackage(const std::string& path) {
     return fd;
 }
 
-// Runs the work for each file; says what failed and goes on.
+// Runs the work for each file; reports a failure and continues.
 int forEach(const std::vector<std::string>& files,
             const std::function<void(const std::string&)>& work) {
     int status = kDone;

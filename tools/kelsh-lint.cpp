@@ -50,7 +50,7 @@ std::list<Job> wholeDirectory(const std::string& directory) {
     std::list<Job> jobs;
     const std::string base = directory.back() == '/' ? directory : directory + "/";
     jobs.push_back({base + "node.cfg", lintNodeFile});
-    // The shell does without a command file.
+    // The shell needs no command file.
     if (CUtil::isFileExisted(base + "cmd.cfg")) {
         jobs.push_back({base + "cmd.cfg", lintCmdFile});
     }

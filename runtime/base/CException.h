@@ -3,7 +3,7 @@
 #include <exception>
 #include <string>
 
-// The root of everything kelsh throws. Thrown by value, caught by reference.
+// The base class of all exceptions of kelsh. Thrown by value, caught by reference.
 class CException : public std::exception {
 public:
     explicit CException(std::string text);

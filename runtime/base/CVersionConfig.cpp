@@ -16,7 +16,7 @@ CVersionConfig::CVersionConfig(const char* fileName) {
     const Posix::File file = Posix::openFile(fileName, "re");
     if (!file) {
         const int error = errno;
-        throw CCannotOpenFileException("Can not open \"" + std::string(fileName) +
+        throw CCannotOpenFileException("Cannot open \"" + std::string(fileName) +
                                        "\": " + std::strerror(error));
     }
     ConfigLineReader reader(file.get());
@@ -39,7 +39,7 @@ CVersionConfig::CVersionConfig(const char* fileName) {
     }
     if (std::ferror(file.get()) != 0) {
         // A directory opens like a file and fails only here.
-        throw CCannotOpenFileException("Can not read \"" + std::string(fileName) + "\".");
+        throw CCannotOpenFileException("Cannot read \"" + std::string(fileName) + "\".");
     }
     if (version.empty() || build.empty()) {
         throw CException("\"" + std::string(fileName) + "\" does not define VERSION and BUILD.");

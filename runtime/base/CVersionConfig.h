@@ -2,8 +2,8 @@
 
 #include <string>
 
-// The version file: lines "VERSION=text" and "BUILD=text"; comment lines begin with "#", keys are
-// case-insensitive, other keys are ignored. Read once, at construction; immutable afterwards.
+// Reads the version file: lines "VERSION=text" and "BUILD=text". Lines that begin with "#" are
+// comments, keys may be in lower case, other keys are ignored. Does not change after construction.
 class CVersionConfig {
 public:
     // Throws CCannotOpenFileException when the file cannot be read, and CException when it holds no

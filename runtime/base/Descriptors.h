@@ -2,7 +2,7 @@
 
 #include <vector>
 
-// For processes just forked, which must not hold what is not theirs.
+// For a process that was just forked and must not keep the descriptors of its parent.
 namespace descriptors {
 
 // Closes every descriptor above 2 that is not named; -1 may be among the names.

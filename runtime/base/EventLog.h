@@ -2,8 +2,8 @@
 
 #include <string>
 
-// Where a program reports what happens. Each entry is one line. Implementations say whether several
-// threads may use one; copies of the process made by fork go on writing to the same place.
+// The log of a program. Each entry is one line. The implementation says whether several threads may
+// use it. After fork both processes write to the same place.
 class EventLog {
 public:
     enum class Level { kInfo, kWarning, kError };
@@ -13,10 +13,10 @@ public:
     EventLog& operator=(const EventLog&) = delete;
     virtual ~EventLog() = default;
 
-    // Control characters in text never reach the log; text from outside is made safe with
-    // Text::printable() by the caller. errno stays as it is.
+    // Control characters never reach the log. The caller makes text from outside safe with
+    // Text::printable(). errno is not changed.
     virtual void write(Level level, const std::string& text) const = 0;
-    // Of the file that is written to, so that a process can keep it open; -1 for none.
+    // The descriptor of the log file, for a process that must keep it open; -1 when there is none.
     virtual int descriptor() const = 0;
 
     void info(const std::string& text) const { write(Level::kInfo, text); }

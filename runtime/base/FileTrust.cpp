@@ -14,7 +14,7 @@
 
 namespace {
 
-// As many as the kernel follows.
+// The kernel follows as many symbolic links.
 constexpr int kMostLinks = 40;
 constexpr mode_t kWrittenByOthers = S_IWGRP | S_IWOTH;
 constexpr mode_t kReadByOthers = S_IRGRP | S_IROTH;
@@ -36,7 +36,7 @@ std::string userName(uid_t user) {
     return std::to_string(user);
 }
 
-// As one word for a shell.
+// Quoted as one word for a shell.
 std::string word(const std::string& path) {
     constexpr char kPlain[] =
         "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._-+,:@%";
@@ -84,7 +84,7 @@ void FileTrust::check(const std::string& path, const struct stat& status, bool s
     const bool isExcused =
         stickyIsEnough && S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0;
     const bool isForeign = status.st_uid != 0 && status.st_uid != self;
-    // A link is as good as whoever made it; its mode says nothing.
+    // The mode of a symbolic link means nothing; its owner decides.
     const bool isOpen = !S_ISLNK(status.st_mode) && canBeWrittenByOthers(status) && !isExcused;
     if ((!isForeign && !isOpen) || !seen.insert(path).second) {
         return;

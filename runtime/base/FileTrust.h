@@ -7,21 +7,21 @@
 #include <unistd.h>
 #include <vector>
 
-// Finds files that somebody else could change: files that a program of root believes or runs must
-// belong to root, or to the user the program runs as, and nobody else may write them. The same
-// holds for every directory above them, of each symbolic link on the way too. A sticky directory
-// such as /tmp is accepted above a file, since nobody can replace the files of others there.
+// Finds files that somebody else could change. A program of root believes or runs only files that
+// belong to root, or to the user it runs as, and that nobody else may write. The same holds for
+// every directory above them, and for the path of each symbolic link on the way. A sticky directory
+// such as /tmp is accepted above a file, since users cannot replace the files of others there.
 //
-// What counts is the mode alone: that a directory further up keeps others out today excuses
-// nothing. An access list that lets others write shows as the group's permission.
+// Only the mode counts. A file is a finding even when a directory above it keeps others out today.
+// An access list that lets others write shows as the group's permission.
 //
-// Collects findings over several calls and names each path once. Not for use from several threads.
+// Collects findings over several calls and names each path once. Use from one thread only.
 class FileTrust {
 public:
     struct Finding {
         std::string path;
         std::string problem;  // "can be written by others (mode 0666)"
-        std::string remedy;   // the command that mends it
+        std::string remedy;   // the command that corrects it
 
         // "<path> <problem>: <remedy>"
         std::string text() const;
@@ -30,17 +30,18 @@ public:
     // user: whose files are accepted beside those of root.
     explicit FileTrust(uid_t user = ::geteuid()) : self(user) {}
 
-    // The file or directory and all above it. Of a directory that is named itself not even a sticky
-    // one may be written by others: they could put new files into it. What does not exist or cannot
-    // be reached is no finding. A device is not looked at, only the directories above it.
+    // Checks the file or directory and everything above it. A directory that is itself named must
+    // not be writable by others even when it is sticky: they could put new files into it. A path
+    // that does not exist or cannot be reached is no finding. Of a device only the directories
+    // above it are checked.
     void examine(const std::string& path);
-    // The directory as examine() does, and everything that lies directly in it.
+    // Checks the directory as examine() does, and everything directly in it.
     void examineEntries(const std::string& directory);
 
     const std::vector<Finding>& findings() const { return found; }
 
-    // A file that only its owner should read: a finding where others may read it, else an empty
-    // one, whose path is empty. Who may write it is for examine() to say.
+    // For a file that only its owner should read: a finding when others may read it, else one with
+    // an empty path. It does not check who may write the file; examine() does.
     static Finding examineSecret(const std::string& path);
 
 private:

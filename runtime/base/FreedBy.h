@@ -2,7 +2,7 @@
 
 #include <memory>
 
-// Owns what a C library has made and wants back through a function of its own:
+// Owns an object of a C library and frees it with the function of that library:
 //     using Certificate = FreedBy<X509, X509_free>;
 template <auto Free>
 struct FreeWith {

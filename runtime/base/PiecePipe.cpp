@@ -3,7 +3,7 @@
 bool PiecePipe::put(std::string& piece) {
     std::unique_lock<std::mutex> lock(mutex);
     if (count == kPieces) {
-        // Half of it at once: waking a thread for each piece would cost more than its digest.
+        // Half of the pieces at once: waking a thread for each would cost more than its digest.
         emptied.wait(lock, [this] { return count <= kPieces / 2 || abandoned; });
     }
     if (abandoned) {

@@ -6,9 +6,9 @@
 #include <mutex>
 #include <string>
 
-// Pieces of a file on their way from one thread to one other, in order, a few at a time. Nothing is
-// copied and the memory is used again: every call exchanges the caller's string with one that the
-// other end has done with.
+// Passes pieces of a file from one thread to one other thread, in order, a few at a time. Nothing
+// is copied, and memory is used again: every call exchanges the caller's string with one that the
+// other thread has finished with.
 class PiecePipe {
 public:
     static constexpr std::size_t kPieces = 8;
@@ -17,13 +17,13 @@ public:
     PiecePipe(const PiecePipe&) = delete;
     PiecePipe& operator=(const PiecePipe&) = delete;
 
-    // Waits for room. False when the pipe was abandoned.
+    // Waits until there is room. False when the pipe was abandoned.
     bool put(std::string& piece);
     // Waits for a piece. False after the last, and when the pipe was abandoned.
     bool take(std::string& piece);
-    // The producer's last word; what is in the pipe is still taken.
+    // The producer puts nothing more. What is in the pipe can still be taken.
     void end();
-    // Either end gives up: nobody waits any more, and what is in the pipe is lost.
+    // Either end gives up. Waiting calls return, and what is in the pipe is lost.
     void abandon();
 
 private:

@@ -10,8 +10,8 @@
 
 #include "UniqueFd.h"
 
-// What every user of the system's calls needs: reading and writing in full, errno as a text, a
-// stream that closes itself. A signal never ends a call early. Any thread may call.
+// Help for system calls: reading and writing in full, errno as a text, a stream that closes itself.
+// A signal never ends a call early. Any thread may call.
 class Posix {
 public:
     Posix() = delete;
@@ -19,7 +19,7 @@ public:
     // Throws CException with "<what>: <the text of errno>".
     [[noreturn]] static void throwErrno(const std::string& what);
 
-    // Makes the call again as long as a signal has ended it: what it returns is below 0 then.
+    // Repeats a call that a signal has interrupted (it returns less than 0, with EINTR).
     template <typename Call>
     static auto retried(Call call) {
         auto result = call();
@@ -33,7 +33,7 @@ public:
     static UniqueFd open(const std::string& name, int flags, mode_t mode = 0);
 
     // Writes all of it; false leaves the reason in errno. writeAllAt() leaves the position alone.
-    // Not for a descriptor that is non-blocking: EAGAIN is an error like any other here. May be
+    // Not for a non-blocking descriptor: EAGAIN is an error here. May be
     // called in a signal handler.
     [[nodiscard]] static bool writeAll(int fd, std::string_view bytes);
     [[nodiscard]] static bool writeAllAt(int fd, std::string_view bytes, off_t offset);
@@ -43,13 +43,13 @@ public:
     [[nodiscard]] static ssize_t readAll(int fd, void* bytes, std::size_t size);
     [[nodiscard]] static ssize_t readAllAt(int fd, void* bytes, std::size_t size, off_t offset);
 
-    // Closes what it only reads, so that nothing is lost when closing fails. Whoever writes calls
-    // fclose() on what release() gives, and looks at the result.
+    // For streams that are only read: it ignores a failed close. A writer must call fclose() on the
+    // released stream and check the result.
     struct FileCloser {
         void operator()(FILE* file) const { static_cast<void>(std::fclose(file)); }
     };
     using File = std::unique_ptr<FILE, FileCloser>;
 
-    // fopen(); null leaves the reason in errno. Give "e" in the mode: no child shall inherit it.
+    // fopen(); null leaves the reason in errno. Give "e" in the mode: children must not inherit it.
     static File openFile(const std::string& name, const char* mode);
 };

@@ -19,7 +19,7 @@ void readSettings(FILE* stream, const SettingLines& lines,
     std::string line;
     bool continued = false;
     while (reader.next(line)) {
-        // The rest of a line that was too long must not be taken for a setting of its own.
+        // The rest of a line that was too long is not a setting of its own.
         const bool isRest = continued;
         continued = !reader.hadNewline() && line.size() == ConfigLineReader::kBufferBytes - 1;
         if (isRest) {

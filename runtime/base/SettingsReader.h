@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-// What is wrong in a file of settings.
+// One fault of a settings file.
 struct ConfigFault {
     int line;  // 0: the file as a whole
     std::string text;
@@ -14,15 +14,15 @@ struct ConfigFault {
     std::string describe(const std::string& fileName) const;
 };
 
-// How the lines of a file of settings are spoken of in faults.
+// The words that fault messages use for lines of the file.
 struct SettingLines {
     const char* form;      // "KEY=VALUE"
     const char* repeated;  // " is set a second time"
 };
 
-// Reads setting lines from the stream, which stays the caller's, and hands each key and value,
-// split at the first "=", to apply, which returns the reason for a refusal or an empty text. A key
-// given twice, a line too long and one without "=" are faults; what is at fault is left out.
+// Reads settings from the stream, which the caller closes. Splits each line at the first "=" and
+// passes key and value to apply, which returns an empty text or the reason for its refusal. A line
+// that is too long, has no "=" or repeats a key is a fault. Faulty lines are left out.
 void readSettings(FILE* stream, const SettingLines& lines,
                   const std::function<std::string(const std::string&, const std::string&)>& apply,
                   std::vector<ConfigFault>& faults);

@@ -11,7 +11,7 @@ namespace {
 
 std::atomic<unsigned int> running{0};
 
-// Takes one of the places, of which there is one for each processor.
+// Takes one of the places. There is one for each processor.
 bool takePlace() {
     static const unsigned int places = std::max(1U, std::thread::hardware_concurrency());
     if (running.fetch_add(1) < places) {
@@ -42,7 +42,7 @@ bool SideThread::start(std::function<void()> work) {
     if (!takePlace()) {
         return false;
     }
-    // A thread begins with the signals of the one that starts it.
+    // A new thread inherits the signal mask of the thread that starts it.
     const BlockedSignals blocked;
     try {
         thread = std::thread(std::move(work));

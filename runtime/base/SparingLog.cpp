@@ -5,7 +5,7 @@
 
 namespace {
 
-// The one key of all that find no place.
+// The key under which lines are counted when there is no room for their own.
 const char* const kOthers = "other sources";
 
 }  // namespace

@@ -7,15 +7,15 @@
 #include <optional>
 #include <string>
 
-// Keeps who can cause lines from filling the log with them. The first line under a key, as a source
-// address or a certificate, is written at once. Those that follow within the period are counted,
-// and told of in one line when it ends:
+// Writes log lines that strangers can cause, but not so many that they fill the log. Each line has
+// a key, such as the source address or the certificate. The first line under a key is written at
+// once. Lines that follow within the period are counted, and one line reports them when it ends:
 //
 //   192.0.2.7: the shell showed no certificate.
 //   192.0.2.7: the shell showed no certificate. (4,211 more in 60 s)
 //
-// The text told of is the latest. At most mostKeys keys are kept; what comes under more of them is
-// counted under one key for all. Not for use from several threads.
+// That line repeats the latest text. At most mostKeys keys are kept; lines under further keys are
+// counted under one key for all. Use from one thread only.
 class SparingLog {
 public:
     using Clock = std::chrono::steady_clock;
@@ -27,16 +27,16 @@ public:
     explicit SparingLog(Write writeLine, Clock::duration ownPeriod = kPeriod,
                         std::size_t most = kMostKeys);
 
-    // text is a whole line, fit for the log.
+    // text is a whole line, safe for the log.
     void note(const std::string& key, const std::string& text, Clock::time_point now);
-    // Tells of what was only counted in periods that are over. To be called from time to time.
+    // Reports what was counted in periods that are over. Call it from time to time.
     void tell(Clock::time_point now);
-    // The same without waiting for the end of a period: at the end of the program.
+    // The same without waiting for the end of the periods; for the end of the program.
     void tellAll(Clock::time_point now);
-    // When tell() has something to do; none while nothing is kept.
+    // When tell() next has something to report; none while nothing is kept.
     std::optional<Clock::time_point> nextDue() const;
 
-    // A number as it stands in such a line: 4211 is "4,211".
+    // The number as it appears in such a line: 4211 is "4,211".
     static std::string grouped(unsigned long count);
 
 private:

@@ -2,12 +2,12 @@
 
 #include <chrono>
 
-// Elapsed time on the monotonic clock, so that setting the machine's date cannot spoil it.
+// Measures elapsed time on the monotonic clock, which setting the date does not change.
 class StopWatch {
 public:
-    // Starts anew; an earlier measurement is forgotten.
+    // Starts again from 0.
     void start();
-    // Fixes the elapsed time; without a start before it, the time stays 0.
+    // Ends the measurement. Without a start before it the time stays 0.
     void stop();
     // Milliseconds from start to stop, or from start to now while it runs.
     long getTime() const;

@@ -2,7 +2,7 @@
 
 namespace {
 
-// Moves the letters of one alphabet, first to last, to the one that begins with target.
+// Replaces letters from first to last by those of the alphabet that begins with target.
 void mapLetters(std::string& text, char first, char last, char target) {
     for (char& c : text) {
         if (c >= first && c <= last) {

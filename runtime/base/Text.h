@@ -4,8 +4,9 @@
 #include <string_view>
 #include <vector>
 
-// Small services for text. The locale decides nothing: letters and digits are those of ASCII, white
-// space is blank, tab, newline, carriage return, vertical tab and form feed. Any thread may call.
+// Small functions for text. They do not depend on the locale: letters and digits are those of
+// ASCII; white space is blank, tab, newline, carriage return, vertical tab and form feed. Any
+// thread may call.
 class Text {
 public:
     Text() = delete;
@@ -14,7 +15,7 @@ public:
 
     static bool startsWith(std::string_view text, std::string_view start);
 
-    // Without the white space at both ends: in place, or as a new text.
+    // Removes the white space at both ends: in place, or into a new text.
     static void trim(std::string& text);
     static std::string trimmed(std::string text);
 
@@ -24,9 +25,10 @@ public:
     // Splits at each separator and keeps empty parts; an empty text is one empty part.
     static std::vector<std::string> split(std::string_view text, char separator);
 
-    // Fit for one line of a log or an answer, inside double quotes too: newline, carriage return
-    // and tab as \n, \r and \t, quote and backslash behind a backslash, every other byte that is
-    // not plain ASCII as \xNN. Of a text longer than maxBytes the rest is only counted.
+    // Makes text safe for one line of a log or an answer, also between double quotes: \n, \r and \t
+    // for newline, carriage return and tab, a backslash before quote and backslash, \xNN for every
+    // other byte that is not printable ASCII. Of a text longer than maxBytes the rest is replaced
+    // by its length.
     static std::string printable(std::string_view text, std::size_t maxBytes = 1024);
 
     // The length of the character at that place of UTF-8 text, 1 to 4 bytes; 0 where the bytes
@@ -34,10 +36,10 @@ public:
     static std::size_t utf8Length(std::string_view text, std::size_t at);
     static bool isUtf8(std::string_view text);
 
-    // Appends the byte as two hexadecimal digits in small letters.
+    // Appends the byte as two hexadecimal digits in lower case.
     static void appendHex(std::string& text, char byte);
 
-    // Fits between double quotes in a line of ASCII: neither control character nor byte above 0x7E.
+    // True for a printable character of ASCII, blank included.
     static bool isPlain(char c) { return c >= 0x20 && c < 0x7F; }
     static bool isDigit(char c) { return c >= '0' && c <= '9'; }
     static bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'); }

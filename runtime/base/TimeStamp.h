@@ -4,8 +4,8 @@
 
 namespace timestamp {
 
-// Now as it stands in logs, in UTC, so that it means the same on all nodes whatever their time
-// zones: 2026-11-21T20:30:00.000Z.
+// The time of now for logs. It is UTC, so that all nodes write the same whatever their time zones:
+// 2026-11-21T20:30:00.000Z.
 std::string now();
 
 }  // namespace timestamp

@@ -167,13 +167,13 @@ bool isLabel(const std::string& label) {
 }
 
 bool isNumber(const std::string& text) {
-    // Nine digits fit every counter; more would only be a way to ask for absurd ranges.
+    // Nine digits are enough for every counter, and keep ranges within reason.
     return !text.empty() && text.size() <= 9 &&
            std::all_of(text.begin(), text.end(), Text::isDigit);
 }
 
-// One entry between brackets: a number, or first-last in ascending order. *widest grows to the
-// longest text that the entry stands for.
+// One entry between brackets: a number, or first-last in ascending order. *widest becomes the
+// longest text of the entry, if that is longer.
 bool isRangeEntry(const std::string& entry, std::string::size_type* widest) {
     const std::string::size_type dash = entry.find('-');
     const std::string first = entry.substr(0, dash);

@@ -3,8 +3,8 @@
 #include <list>
 #include <string>
 
-// Small services used everywhere. All members are static and may be called from any thread, except
-// mygetch and getCursorPosition, which belong to the thread that owns the terminal.
+// Small functions used everywhere. Any thread may call them, but mygetch and getCursorPosition only
+// the thread that owns the terminal.
 class CUtil {
 public:
     CUtil() = delete;
@@ -28,7 +28,7 @@ public:
     // Asks the terminal for the cursor position, counted from 1; 0, 0 when it does not answer.
     static void getCursorPosition(unsigned int& row, unsigned int& column);
 
-    // Sleeps for the whole time given, signals notwithstanding.
+    // Sleeps for the whole time; a signal does not end it.
     static void sleep(unsigned long milliseconds);
 
     // White space is blank, tab, newline, carriage return, vertical tab and form feed.
@@ -47,14 +47,14 @@ public:
     // is part of one token and loses its quotes; a quote that is never closed is an ordinary
     // character.
     static std::list<std::string> splitForTokens(std::string text, std::string separators);
-    // The same, appending to the list. Mind the order of the arguments.
+    // The same, appending to the list. Note the other order of the arguments.
     static void splitForTokens(std::list<std::string>& tokens, std::string separators,
                                std::string text);
 
     // Whether anything exists under that path on this machine.
     static bool isFileExisted(std::string path);
 
-    // Local time as "YYYYMMDD_hhmmss", fit for a file name.
+    // Local time as "YYYYMMDD_hhmmss", for file names.
     static std::string getDateTimeString2();
 
     // An IPv4 address in dotted decimal (four parts, 0 to 255, no leading zeros) for version 0 or

@@ -83,7 +83,7 @@ struct Capture {
         leftOut += count - kept;
     }
 
-    // To be called once, after the last byte.
+    // Call it once, after the last byte.
     void sayWhatIsLeftOut() {
         if (leftOut > 0) {
             target->append(target->empty() || target->back() == '\n' ? "[" : "\n[");
@@ -91,7 +91,7 @@ struct Capture {
         }
     }
 
-    // Takes what is there. Closes the pipe at its end.
+    // Reads what is there. Closes the pipe at its end.
     void drain() {
         char buffer[65536];
         while (readEnd) {
@@ -129,8 +129,8 @@ ChildProcess::Outcome notStarted(const std::string& call, int error) {
     return outcome;
 }
 
-// Reads both pipes until the child has ended; on a kernel that can not watch children, until the
-// pipes have.
+// Reads both pipes until the child has ended. On a kernel that cannot watch children, reads until
+// both pipes have ended.
 void collect(const UniqueFd& child, Capture& out, Capture& err) {
     for (;;) {
         pollfd watched[3] = {{child.get(), POLLIN, 0},
@@ -188,7 +188,7 @@ ChildProcess::Outcome ChildProcess::run(const Request& request) {
         posix_spawn_file_actions_adddup2(actions.get(), err.writeEnd.get(), STDERR_FILENO);
     }
 
-    // Descriptors that some library left open across exec must not reach a command.
+    // A command must not get descriptors that a library has left open across exec.
     posix_spawn_file_actions_addclosefrom_np(actions.get(), STDERR_FILENO + 1);
 
     SpawnAttributes attributes;

@@ -7,11 +7,11 @@
 // default signal dispositions, an empty signal mask and descriptors 0 to 2 only; it stays in the
 // caller's process group, so that Ctrl+C reaches it and it may use the terminal.
 //
-// Of each captured stream a limited part is kept; what comes beyond it is read all the same, so
-// that the child is not held up, and a line at the end of the text says how much it was.
+// Of each captured stream a limited part is kept. The rest is read and dropped, so that the child
+// does not wait, and a line at the end of the text says how much it was.
 //
-// The wait ends when the shell ends, not when its output does: a background process that keeps the
-// pipe open does not hold up the caller.
+// The wait ends when the shell ends. A background process that keeps the pipe open does not delay
+// the caller.
 class ChildProcess {
 public:
     enum class Input { kInherit, kNull };

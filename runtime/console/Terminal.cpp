@@ -103,7 +103,7 @@ void Terminal::noticeOtherInput() {
         inputDevice = status.st_dev;
         inputInode = status.st_ino;
     }
-    // A pseudo terminal that takes the number of an earlier one owes no answers.
+    // A new pseudo terminal may have the number of an earlier one; it was not asked anything yet.
     if (status.st_ctim.tv_sec != inputChanged.tv_sec ||
         status.st_ctim.tv_nsec != inputChanged.tv_nsec) {
         unanswered = 0;
@@ -121,7 +121,7 @@ void Terminal::obeyDrop() {
 // False when the deadline has passed; null waits for ever.
 bool Terminal::waitForInput(const Clock::time_point* deadline) {
     for (;;) {
-        // Drawing belongs to the wait for a key only, not to the wait for an answer.
+        // The line is drawn again while waiting for a key, not while waiting for an answer.
         const int continued = deadline == nullptr ? TerminalMode::continuedDescriptor() : -1;
         pollfd watched[2] = {{kInput, POLLIN, 0}, {continued, POLLIN, 0}};
         const int ready = poll(watched, 2, deadline == nullptr ? -1 : millisecondsUntil(*deadline));
@@ -150,8 +150,8 @@ bool Terminal::waitForInput(const Clock::time_point* deadline) {
 
 Terminal::Filled Terminal::fill(const Clock::time_point* deadline) {
     char buffer[4096];
-    // Only the editor reads on; a single key, and input that is no terminal, leaves the rest where
-    // it is.
+    // Only the editor reads further. A single key, and input that is no terminal, leave the rest in
+    // place.
     const std::size_t wanted = isHeld() && isTerminal ? sizeof buffer : 1;
     for (;;) {
         if (!waitForInput(deadline)) {
@@ -209,8 +209,7 @@ int Terminal::readKey() {
         ahead.clear();
         aheadBegin = 0;
         std::cout.flush();
-        // One write that failed, for example because Ctrl+C interrupted it, must not silence the
-        // shell for good.
+        // A single failed write, for example after Ctrl+C, must not silence the shell for good.
         std::cout.clear();
         if (fill(nullptr) == Filled::kEnd) {
             break;

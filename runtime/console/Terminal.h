@@ -7,24 +7,22 @@
 #include <string>
 #include <sys/types.h>
 
-// Standard input as a terminal: single keys, the cursor position, and the terminal's mode.
-// Standard input that is no terminal works too; it is read byte by byte, so that what is left stays
-// for a child.
+// Standard input as a terminal: single keys, the cursor position, and the terminal's mode. It works
+// for other standard input too, and then reads byte by byte, so that a child gets the rest.
 //
-// While keys are read, echo and line buffering are off and nothing else of the terminal's mode is
-// changed. Outside a Hold that lasts for one key. The mode found is put back when the hold ends, at
-// exit, before a fatal signal ends the process and before Ctrl+Z stops it, and is taken again by
-// the continued process. Belongs to the main thread, except where a member says otherwise.
+// While keys are read, echo and line buffering are off; nothing else of the terminal's mode
+// changes. Without a Hold that lasts for one key. The mode found at first is restored when the hold
+// ends, at exit, before a fatal signal ends the process and before Ctrl+Z stops it; the continued
+// process sets its own again. Belongs to the main thread, except where a member says otherwise.
 class Terminal {
 public:
-    // Keeps the terminal in key mode from here to the end of the object's life, so that keys typed
-    // between two reads are not echoed by the terminal. What has been typed ahead by then is read
-    // before the mode is put back; the next key comes from there. Holds nest: the mode ends with
-    // the outermost.
+    // Keeps the terminal in key mode for the life of this object, so that the terminal does not
+    // echo keys typed between two reads. Keys typed ahead by then are read before the old mode is
+    // restored, and readKey returns them first. Holds nest; the mode ends with the outermost.
     class Hold {
     public:
-        // onResume is called from readKey, in the reading thread, after the process was stopped and
-        // continued: the place to draw again what the user was looking at.
+        // readKey calls onResume, in the reading thread, after the process was stopped and
+        // continued. It should draw again what the user was looking at.
         explicit Hold(Terminal& held, std::function<void()> onResume = nullptr);
         Hold(const Hold&) = delete;
         Hold& operator=(const Hold&) = delete;
@@ -45,24 +43,24 @@ public:
     Terminal& operator=(const Terminal&) = delete;
     ~Terminal();
 
-    // One byte, without echo and without waiting for Enter; -1 at the end of input only. Flushes
-    // std::cout before it waits, so that whatever was written so far can be seen.
+    // Returns one byte, without echo and without waiting for Enter; -1 at the end of input only.
+    // Flushes std::cout before it waits, so that the user sees what was written.
     int readKey();
     // True when the last end of input was the loss of the terminal, not the end of a file.
     bool isHungUp() const { return hungUp; }
 
-    // Counted from 1; 0, 0 when the terminal does not answer within 250 ms. Keys that come before
-    // the answer are kept for readKey, and an answer that comes too late never shows up as keys.
-    // Within one hold a terminal that did not answer is not asked again. Nothing is asked unless
-    // standard input and standard output are both terminals; an answer that stands in the input
-    // all the same is taken.
+    // Row and column count from 1. They are 0 when the terminal does not answer within 250 ms; a
+    // terminal that did not answer is not asked again within one hold. Keys that come before the
+    // answer are kept for readKey, and an answer that comes too late does not appear as keys. The
+    // terminal is asked only when standard input and standard output are both terminals; an answer
+    // that is already in the input counts all the same.
     void cursorPosition(unsigned int& row, unsigned int& column);
 
-    // Puts the mode back in spite of the holds, for a command that is about to run. Until one of
-    // them is renewed, only a hold that begins later, or else a single key, takes the mode.
+    // Restores the old mode in spite of the holds, for a command that is about to run. Afterwards a
+    // hold must be renewed, a new one begun, or a single key read, to set key mode again.
     void release();
 
-    // Forgets what was typed ahead, as the terminal itself does on Ctrl+C. For signal handlers and
+    // Drops what was typed ahead, as the terminal itself does on Ctrl+C. For signal handlers and
     // any thread.
     static void dropTypedAhead() noexcept;
 

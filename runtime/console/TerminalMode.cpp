@@ -80,7 +80,7 @@ void onStop(int signal) {
     sigemptyset(&one);
     sigaddset(&one, signal);
     pthread_sigmask(SIG_UNBLOCK, &one, &before);
-    // The process stops here and goes on here.
+    // The process stops here, and continues here.
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     sigaction(signal, &ours, nullptr);
     // A process group without a parent to continue it does not stop, and gets no SIGCONT.
@@ -92,7 +92,7 @@ void onContinue(int /*signal*/) {
     const int savedErrno = errno;
     takeKeyMode();
     const std::uint64_t one = 1;
-    // A full counter already says what there is to say.
+    // The counter is full: the reader has been told already.
     [[maybe_unused]] const ssize_t written = write(continued.load(), &one, sizeof one);
     errno = savedErrno;
 }

@@ -5,8 +5,8 @@
 
 namespace {
 
-// Looked for once, not by every digest; where that failed, by every digest after all. Never freed,
-// since threads may outlive main.
+// Looked up once for all digests; if that failed, by each digest again. Never freed, since threads
+// may outlive main.
 const EVP_MD* sha256() {
     static const EVP_MD* const found = EVP_MD_fetch(nullptr, "SHA256", nullptr);
     return found != nullptr ? found : EVP_sha256();

@@ -6,7 +6,8 @@
 
 #include "FreedBy.h"
 
-// SHA-256 of bytes that arrive in pieces. Movable, not copyable; used by one thread at a time.
+// Calculates the SHA-256 of bytes that arrive in pieces. Movable, not copyable; used by one thread
+// at a time.
 class FileDigest {
 public:
     // Throws CException when the digest cannot be set up.

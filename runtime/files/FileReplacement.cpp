@@ -22,15 +22,15 @@ constexpr int kNameAttempts = 16;
 constexpr std::uint64_t kWriteBehindBytes = std::uint64_t{8} * 1024 * 1024;
 constexpr char kTemporaryPrefix[] = ".kelsh-part-";
 constexpr std::size_t kRandomBytes = 8;
-// The locks of shared file systems may not reach other machines; what nobody has written to for so
-// long is abandoned there.
+// Locks of shared file systems may not reach other machines. There a file is abandoned when nobody
+// has written to it for so long.
 constexpr time_t kSharedAbandonedSeconds = 600;
 
 // Short, so that it fits beside a target whose own name has the full 255 bytes.
 std::string freshTemporaryName() {
     unsigned char random[kRandomBytes] = {};
     if (getrandom(random, sizeof random, 0) != static_cast<ssize_t>(sizeof random)) {
-        throw FileError("Can not get random bytes for a temporary file.");
+        throw FileError("Cannot get random bytes for a temporary file.");
     }
     return kTemporaryPrefix +
            FileDigest::toHex(std::string(reinterpret_cast<char*>(random), sizeof random));
@@ -42,7 +42,7 @@ bool isTemporaryName(const std::string& name) {
            Text::startsWith(name, kTemporaryPrefix);
 }
 
-// Held as long as a temporary file is being made: whoever gets it knows that the maker is gone.
+// A lock held while a temporary file is made. Whoever gets it knows that the maker is gone.
 bool tryLock(int fd) {
     return Posix::retried([&] { return flock(fd, LOCK_EX | LOCK_NB); }) == 0;
 }
@@ -51,8 +51,9 @@ struct DirectoryCloser {
     void operator()(DIR* directory) const { closedir(directory); }
 };
 
-// Removes one temporary file if whoever made it was killed and nobody wrote to it since the time
-// given. Failing leaves a file too many, and no transfer has to fail for that.
+// Removes one temporary file when its maker was killed and nobody has written to it since the time
+// given. A failure is ignored: it leaves one file too many, and the transfer need not fail for
+// that.
 void removeAbandoned(int directory, const std::string& name, time_t untouchedSince) {
     const UniqueFd found(
         openat(directory, name.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -64,14 +65,14 @@ void removeAbandoned(int directory, const std::string& name, time_t untouchedSin
 }
 
 bool isAllZero(const std::string& bytes) {
-    // Each byte equals its neighbour and the first one is zero: as fast as memory, optimised or
-    // not.
+    // True when the first byte is zero and each byte equals the next. This is as fast as memory,
+    // optimised or not.
     return bytes.empty() || (bytes.front() == '\0' &&
                              std::memcmp(bytes.data(), bytes.data() + 1, bytes.size() - 1) == 0);
 }
 
-// A file without a name gets one. AT_EMPTY_PATH needs a privilege; the way through /proc does not,
-// but needs /proc.
+// Gives a name to a file without one. AT_EMPTY_PATH needs a privilege; the way over /proc needs
+// /proc.
 bool linkUnnamed(int fd, int directory, const std::string& name) {
     if (linkat(fd, "", directory, name.c_str(), AT_EMPTY_PATH) == 0) {
         return true;
@@ -97,19 +98,19 @@ FileReplacement::FileReplacement(const std::string& targetPath,
         throw FileError("\"" + path + "\" is a directory.");
     }
     const std::string parent = path.substr(0, std::max<std::size_t>(slash, 1));
-    // From here on everything is relative to this descriptor: renaming the directory meanwhile
-    // cannot lead the content elsewhere.
+    // Everything below is relative to this descriptor, so that renaming the directory meanwhile
+    // does not lead the content elsewhere.
     directory = Posix::open(parent, O_RDONLY | O_DIRECTORY);
     if (!directory) {
         const int error = errno;
-        throw FileError("Can not open the directory \"" + parent + "\": " + std::strerror(error) +
+        throw FileError("Cannot open the directory \"" + parent + "\": " + std::strerror(error) +
                         ".");
     }
     refuseUnfitTarget();
 }
 
 void FileReplacement::sweepAbandoned() const {
-    // The new file tells the time by the clock that stamps the others.
+    // The time comes from the new file, whose clock has also stamped the others.
     struct stat made {};
     if (fstat(file.get(), &made) != 0) {
         return;
@@ -134,7 +135,7 @@ void FileReplacement::sweepAbandoned() const {
 FileReplacement::~FileReplacement() {
     arrived.abandon();
     if (!temporaryName.empty()) {
-        // Nothing is left to be done about a failure here.
+        // A failure cannot be handled here.
         (void)unlinkat(directory.get(), temporaryName.c_str(), 0);
     }
 }
@@ -190,11 +191,11 @@ void FileReplacement::openUnnamed() {
     file.reset(Posix::retried(
         [&] { return openat(directory.get(), ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600); }));
     if (file) {
-        // Before it gets a name. Nobody else can have it yet.
+        // Locked before it gets a name: no other process can hold the lock yet.
         (void)tryLock(file.get());
         return;
     }
-    // What file systems without nameless files say.
+    // The errors of file systems that have no files without a name.
     if (errno != EOPNOTSUPP && errno != EISDIR && errno != ENOENT && errno != EINVAL) {
         fail("create a file beside", errno);
     }
@@ -206,7 +207,7 @@ void FileReplacement::openNamed() {
         file.reset(openat(directory.get(), candidate.c_str(),
                           O_CREAT | O_EXCL | O_NOFOLLOW | O_WRONLY | O_CLOEXEC, 0600));
         if (file) {
-            // Somebody who tidies up may have taken it for abandoned just before.
+            // Another transfer may have taken it for abandoned just before.
             struct stat made {};
             if (tryLock(file.get()) && fstat(file.get(), &made) == 0 && made.st_nlink > 0) {
                 temporaryName = candidate;
@@ -232,7 +233,7 @@ void FileReplacement::consume(std::string& bytes) {
     if (!digester.isRunning()) {
         digest.update(bytes.data(), bytes.size());
     } else {
-        // An abandoned pipe means that the digest has failed, as finish() will tell.
+        // An abandoned pipe means that the digest has failed; finish() reports it.
         (void)arrived.put(bytes);
     }
 }
@@ -248,7 +249,7 @@ std::string FileReplacement::finish() {
 
 void FileReplacement::store(const std::string& bytes) {
     if (isAllZero(bytes)) {
-        // A hole: a sparse image of gigabytes stays as small as it was.
+        // A hole, so that a sparse image of gigabytes stays small.
         written += bytes.size();
         return;
     }
@@ -260,9 +261,9 @@ void FileReplacement::store(const std::string& bytes) {
 }
 
 void FileReplacement::beginWriting() {
-    // The disk works while the rest arrives, instead of all at once in fsync().
+    // The disk writes while the rest arrives, instead of everything in fsync().
     if (written - handedToDisk >= kWriteBehindBytes) {
-        // Only a beginning: what goes wrong is told by fsync().
+        // Failures are ignored here; fsync() reports them.
         (void)sync_file_range(file.get(), static_cast<off_t>(handedToDisk),
                               static_cast<off_t>(written - handedToDisk), SYNC_FILE_RANGE_WRITE);
         handedToDisk = written;
@@ -295,7 +296,7 @@ void FileReplacement::commit(std::uint32_t mode) {
     }
     refuseUnfitTarget();
     holdOldFile();
-    // A new name can be given at once; only a name that exists needs the detour over another.
+    // A new name is given at once. Only an existing name needs the way over another one.
     const bool placed = temporaryName.empty() && linkUnnamed(file.get(), directory.get(), name);
     if (!placed) {
         if (temporaryName.empty()) {
@@ -312,10 +313,10 @@ void FileReplacement::commit(std::uint32_t mode) {
 }
 
 void FileReplacement::holdOldFile() {
-    // O_PATH: needs no permission, and has no effect on whatever it should turn out to be.
+    // O_PATH needs no permission and does nothing to the file, whatever it is.
     oldFile.reset(openat(directory.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
 }
 
 void FileReplacement::fail(const std::string& what, int error) const {
-    throw FileError("Can not " + what + " \"" + path + "\": " + std::strerror(error) + ".");
+    throw FileError("Cannot " + what + " \"" + path + "\": " + std::strerror(error) + ".");
 }

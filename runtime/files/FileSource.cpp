@@ -16,12 +16,12 @@ std::string quoted(const std::string& path) {
     return "\"" + path + "\"";
 }
 
-// The whole of the length unless the file ends before.
+// Reads the whole length, unless the file ends before.
 std::size_t readFully(int fd, char* target, std::size_t length, const std::string& path) {
     const ssize_t got = Posix::readAll(fd, target, length);
     if (got < 0) {
         const int error = errno;
-        throw FileError("Can not read " + quoted(path) + ": " + std::strerror(error) + ".");
+        throw FileError("Cannot read " + quoted(path) + ": " + std::strerror(error) + ".");
     }
     return static_cast<std::size_t>(got);
 }
@@ -40,7 +40,7 @@ FileSource::FileSource(const std::string& sourcePath) : path(sourcePath) {
     file = Posix::open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
     if (!file) {
         const int error = errno;
-        throw FileError("Can not open " + quoted(path) + ": " + std::strerror(error) + ".");
+        throw FileError("Cannot open " + quoted(path) + ": " + std::strerror(error) + ".");
     }
     examine();
 }
@@ -53,7 +53,7 @@ FileSource::FileSource(const std::string& sourcePath, UniqueFd openedFile)
 void FileSource::examine() {
     if (fstat(file.get(), &opened) != 0) {
         const int error = errno;
-        throw FileError("Can not examine " + quoted(path) + ": " + std::strerror(error) + ".");
+        throw FileError("Cannot examine " + quoted(path) + ": " + std::strerror(error) + ".");
     }
     if (S_ISDIR(opened.st_mode)) {
         throw FileError(quoted(path) + " is a directory.");
@@ -64,7 +64,7 @@ void FileSource::examine() {
     total = static_cast<std::uint64_t>(opened.st_size);
     permissions = opened.st_mode & 0777;
     digest = SharedDigest::of(opened);
-    // Only advice: failing changes nothing.
+    // A hint; a failure changes nothing.
     (void)posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
 }
 

@@ -12,23 +12,22 @@
 #include "SideThread.h"
 #include "UniqueFd.h"
 
-// A file on this machine cannot be read or written; the text names it and says why.
+// A file on this machine cannot be read or written. The text names the file and the reason.
 class FileError : public CException {
 public:
     using CException::CException;
 };
 
-// A regular file on its way to the peer: read in pieces as DATA frames, with the digest of all of
-// it, which is made once for all that read the same file at a time. Used by either end that sends a
-// file. Memory is a few pieces, whatever the size. A large file is read and digested a little ahead
-// by a thread of its own, so that reading and sending need not wait for each other. Used by one
-// thread.
+// Reads a regular file in pieces, as DATA frames, and calculates its digest. Threads that read the
+// same file at a time share the digest. Both ends use it to send files. It needs memory for a few
+// pieces, whatever the size. A thread of its own reads and digests a large file a little ahead, so
+// that reading and sending do not wait for each other. Used by one thread.
 class FileSource {
 public:
     // Opens the file. Throws FileError for a relative path, for anything but a regular file (a
-    // symbolic link to one is followed), and where it cannot be opened.
+    // symbolic link to one is followed), and when the file cannot be opened.
     explicit FileSource(const std::string& path);
-    // The same for a file that is open for reading already; path names it in messages.
+    // The same for a file that is open for reading already. Messages call it path.
     FileSource(const std::string& path, UniqueFd opened);
     FileSource(const FileSource&) = delete;
     FileSource& operator=(const FileSource&) = delete;
@@ -37,14 +36,14 @@ public:
     std::uint64_t size() const { return total; }
     // Permission bits only.
     std::uint32_t mode() const { return permissions; }
-    // Of the frames that nextFrame has given out.
+    // The content bytes of the frames returned so far.
     std::uint64_t sentBytes() const { return given; }
 
-    // The next DATA frame, header included; false at the end of the file. Throws FileError when the
-    // file cannot be read or is not the same any more: what was announced must be what is sent.
-    // What the string held is lost, its memory is used again.
+    // Replaces the string with the next DATA frame, header included, and uses its memory again;
+    // false at the end of the file. Throws FileError when the file cannot be read or has changed:
+    // what is sent must be what was announced.
     bool nextFrame(std::string& frame);
-    // The digest; to be called once, after nextFrame returned false.
+    // The digest. Call it once, after nextFrame() returned false.
     std::string finish() { return digest->finish(); }
 
 private:
@@ -62,7 +61,7 @@ private:
     std::uint64_t total = 0;
     std::uint64_t given = 0;
     std::uint32_t permissions = 0;
-    // Belong to the reader while it runs.
+    // The reader alone uses these while it runs.
     std::uint64_t done = 0;
     std::shared_ptr<SharedDigest> digest;
     std::exception_ptr fault;

@@ -10,27 +10,28 @@
 
 #include "FileDigest.h"
 
-// The SHA-256 of a file that is sent to many nodes at a time, each by a thread that reads it for
-// itself: made once, and not once for each of them. Whoever is furthest ahead adds what it has
-// read; the others only pass. So no one waits for a slow one, nor for one that gives up half-way.
+// The SHA-256 of a file that several threads send at a time, each to another node. Every thread
+// reads the file for itself, but the digest is calculated once: the thread that is furthest ahead
+// adds its piece, the others skip it. So no thread waits for a slow one, nor for one that gives up.
 //
-// Everyone sends the bytes that it has read itself. Should these differ from what another has read,
-// the digest is not that of what was sent, and the node refuses the file.
+// Every thread sends the bytes that it has read itself. If they differ from those that were
+// digested, the digest does not match, and the node refuses the file.
 //
-// Safe from any thread. All must add the same pieces, from the first on.
+// Safe from any thread. All threads must add the same pieces, beginning with the first.
 class SharedDigest {
 public:
-    // The one for this state of this file. Who asks keeps the file open for as long as the digest.
+    // The digest for this file in this state. The caller must keep the file open as long as it uses
+    // the digest.
     static std::shared_ptr<SharedDigest> of(const struct stat& file);
 
     SharedDigest() = default;
     SharedDigest(const SharedDigest&) = delete;
     SharedDigest& operator=(const SharedDigest&) = delete;
 
-    // The next piece, which begins at that place in the file. Waits at most until another thread
-    // has digested the piece before. Throws CException.
+    // Adds the piece that begins at this offset. Waits at most until another thread has digested
+    // the piece before. Throws CException.
     void add(std::uint64_t offset, const void* bytes, std::size_t length);
-    // The 32 raw bytes, when all pieces are added. Throws CException.
+    // The 32 raw bytes. Call it when all pieces are added. Throws CException.
     std::string finish();
 
 private:

@@ -59,7 +59,7 @@ std::uint64_t takeNumber(const unsigned char* bytes, int width) {
     return value;
 }
 
-// As many bytes as there are, at most size.
+// Reads up to size bytes, as many as there are.
 std::size_t readAt(int fd, void* bytes, std::size_t size, std::uint64_t offset) {
     const ssize_t got = Posix::readAllAt(fd, bytes, size, static_cast<off_t>(offset));
     if (got < 0) {
@@ -90,7 +90,7 @@ std::string baseName(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-// Plain text is wiped from memory when the buffer dies.
+// The destructor wipes the plain text.
 class SecretBuffer {
 public:
     explicit SecretBuffer(std::size_t size) : bytes(size) {}
@@ -190,12 +190,13 @@ private:
     CipherContext context;
 };
 
-// What the largest chunk needs; most tools are small.
+// Room for the largest chunk of this package; most tools are small.
 std::size_t bufferBytes(const PackageHeader& header) {
     return static_cast<std::size_t>(std::clamp<std::uint64_t>(header.plainSize, 1, kChunkBytes));
 }
 
-// Opens every chunk in order; each goes to outFd (unless it is -1) only once it is authentic.
+// Opens every chunk in order. A chunk goes to outFd (unless that is -1) after it was found
+// authentic.
 void openChunks(int packageFd, const PackageHeader& header, const ToolKey& key, int outFd) {
     ChunkCipher cipher(key, header);
     std::vector<unsigned char> sealed(bufferBytes(header) + kTagBytes);
@@ -233,7 +234,7 @@ void check(int packageFd, const std::string& expectedToolName, const ToolKey& ke
         if (header.toolName != expectedToolName) {
             fail("was made for the tool \"" + header.toolName + "\"");
         }
-        // Told before any work: a size that does not fit needs no deciphering.
+        // Checked before any work: with a wrong size nothing needs to be deciphered.
         if (static_cast<std::uint64_t>(info.st_size) != header.packageSize()) {
             fail("has " + std::to_string(info.st_size) + " bytes instead of " +
                  std::to_string(header.packageSize()));
@@ -271,7 +272,7 @@ void sealFile(int toolFd, std::uint64_t size, PackageHeader& header, const ToolK
     }
 }
 
-// The file that takes the place of another when it is complete, and vanishes when it is not.
+// A file that replaces another when it is complete, and is removed when it is not.
 class Replacement {
 public:
     explicit Replacement(const std::string& path) : target(path), name(path + ".XXXXXX") {
@@ -284,7 +285,7 @@ public:
     Replacement& operator=(const Replacement&) = delete;
     ~Replacement() {
         if (!name.empty() && ::unlink(name.c_str()) != 0) {
-            // Nothing can be done about it here; the file is of no use to anybody.
+            // A failure cannot be handled here; the file is of no use to anybody.
             errno = 0;
         }
     }

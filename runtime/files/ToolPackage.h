@@ -7,8 +7,8 @@
 
 #include "CException.h"
 
-// Packaged tools ("<tool>.enc"): a tool sealed under the cluster's tool key, so that a node's
-// tools/ directory holds nothing that runs by itself and nothing that was changed on its way there.
+// Packaged tools ("<tool>.enc"). A tool is sealed with the cluster's tool key: what lies in a
+// node's tools/ directory cannot be run by itself, and a change to it is noticed.
 //
 // A package is a header, then the tool in chunks of kChunkBytes (the last one shorter; an empty
 // tool has one empty chunk), each followed by its tag of kTagBytes. All numbers are big-endian:
@@ -20,7 +20,7 @@
 // changed header, a flipped bit, chunks cut off, swapped or taken from another package all fail.
 //
 // Every function reads and writes in chunks; none holds a whole tool. All throw CException with a
-// message fit for the user. Nothing here keeps state: any thread may call, each on its own files.
+// message for the user. There is no state: any thread may call, each on files of its own.
 namespace toolpackage {
 
 constexpr std::size_t kKeyBytes = 32;
@@ -34,7 +34,7 @@ constexpr std::uint64_t kMaxPlainBytes = std::uint64_t{1} << 40;
 constexpr std::uint16_t kVersion = 1;
 constexpr char kSuffix[] = ".enc";
 
-// The cluster's tool key; its bytes are wiped when it dies.
+// The cluster's tool key. The destructor wipes its bytes.
 class ToolKey {
 public:
     // bytes must hold exactly kKeyBytes.
@@ -46,7 +46,7 @@ public:
     // Reads a key file: a regular file of exactly kKeyBytes that belongs to the caller or to root
     // and that nobody else may read or write.
     static ToolKey load(const std::string& path);
-    // Makes a new random key in a new file of mode 0600; an existing file is never touched.
+    // Writes a new random key into a new file of mode 0600. Never touches an existing file.
     static void createFile(const std::string& path);
 
     const unsigned char* data() const { return key.data(); }
@@ -71,17 +71,17 @@ bool isToolName(const std::string& name);
 // "romutil" for "romutil.enc"; throws when the name is not that of a package. Takes no path.
 std::string toolNameOf(const std::string& packageName);
 
-// The header as it stands in the file. decodeHeader takes the beginning of a package, as many bytes
-// as there are; more than the header does no harm.
+// The header as the file has it. decodeHeader takes the beginning of a package; bytes behind the
+// header are ignored.
 std::string encodeHeader(const PackageHeader& header);
 PackageHeader decodeHeader(const unsigned char* bytes, std::size_t size);
 
-// Reads the header from the start of a package, whatever the descriptor's position. What it says is
-// not to be trusted before unpack or verify has returned.
+// Reads the header from the start of a package, whatever the descriptor's position. Do not trust
+// its content before unpack or verify has returned.
 PackageHeader readHeader(int packageFd);
 
 // Packs the file toolPath under its own base name into outPath, which is replaced as a whole or
-// not at all. Mode 0644: the content is sealed.
+// not at all. Its mode is 0644, since the content is sealed.
 void pack(const std::string& toolPath, const ToolKey& key, const std::string& outPath);
 
 // Checks the whole package and writes the plain tool to outFd, from its current position on.

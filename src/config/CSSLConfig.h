@@ -21,8 +21,8 @@ public:
     std::string getPublicKeyFile() const;
     std::string getCertificateFile() const;
 
-    // Set on the process-wide instance, the private key's name also becomes the one that every
-    // later SSLClient uses; on any other object it is a mere field.
+    // On the process-wide instance, the private key's name is also used by every later SSLClient.
+    // On another object it is only a field.
     void setPrivateKeyFile(std::string fileName);
     void setPublicKeyFile(std::string fileName);
     void setCertificateFile(std::string fileName);

@@ -20,8 +20,8 @@
 
 namespace {
 
-// Null when there is nothing to read. A directory can be opened, but that is all: it counts as a
-// file that can not be opened.
+// Null when the file cannot be read. A directory can be opened but not read; it counts as a file
+// that cannot be opened.
 Posix::File openForReading(const char* fileName) {
     Posix::File file = Posix::openFile(fileName, "re");
     struct stat status {};
@@ -39,7 +39,7 @@ std::string unreadable(const std::string& fileName, const char* purpose) {
 constexpr char kAnyPurpose[] = "";
 constexpr char kSslPurpose[] = " for SSL configuration";
 
-// False for a key that no field answers to.
+// False for an unknown key.
 bool setSslField(const std::string& key, const std::string& value) {
     CSSLConfig* config = CSSLConfig::getInstance();
     if (key == "PRIVATE_KEY_FILE") {
@@ -91,7 +91,7 @@ void CShellConfigReader::readCmdConfig(const char* fileName, CShellExecutionCont
         return;
     }
     readCmdConfig(file.get(), context, errors);
-    // A file that is not there is no fault; one that breaks off is.
+    // A missing file is no fault. A file that cannot be read to its end is one.
     if (std::ferror(file.get()) != 0) {
         errors->addError(0, unreadable(fileName, kAnyPurpose));
     }

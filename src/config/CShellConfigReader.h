@@ -9,31 +9,31 @@ class CShellCommandSet;
 class CShellExecutionContext;
 class ConfigErrorCollector;
 
-// Reads the shell's configuration files into the execution context, and keeps the node file in step
-// with it. No content fault stops a reader: each is recorded in the collector with its line, the
-// faulty object is dropped, and reading goes on. Nothing is thrown for them. Main thread only.
+// Reads the shell's configuration files into the execution context, and writes the node file. A
+// fault in the content stops no reader: it is recorded in the collector with its line, the faulty
+// object is dropped, and reading continues. Nothing is thrown for it. Main thread only.
 class CShellConfigReader {
 public:
     // Reads the three files that the context names. The SSL file comes first, because reading the
     // node file contacts the agents; its findings are nevertheless recorded last.
     static void readConfig(CShellExecutionContext& context, ConfigErrorCollector* errors);
 
-    // Nodes and groups. Every node's agent is asked for its MAC address, up to 64 at once; an agent
-    // that can not be reached or reports another address is a warning (level 1). A file that can
-    // not be read is an error at line 0.
+    // Nodes and groups. Every node's agent is asked for its MAC address, up to 64 at once. An agent
+    // that cannot be reached or reports another address is a warning (level 1). A file that cannot
+    // be read is an error at line 0.
     static void readNodeConfig(const char* fileName, CShellExecutionContext& context,
                                ConfigErrorCollector* errors);
     // The stream stays the caller's, here and below.
     static void readNodeConfig(FILE* stream, CShellExecutionContext& context,
                                ConfigErrorCollector* errors);
 
-    // Command sets and commands. A file that can not be opened is no fault.
+    // Command sets and commands. A file that cannot be opened is no fault.
     static void readCmdConfig(const char* fileName, CShellExecutionContext& context,
                               ConfigErrorCollector* errors);
     static void readCmdConfig(FILE* stream, CShellExecutionContext& context,
                               ConfigErrorCollector* errors);
 
-    // The key and certificate files, into CSSLConfig::getInstance(). All findings stand at line 0.
+    // The key and certificate files, into CSSLConfig::getInstance(). All findings have line 0.
     static void readSslConfig(const char* fileName, ConfigErrorCollector* errors);
     static void readSslConfig(FILE* stream, ConfigErrorCollector* errors);
 
@@ -56,5 +56,5 @@ public:
     static void correctNodeConfig(CShellExecutionContext& context, CNode* node);
 };
 
-// CShellConfigReader::resolveOptionToken under the name of its own.
+// The same as CShellConfigReader::resolveOptionToken.
 std::list<std::string> resolveOptionToken(std::string token);

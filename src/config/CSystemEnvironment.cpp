@@ -16,7 +16,7 @@ struct Installation {
     InstallPath kelnode;
 };
 
-// Made on first use and never destroyed: workers abandoned at exit may still ask for it.
+// Made on first use and never destroyed: workers that are left at exit may still use it.
 Installation& installation() {
     static Installation* const instance = new Installation;
     return *instance;

@@ -2,13 +2,13 @@
 
 #include <string>
 
-// Where the shell's own files (KELSH_PATH) and the node agent's files (KELNODE_PATH) are
-// installed. Every path ends in "/"; nothing else about a value is checked.
-// The state belongs to the process, not to the object, and is guarded by a lock, so objects may be
-// made on any thread. reload() reads the environment: nobody may change it at the same time.
+// Where the files of the shell (KELSH_PATH) and of the agent (KELNODE_PATH) are installed. Every
+// path ends in "/"; nothing else about a value is checked. The state belongs to the process and is
+// guarded by a lock, so any thread may make objects. reload() reads the environment; nobody may
+// change that at the same time.
 class CSystemEnvironment {
 public:
-    // Reads the environment anew, as reload() does.
+    // Reads the environment, as reload() does.
     CSystemEnvironment();
 
     void reload();

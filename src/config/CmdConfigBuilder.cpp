@@ -96,7 +96,7 @@ std::unique_ptr<CShellCommandSet> CmdConfigBuilder::createSet(const CmdSetBlock&
         valid = valid && parent != nullptr;
     }
     unsigned int timeOut = 0;
-    // Its time-out alone does not cost the set: the commands then run with the default.
+    // A faulty time-out does not refuse the set: its commands use the default.
     static_cast<void>(resolveTimeOut(block.line, block.timeout, timeOut));
     if (!valid) {
         return nullptr;
@@ -118,7 +118,7 @@ void CmdConfigBuilder::attach(int line, std::unique_ptr<CShellCommandSet> set,
         errors->addError(line, error.getErrMsg());
         return;
     }
-    // From here on the parent or, for a root, the context owns it.
+    // Now the parent owns it or, for a root, the context.
     context.addCommandSet(set.release());
 }
 
@@ -207,7 +207,8 @@ bool CmdConfigBuilder::checkCommandLines(const CmdBlock& block) {
     return false;
 }
 
-// Milliseconds. A value that converts to zero passes only while it is at most one character long.
+// Milliseconds. A value that converts to zero is accepted only when it is at most one character
+// long.
 bool CmdConfigBuilder::resolveTimeOut(int line, const std::string& value, unsigned int& timeOut) {
     errno = 0;
     // "12s" is 12, "x" is 0, "00" and "abc" are faults; docs/compatibility.md.

@@ -12,11 +12,11 @@ class ConfigErrorCollector;
 struct CmdBlock;
 struct CmdSetBlock;
 
-// The second pass over a command file: checks each block and turns the sound ones into command sets
-// and commands in the context's tree. Every fault is recorded at the line of its block, those of
-// commands whose set is refused included. A faulty set is refused with its commands, a faulty
-// command is left out of its set, a faulty option out of its command; a faulty time-out of a set
-// alone leaves the set without one. Main thread.
+// The second pass over a command file: checks each block and adds command sets and commands to the
+// context's tree. Every fault is recorded at the line of its block, also those of commands whose
+// set is refused. A faulty set is refused with its commands, a faulty command is left out of its
+// set, a faulty option out of its command. A set with a faulty time-out is kept without one. Main
+// thread.
 class CmdConfigBuilder {
 public:
     // Neither is owned; both must outlive the object.

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-// One [cmd] section as it stands in the file.
+// One [cmd] section of the file, unchecked.
 struct CmdBlock {
     int line = 0;  // of its first setting
     std::string name;
@@ -34,9 +34,9 @@ struct CmdSetBlock {
 };
 
 // The first pass over a command file: collects its sections in file order, checks nothing. A
-// section without settings leaves no block. Where that is a [cmdset] with commands below it, a
-// nameless block is made for them at the line of the first one, so that the set is refused with a
-// message and the commands do not vanish in silence.
+// section without settings makes no block. When that is a [cmdset] with commands below it, a block
+// without a name is made for them at the line of the first command, so that the set is refused with
+// a message.
 class CmdConfigFile {
 public:
     // The stream stays the caller's.

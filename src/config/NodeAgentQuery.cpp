@@ -34,7 +34,7 @@ NodeAgentAnswer askNodeAgent(const CNode& node) {
 
 namespace {
 
-// One asking of all nodes.
+// One round of questions to all nodes.
 class Survey {
 public:
     Survey(const std::vector<const CNode*>& all, const NodeAgentQuery& how, std::size_t most)
@@ -55,7 +55,7 @@ public:
     }
 
 private:
-    // Asks these side by side; returns the ones that the network has not answered yet.
+    // Asks these nodes at the same time; returns those that the network has not answered yet.
     std::vector<std::size_t> ask(const std::vector<std::size_t>& due) {
         std::mutex mutex;
         std::vector<std::size_t> pending;
@@ -72,7 +72,7 @@ private:
         return pending;
     }
 
-    // False when the node is to be asked again.
+    // False when the node must be asked again.
     bool askOne(std::size_t index) {
         try {
             const DialPatience patience{std::chrono::milliseconds(kAgentSilenceMs)};
@@ -80,7 +80,8 @@ private:
         } catch (const ChannelError& failure) {
             return failure.kind() != ChannelError::Kind::kPending;
         } catch (...) {
-            // Whatever went wrong, the node could not be asked; nothing may leave a thread.
+            // The node could not be asked, for whatever reason. Nothing may be thrown out of a
+            // thread.
             answers[index] = NodeAgentAnswer();
         }
         return true;
@@ -95,7 +96,7 @@ private:
                 threads.emplace_back(work);
             }
         } catch (const std::system_error&) {
-            // Out of threads: those that run, and this one, do it all.
+            // No more threads: the running ones and this one do the work.
         }
         work();
         for (std::thread& thread : threads) {
@@ -103,7 +104,7 @@ private:
         }
     }
 
-    // Waits until at least one need not be waited for any more; takes those out of the list.
+    // Waits until at least one node can be asked again, and removes those from the list.
     std::vector<std::size_t> takeAnswered(std::vector<std::size_t>& silent) const {
         std::vector<std::string> peers;
         peers.reserve(silent.size());
@@ -113,7 +114,7 @@ private:
         }
         std::vector<std::size_t> places = ParkedDials::instance().awaitAnswers(peers);
         std::vector<std::size_t> answered;
-        // From the end, so that the places before stay right.
+        // From the end, so that the indexes before stay valid.
         for (auto place = places.rbegin(); place != places.rend(); ++place) {
             answered.push_back(silent[*place]);
             silent.erase(silent.begin() + static_cast<std::ptrdiff_t>(*place));
@@ -131,7 +132,7 @@ private:
 
 std::vector<NodeAgentAnswer> askNodeAgents(const std::vector<const CNode*>& nodes,
                                            const NodeAgentQuery& query, std::size_t mostAtOnce) {
-    // Made here if not yet: the instance must not come into being on several threads at once.
+    // Made here at the latest: several threads must not make the instance at once.
     static_cast<void>(CSSLConfig::getInstance());
     return Survey(nodes, query, mostAtOnce).run();
 }

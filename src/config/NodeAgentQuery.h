@@ -7,7 +7,7 @@
 
 #include "CNode.h"
 
-// What the agent of one node had to say about itself.
+// What the agent of a node says about itself.
 struct NodeAgentAnswer {
     bool connected = false;
     std::string mac;  // as the agent reports it, trimmed; empty when it cannot tell
@@ -24,11 +24,11 @@ constexpr std::size_t kMaxAgentQueries = 64;
 // Milliseconds for one node, connection and answer together.
 constexpr unsigned int kAgentQueryTimeOutMs = 3000;
 
-// Milliseconds after which a node that does not answer makes room for others, while it is still
-// being dialled: hundreds of silent nodes cost the time of one.
+// After this many milliseconds a node that does not answer makes room for others, while it is still
+// being dialled. So hundreds of silent nodes cost the time of one.
 constexpr unsigned int kAgentSilenceMs = 25;
 
-// The real thing: a connection with the certificate of CSSLConfig. Throws CException when there is
+// The real query: a connection with the certificate of CSSLConfig. Throws CException when there is
 // no connection or no answer within the limit.
 NodeAgentAnswer askNodeAgent(const CNode& node);
 

@@ -27,7 +27,7 @@ public:
     void read(FILE* stream);
 
 private:
-    // A recorded fault, or the place of what a node's agent will say.
+    // A recorded fault, or the place for what a node's agent will answer.
     struct Finding {
         int line;
         std::string message;
@@ -46,6 +46,6 @@ private:
     NodeAgentQuery query;
     std::size_t mostQueries;
     std::vector<Finding> findings;
-    // Nodes that were refused; their agents are asked all the same.
+    // Refused nodes. Their agents are asked all the same.
     std::vector<std::unique_ptr<CNode>> refused;
 };

@@ -95,13 +95,13 @@ bool copyCorrected(FILE* from, FILE* to, const CNode& node) {
     return true;
 }
 
-// Gives the copy the owner and the mode of the original and brings it to the disk.
+// Gives the copy the owner and mode of the original and flushes it to the disk.
 bool takeOver(const struct stat& original, int fd) {
     struct stat copy {};
     if (::fstat(fd, &copy) != 0) {
         return false;
     }
-    // Who may write here without being the owner keeps the file up to date as his own.
+    // A user who may write here without owning the file makes it his own.
     if ((copy.st_uid != original.st_uid || copy.st_gid != original.st_gid) &&
         ::fchown(fd, original.st_uid, original.st_gid) != 0 && errno != EPERM) {
         return false;
@@ -173,7 +173,7 @@ bool NodeConfigWriter::fillCopy(FILE* from, const Rewrite& rewrite) const {
         complain("Fail to open: ", fileName);
         return false;
     }
-    // A leftover copy, or a link laid in its place, must not be written through.
+    // Never writes through a leftover copy or through a link in its place.
     if (::unlink(copyName.c_str()) != 0 && errno != ENOENT) {
         complain("Fail to open: ", copyName);
         return false;

@@ -6,8 +6,8 @@
 
 class CNode;
 
-// A finding about a node of the node file, made by asking its agent; a warning, since a node may be
-// off. Who reads a collector's list tells it from the others by its type.
+// A warning about a node of the node file whose agent was asked; the node may just be switched off.
+// Readers of a collector's list recognise it by its type.
 class NodeWarning : public ConfigError {
 public:
     // The agent did not answer.

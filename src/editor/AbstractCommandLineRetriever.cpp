@@ -315,7 +315,7 @@ void AbstractCommandLineRetriever::scrollWhenWrappedOnLastRow() {
     }
 }
 
-// Without a copy of the text: this is asked for every key.
+// Does not copy the text, since it is called for every key.
 std::int64_t AbstractCommandLineRetriever::lineLength() {
     const std::ostringstream::pos_type cursor = line.tellp();
     line.seekp(0, std::ios::end);
@@ -341,7 +341,7 @@ void AbstractCommandLineRetriever::moveOver(std::int64_t count) {
         putRight();
         moveRightInConsole(&cursorPos);
     }
-    // A text put in before the line was begun is in the line but not on the screen.
+    // Text that was added before the line was begun is in the line but not on the screen.
     cursorIndex = std::min(cursorIndex, lineLength());
     line.seekp(cursorIndex);
 }
@@ -391,8 +391,8 @@ void AbstractCommandLineRetriever::drawAndReturn(const std::string& cells, unsig
         putRight();
     }
     if (filled && !leftFilled && row == endRow && column == endColumn) {
-        // A terminal that has filled the last column still stands on it, but would write the next
-        // character on the next line. Moving takes that back.
+        // After the last column a terminal keeps its cursor there, but writes the next character on
+        // the next line. A movement ends that state.
         putLeft();
         putRight();
     }

@@ -39,21 +39,20 @@ public:
 
     // Appends to the line without drawing anything.
     void keyIn(std::string s);
-    // To be called when the cursor has just moved one cell right; goes on to the next screen line
-    // where the line wraps. *pos is the column counted across screen lines.
+    // Call it when the cursor has just moved one cell right. Moves on to the next screen line where
+    // the line wraps. *pos is the column counted across screen lines.
     void moveRightInConsole(unsigned int* pos);
     // Moves the cursor one cell left, from the first column of a wrapped line to the end of the
     // screen line above. Does nothing for null and at position 0.
     void moveIndexLeftInConsole(unsigned int* pos);
     // Blanks the n cells before the cursor and moves there.
     void erase(int n);
-    // Takes over the size of the terminal on standard input; 25 rows and 80 columns where it is not
-    // known.
+    // Reads the size of the terminal on standard input; 25 rows and 80 columns when it is unknown.
     static void handleWindowSizeChange(int signal);
 
     // Reads one line and returns it without its line feed, which is not drawn. Installs
-    // handleWindowSizeChange for SIGWINCH. At the end of input returns what stands on the line;
-    // when the terminal has gone away, nothing: nobody has confirmed a line that lost its Enter.
+    // handleWindowSizeChange for SIGWINCH. At the end of input returns the text typed so far. When
+    // the terminal is gone returns nothing, since the user has not confirmed the line.
     std::string getCommandLine();
     // Whether the last line was ended by the end of input and not by a line feed.
     bool isEndOfInput() const { return endOfInput; }
@@ -64,7 +63,7 @@ protected:
     std::int64_t cursorIndex = 0;
     std::ostringstream line;
 
-    // What stands before the line, to draw it again when the stopped shell is continued.
+    // The prompt, to draw it again when the stopped shell continues.
     std::string shownPrompt;
 
     // Makes text the whole content of the line, with the put position at index.

@@ -13,8 +13,8 @@ namespace {
 const std::string kLevelCommand = "cd";
 const std::string kLevelPrefix = "cd ";
 
-// A line that begins with "cd" but not with "cd " names a level only when what is offered for it
-// are not commands.
+// A line that begins with "cd" but not with "cd " names a level only when the candidates are not
+// commands.
 bool completesLevel(const std::string& text, const std::list<std::string>& candidates) {
     return Text::startsWith(text, kLevelPrefix) ||
            (Text::startsWith(text, kLevelCommand) && !candidates.empty() &&
@@ -71,7 +71,7 @@ void AutoHistoryCommandLineRetriever::downPressed() {
     }
     historyIndex = historyIndex == 0 ? fresh : historyIndex + 1;
     eraseLine();
-    // There is no entry at the fresh line's place, hence the empty line.
+    // The fresh line has no entry, so this gives the empty line.
     adjustCursorIndexAndPosition(history->getCmd(historyIndex));
 }
 
@@ -114,7 +114,7 @@ void AutoHistoryCommandLineRetriever::eraseLine() {
     erase(static_cast<int>(length));
 }
 
-// Takes the line apart, asks for candidates, and moves the terminal cursor to the end of the line.
+// Splits the line, asks for candidates, and moves the terminal cursor to the end of the line.
 AutoHistoryCommandLineRetriever::Completion AutoHistoryCommandLineRetriever::beginCompletion() {
     Completion completion;
     completion.text = line.str();

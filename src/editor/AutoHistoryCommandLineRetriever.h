@@ -26,20 +26,20 @@ public:
     void printCommandPrompt();
     // "[host/level(n)]$ "
     void printCommandPrompt(unsigned int n);
-    // Draws the text and makes it the whole line, with the cursor at its end. The caller has erased
-    // what was drawn before.
+    // Draws the text and makes it the whole line, with the cursor at its end. Before, the caller
+    // must erase what was drawn.
     void adjustCursorIndexAndPosition(std::string text);
 
 protected:
     CShellExecutionContext* executionContext;
     CCmdHistory* history;
     CShellExecutionContextAutoCompleteAdapter* autoCompleteAdapter;
-    // 0 while the user does not browse; otherwise the entry shown, or one more than there are for
-    // the fresh line below the newest, or two more after trying to go further.
+    // 0 while the user does not browse. Otherwise the number of the entry shown; one more than
+    // there are entries for the fresh line below the newest, two more after Down on that line.
     unsigned int historyIndex = 0;
 
 private:
-    // The line taken apart for completion. The terminal cursor stands at its end.
+    // The parts of the line for completion. The terminal cursor is at its end.
     struct Completion {
         std::string text;  // the whole line
         std::string head;  // before the cursor

@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-// The command lines entered since the shell started, oldest first. Neither limits nor filters what
-// it is given. Main thread only.
+// The command lines entered since the shell started, oldest first. It has no limit and drops
+// nothing. Main thread only.
 class CCmdHistory {
 public:
     CCmdHistory() = default;

@@ -18,9 +18,8 @@ public:
         const CShellExecutionContextAutoCompleteAdapter&) = delete;
     virtual ~CShellExecutionContextAutoCompleteAdapter();
 
-    // The candidates in the order described above, neither sorted across the three kinds nor freed
-    // of duplicates. Commands may equal the typed text; a set must be longer than what follows
-    // "cd ", and is offered by its bare name.
+    // The candidates in the order above, not sorted, duplicates included. Commands may equal the
+    // typed text; a set must be longer than the text after "cd ", and is offered by its bare name.
     std::list<std::string> getPossibleCommandList(std::string typed);
 
 private:

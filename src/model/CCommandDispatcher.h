@@ -7,11 +7,11 @@ class CShellCommand;
 class CShellCommandSet;
 class ConfigErrorCollector;
 
-// The index that turns a typed line, read at some level of the command tree, into the command to
-// run. Keys are full paths: "/a/b/c" for command c of a set with path "/a/b", the bare name for a
-// command of the root "BASIC".
+// Finds the command that a typed line calls at some level of the command tree. Keys are full paths:
+// "/a/b/c" for command c of a set with path "/a/b", the bare name for a command of the root
+// "BASIC".
 //
-// Does not own the sets: a set is unregistered before it is destroyed. Main thread only.
+// Does not own the sets: unregister a set before it is destroyed. Main thread only.
 class CCommandDispatcher {
 public:
     CCommandDispatcher();
@@ -19,11 +19,11 @@ public:
     CCommandDispatcher& operator=(const CCommandDispatcher&) = delete;
     virtual ~CCommandDispatcher();
 
-    // Enters every command of the set, or none: throws CAlreadyExistException when one carries the
-    // name of a command of the root "BASIC", or when its key belongs to another set. A name that
-    // merely occurs in two other sets is fine.
+    // Adds every command of the set, or none: throws CAlreadyExistException when one has the name
+    // of a command of the root "BASIC", or when its key belongs to another set. Two other sets may
+    // have a name in common.
     void registerCommand(CShellCommandSet* set);
-    // Takes out every entry of the set; returns how many there were.
+    // Removes every entry of the set; returns how many there were.
     int unregisterCommand(CShellCommandSet* set);
 
     // The line without its leading path, trimmed: "reset -f /tmp/x" for "a/b/reset -f /tmp/x". A
@@ -46,8 +46,8 @@ private:
     // for one of its commands; null when there is none. text becomes the command and its options.
     CShellCommandSet* findSet(const std::string& prefix, const std::string& typed,
                               std::string& text) const;
-    // For lines whose command words are no key because they hold option-like words themselves: asks
-    // the sets whose keys stand in front of the whole text. Gives up at the first finding.
+    // For lines whose command words are no key, since the name itself holds words like options:
+    // asks the sets whose keys begin the whole text. Stops at the first finding.
     CShellCommand* findByKeyInFront(const std::string& whole, std::string& text,
                                     ConfigErrorCollector* errors) const;
 

@@ -6,8 +6,8 @@
 class CNode;
 class CNodeGroup;
 
-// The request of one command: its text, its target nodes and its time-out. A plain record that one
-// thread uses; the nodes belong to the shell execution context and must outlive it.
+// The request of one command: text, target nodes and time-out. Used by one thread. The nodes belong
+// to the shell execution context and must outlive it.
 class CCommandExecutionContext {
 public:
     CCommandExecutionContext();

@@ -9,8 +9,8 @@
 
 namespace {
 
-// Where the value begins that follows the name in the line, or npos. Only the first occurrence of
-// the name is looked at.
+// Returns where the value behind the name begins in the line, or npos. Only the first occurrence of
+// the name counts.
 std::string::size_type valueStart(const std::string& line, const std::string& dashedName) {
     const std::string::size_type found = line.find(dashedName);
     if (found == std::string::npos) {
@@ -103,7 +103,7 @@ std::string CCommandOption::getOptionValue(std::string line) const {
     if (start == std::string::npos) {
         return "";
     }
-    // The blank in front makes a value that begins with a dash come out empty.
+    // With the blank in front, a value that begins with a dash becomes empty.
     std::string value = " " + line.substr(start);
     value = value.substr(0, value.find(" -"));
     CUtil::trim(value);

@@ -35,11 +35,10 @@ public:
     // hold blanks. "" when the option takes no value or is not in the line.
     std::string getOptionValue(std::string line) const;
 
-    // Removes every occurrence of this option, and of its value, from the line; tells whether there
-    // was one. The line comes back with single blanks between its words, and words that hold
-    // blanks in double quotes.
-    // Throws CException, leaving the line as it was, when a compulsory option is missing or when an
-    // option's value is.
+    // Removes every occurrence of this option, and of its value, from the line; returns whether
+    // there was one. Afterwards the line has single blanks between its words, and words that hold
+    // blanks are in double quotes. Throws CException, leaving the line as it was, when a compulsory
+    // option or the value of an option is missing.
     bool processOption(std::string* line) const;
 
 private:

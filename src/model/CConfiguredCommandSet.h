@@ -4,8 +4,8 @@
 
 #include "CShellCommandSet.h"
 
-// A command set of the command configuration file. Its commands may be followed by options, which
-// reach the configured command line as they were typed. Ownership and threads as in the base.
+// A command set of the command configuration file. Options typed behind one of its commands are
+// appended to the configured command line as they were typed. Ownership and threads as in the base.
 class CConfiguredCommandSet : public CShellCommandSet {
 public:
     CConfiguredCommandSet(std::string setName, std::string text);

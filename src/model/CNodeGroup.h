@@ -5,35 +5,35 @@
 
 #include "CNode.h"
 
-// A named collection of nodes and of other groups, each in the order added. Owns none of its
-// members: they belong to the execution context and must outlive the group's use of them.
-// Main thread only while it is built; read-only afterwards.
+// A named list of nodes and of other groups, each in the order added. It owns none of them: they
+// belong to the execution context and must outlive the group's use of them. Built on the main
+// thread, only read afterwards.
 class CNodeGroup {
 public:
     explicit CNodeGroup(std::string groupName);
     virtual ~CNodeGroup();
 
     std::string getName() const;
-    // The live lists: not to be kept past the group's life.
+    // The lists themselves. Do not keep them beyond the life of the group.
     std::list<CNode*>& getNodes();
     const std::list<CNode*>& getNodes() const;
     std::list<CNodeGroup*>& getNodeGroups();
     const std::list<CNodeGroup*>& getNodeGroups() const;
 
-    // Both throw CAlreadyExistException when a member of that name is there already (names are
-    // compared byte for byte, whatever object bears them); the list is then unchanged.
+    // Both throw CAlreadyExistException when a member of that name is there (names are compared
+    // byte for byte); the list is then unchanged.
     void addNode(CNode* node);
     void addGroup(CNodeGroup* group);
 
-    // Every entry equal to the pointer goes; a pointer that is no member is no fault.
+    // Removes every entry equal to the pointer. A pointer that is no member is ignored.
     void removeNode(CNode* node);
     void removeGroup(CNodeGroup* group);
     void removeAllNodes();
     void removeAllGroups();
 
-    // Throws CAlreadyExistException when target is reachable from this group. Only a cycle through
-    // target is found; no set of visited groups is kept, so a cycle elsewhere below must be ruled
-    // out first by starting on its own members.
+    // Throws CAlreadyExistException when target can be reached from this group. It does not
+    // remember the groups it has visited and finds only a circle through target: check the members
+    // first to rule out other circles.
     void checkRecursiveReference(CNodeGroup* target);
     // The same with this group as the target.
     void startCheckingRecursiveReference();

@@ -9,10 +9,10 @@
 class CShellCommandSet;
 class ConfigErrorCollector;
 
-// A named entry of a command set: what is run, where, with which options, for how long, and whether
-// the user must confirm it. Built by one thread, then only read, by as many threads as like.
+// A command of a command set: what is run, where, with which options, for how long, and whether the
+// user must confirm it. Built by one thread; any number of threads may read it afterwards.
 //
-// Owns its options. The set that holds the command is not owned; the set keeps that pointer right.
+// Owns its options. Does not own its set; the set keeps that pointer right.
 class CShellCommand {
 public:
     // A command with lines of its own for 32-bit and 64-bit nodes. White space in the name, the
@@ -54,9 +54,9 @@ public:
     std::string getCommandConfirmMessage() const;
 
     // Takes ownership. Throws CAlreadyExistException when an option of the same short or long name
-    // is there; the new option then stays the caller's.
+    // is there; the caller then keeps the new one.
     void addOption(CCommandOption* option);
-    // Hand one or all options back to the caller, who deletes them.
+    // Return one or all options to the caller, who deletes them.
     void removeOption(CCommandOption* option);
     void removeOptions();
     // A copy of the list, in the order added; the options still belong to the command.

@@ -19,7 +19,7 @@ namespace {
 
 const char kDefaultConfirmMessage[] = "Do you really want to execute this command?";
 
-// "uname -i" answers at once or not at all.
+// Enough for "uname -i", which answers at once or not at all.
 constexpr unsigned kPlatformQueryTimeOutMs = 5000;
 
 enum Platform { k32Bit = 0, k64Bit = 1, kUnknownPlatform = 2 };

@@ -40,11 +40,11 @@ public:
     void setParentCommand(CShellCommandSet* set);
     bool hasParentCommandSet() const;
 
-    // The list itself, in the order added. Use the operations below to change it: they keep the
-    // back-pointers right.
+    // The list itself, in the order added. Change it with the operations below only: they keep the
+    // pointers to set and parent right.
     std::list<CShellCommandSet*>& getChildCommands();
     const std::list<CShellCommandSet*>& getChildCommands() const;
-    // The map itself, name to command. The same holds.
+    // The map itself, from name to command. The same holds.
     std::map<std::string, CShellCommand*>& getSupportedCommands();
     const std::map<std::string, CShellCommand*>& getSupportedCommands() const;
 
@@ -65,16 +65,16 @@ public:
     bool operator==(const CShellCommandSet& other) const;
 
     // Takes ownership. Throws CException for a child that has a parent or would close a circle, and
-    // CAlreadyExistException for a second child of one name; the child then stays the caller's.
+    // CAlreadyExistException for a second child of one name; the caller then keeps the child.
     void addChildCommand(CShellCommandSet* child);
-    // Hand the child, or all children, back to the caller, without a parent.
+    // Return the child, or all children, to the caller, without a parent.
     void removeChildCommand(CShellCommandSet* child);
     void removeAllChildCommands();
 
-    // Takes ownership. Throws CAlreadyExistException for a second command of one name, which then
-    // stays the caller's.
+    // Takes ownership. Throws CAlreadyExistException for a second command of one name; the caller
+    // then keeps it.
     void addSupportedCommand(CShellCommand* cmd);
-    // Hands the command back to the caller, without a set.
+    // Returns the command to the caller, without a set.
     void removeSupportedCommand(std::string commandName);
 
     // By name, its white space made neat first.
@@ -95,7 +95,7 @@ public:
     // The help text of the set and of everything below it.
     std::string getUsage() const;
 
-    // What holds for the text typed at this level: a command name, or a path, name and options.
+    // The settings for the text typed at this level: a command name, or a path, name and options.
     // Without such a command: NO, "", 0, and MASTER with a warning on standard output.
     CONFIRM_TYPE_ENUM getCommandConfirmType(std::string typed) const;
     std::string getCommandConfirmMessage(std::string typed) const;
@@ -119,8 +119,8 @@ private:
 
     std::string name;
     CShellCommandSet* parent = nullptr;
-    // The set whose child list holds this one, which then outlives it. The parent alone, which
-    // anybody may set, may be gone before this set is.
+    // The set whose child list holds this one; it outlives this one. parent, which anybody may set,
+    // may be destroyed before.
     CShellCommandSet* owner = nullptr;
     CONFIRM_TYPE_ENUM confirmType = NO;
     std::string confirmMessage;

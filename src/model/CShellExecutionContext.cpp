@@ -21,8 +21,8 @@ constexpr char kBasicSetName[] = "BASIC";
 constexpr char kVersionFile[] = "kelsh_version.cfg";
 constexpr char kGap[] = "   ";
 
-// Contexts that live without version information. Only the first of them says so: the scratch
-// contexts that validation makes beside the shell's own would only repeat it.
+// How many living contexts have no version information. Only the first reports it; the scratch
+// contexts of a validation would only repeat it.
 int contextsWithoutVersion = 0;
 
 CShellCommandSet* findSet(const std::list<CShellCommandSet*>& sets, const std::string& name) {
@@ -42,7 +42,7 @@ void appendSetName(std::string& text, CShellCommandSet& set) {
     text += "[" + set.getCommandSetName() + "]" + kGap;
 }
 
-// A set or node entered twice is deleted once.
+// Deletes each set or node once, even when it was entered twice.
 template <class Owned>
 void deleteAll(const std::list<Owned*>& owned) {
     const std::set<Owned*> distinct(owned.begin(), owned.end());
@@ -79,7 +79,7 @@ void CShellExecutionContext::loadVersion() {
             versionConfig = std::make_shared<const CVersionConfig>(place.c_str());
             return;
         } catch (const CException&) {
-            // The next place may have it; what remains missing is reported below.
+            // The next place may have it. A file that is still missing is reported below.
             continue;
         }
     }

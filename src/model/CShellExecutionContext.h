@@ -18,12 +18,11 @@ class ConfigErrorCollector;
 // nodes and the groups. Main thread only.
 class CShellExecutionContext {
 public:
-    // Loads kelsh_version.cfg from the working directory or, failing that, from under KELSH_PATH
-    // when that is set. A failure is reported on standard output, unless another context that lives
-    // has reported it already.
+    // Loads kelsh_version.cfg from the working directory or else from KELSH_PATH when that is set.
+    // A failure is reported on standard output, unless another living context has reported it.
     CShellExecutionContext();
-    // One in which a set runs a single command of its own: knows no version, reports nothing, and
-    // may live on a worker's thread.
+    // A context in which a set runs a single command of its own. It knows no version, reports
+    // nothing, and may be used on a worker's thread.
     struct Temporary {};
     explicit CShellExecutionContext(Temporary);
     CShellExecutionContext(const CShellExecutionContext&) = delete;
@@ -47,8 +46,8 @@ public:
     std::string getSslCfgFileName() const;
     void setSslCfgFileName(std::string fileName);
 
-    // Registers the set with the dispatcher and takes it over; a set that has a parent stays the
-    // parent's. A refusal by the dispatcher is written on standard output, and the set is kept.
+    // Registers the set with the dispatcher and takes ownership, except of a set that has a parent.
+    // A refusal by the dispatcher is written on standard output, and the set is kept.
     void addCommandSet(CShellCommandSet* set);
     // CCommandDispatcher::findExeCommand on the sets added here.
     CShellCommand* findExeCommand(std::string workingPath, std::string& typedLine,

@@ -68,8 +68,8 @@ std::string missingOptions(const std::list<std::string>& synopsis) {
     return message;
 }
 
-// Removes the first word that is one of the names, and with it, for an option with a value, what
-// follows up to the next option. False when there is no such word.
+// Removes the first word that is one of the names and, for an option with a value, the words up to
+// the next option. False when there is no such word.
 bool consume(std::list<std::string>& typed, const std::string& shortName,
              const std::string& longName, bool withValue) {
     const auto found = std::find_if(typed.begin(), typed.end(), [&](const std::string& word) {

@@ -3,8 +3,8 @@
 #include <string>
 
 enum CONFIGERROR_LEVEL : int {
-    CONFIG_WARNING = 1,  // worth telling, stops nothing
-    CONFIG_ERROR = 2,    // the file or the line has failed its check
+    CONFIG_WARNING = 1,  // reported, stops nothing
+    CONFIG_ERROR = 2,    // the file or line has failed its check
 };
 
 // One finding about a configuration file or a typed line; immutable.

@@ -5,9 +5,9 @@
 
 #include "ConfigError.h"
 
-// The findings of one check, in the order in which they were made. Whoever starts a check makes a
-// collector, passes it down by pointer, reads it and lets it go; a check itself prints nothing.
-// Owns its entries. One thread at a time.
+// The findings of one check, in the order made. Whoever starts a check makes a collector, passes it
+// down by pointer, reads it and destroys it. A check prints nothing itself. Owns its entries. One
+// thread at a time.
 class ConfigErrorCollector {
 public:
     ConfigErrorCollector();

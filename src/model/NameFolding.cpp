@@ -9,7 +9,7 @@
 
 namespace {
 
-// More digits than a 64-bit number holds are text.
+// A number with more digits than 64 bits hold is text.
 constexpr std::size_t kMostDigits = 18;
 constexpr char kGrammar[] = ",!&^@[]/ ";
 
@@ -47,7 +47,7 @@ std::uint64_t valueOf(const std::string& digits) {
     return std::stoull(digits);
 }
 
-// Whether the range that began with first and has come to last goes on with next.
+// Whether next continues the range from first to last.
 bool goesOn(const std::string& first, const std::string& last, const std::string& next) {
     if (valueOf(next) != valueOf(last) + 1) {
         return false;
@@ -86,8 +86,8 @@ std::string foldNumbers(std::vector<std::string> numbers) {
 }  // namespace
 
 std::string foldNames(const std::vector<std::string>& names) {
-    // By the text in front of the number, then by the text behind it; a name without a number
-    // stands as a whole in front.
+    // Sorted by the text in front of the number, then by the text behind it. A name without a
+    // number comes first as a whole.
     std::map<std::pair<std::string, std::string>, std::vector<std::string>> families;
     for (const std::string& name : names) {
         Cut cut;

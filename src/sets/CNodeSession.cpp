@@ -12,8 +12,8 @@
 
 namespace {
 
-// Enough for any init system to take the request; a node that vanishes without a word must not hold
-// the result of a finished flash back until the flash's own time-out.
+// Enough for an init system to accept the request. When the node goes down without an answer, the
+// result of a finished flash must not wait for the time-out of the flash.
 constexpr unsigned int kRebootTimeOutMs = 30000;
 
 CNode& required(CNode* node) {
@@ -23,7 +23,7 @@ CNode& required(CNode* node) {
     return *node;
 }
 
-// Jobs sent while it lives are not cut short on the node.
+// While it lives, jobs are sent as jobs that are not cut short on the node.
 class UninterruptibleJobs {
 public:
     UninterruptibleJobs(SSLClient& connected, bool wanted) : client(connected) {
@@ -111,9 +111,8 @@ CResult CNodeSession::execute(const std::string& commandLine, bool uninterruptib
     return outcome;
 }
 
-// Every way of opening a file for writing changes its times or makes a new one, so two runs never
-// leave the same answer. Removing the file instead would take it away from a run of another master
-// that has not been read back yet.
+// Opening a file for writing changes its times or makes a new file, so two runs never have the same
+// answer. The file is not removed instead: another master's run may not have read it back yet.
 std::string CNodeSession::identityOf(const std::string& file) {
     return readBack("stat -L -c '%d:%i:%s:%y:%z' " + pathtext::shellWord(file) + " 2>/dev/null");
 }
@@ -185,7 +184,8 @@ CResult CNodeSession::transfer(const std::string& command, const std::string& pa
     CShellExecutionContext context{CShellExecutionContext::Temporary()};
     CShellCommandSet_Basic basic(&context);
     CResult outcome;
-    // A line that is not understood leaves the result as it is: that must not look like a copy.
+    // A line that is not understood leaves the result unchanged; that must not look like a finished
+    // copy.
     outcome.setRunStatus(EXEC_FAILURE);
     outcome.setRunSummary("File \"" + path + "\" cannot be copied: its name is no option value.");
     basic.execute(command + " -f " + pathtext::optionValue(path), &node, outcome, timeOutMs);
@@ -197,7 +197,8 @@ void CNodeSession::saveFile(const std::string& path, const std::string& missingM
     if (copied.getRunStatus() != EXEC_SUCCESS && CUtil::isFileExisted(path)) {
         throw CommandStopped(copied.getRunStatus(), copied.getRunSummary());
     }
-    // A file of that name left on the node by an earlier command is not the one that was named.
+    // An earlier command may have left a file of that name on the node; it is not the one that was
+    // named.
     if (copied.getRunStatus() != EXEC_SUCCESS || !agent().isFileExistedAtSlaveNode(path)) {
         throw CommandStopped(EXEC_FAILURE, missingMessage);
     }
@@ -226,7 +227,7 @@ void CNodeSession::reboot() {
     try {
         agent().execute("reboot", limit, &separate);
     } catch (const CException&) {
-        // A node that goes down takes the connection with it.
+        // A node that goes down closes the connection.
         client.reset();
     }
 }

@@ -11,7 +11,7 @@
 class CNode;
 class SSLClient;
 
-// Ends a command early with a run status of its own, where CException alone stands for 2.
+// Stops a command with a run status of its own; a plain CException means status 2.
 class CommandStopped : public CException {
 public:
     CommandStopped(int status, std::string summary)
@@ -34,16 +34,16 @@ struct PackagedRun {
     bool uninterruptible = false;
 };
 
-// What the built-in sets do on one node, on top of SSLClient: find the node's install directory,
-// copy files, run packaged tools, read their logs back. Belongs to one worker and one command.
+// What the built-in sets do on one node, with SSLClient: find the node's install directory, copy
+// files, run packaged tools, read their logs. Belongs to one worker and one command.
 //
-// The connection is opened on first use and given up while files are copied, so that a node never
+// The connection is opened on first use and closed while files are copied, so that a node never
 // serves more than one connection of a command. Every member that talks to the node throws
-// CException when that fails and CommandStopped when the command must end with another status.
+// CException when that fails, and CommandStopped when the command must end with another status.
 class CNodeSession {
 public:
-    // The node must outlive the session; null throws. The time-out, in milliseconds, goes with each
-    // agent call, 0 means no limit.
+    // The node must outlive the session; null throws. The time-out, in milliseconds, applies to
+    // each agent call; 0 means no limit.
     CNodeSession(CNode* target, unsigned int timeOut);
     CNodeSession(const CNodeSession&) = delete;
     CNodeSession& operator=(const CNodeSession&) = delete;
@@ -52,13 +52,13 @@ public:
     // A client that is connected; the connect deadline is at most a third of the time-out.
     static std::unique_ptr<SSLClient> connect(const CNode& node, unsigned int timeOutMs);
 
-    // The session's own connection. Not to be kept beyond the next call of a member.
+    // The session's own connection. Do not keep it beyond the next call of a member.
     SSLClient& agent();
     std::string nodeName() const;
 
     // The node's install directory, with a trailing "/".
     const std::string& nodePath();
-    // The same made fit for a shell line, with what stands below it.
+    // A path below it, quoted for a shell line.
     std::string shellPath(const std::string& below);
 
     // Runs a shell line on the node and returns its outcome. With uninterruptible the agent does
@@ -73,9 +73,9 @@ public:
     };
     LoggedJob executeLogged(const std::string& commandLine, const std::string& log);
 
-    // Runs a packaged tool. On return its log was written by this very run: when nothing was run,
-    // or the log is not this run's, this throws, so that a phrase left by an earlier run never
-    // counts. A run that outlives its time-out throws CommandStopped with status 5.
+    // Runs a packaged tool. Throws when nothing was run or when the log was not written by this
+    // run, so that a phrase of an earlier run never counts. A run that takes longer than its
+    // time-out throws CommandStopped with status 5.
     CResult run(const PackagedRun& run);
     // Runs the line that reads a log back and returns what it prints.
     std::string readBack(const std::string& commandLine);
@@ -85,17 +85,16 @@ public:
     // Reads a whole file; throws CommandStopped when it cannot be read.
     std::string readFile(const std::string& file);
 
-    // Copies a file of the master to the node, under the same path. Throws CommandStopped with
-    // missingMessage when it does not exist there afterwards because the master has none, and with
-    // the reason when the copy failed.
+    // Copies a file of the master to the node, to the same path. Throws CommandStopped: with
+    // missingMessage when the master has no such file, and with the reason when the copy failed.
     void saveFile(const std::string& path, const std::string& missingMessage);
     // Copies a file of the node to the master; the outcome is that of the Basic set's "get file".
     CResult getFile(const std::string& path);
-    // Makes the directory in which a tool is to leave a file. Throws CommandStopped for a path that
-    // is not absolute: no such file could be fetched.
+    // Makes the directory for a file that a tool will write. Throws CommandStopped for a path that
+    // is not absolute, since such a file could not be fetched.
     void makeDirectoryOf(const std::string& path);
 
-    // Asks the node to reboot. Nothing that becomes of it changes the command's outcome.
+    // Asks the node to reboot. The outcome of that does not change the command's.
     void reboot();
 
 private:
@@ -108,12 +107,12 @@ private:
     std::unique_ptr<SSLClient> client;
 };
 
-// The outcome of a command that ran a tool: the set's own status and message, beside the exit code
-// and the direct output of the run.
+// Sets the outcome of a command that ran a tool: the set's status and message, with the exit code
+// and the output of the run.
 void conclude(CResult& result, const CResult& run, int status, const std::string& summary);
 
-// Runs a tool whose whole log is the answer. Status 2 only where the run failed without a word.
+// Runs a tool whose whole log is the answer. Status 2 only when the run failed without output.
 void showAnswer(CNodeSession& session, const PackagedRun& run, CResult& result);
 
-// Run status and summary for what ended a command early.
+// Sets run status and summary for an exception that stopped the command.
 void reportFailure(const CException& failure, CResult& result);

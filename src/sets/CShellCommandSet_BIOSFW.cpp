@@ -109,14 +109,14 @@ void saveBios(CNodeSession& session, const TypedLine& typed, CResult& result) {
              "BIOS firmware image file " + file + " has been successfully exported.\n");
 }
 
-// The configuration in one of its two forms on disk.
+// One of the two forms of the configuration on disk.
 struct ConfigurationForm {
     std::string exportArguments;
     std::string importArguments;
     std::list<std::string> files;
 };
 
-// The mode is compared exactly: "RAW" is as unknown as any other word.
+// The mode is compared exactly: "RAW" is unknown.
 ConfigurationForm configurationForm(const TypedLine& typed) {
     const std::string mode = typed.value("m");
     const std::string file = typed.path("f");

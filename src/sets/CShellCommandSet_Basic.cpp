@@ -56,7 +56,7 @@ void clearConsole() {
     std::cout.flush();
     ChildProcess::Request request;
     request.commandLine = "clear";
-    // A terminal that cannot be cleared has said so itself; nothing else depends on it.
+    // "clear" has reported a failure itself; nothing else depends on it.
     (void)ChildProcess::run(request);
 }
 

@@ -7,12 +7,8 @@
 
 class CShellExecutionContext;
 
-// The commands that are always there: lists of nodes and groups, help, clear, quit, history, and
-// the copying of one file between the master and a node. "quit" and "history" are carried out by
-// the shell's main loop: execute leaves the result untouched for them.
-//
-// The "MASTER" commands read the context and belong to the time in which nobody changes it; the two
-// file commands do not touch it and run on any number of workers at once.
+// The "MASTER" commands read the context; nobody may change it meanwhile. The two file commands do
+// not use it and may run on any number of workers at once.
 class CShellCommandSet_Basic : public CShellCommandSet {
 public:
     // The context is not owned and must outlive the set.

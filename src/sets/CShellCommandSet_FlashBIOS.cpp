@@ -49,7 +49,7 @@ std::string stageFile(CNodeSession& session, const TypedLine& typed, const std::
     // docs/compatibility.md.
     CUtil::exec_cmd("basename " + pathtext::shellWord(file), &baseName);
     CUtil::removeTailNewline(&baseName);
-    // What names a directory by its form names no image.
+    // Such a name is that of a directory, not of an image.
     if (baseName.empty() || baseName == "/" || baseName == "." || baseName == "..") {
         throw CommandStopped(EXEC_FAILURE, missing);
     }
@@ -92,7 +92,8 @@ void saveCmos(CNodeSession& session, const TypedLine& typed, CResult& result) {
     run.arguments = "-D > " + pathtext::shellWord(file);
     const CResult outcome = session.run(run);
     if (outcome.getExitCode() != 0) {
-        // What it left is no content of the CMOS: an older copy on the master must outlast it.
+        // The file on the node is not the content of the CMOS; it must not replace an older copy on
+        // the master.
         conclude(result, outcome, EXEC_FAILURE,
                  "Failed to save the content of the current CMOS memory to " + file + ".\n" +
                      outcome.getRunSummary());
@@ -116,7 +117,7 @@ void flashCmos(CNodeSession& session, const TypedLine& typed, CResult& result) {
 }
 
 void checkLayout(CNodeSession& session, const TypedLine& typed, CResult& result) {
-    // A program that could not be executed, or died, has found nothing out.
+    // A program that could not be executed or died has found nothing.
     constexpr int kFirstCodeOfNoRun = 126;
     const std::string file = stageFile(session, typed, "BIOS FW file");
     PackagedRun run = packagedRun({"romlayout.x86_64.enc"}, "/var/tmp/layoutcfg.txt");
@@ -160,8 +161,8 @@ void saveBios(CNodeSession& session, const TypedLine& typed, CResult& result) {
     const std::string file = typed.path("f");
     session.makeDirectoryOf(file);
     PackagedRun run = romwriteRun("/var/tmp/save_current_bios.txt");
-    // The plain copy is removed by the run itself, while it still holds the package: a moment later
-    // the copy may be the one with which another master has begun to flash.
+    // The run itself removes the plain copy, while it holds the package: a moment later the copy
+    // may be that of another master, who has begun to flash.
     run.arguments = " -y -B " + pathtext::shellWord(file) + " 2>&1 > " + run.log + ";rm -f " +
                     session.shellPath("tools/flashrom.x86_64");
     const CResult outcome = session.run(run);
@@ -179,7 +180,7 @@ void saveBios(CNodeSession& session, const TypedLine& typed, CResult& result) {
              "Successfully save the content of current BIOS into " + file + ".");
 }
 
-// The identifier of the staged image, asked of chipprobe; throws unless the board takes it.
+// Asks chipprobe for the identifier of the staged image; throws unless the board accepts it.
 void requireValidId(CNodeSession& session, const std::string& file) {
     PackagedRun run = packagedRun({"chipprobe.x86_64.enc"}, "/var/tmp/r2_flash_bios.txt");
     run.arguments = " -i -f " + pathtext::shellWord(file) + ";echo $? 2>&1 > " + run.log;

@@ -59,8 +59,8 @@ CommandTable commandTable() {
     return table;
 }
 
-// Raw bytes are several words, which the option check takes for strays when they are not quoted:
-// so a line that the check refuses still counts when it begins with a command's name.
+// Raw bytes are several words. Without quotes the option check takes them for unknown words, so a
+// line that the check refuses still counts when it begins with a command's name.
 const Row* rowOf(CShellCommandSet& set, const std::string& line) {
     const CShellCommand* command = findCommand(set, line);
     for (const Row& row : kRows) {
@@ -79,7 +79,7 @@ void replaceFirst(std::string& text, const std::string& from, const std::string&
     }
 }
 
-// The user's option becomes ipmitool's own subcommand, and his quotes go.
+// The user's option becomes ipmitool's own subcommand, and the quotes are removed.
 std::string rawCommandLine(const std::string& prefix, std::string remainder) {
     if (remainder.find("-rc") != std::string::npos) {
         replaceFirst(remainder, "-rc", "raw");
@@ -125,10 +125,10 @@ void CShellCommandSet_IPMI::execute(std::string commandLine, CNode* node, CResul
     std::string output;
     std::string errors;
     ChildProcess::Request request;
-    // The shell becomes ipmitool, so that no process but ipmitool itself has the
-    // password in its arguments for as long as the request takes.
+    // exec, so that ipmitool is the only process with the password in its arguments.
     request.commandLine = "exec " + ipmitoolLine(*row, commandLine, *node);
-    // It must not ask for a password on the terminal, and it must find options behind the bytes.
+    // ipmitool must not ask for a password on the terminal, and must accept options behind the
+    // bytes.
     request.input = ChildProcess::Input::kNull;
     request.withoutVariable = "POSIXLY_CORRECT";
     request.output = &output;

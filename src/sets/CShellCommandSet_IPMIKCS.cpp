@@ -31,7 +31,7 @@ void coldReset(const std::string& line, CNodeSession& session, CResult& result) 
     }
 }
 
-// ipmitool has nothing on standard output when it fails, and its complaint is no GUID.
+// When ipmitool fails it prints nothing on standard output, and its error message is no GUID.
 IpmiDeviceType typeFrom(const CResult& answer) {
     return IpmiDeviceType::identify(answer.getExitCode() == 0 ? answer.getRunSummary() : "");
 }
@@ -43,9 +43,9 @@ void checkDeviceType(const std::string& line, CNodeSession& session, CResult& re
 
 void setLed(const std::string& line, CNodeSession& session, CResult& result) {
     result = session.execute(kAskLed);
-    // Compared as it comes, on purpose: only controllers that answer with the bare digits are known
-    // to take the requests below.
-    // Exactly, untrimmed: an answer with a newline switches nothing; docs/compatibility.md.
+    // Compared exactly and untrimmed, so an answer with a newline switches nothing. Only
+    // controllers that answer with the bare digits are known to accept the requests below;
+    // docs/compatibility.md.
     if (result.getRunSummary() == "01") {
         result = session.execute(line);
     } else {
@@ -116,7 +116,7 @@ CommandTable commandTable() {
     return table;
 }
 
-// Ends the command unless the controller is of the one kind that this tool flashes.
+// Stops the command unless the tool can flash this kind of controller.
 void requireFlashable(const IpmiDeviceType& type) {
     switch (type.family) {
         case Family::kModuleType3:
@@ -147,7 +147,7 @@ void flash(const std::string& image, CNodeSession& session, CResult& result) {
         "service ipmi stop && " + session.shellPath(kUpdateTool) + " -i kcs -f " +
             pathtext::shellWord(image) + " > " + logWord + " && service ipmi start",
         log);
-    // The log is written only when the driver could be stopped; before that it may be an old one.
+    // The log is written only after the driver was stopped; before that it may be an old one.
     const bool complete =
         job.logIsNew && session.readBack("cat " + logWord + " | grep \"Update Complete\"")
                                 .find("Update Complete") != std::string::npos;

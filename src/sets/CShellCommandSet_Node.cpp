@@ -75,15 +75,15 @@ const CommandTable& commandTable() {
     return table;
 }
 
-// Ends the command before anything ran; the user reads the message on the console.
+// Stops the command before anything is run; the message is on the console.
 class InvalidValue : public CException {
 public:
     InvalidValue(const std::string& complaint, const std::string& value)
         : CException(complaint + value) {}
 };
 
-// The value of an option, by its short name: what stands behind the name and one blank, up to the
-// next blank.
+// The value of an option, by its short name: the text behind the name and one blank, up to the next
+// blank.
 std::string valueOf(const std::string& option, const std::string& options) {
     const std::string name = option + " ";
     const std::string::size_type at = options.find(name);
@@ -94,7 +94,7 @@ std::string valueOf(const std::string& option, const std::string& options) {
     return options.substr(begin, options.find(' ', begin) - begin);
 }
 
-// The scripts are run by a shell. Brackets are left to the values that may hold a range.
+// A shell runs the scripts. Only values that may hold a range may have brackets.
 bool holdsShellCharacter(const std::string& text, const std::string& alsoForbidden) {
     return text.find_first_of("|&;<>()$`\\\"'*?#~{}!\n\r\t\v\f" + alsoForbidden) !=
            std::string::npos;
@@ -143,8 +143,9 @@ void checkCount(const std::string& value) {
     }
 }
 
-// The arguments that describe one node, checked and in the order of the scripts. Without an
-// address, which the provisioning system then finds itself, two blanks stand in a row.
+// The arguments that describe one node, checked and in the order of the scripts. Without an IP
+// address there are two blanks in a row; the provisioning system then finds the address itself.
+// docs/compatibility.md.
 std::string nodeArguments(const std::string& options) {
     const std::string host = valueOf("-h", options);
     const std::string mac = valueOf("-m", options);
@@ -190,7 +191,7 @@ void CShellCommandSet_Node::execute(std::string commandLine, CNode* /*node*/, CR
         if (command->getName() != commandName) {
             continue;
         }
-        // The options are what stands behind the name and its blank.
+        // The options are the text behind the name and its blank.
         const std::string options = commandLine.size() > commandName.size()
                                         ? commandLine.substr(commandName.size() + 1)
                                         : "";
@@ -233,7 +234,7 @@ void CShellCommandSet_Node::addNodes(const std::string& options, CResult& result
     }
     checkCount(valueOf("-c", options));
     checkArgument(valueOf("-I", options));
-    // The script gets the whole text, so what belongs to no option counts too.
+    // The script gets the whole text, so words that belong to no option are checked too.
     if (holdsShellCharacter(options, "")) {
         throw InvalidValue("Invalid argument!! ", options);
     }

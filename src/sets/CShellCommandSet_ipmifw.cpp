@@ -20,7 +20,7 @@ constexpr char kFlashedText[] = "successfully flashed.\nPlease wait about 1 minu
 
 enum class Maker { kAten, kAmi, kOther };
 
-// The GUID begins with ASCII text that the makers burn in. A GUID with both marks is ATEN's.
+// The GUID begins with ASCII text of the maker. A GUID with both marks is ATEN's.
 Maker makerOf(std::string guid) {
     CUtil::toUpper(guid);
     const auto holds = [&guid](const char* mark) { return guid.find(mark) != std::string::npos; };
@@ -56,8 +56,8 @@ std::string readRevision(CNodeSession& session) {
     return revision;
 }
 
-// Get Device ID answers eleven bytes, three characters each, before the four of the auxiliary
-// firmware revision; a controller that has none stops there.
+// The answer of Get Device ID has eleven bytes, three characters each, before the four of the
+// auxiliary firmware revision. A controller without that revision answers no more.
 std::string auxiliaryRevision(std::string deviceId) {
     constexpr std::string::size_type kBegin = 33;
     constexpr std::string::size_type kFourPairs = 11;
@@ -97,8 +97,8 @@ std::string powerWarning(const std::string& behind) {
            behind;
 }
 
-// Reads the verdict from the log. The first lines of a maker's log are a banner, so a failure is
-// told from the fifth on; a log that short is shown whole.
+// Reads from the log whether the flash succeeded. A maker's log begins with a banner, so a failure
+// shows it from the fifth line on; a shorter log is shown whole.
 void concludeFlash(CNodeSession& session, const CResult& outcome, const std::string& image,
                    const std::string& log, const std::string& verdictLine,
                    const std::string& phrase, CResult& result) {
@@ -131,7 +131,8 @@ void flashAten(CNodeSession& session, const std::string& image, CResult& result)
                   "Update Complete", result);
 }
 
-// The answer that the AMI tool reads instead of asking; it lies on the node while this lives.
+// The file with the answer that the AMI tool reads instead of asking. It is on the node as long as
+// this object lives.
 class AnswerFile {
 public:
     explicit AnswerFile(CNodeSession& node) : session(node), file(node.shellPath("tools/y.txt")) {
@@ -143,7 +144,7 @@ public:
         try {
             session.execute("rm -f " + file);
         } catch (const CException&) {
-            // The node is out of reach. The next flash writes the same file again.
+            // The node cannot be reached. The next flash writes the same file again.
         }
     }
     const std::string& path() const { return file; }

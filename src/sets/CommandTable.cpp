@@ -29,7 +29,7 @@ std::string TypedLine::path(const std::string& option) const {
 }
 
 bool TypedLine::holds(const std::string& text) const {
-    // The blank lets a text that ends in one be found at the end of the line too.
+    // With the blank, a text that ends in one is also found at the end of the line.
     return (line + " ").find(text) != std::string::npos;
 }
 

@@ -10,8 +10,8 @@ class CResult;
 class CShellCommand;
 class CShellCommandSet;
 
-// The built-in sets as tables: what a command is called, what it takes and how it is run stand in
-// one row, so that a set can be held against its description line by line.
+// The built-in sets as tables. One row holds a command's name, its options and the function that
+// runs it, so that a set can be compared with its description line by line.
 
 struct OptionRow {
     const char* shortName;
@@ -34,7 +34,7 @@ public:
     std::string value(const std::string& option) const;
     // The same for a path: one enclosing pair of double quotes is not part of it.
     std::string path(const std::string& option) const;
-    // A plain search of the whole line, values included.
+    // Searches the whole line, values included.
     bool holds(const std::string& text) const;
 
 private:
@@ -42,7 +42,7 @@ private:
     std::string line;
 };
 
-// Carries out one command on one node. Throws CException for what ends it early.
+// Runs one command on one node. Throws CException when it must stop.
 using NodeCommand = void (*)(CNodeSession& session, const TypedLine& typed, CResult& result);
 
 struct CommandRow {
