@@ -309,7 +309,7 @@ HandshakeWitness::Master HandshakeWitness::prove(const std::string& messages,
     const X509* const certificate = certificates.empty() ? nullptr : certificates.front().get();
     EVP_PKEY* const key = certificate != nullptr ? X509_get0_pubkey(certificate) : nullptr;
     if (key == nullptr) {
-        refuse("the master's certificate can not be read");
+        refuse("the master's certificate cannot be read");
     }
     Reader proof(bodyOf(all[3]));
     const std::size_t number = proof.number(2);

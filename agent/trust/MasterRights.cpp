@@ -51,6 +51,6 @@ FileSource MasterRights::openSource(const std::string& path) const {
     } catch (const FileError&) {
         throw;
     } catch (const CException& fault) {
-        throw FileError("Can not open \"" + path + "\": " + fault.getErrMsg() + ".");
+        throw FileError("Cannot open \"" + path + "\": " + fault.getErrMsg() + ".");
     }
 }

@@ -10,6 +10,8 @@
 namespace {
 
 // What stands behind the dashes; nothing when they are missing.
+// A name without its dashes counts as none, so "[f|force|01]" names no option;
+// docs/compatibility.md.
 std::string withoutDashes(const std::string& part, const std::string& dashes) {
     return Text::startsWith(part, dashes) ? part.substr(dashes.size()) : std::string();
 }

@@ -42,6 +42,7 @@ AbstractCommandLineRetriever::~AbstractCommandLineRetriever() = default;
 
 void AbstractCommandLineRetriever::resetHistoryIndex() {}
 
+// These three are for programs without a history of their own; docs/compatibility.md.
 void AbstractCommandLineRetriever::upPressed() {
     put("Up\n", 3);
 }

@@ -117,8 +117,8 @@ void CommandSequence::writeToFile(unsigned int number) const {
     }
     const std::string text = std::to_string(number);
     if (!Posix::writeAllAt(file.get(), text, 0) || !cutAt(file.get(), text.size())) {
-        static_cast<void>(std::fprintf(stderr, "kelsh: can not write \"%s\": %s\n",
-                                       filePath.c_str(), std::strerror(errno)));
+        static_cast<void>(std::fprintf(stderr, "kelsh: cannot write \"%s\": %s\n", filePath.c_str(),
+                                       std::strerror(errno)));
     }
 }
 

@@ -15,7 +15,7 @@ constexpr std::size_t kMuch = 32 * kMiB;
 }  // namespace
 
 void keepForTheNextResult() {
-    // Not to be had, it is only slower.
+    // Without it the shell is only slower.
     static_cast<void>(::mallopt(M_MMAP_THRESHOLD, kMapped));
     static_cast<void>(::mallopt(M_TRIM_THRESHOLD, kKeptOnTop));
 }

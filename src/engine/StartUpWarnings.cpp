@@ -47,7 +47,7 @@ void StartUpWarnings::show() const {
     }
     if (!unreachableNodes.empty()) {
         std::cerr << unreachableNodes.size()
-                  << " node(s) can not be reached: " << escapeForTerminal(names)
+                  << " node(s) cannot be reached: " << escapeForTerminal(names)
                   << (unreachableNodes.size() > kNodesNamed ? ", ... (the rest is in the log)" : "")
                   << "\n";
     }

@@ -89,6 +89,7 @@ std::string CNodeSession::nodeName() const {
 
 const std::string& CNodeSession::nodePath() {
     if (installPath.empty()) {
+        // Asked each time, since the node decides; docs/compatibility.md.
         std::string answer = readBack("echo $KELNODE_PATH");
         CUtil::removeTailNewline(&answer);
         if (answer.empty() || answer.back() != '/') {

@@ -13,6 +13,8 @@ std::string loadDriver(CNodeSession& session) {
     return "insmod " + session.shellPath("tools/romio.ko") + ";";
 }
 
+// "2>&1 >" in this order, here and in the other sets: errors do not go into the file, so what is
+// read back is the tool's standard output; docs/compatibility.md.
 void getBiosId(CNodeSession& session, const TypedLine&, CResult& result) {
     PackagedRun run;
     run.packagedFiles = {"romutil.enc"};

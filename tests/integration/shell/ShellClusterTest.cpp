@@ -310,7 +310,7 @@ TEST(ShellCluster, InteractiveShellWarnsOfItsNodesAndRunsOnThem) {
     OnTerminal kelsh(cluster.kelshLine(""));
     EXPECT_TRUE(kelsh.shows("]$ ")) << kelsh.screen();
     EXPECT_THAT(kelsh.screen(),
-                HasSubstr("10 node(s) can not be reached: node_0000, node_0001, node_0002, "
+                HasSubstr("10 node(s) cannot be reached: node_0000, node_0001, node_0002, "
                           "node_0003, node_0004, node_0005, node_0006, node_0007, ..."));
     kelsh.type("cd tools\n");
     EXPECT_TRUE(kelsh.shows("/tools]$ ")) << kelsh.screen();
