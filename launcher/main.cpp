@@ -14,8 +14,8 @@ namespace {
 constexpr int kExitCannotStart = 2;
 constexpr int kExitOutputLost = 2;
 
-// Started without one of the three, the shell would give its number to a log file or a connection,
-// and print into it.
+// Opens what is missing of descriptors 0 to 2 on /dev/null. Otherwise a log file or a connection
+// could get such a number, and the shell would print into it.
 void occupyStandardDescriptors() {
     int fd = 0;
     do {
@@ -26,14 +26,15 @@ void occupyStandardDescriptors() {
     }
 }
 
-// A reader that has left, as "head" does, has had what it wanted.
+// True when the reader of standard output has closed it, as "head" does; it has read what it
+// wanted.
 bool readerHasLeft() {
     pollfd watched{STDOUT_FILENO, 0, 0};
     return ::poll(&watched, 1, 0) > 0 && (watched.revents & (POLLERR | POLLHUP)) != 0;
 }
 
-// The commands have run all the same; but on a full disk their results are missing from the file,
-// and nobody may take that file for the whole story. A status that tells of a failure stays.
+// The commands have run, but their results are missing from the file, for example on a full disk.
+// The status must say so; one that reports a failure stays.
 int reportLostOutput(int status) {
     if (readerHasLeft()) {
         return status;
@@ -65,8 +66,8 @@ int main(int argc, char** argv) {
         status = reportLostOutput(status);
     }
     if (CShell::abandonedWorkers() != 0) {
-        // A worker that was given up may be inside TLS or logging code, which the exit handlers
-        // would take apart under it.
+        // A worker that was given up may be inside TLS or logging code. Exit handlers would free
+        // what it uses.
         Terminal::standard().release();
         ::_exit(status);
     }

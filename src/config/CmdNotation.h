@@ -7,7 +7,7 @@ class CShellCommandSet;
 class CShellExecutionContext;
 class ConfigErrorCollector;
 
-// How cmd.cfg writes the place of a set and the declaration of an option.
+// The notation of cmd.cfg for the path of a set and for an option.
 namespace cmdnotation {
 
 // Resolves the path "a/b/c" of a set: returns the set a/b and leaves "c" in name. Null for a name

@@ -14,16 +14,16 @@ enum class Cause {
     kRefused,       // the agent would not do it
     kNotStarted,    // nothing was sent to the node
     kCancelled,     // ended because the user asked for it
-    kRunning,       // must not be cut short, goes on, and was not awaited
+    kRunning,       // must not be cut short, still runs, was not waited for
 };
 
 constexpr Cause kAllCauses[] = {Cause::kOk,          Cause::kFailed,       Cause::kTimedOut,
                                 Cause::kUnreachable, Cause::kWrongMachine, Cause::kRefused,
                                 Cause::kNotStarted,  Cause::kCancelled,    Cause::kRunning};
 
-// "timed_out": as it stands in JSON, in files and in the names of sets of nodes.
+// "timed_out": for JSON, files and in the names of sets of nodes.
 const char* causeName(Cause cause);
-// "timed out": as it stands in a sentence.
+// "timed out": for a sentence.
 std::string causeWords(Cause cause);
 // The cause of that name; none for any other text.
 std::optional<Cause> causeNamed(const std::string& name);

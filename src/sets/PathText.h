@@ -2,10 +2,10 @@
 
 #include <string>
 
-// Rules for file names on their way through command lines.
+// File names in command lines.
 namespace pathtext {
 
-// Takes off one enclosing pair of double quotes.
+// Removes one enclosing pair of double quotes.
 std::string unquote(const std::string& value);
 // The value of a path option such that unquote gives the path back: quoted when it holds white
 // space or is itself enclosed in quotes.

@@ -2,12 +2,13 @@
 
 class CShellExecutionContext;
 
-// The built-in sets that every shell has from its start. The other sets of this room are registered
-// where a site wants them, with CShellExecutionContext::addCommandSet().
+// The built-in sets that every shell has from its start. The other sets of this room are for
+// programs that link the library and add them with CShellExecutionContext::addCommandSet();
+// docs/compatibility.md.
 class RegisteredSets {
 public:
     RegisteredSets() = delete;
 
-    // Registers them with the context, which takes them over, in the order of the help text.
+    // Adds them to the context, which owns them, in the order that the help text has.
     static void addTo(CShellExecutionContext& context);
 };
