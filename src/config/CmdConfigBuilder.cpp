@@ -1,10 +1,11 @@
 #include "CmdConfigBuilder.h"
 
-#include <cerrno>
+#include <algorithm>
 #include <cstdlib>
 #include <limits>
 #include <utility>
 
+#include "CAlreadyExistException.h"
 #include "CCommandOption.h"
 #include "CConfiguredCommandSet.h"
 #include "CException.h"
@@ -43,7 +44,8 @@ bool isFlag(char character) {
 }
 
 std::unique_ptr<CShellCommand> createCommand(const CmdBlock& block) {
-    const COMMAND_TYPE type = findType(block.type)->type;
+    const TypeWord* const known = findType(block.type);
+    const COMMAND_TYPE type = known == nullptr ? BUILTIN : known->type;
     const EXECUTE_DESTINATION destination = block.destination == "MASTER" ? MASTER : SLAVE;
     auto command = block.cmd.empty()
                        ? std::make_unique<CShellCommand>(block.name, block.description, block.cmd32,
@@ -65,8 +67,10 @@ CmdConfigBuilder::CmdConfigBuilder(CShellExecutionContext& shellContext,
 void CmdConfigBuilder::build(const CmdSetBlock& block) {
     CShellCommandSet* parent = nullptr;
     std::unique_ptr<CShellCommandSet> set = createSet(block, parent);
+    // The commands of a set that is refused have faults of their own, names given twice included.
+    CShellCommandSet refused(block.name, block.description);
     for (const std::unique_ptr<CmdBlock>& command : block.commands) {
-        buildCommand(*command, set.get());
+        buildCommand(*command, set ? *set : refused);
     }
     if (set) {
         attach(block.line, std::move(set), parent);
@@ -122,31 +126,38 @@ void CmdConfigBuilder::attach(int line, std::unique_ptr<CShellCommandSet> set,
     context.addCommandSet(set.release());
 }
 
-void CmdConfigBuilder::buildCommand(const CmdBlock& block, CShellCommandSet* set) {
+void CmdConfigBuilder::buildCommand(const CmdBlock& block, CShellCommandSet& set) {
     bool valid = checkRequired(block);
     valid = checkWords(block) && valid;
     valid = checkCommandLines(block) && valid;
     unsigned int timeOut = 0;
     valid = resolveTimeOut(block.line, block.timeout, timeOut) && valid;
     std::list<std::unique_ptr<CCommandOption>> options = resolveOptions(block);
-    if (!valid || set == nullptr) {
-        return;
-    }
+    // A command that is refused for another fault is made all the same, to see what else is wrong.
     std::unique_ptr<CShellCommand> command = createCommand(block);
     command->setTimeOut(timeOut);
-    for (std::unique_ptr<CCommandOption>& option : options) {
-        try {
-            command->addOption(option.get());
-            static_cast<void>(option.release());  // the command owns it
-        } catch (const CException& error) {
-            errors->addError(block.line, error.getErrMsg());
-        }
-    }
+    addOptions(block.line, std::move(options), *command);
     try {
-        set->addSupportedCommand(command.get());
-        static_cast<void>(command.release());  // the set owns it
+        if (valid) {
+            set.addSupportedCommand(command.get());
+            static_cast<void>(command.release());  // the set owns it
+        } else if (set.isSupported(command->getName())) {
+            throw CAlreadyExistException(command->getName() + " already exists!");
+        }
     } catch (const CException& error) {
         errors->addError(block.line, error.getErrMsg());
+    }
+}
+
+void CmdConfigBuilder::addOptions(int line, std::list<std::unique_ptr<CCommandOption>> options,
+                                  CShellCommand& command) {
+    for (std::unique_ptr<CCommandOption>& option : options) {
+        try {
+            command.addOption(option.get());
+            static_cast<void>(option.release());  // the command owns it
+        } catch (const CException& error) {
+            errors->addError(line, error.getErrMsg());
+        }
     }
 }
 
@@ -210,15 +221,15 @@ bool CmdConfigBuilder::checkCommandLines(const CmdBlock& block) {
 // Milliseconds. A value that converts to zero is accepted only when it is at most one character
 // long.
 bool CmdConfigBuilder::resolveTimeOut(int line, const std::string& value, unsigned int& timeOut) {
-    errno = 0;
     // "12s" is 12, "x" is 0, "00" and "abc" are faults; docs/compatibility.md.
     const long long number = std::strtoll(value.c_str(), nullptr, 10);
-    if (number < 0 || number > std::numeric_limits<unsigned int>::max() ||
-        (number == 0 && value.size() > 1)) {
+    if (number < 0 || (number == 0 && value.size() > 1)) {
         errors->addError(line, "Invalid time out: " + value);
         return false;
     }
-    timeOut = static_cast<unsigned int>(number);
+    // More than seven weeks are as good as what fits, as with the shell's own -t.
+    timeOut = static_cast<unsigned int>(
+        std::min<long long>(number, std::numeric_limits<unsigned int>::max()));
     return true;
 }
 

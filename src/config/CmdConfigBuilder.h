@@ -29,7 +29,9 @@ private:
     std::unique_ptr<CShellCommandSet> createSet(const CmdSetBlock& block,
                                                 CShellCommandSet*& parent);
     void attach(int line, std::unique_ptr<CShellCommandSet> set, CShellCommandSet* parent);
-    void buildCommand(const CmdBlock& block, CShellCommandSet* set);
+    void buildCommand(const CmdBlock& block, CShellCommandSet& set);
+    void addOptions(int line, std::list<std::unique_ptr<CCommandOption>> options,
+                    CShellCommand& command);
     bool checkRequired(const CmdBlock& block);
     bool checkWords(const CmdBlock& block);
     bool checkCommandLines(const CmdBlock& block);

@@ -224,6 +224,26 @@ TEST_F(CShellConfigReaderCmdTest, ReportsEveryFaultOfARefusedSetAndOfItsCommands
     EXPECT_THAT(paths(), IsEmpty());
 }
 
+TEST_F(CShellConfigReaderCmdTest, ReportsDuplicatesOfACommandThatIsRefusedForAnotherFault) {
+    read(std::string(kSet) + kCommand + "cmd=x\n" +
+         "[cmd]\nname=c\ndescription=d\ntype=NONE\ndestination=SLAVE\ncmd=x\n"
+         "option=[-a|--all|00]one\noption=[-a|--any|00]two\n");
+    EXPECT_THAT(messages(),
+                ElementsAre("Line:11, Invalid \"type\" for [Cmd]:NONE",
+                            "Line:11, The option [a|all] \"one\" already defines the same option!",
+                            "Line:11, c already exists!"));
+    EXPECT_EQ(1U, firstSet()->getSupportedCommands().size());
+}
+
+TEST_F(CShellConfigReaderCmdTest, ReportsDuplicateNamesOfARefusedSet) {
+    const std::string command =
+        "[cmd]\nname=c\ndescription=d\ntype=SCRIPT\ndestination=SLAVE\ncmd=x\n";
+    read("[cmdset]\nname=s\n" + command + command);
+    EXPECT_THAT(messages(), ElementsAre("Line:2, \"description\" is not defined for [CmdSet].",
+                                        "Line:10, c already exists!"));
+    EXPECT_THAT(paths(), IsEmpty());
+}
+
 TEST_F(CShellConfigReaderCmdTest, RecordsADuplicateChildAtItsLine) {
     read(
         "[cmdset]\nname=a\ndescription=d\n[cmdset]\nname=a/b\ndescription=first\n"
@@ -277,11 +297,12 @@ TEST_F(CShellConfigReaderCmdTest, ConvertsTimeOuts) {
         bool valid;
         unsigned timeOut;
     };
-    for (const Case& one : {Case{"", true, 0}, Case{"0", true, 0}, Case{"x", true, 0},
-                            Case{"-", true, 0}, Case{"007", true, 7}, Case{"12s", true, 12},
-                            Case{"4294967295", true, 4294967295U}, Case{"4294967296", false, 0},
-                            Case{"99999999999999999999", false, 0}, Case{"-5", false, 0},
-                            Case{"00", false, 0}, Case{"abc", false, 0}, Case{"-0", false, 0}}) {
+    for (const Case& one :
+         {Case{"", true, 0}, Case{"0", true, 0}, Case{"x", true, 0}, Case{"-", true, 0},
+          Case{"007", true, 7}, Case{"12s", true, 12}, Case{"4294967295", true, 4294967295U},
+          Case{"4294967296", true, 4294967295U}, Case{"99999999999999999999", true, 4294967295U},
+          Case{"-5", false, 0}, Case{"00", false, 0}, Case{"abc", false, 0},
+          Case{"-0", false, 0}}) {
         CShellExecutionContext fresh;
         ConfigErrorCollector found;
         const TextStream stream(std::string(kSet) + "timeout=" + one.text + "\n" + kCommand +
