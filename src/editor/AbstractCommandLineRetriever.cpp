@@ -104,7 +104,7 @@ void AbstractCommandLineRetriever::moveRightInConsole(unsigned int* pos) {
 }
 
 void AbstractCommandLineRetriever::moveIndexLeftInConsole(unsigned int* pos) {
-    if (pos == nullptr || *pos == 0) {
+    if (pos == nullptr) {
         return;
     }
     const unsigned int width = columns();
@@ -119,9 +119,15 @@ void AbstractCommandLineRetriever::moveIndexLeftInConsole(unsigned int* pos) {
     --*pos;
 }
 
+void AbstractCommandLineRetriever::moveLeft() {
+    if (cursorPos > 0) {
+        moveIndexLeftInConsole(&cursorPos);
+    }
+}
+
 void AbstractCommandLineRetriever::erase(int n) {
     for (int i = 0; i < n; ++i) {
-        moveIndexLeftInConsole(&cursorPos);
+        moveLeft();
         putSpace();
         putLeft();
     }
@@ -266,7 +272,7 @@ void AbstractCommandLineRetriever::backspacePressed() {
     const std::string rest = restOfLine();
     putLeft();
     putSpace();
-    moveIndexLeftInConsole(&cursorPos);
+    moveLeft();
     std::string text = line.str();
     text.erase(static_cast<std::string::size_type>(--cursorIndex), 1);
     setLine(text, cursorIndex);
@@ -350,7 +356,7 @@ void AbstractCommandLineRetriever::moveOver(std::int64_t count) {
 void AbstractCommandLineRetriever::moveBackOver(std::int64_t count) {
     for (std::int64_t i = 0; i < count; ++i) {
         --cursorIndex;
-        moveIndexLeftInConsole(&cursorPos);
+        moveLeft();
     }
     cursorIndex = std::max<std::int64_t>(cursorIndex, 0);
     line.seekp(cursorIndex);

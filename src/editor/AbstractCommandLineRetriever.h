@@ -43,7 +43,8 @@ public:
     // the line wraps. *pos is the column counted across screen lines.
     void moveRightInConsole(unsigned int* pos);
     // Moves the cursor one cell left, from the first column of a wrapped line to the end of the
-    // screen line above. Does nothing for null and at position 0.
+    // screen line above. Does nothing for null. Not for position 0, which counts as a first column
+    // too: nothing is above the line, and *pos wraps round.
     void moveIndexLeftInConsole(unsigned int* pos);
     // Blanks the n cells before the cursor and moves there.
     void erase(int n);
@@ -70,6 +71,8 @@ protected:
     void setLine(const std::string& text, std::int64_t index);
     // Moves the cursor right over that many characters of the line.
     void moveOver(std::int64_t count);
+    // Moves the cursor one cell left, unless it stands at the start.
+    void moveLeft();
     // Moves the cursor left over that many characters of the line.
     void moveBackOver(std::int64_t count);
 

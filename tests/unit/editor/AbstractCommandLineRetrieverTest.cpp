@@ -95,15 +95,18 @@ TEST_F(AbstractCommandLineRetrieverTest, MovingLeftClimbsAtTheFirstColumn) {
     EXPECT_EQ(pos, 79U);
 }
 
-TEST_F(AbstractCommandLineRetrieverTest, MovingTakesNullAndStopsAtTheStart) {
-    unsigned int pos = 0;
+TEST_F(AbstractCommandLineRetrieverTest, MovingTakesNull) {
     EXPECT_EQ(writtenBy([&] {
                   editor.moveIndexLeftInConsole(nullptr);
                   editor.moveRightInConsole(nullptr);
-                  editor.moveIndexLeftInConsole(&pos);
               }),
               "");
-    EXPECT_EQ(pos, 0U);
+}
+
+TEST_F(AbstractCommandLineRetrieverTest, MovingLeftTakesZeroForAFirstColumnToo) {
+    unsigned int pos = 0;
+    EXPECT_EQ(times(80, right) + up, writtenBy([&] { editor.moveIndexLeftInConsole(&pos); }));
+    EXPECT_EQ(0U - 1U, pos);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, EraseBlanksCellByCell) {
