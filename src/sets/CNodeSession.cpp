@@ -55,9 +55,12 @@ std::string programOf(const PackagedRun& run) {
 std::string timedOutText(const PackagedRun& run, unsigned int timeOutMs, const CResult& outcome) {
     std::string text =
         programOf(run) + " did not end within its time-out of " + inMs(timeOutMs) + ". ";
-    text += run.uninterruptible
-                ? "It is not interrupted and goes on at the node; its log is " + run.log + " there."
-                : "It was ended.";
+    if (!run.uninterruptible) {
+        text += "It was ended.";
+    } else {
+        text += "It is not interrupted and goes on at the node";
+        text += run.log.empty() ? "." : "; its log is " + run.log + " there.";
+    }
     return text + afterText(outcome.getRunSummary());
 }
 

@@ -33,6 +33,10 @@ void CShellCommandSet_Mem::execute(std::string commandLine, CNode* node, CResult
     try {
         CNodeSession session(node, kReadTimeOutMs);
         result = session.execute("top -bn 1 | grep Mem:");
+        if (result.getRunStatus() != EXEC_SUCCESS && result.getRunSummary().empty()) {
+            // The top of procps 4 has nothing like it but "MiB Mem :".
+            result = session.execute("top -bn 1 | grep \"Mem :\"");
+        }
     } catch (const CException& failure) {
         reportFailure(failure, result);
     }

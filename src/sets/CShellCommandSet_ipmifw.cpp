@@ -9,6 +9,7 @@
 #include "CommandRun.h"
 #include "Console.h"
 #include "PathText.h"
+#include "Text.h"
 
 namespace {
 
@@ -131,13 +132,11 @@ void flashAten(CNodeSession& session, const std::string& image, CResult& result)
                   "Update Complete", result);
 }
 
-// The file with the answer that the AMI tool reads instead of asking. It is on the node as long as
-// this object lives.
+// The answer that the AMI tool reads instead of asking. From write() on it lies on the node, until
+// this object ends.
 class AnswerFile {
 public:
-    explicit AnswerFile(CNodeSession& node) : session(node), file(node.shellPath("tools/y.txt")) {
-        session.execute("echo \"y\">" + file + ";");
-    }
+    explicit AnswerFile(CNodeSession& node) : session(node), file(node.shellPath("tools/y.txt")) {}
     AnswerFile(const AnswerFile&) = delete;
     AnswerFile& operator=(const AnswerFile&) = delete;
     ~AnswerFile() {
@@ -145,6 +144,14 @@ public:
             session.execute("rm -f " + file);
         } catch (const CException&) {
             // The node cannot be reached. The next flash writes the same file again.
+        }
+    }
+    void write() const {
+        const CResult written = session.execute("echo \"y\">" + file + ";");
+        if (written.getRunStatus() != EXEC_SUCCESS) {
+            throw CommandStopped(written.getRunStatus(),
+                                 "The answer file " + file + " cannot be written at the node. " +
+                                     Text::trimmed(written.getRunSummary()));
         }
     }
     const std::string& path() const { return file; }
@@ -157,6 +164,7 @@ private:
 void flashAmi(CNodeSession& session, const std::string& image, CResult& result) {
     console::printLine("AMI IPMI Firmware [" + session.nodeName() + "]");
     const AnswerFile answer(session);
+    answer.write();
 
     PackagedRun preparation;
     preparation.packagedFiles = {kConfigTool};

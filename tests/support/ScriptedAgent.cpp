@@ -118,7 +118,10 @@ void SSLClient::executeEncryptedBinary(std::string preCommand, std::string argum
     if (agent.silentTools.count(package) == 0) {
         ++agent.logState;
     }
-    const auto found = agent.toolAnswers.find(package);
+    auto found = agent.toolAnswers.find(package + " " + arguments);
+    if (found == agent.toolAnswers.end()) {
+        found = agent.toolAnswers.find(package);
+    }
     *result = found == agent.toolAnswers.end() ? CResult() : found->second;
 }
 

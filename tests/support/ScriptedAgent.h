@@ -23,7 +23,8 @@ public:
 
     // What a command line gives; any other gives an empty success.
     std::map<std::string, CResult> answers;
-    // What a run of the package gives, by the program's package; default an empty success.
+    // What a run gives, by "PACKAGE ARGUMENTS" or else by the program's package; default an empty
+    // success.
     std::map<std::string, CResult> toolAnswers;
     // The package whose run throws, and the text.
     std::map<std::string, std::string> toolFailures;

@@ -30,6 +30,19 @@ TEST_F(MemSet, ShowsWhatTopSaysWithinItsOwnTimeOut) {
     EXPECT_EQ(agent.timeOutsMs, std::vector<unsigned int>{5000});
 }
 
+TEST_F(MemSet, AsksAgainWhereTopWritesTheNameApart) {
+    agent.answer("top -bn 1 | grep Mem:", "", 1);
+    agent.answer("top -bn 1 | grep \"Mem :\"", "MiB Mem :   7946.5 total\n");
+    expectSuccess(execute("mem"), "MiB Mem :   7946.5 total\n");
+    EXPECT_EQ(std::vector<unsigned int>({5000, 5000}), agent.timeOutsMs);
+}
+
+TEST_F(MemSet, ShowsAFailureThatSaysSomethingAsItIs) {
+    agent.answer("top -bn 1 | grep Mem:", "sh: top: not found\n", 127);
+    expectFailure(execute("mem"), "sh: top: not found\n");
+    EXPECT_EQ(1U, requestsAfterOpening().size());
+}
+
 TEST_F(MemSet, ReportsANodeThatCanNotBeReached) {
     agent.connectFailure = "no route to n";
     expectFailure(execute("mem"), "no route to n");

@@ -212,6 +212,27 @@ TEST_F(AmiFlash, RemovesTheAnswerFileInEveryOutcome) {
     EXPECT_EQ(agent.requests.back(), removal);
 }
 
+TEST_F(AmiFlash, EndsBeforeThePreparationWithoutItsAnswerFile) {
+    agent.answer("echo \"y\">/opt/kelnode/tools/y.txt;", "sh: cannot create y.txt\n", 2);
+    expectFailure(flash(),
+                  "The answer file /opt/kelnode/tools/y.txt cannot be written at the node. "
+                  "sh: cannot create y.txt");
+    expectRequests(
+        {"run: echo \"y\">/opt/kelnode/tools/y.txt;", "run: rm -f /opt/kelnode/tools/y.txt"});
+}
+
+TEST_F(AmiFlash, NamesNoLogOfAPreparationThatTimesOut) {
+    CResult late;
+    late.setRunStatus(EXEC_TIMED_OUT);
+    agent.toolAnswers["bmcconf-linux.x86_64.enc -raw 0x30 0x70 0xb 0"] = late;
+    const CResult result = execute("flash ipmi fw -f " + file, 1200000);
+    EXPECT_EQ(EXEC_TIMED_OUT, result.getRunStatus());
+    EXPECT_EQ(
+        "bmcconf-linux.x86_64 did not end within its time-out of 1200000 ms. It is not "
+        "interrupted and goes on at the node.",
+        result.getRunSummary());
+}
+
 TEST_F(Flash, RefusesOtherControllers) {
     for (const char* guid : {"", " 20 00 0E 40 02 7F 78 08\n", " 37 30 30 31 5A\n"}) {
         agent.requests.clear();
