@@ -1,10 +1,16 @@
+#include <algorithm>
 #include <cstdlib>
+#include <iostream>
+#include <limits>
 #include <map>
+#include <set>
+#include <sstream>
 #include <utility>
 
 #include "CShellCommandSet.h"
 #include "CShellConfigReader.h"
 #include "CShellExecutionContext.h"
+#include "CUtil.h"
 #include "CmdConfigFile.h"
 #include "ConfigLineReader.h"
 #include "LintReport.h"
@@ -15,23 +21,53 @@ namespace {
 
 constexpr long kShortestTimeOutMs = 1000;
 
-// Runs the shell's own reader, with the built-in sets registered. Leaves their names in taken.
-void readWithShell(LintReport& report, std::map<std::string, int>& taken) {
+// What is there before the file is read.
+struct BuiltIn {
+    std::map<std::string, int> sets;  // name to line 0
+    std::set<std::string> basicCommands;
+};
+
+// What the shell prints while it takes over a set is found again line by line.
+class QuietOutput {
+public:
+    QuietOutput() : before(std::cout.rdbuf(dropped.rdbuf())) {}
+    QuietOutput(const QuietOutput&) = delete;
+    QuietOutput& operator=(const QuietOutput&) = delete;
+    ~QuietOutput() { std::cout.rdbuf(before); }
+
+private:
+    std::ostringstream dropped;
+    std::streambuf* before;
+};
+
+// Runs the shell's own reader, with the built-in sets registered.
+BuiltIn readWithShell(LintReport& report) {
     CShellExecutionContext context{CShellExecutionContext::Temporary()};
     RegisteredSets::addTo(context);
+    BuiltIn builtIn;
     for (const CShellCommandSet* set : context.getRootCommandSetList()) {
-        taken[set->getCommandSetName()] = 0;
+        builtIn.sets[set->getCommandSetName()] = 0;
+    }
+    for (const auto& command : context.getBasicCommandSet()->getSupportedCommands()) {
+        builtIn.basicCommands.insert(command.first);
     }
     ConfigErrorCollector errors;
+    const QuietOutput quiet;
     CShellConfigReader::readCmdConfig(report.getFileName().c_str(), context, &errors);
     report.add(errors);
+    return builtIn;
+}
+
+bool takesOptions(const std::string& type) {
+    return type == "BUILTIN_OPT" || type == "SCRIPT_OPT" || type == "DLLFUNCTION_OPT";
 }
 
 class CmdLines {
 public:
-    // taken: names of sets that exist already.
-    CmdLines(LintReport& toReport, std::map<std::string, int> taken)
-        : report(toReport), setLines(std::move(taken)) {}
+    CmdLines(LintReport& toReport, BuiltIn builtIn)
+        : report(toReport),
+          setLines(std::move(builtIn.sets)),
+          basicCommands(std::move(builtIn.basicCommands)) {}
 
     void check() {
         for (const LintLine& line : report.getLines()) {
@@ -60,6 +96,10 @@ private:
         std::string value;
     };
     using Settings = std::map<std::string, Setting>;
+    struct NamedCommand {
+        int line = 0;
+        bool takesOptions = false;
+    };
 
     void checkLine(const LintLine& line) {
         std::string key;
@@ -118,10 +158,13 @@ private:
     }
 
     void checkTimeOut(int line, const std::string& value) {
-        const long milliseconds = std::strtol(value.c_str(), nullptr, 10);
+        constexpr long long kLongest = std::numeric_limits<unsigned int>::max();
+        const long long milliseconds = std::min(std::strtoll(value.c_str(), nullptr, 10), kLongest);
         const bool digits = value.find_first_not_of("0123456789") == std::string::npos;
         const std::string meaning = std::to_string(milliseconds) + " milliseconds";
-        if (milliseconds >= 0 && !digits) {
+        if (milliseconds == kLongest && value != std::to_string(kLongest)) {
+            report.warning(line, "timeout \"" + value + "\" is taken as the longest, " + meaning);
+        } else if (milliseconds >= 0 && !digits) {
             report.warning(line, "timeout \"" + value + "\" is taken as " + meaning);
         } else if (milliseconds > 0 && milliseconds < kShortestTimeOutMs) {
             report.warning(line, "timeout is " + meaning + ", less than a second");
@@ -151,7 +194,37 @@ private:
                            "a command of type SCRIPT takes no options: SCRIPT_OPT does");
         }
         checkMessage(command);
+        const auto name = command.find("name");
+        if (name != command.end()) {
+            noteCommand(name->second, type == command.end() ? "" : type->second.value);
+        }
         command.clear();
+    }
+
+    void noteCommand(const Setting& name, const std::string& type) {
+        std::string neat = name.value;
+        CUtil::makeNeatString(&neat);
+        if (basicCommands.count(neat) != 0) {
+            report.warning(name.line, "\"" + neat +
+                                          "\" is a basic command: the shell then finds no command "
+                                          "of this set");
+        }
+        commands.emplace(neat, NamedCommand{name.line, takesOptions(type)});
+    }
+
+    // What follows the name of a command with options is read as its options.
+    void checkHyphens() {
+        for (const auto& [name, named] : commands) {
+            for (const auto& [shorter, other] : commands) {
+                if (other.takesOptions && Text::startsWith(name, shorter + "-")) {
+                    std::string text = "\"" + name + "\" is read as \"" + shorter;
+                    text += "\" (line " + std::to_string(other.line);
+                    text += ") with options: it is never run";
+                    report.warning(named.line, text);
+                }
+            }
+        }
+        commands.clear();
     }
 
     void endSet() {
@@ -165,6 +238,7 @@ private:
         if (name != set.end()) {
             checkName(name->second.line, name->second.value);
         }
+        checkHyphens();
         set.clear();
         inherits = false;
     }
@@ -191,6 +265,8 @@ private:
 
     LintReport& report;
     std::map<std::string, int> setLines;
+    std::set<std::string> basicCommands;
+    std::map<std::string, NamedCommand> commands;  // of the set, by name
     Section section = Section::kNone;
     Settings set;
     Settings command;
@@ -200,7 +276,5 @@ private:
 }  // namespace
 
 void lintCmdFile(LintReport& report) {
-    std::map<std::string, int> taken;
-    readWithShell(report, taken);
-    CmdLines(report, std::move(taken)).check();
+    CmdLines(report, readWithShell(report)).check();
 }

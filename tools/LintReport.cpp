@@ -1,14 +1,9 @@
 #include "LintReport.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <sys/stat.h>
 
-#include "ConfigLineReader.h"
 #include "FileTrust.h"
-#include "Posix.h"
 
 namespace {
 
@@ -18,42 +13,16 @@ constexpr char kBlanks[] = " \t";
 
 bool LintReport::open(const std::string& name) {
     fileName = name;
-    const Posix::File file = Posix::openFile(name, "re");
-    struct stat status {};
-    if (!file || ::fstat(::fileno(file.get()), &status) != 0) {
-        error(0, std::string("cannot be opened: ") + std::strerror(errno));
-        return false;
+    ConfigFileLines file;
+    const std::string reason = file.read(name);
+    lines = file.getLines();
+    for (const LintLine& found : file.getWarnings()) {
+        warning(found.number, found.text);
     }
-    if (S_ISDIR(status.st_mode)) {
-        error(0, "is a directory");
-        return false;
+    if (!reason.empty()) {
+        error(0, reason);
     }
-    ConfigLineReader reader(file.get());
-    int number = 0;
-    int tooLong = 0;
-    bool continued = false;
-    bool returns = false;
-    for (LintLine line; reader.next(line.text); lines.push_back(line)) {
-        line.number = continued ? number : ++number;
-        const bool isPart = !reader.hadNewline() &&
-                            line.text.size() == std::size_t{ConfigLineReader::kBufferBytes} - 1;
-        // A line of exactly 511 bytes is followed by an empty piece, which does no harm.
-        if (continued && !line.text.empty() && number != tooLong) {
-            tooLong = number;
-            warning(number,
-                    "the line is longer than 511 bytes: its rest is read as a line of its own");
-        }
-        continued = isPart;
-        if (!returns && !line.text.empty() && line.text.back() == '\r') {
-            returns = true;
-            warning(number, "the line ends in a carriage return, which belongs to its value");
-        }
-    }
-    if (std::ferror(file.get()) != 0) {
-        error(0, std::string("cannot be read: ") + std::strerror(errno));
-        return false;
-    }
-    return true;
+    return reason.empty();
 }
 
 void LintReport::error(int line, const std::string& text) {

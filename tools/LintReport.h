@@ -5,12 +5,9 @@
 #include <vector>
 
 #include "ConfigErrorCollector.h"
+#include "ConfigFileLines.h"
 
-// One line of a configuration file as the shell's readers see it.
-struct LintLine {
-    std::string text;  // without its newline
-    int number = 0;    // in the file, as an editor counts; a piece of a long line has its line's
-};
+using LintLine = ConfigFileLines::Line;
 
 // The findings in one configuration file. The file is read twice: by the shell's reader, whose
 // findings come with add(errors), and line by line for what that reader accepts without a message.

@@ -163,6 +163,7 @@ bool CShell::init(std::list<std::string>&, CShellExecutionContext& ctx) {
     buildContext(ctx, &errors);
     warnings.take(errors, *log);
     logLooseFiles(ctx, *log);
+    StartUpWarnings::logSilentFaults(ctx.getCmdCfgFileName(), *log);
     if (errors.getSize(CONFIG_ERROR) > 0) {
         std::cout << errors.toString() << std::flush;
         return false;

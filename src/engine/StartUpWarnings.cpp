@@ -4,7 +4,9 @@
 #include <iostream>
 #include <unistd.h>
 
+#include "CUtil.h"
 #include "ConfigErrorCollector.h"
+#include "ConfigFileLines.h"
 #include "NodeWarning.h"
 #include "OutputFilter.h"
 #include "ShellLogging.h"
@@ -27,6 +29,20 @@ void StartUpWarnings::take(const ConfigErrorCollector& errors, ShellLogging& log
         } else {
             texts.push_back(error->getErrorMessage());
         }
+    }
+}
+
+void StartUpWarnings::logSilentFaults(const std::string& commandFile, ShellLogging& log) {
+    if (!CUtil::isFileExisted(commandFile)) {
+        return;
+    }
+    ConfigFileLines file;
+    const std::string reason = file.read(commandFile);
+    if (!reason.empty()) {
+        log.warn(commandFile + ": " + reason);
+    }
+    for (const ConfigFileLines::Line& found : file.getWarnings()) {
+        log.warn(commandFile + ":" + std::to_string(found.number) + ": " + found.text);
     }
 }
 

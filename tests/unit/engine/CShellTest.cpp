@@ -113,13 +113,36 @@ TEST_F(CShellTest, HostNameIsKnownWithoutTheProgramThatPrintsIt) {
     EXPECT_EQ(expected, shell.getExecutionContext().getHostName());
 }
 
+constexpr char kWarningsIntoKelshLog[] =
+    "log4j.rootLogger=OFF\nlog4j.logger.kelsh=WARN, K\n"
+    "log4j.appender.K=org.apache.log4j.FileAppender\n"
+    "log4j.appender.K.File=${KELSH_PATH}/kelsh.log\n"
+    "log4j.appender.K.layout=org.apache.log4j.PatternLayout\n"
+    "log4j.appender.K.layout.ConversionPattern=%p %m%n\n";
+
+TEST_F(CShellTest, LogTellsWhatTheReaderOfCommandsAcceptsInSilence) {
+    put("log4cxx.properties", kWarningsIntoKelshLog);
+    const std::string file = home.file("cmd.cfg");
+    put("cmd.cfg", "#" + std::string(600, 'x') + "\n# x\r\n" + kCommands);
+    EXPECT_EQ(0, run({"tools", "greet"}));
+    EXPECT_EQ("WARN " + file +
+                  ":1: the line is longer than 511 bytes: its rest is read as a line of its own\n"
+                  "WARN " +
+                  file + ":2: the line ends in a carriage return, which belongs to its value\n",
+              content("kelsh.log"));
+}
+
+TEST_F(CShellTest, LogTellsThatTheCommandFileCanNotBeRead) {
+    put("log4cxx.properties", kWarningsIntoKelshLog);
+    EXPECT_EQ(0, run({"list"}));
+    EXPECT_EQ("", content("kelsh.log"));
+    ASSERT_TRUE(std::filesystem::create_directory(home.file("cmd.cfg")));
+    EXPECT_EQ(0, run({"list"}));
+    EXPECT_EQ("WARN " + home.file("cmd.cfg") + ": is a directory\n", content("kelsh.log"));
+}
+
 TEST_F(CShellTest, LogTellsOfFilesThatOthersCanWrite) {
-    put("log4cxx.properties",
-        "log4j.rootLogger=OFF\nlog4j.logger.kelsh=WARN, K\n"
-        "log4j.appender.K=org.apache.log4j.FileAppender\n"
-        "log4j.appender.K.File=${KELSH_PATH}/kelsh.log\n"
-        "log4j.appender.K.layout=org.apache.log4j.PatternLayout\n"
-        "log4j.appender.K.layout.ConversionPattern=%p %m%n\n");
+    put("log4cxx.properties", kWarningsIntoKelshLog);
     put("cmd.cfg", kCommands);
     ASSERT_EQ(0, ::chmod(home.file("cmd.cfg").c_str(), 0644));
     ASSERT_EQ(0, ::chmod(home.file("node.cfg").c_str(), 0644));

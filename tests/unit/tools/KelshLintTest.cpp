@@ -170,6 +170,9 @@ TEST_F(KelshLint, ReportsTimeOutsThatLookLikeSeconds) {
     EXPECT_THAT(output, HasSubstr("cmd.cfg:11: warning: timeout is 999 milliseconds"));
     EXPECT_EQ(cmd(std::string(kSet) + kCommand + "timeout=12s\n"), kWarnings);
     EXPECT_THAT(output, HasSubstr("timeout \"12s\" is taken as 12 milliseconds"));
+    EXPECT_EQ(cmd(std::string(kSet) + kCommand + "timeout=4294967296\n"), kWarnings);
+    EXPECT_THAT(output, HasSubstr("timeout \"4294967296\" is taken as the longest, 4294967295 m"));
+    EXPECT_EQ(cmd(std::string(kSet) + kCommand + "timeout=4294967295\n"), kClean);
     EXPECT_EQ(cmd(std::string(kSet) + kCommand + "timeout=-5\n"), kErrors);
     EXPECT_THAT(output, HasSubstr("error: Invalid time out: -5"));
 }
@@ -204,6 +207,40 @@ TEST_F(KelshLint, ReportsASetThatIsThereAlready) {
     EXPECT_THAT(output, HasSubstr("cmd.cfg:2: warning: the set \"biosfw\" is built in already"));
     EXPECT_EQ(cmd(std::string(kSet) + kCommand + kSet + kCommand), kWarnings);
     EXPECT_THAT(output, HasSubstr("cmd.cfg:11: warning: the set \"s\" stands in line 2 already"));
+}
+
+TEST_F(KelshLint, ReportsCommandsThatAreNeverFound) {
+    const std::string body = "description=d\ndestination=SLAVE\ncmd=x\n";
+    EXPECT_EQ(kWarnings, cmd(kSet + ("[cmd]\nname=get\ntype=SCRIPT_OPT\n" + body) +
+                             "[cmd]\nname=get-file\ntype=SCRIPT\n" + body));
+    EXPECT_EQ(
+        "cmd.cfg:11: warning: \"get-file\" is read as \"get\" (line 5) with options: it is never "
+        "run\n",
+        output);
+    // Without options a name is compared as a whole.
+    EXPECT_EQ(kClean, cmd(kSet + ("[cmd]\nname=get\ntype=SCRIPT\n" + body) +
+                          "[cmd]\nname=get-file\ntype=SCRIPT_OPT\n" + body))
+        << output;
+    EXPECT_EQ(kClean,
+              cmd(kSet + ("[cmd]\nname=get\ntype=SCRIPT_OPT\n" + body) +
+                  "[cmdset]\nname=t\ndescription=d\n[cmd]\nname=get-file\ntype=SCRIPT\n" + body))
+        << output;
+}
+
+TEST_F(KelshLint, ReportsACommandNamedLikeABasicOne) {
+    EXPECT_EQ(kWarnings, cmd(kSet + std::string("[cmd]\nname=list  node\ntype=SCRIPT\n") +
+                             "description=d\ndestination=SLAVE\ncmd=x\n"));
+    EXPECT_EQ(
+        "cmd.cfg:5: warning: \"list node\" is a basic command: the shell then finds no command of "
+        "this set\n",
+        output);
+}
+
+TEST_F(KelshLint, ReportsACommandFileThatCannotBeRead) {
+    write("node.cfg", kNodes);
+    ASSERT_EQ(0, ::mkdir(directory.file("cmd.cfg").c_str(), 0755));
+    EXPECT_EQ(kErrors, run("."));
+    EXPECT_THAT(output, HasSubstr("./cmd.cfg: error: is a directory\n"));
 }
 
 TEST_F(KelshLint, AcceptsAMastersCertificate) {
