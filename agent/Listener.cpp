@@ -62,6 +62,8 @@ Listener::Listener(AgentConfig& agentConfig, AgentLog& agentLog, const rlimit& f
     jobSettings.toolsKeyFile = config.toolsKeyFile;
     jobSettings.auditFile = config.auditFile;
     jobSettings.fileLimit = fileLimit;
+    // Unlimited where it cannot be told.
+    static_cast<void>(::getrlimit(RLIMIT_DATA, &jobSettings.dataLimit));
     jobSettings.log = &log;
 }
 
@@ -242,6 +244,7 @@ void Listener::becomeSession(WaitingRoom::Guest guest, UniqueFd line) {
     ::prctl(PR_SET_NAME, "kelnode-session");
     ::prctl(PR_SET_CHILD_SUBREAPER, 0);
     ::closelog();
+    sandbox::boundMemoryOfSession();
     descriptors::closeAllBut(
         {guest.connection.get(), line.get(), log.descriptor(), confinement.emptyDirectory->get()});
     ListeningSocket::watchForDeadPeer(guest.connection.get());

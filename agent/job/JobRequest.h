@@ -14,7 +14,9 @@ struct JobSettings {
     std::string nodePath;  // ends in "/"
     std::string toolsKeyFile;
     std::string auditFile;  // empty: no audit
-    rlimit fileLimit{};     // the limit of open files that jobs get
+    // The limits that jobs get, as the agent has found them: of open files, of memory.
+    rlimit fileLimit{};
+    rlimit dataLimit{RLIM_INFINITY, RLIM_INFINITY};
     const EventLog* log = nullptr;
 
     std::string toolsPath() const { return nodePath + "tools/"; }

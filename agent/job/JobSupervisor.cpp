@@ -259,6 +259,7 @@ void JobSupervisor::becomeJob(char* const* environment, const std::vector<int>& 
                  ::dup2(output.get(), STDERR_FILENO) >= 0 &&
                  ::close_range(STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC) == 0 &&
                  ::setrlimit(RLIMIT_NOFILE, &settings.fileLimit) == 0 &&
+                 ::setrlimit(RLIMIT_DATA, &settings.dataLimit) == 0 &&
                  ::chdir(request.workingDirectory.c_str()) == 0;
     for (const int fd : inherited) {
         ready = ready && ::fcntl(fd, F_SETFD, 0) == 0;

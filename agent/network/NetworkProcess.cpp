@@ -21,18 +21,27 @@ using Kind = ChannelError::Kind;
 
 constexpr int kHandshakeContent = 22;
 constexpr std::size_t kProofMessages = 4;
+// No shell sends any after the handshake; each costs a change of keys.
+constexpr int kMostLaterMessages = 16;
 constexpr std::size_t kBufferBytes = std::size_t{64} * 1024;
 
 // The messages of the handshake, and what the session is asked for about them.
 class Conversation {
 public:
-    Conversation(int localSocket, Deadline limit) : local(localSocket), deadline(limit) {}
+    Conversation(int localSocket, int wireSocket, Deadline limit)
+        : local(localSocket), wire(wireSocket), deadline(limit) {}
 
-    static void note(int /*writes*/, int /*version*/, int content, const void* bytes,
-                     std::size_t count, SSL* /*ssl*/, void* self) {
-        if (content == kHandshakeContent) {
-            static_cast<Conversation*>(self)->messages.emplace_back(static_cast<const char*>(bytes),
-                                                                    count);
+    static void note(int writes, int /*version*/, int content, const void* bytes, std::size_t count,
+                     SSL* /*ssl*/, void* self) {
+        if (content != kHandshakeContent) {
+            return;
+        }
+        auto& own = *static_cast<Conversation*>(self);
+        if (!own.isProven) {
+            own.messages.emplace_back(static_cast<const char*>(bytes), count);
+        } else if (writes == 0 && ++own.laterMessages > kMostLaterMessages) {
+            // The library goes on reading as long as there are more of them.
+            ::shutdown(own.wire, SHUT_RDWR);
         }
     }
 
@@ -50,6 +59,8 @@ public:
         }
         localmessages::send(local, 'P', joined(signedCount, signedCount + kProofMessages),
                             deadline);
+        isProven = true;
+        messages = {};
     }
 
 private:
@@ -62,9 +73,12 @@ private:
     }
 
     int local;
+    int wire;
     Deadline deadline;
     std::vector<std::string> messages;
     std::size_t signedCount = 0;
+    bool isProven = false;
+    int laterMessages = 0;  // that have come since
 };
 
 // Bytes on their way in one direction.
@@ -215,7 +229,7 @@ void run(UniqueFd connection, UniqueFd local, const std::string& peer,
          const std::shared_ptr<TlsContext>& context, Deadline deadline) noexcept {
     try {
         context->forgetKey();
-        Conversation conversation(local.get(), deadline);
+        Conversation conversation(local.get(), connection.get(), deadline);
         SSL_CTX* const shared = context->get();
         try {
             signingproxy::setSigner([&] { return conversation.askForSignature(); });

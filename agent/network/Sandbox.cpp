@@ -40,6 +40,11 @@ constexpr bool kIsSanitized = false;
 #endif
 // A sanitizer makes a pipe when it looks whether memory may be read.
 constexpr rlim_t kDescriptors = kIsSanitized ? 64 : 2;
+// Memory that it may write to, the listener's that it inherits included. It needs two buffers and
+// what the library keeps of a connection; sanitizers need terabytes.
+constexpr rlim_t kDataBytes = kIsSanitized ? RLIM_INFINITY : rlim_t{48} << 20U;
+// The same of a session: files and outputs go through it in pieces.
+constexpr rlim_t kSessionDataBytes = kIsSanitized ? RLIM_INFINITY : rlim_t{128} << 20U;
 
 #if defined(__x86_64__)
 constexpr std::uint32_t kArchitecture = AUDIT_ARCH_X86_64;
@@ -357,7 +362,7 @@ std::string enter(const Settings& settings, pid_t parent, int first, int second)
     }
     if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || ::prctl(PR_SET_DUMPABLE, 0) != 0 ||
         !limit(RLIMIT_CORE, 0) || !limit(RLIMIT_FSIZE, 0) || !limit(RLIMIT_NOFILE, kDescriptors) ||
-        (settings.changesUser && !limit(RLIMIT_NPROC, 0))) {
+        !limit(RLIMIT_DATA, kDataBytes) || (settings.changesUser && !limit(RLIMIT_NPROC, 0))) {
         return failed("cannot give up rights");
     }
     // After the change of user, which forgets it.
@@ -371,6 +376,15 @@ std::string enter(const Settings& settings, pid_t parent, int first, int second)
         return failed("cannot confine the system calls");
     }
     return "";
+}
+
+void boundMemoryOfSession() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_DATA, &limit) == 0 && limit.rlim_cur > kSessionDataBytes) {
+        limit.rlim_cur = kSessionDataBytes;
+        // One that cannot be set so serves without it.
+        static_cast<void>(::setrlimit(RLIMIT_DATA, &limit));
+    }
 }
 
 }  // namespace sandbox

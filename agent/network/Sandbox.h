@@ -31,4 +31,8 @@ Settings probe(const std::string& emptyDirectory, std::list<std::string>& missin
 //   parent  the process id of who forked it
 std::string enter(const Settings& settings, pid_t parent, int first, int second);
 
+// For a session itself, which is not confined: how much memory it may write to. The hard limit
+// stays, so that a job gets back what the agent has found.
+void boundMemoryOfSession();
+
 }  // namespace sandbox

@@ -34,6 +34,7 @@ struct Scale {
 std::vector<Figure> attackWithSlowPeers(const Scale& scale);
 std::vector<Figure> attackWithBegunHandshakes(const Scale& scale);
 std::vector<Figure> attackWithHeldSessions(const Scale& scale);
+std::vector<Figure> attackWithKeyUpdates(const Scale& scale);
 std::vector<Figure> attackDescriptors(const Scale& scale);
 std::vector<Figure> attackWithMalformedFrames(const Scale& scale);
 std::vector<Figure> attackWithCertificates(const Scale& scale);

@@ -23,6 +23,7 @@ const std::vector<std::pair<std::string, Attack>>& attacks() {
         {"slow-peers", attackWithSlowPeers},
         {"begun-handshakes", attackWithBegunHandshakes},
         {"held-sessions", attackWithHeldSessions},
+        {"key-updates", attackWithKeyUpdates},
         {"descriptors", attackDescriptors},
         {"frames", attackWithMalformedFrames},
         {"certificates", attackWithCertificates},

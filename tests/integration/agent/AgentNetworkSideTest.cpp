@@ -1,13 +1,17 @@
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <sys/socket.h>
 
 #include <gtest/gtest.h>
+#include <openssl/err.h>
 
 #include "CException.h"
+#include "CUtil.h"
 #include "ConnectionPool.h"
 #include "LocalAgent.h"
 #include "NetworkSide.h"
 #include "Sanitizers.h"
+#include "TlsSocket.h"
 
 // The process between a session and the network: what it may do, and what its fall takes along.
 
@@ -27,6 +31,30 @@ std::string statusField(pid_t pid, const std::string& field) {
 
 bool isConfinedHere(const LocalAgent& agent) {
     return agent.log().find("the network side of a session") == std::string::npos;
+}
+
+// A master who has authenticated changes its keys so many times. Whether the agent took them all.
+bool takesKeyUpdates(const LocalAgent& agent, int count) {
+    TlsFiles files;
+    files.certificateFile = agent.masterCertificate();
+    const std::shared_ptr<TlsContext> context = TlsContext::client(files);
+    const FreedBy<SSL, SSL_free> ssl(SSL_new(context->get()));
+    const UniqueFd fd = tlssocket::connect(agent.ip(), agent.port(), LocalAgent::soon());
+    ::fcntl(fd.get(), F_SETFL, ::fcntl(fd.get(), F_GETFL) & ~O_NONBLOCK);
+    // It raises no SIGPIPE.
+    BIO* const bio = tlssocket::newBio(fd.get());
+    SSL_set_bio(ssl.get(), bio, bio);
+    EXPECT_EQ(1, SSL_connect(ssl.get()));
+    const std::string hello = protocol::encode(protocol::ShellHello());
+    EXPECT_GT(SSL_write(ssl.get(), hello.data(), static_cast<int>(hello.size())), 0);
+    for (int i = 0; i < count; ++i) {
+        if (SSL_key_update(ssl.get(), SSL_KEY_UPDATE_NOT_REQUESTED) != 1 ||
+            SSL_do_handshake(ssl.get()) != 1) {
+            ERR_clear_error();
+            return false;
+        }
+    }
+    return true;
 }
 
 class AgentNetworkSide : public testing::Test {
@@ -80,6 +108,38 @@ TEST_F(AgentNetworkSide, HasNoPrivileges) {
               agent.runPath() + "empty/");
     EXPECT_EQ(LocalAgent::list(proc + "/fd"), (std::vector<std::string>{"0", "1"}));
     EXPECT_EQ(LocalAgent::list(proc + "/root"), std::vector<std::string>());
+}
+
+TEST_F(AgentNetworkSide, MemoryOfBothHalvesIsBoundedAndThatOfJobsIsNot) {
+    if (kSanitizersAllocator) {
+        GTEST_SKIP() << "sanitizers need terabytes";
+    }
+    const auto channel = agent.openChannel();
+    const auto limitOf = [](pid_t pid) {
+        std::istringstream limits(LocalAgent::read("/proc/" + std::to_string(pid) + "/limits"));
+        std::string line;
+        unsigned long long bytes = 0;
+        while (std::getline(limits, line)) {
+            if (line.rfind("Max data size", 0) == 0 &&
+                std::sscanf(line.c_str(), "Max data size %llu", &bytes) == 1) {
+                return bytes;
+            }
+        }
+        return ~0ULL;
+    };
+    EXPECT_LE(limitOf(networkSide()), 64ULL << 20U);
+    EXPECT_LE(limitOf(agent.processes("kelnode-session").at(0)), 128ULL << 20U);
+    CResult result;
+    agent.connect()->execute("ulimit -S -d; ulimit -H -d", 20000, &result);
+    std::string expected;
+    CUtil::exec_cmd("ulimit -S -d; ulimit -H -d", &expected, &expected);
+    EXPECT_EQ(expected, result.getRunSummary());
+}
+
+TEST_F(AgentNetworkSide, KeysThatChangeWithoutEndEndTheConnection) {
+    EXPECT_FALSE(takesKeyUpdates(agent, 200000));
+    EXPECT_TRUE(isTidy());
+    EXPECT_EQ("served\n", echo());
 }
 
 TEST_F(AgentNetworkSide, SessionHoldsNoConnection) {
