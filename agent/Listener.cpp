@@ -39,6 +39,12 @@ constexpr std::chrono::hours kExpiryPeriod(24);
 // Longer than a job gets between SIGTERM and SIGKILL.
 constexpr seconds kLeaveLimit(8);
 
+bool isRevoking(const TlsContext& context) {
+    X509_VERIFY_PARAM* const parameters =
+        X509_STORE_get0_param(SSL_CTX_get_cert_store(context.get()));
+    return (X509_VERIFY_PARAM_get_flags(parameters) & X509_V_FLAG_CRL_CHECK) != 0;
+}
+
 static_assert(Reception::kHandshakeTime == milliseconds(Session::kHandshakeMs),
               "one time for both: it counts from the acceptance");
 
@@ -405,6 +411,12 @@ void Listener::reload() {
     }
     try {
         std::shared_ptr<TlsContext> freshContext = loadContext(fresh);
+        if (isRevoking(*context) && !isRevoking(*freshContext)) {
+            throw CException(
+                "there is no " + certificateexpiry::revocationListBeside(fresh.certificateFile) +
+                " any more, and what it revoked would be let in (to do without it, start the"
+                " agent anew)");
+        }
         std::shared_ptr<const Authorization> freshRules = loadAuthorization(fresh);
         AuditLog(fresh.auditFile).check();
         reopenSocket(fresh);

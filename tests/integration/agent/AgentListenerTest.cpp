@@ -276,6 +276,23 @@ TEST_F(AgentListener, HangUpTakesARevocationAlsoFromKeptConnections) {
     EXPECT_EQ(echo(agent), "served\n");
 }
 
+TEST_F(AgentListener, RevocationListThatDisappearsSwitchesNothingOff) {
+    const TestPki::Identity lost = agent.pki().master("lost");
+    agent.pki().revoke({lost.serial});
+    const std::filesystem::path list =
+        std::filesystem::path(agent.pki().caFile()).parent_path() / "crl.pem";
+    std::filesystem::copy_file(list, agent.nodePath() + "crl.pem");
+    std::filesystem::remove(list);
+    agent.signal(SIGHUP);
+    ASSERT_TRUE(agent.waitForLog("read anew"));
+    std::filesystem::remove(agent.nodePath() + "crl.pem");
+    agent.signal(SIGHUP);
+    ASSERT_TRUE(agent.waitForLog("the old configuration stays in force"));
+    EXPECT_NE(std::string::npos, agent.log().find("there is no " + agent.nodePath() + "crl.pem"));
+    EXPECT_NE("", agent.refusalOf(lost.certificateFile));
+    EXPECT_EQ("served\n", echo(agent));
+}
+
 TEST_F(AgentListener, HangUpReopensTheLog) {
     std::filesystem::rename(agent.nodePath() + "kelnode.log", agent.nodePath() + "kelnode.log.1");
     agent.signal(SIGHUP);
