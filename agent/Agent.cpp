@@ -341,7 +341,11 @@ std::list<std::string> check(const AgentConfig& config, std::list<std::string>& 
                                    certificateexpiry::revocationListBeside(config.certificateFile)},
                                   ::time(nullptr)));
     // "/" stands for the directory that only a running agent has.
-    sandbox::probe("/", notes);
+    std::list<std::string> missing;
+    const bool isConfined = sandbox::probe("/", missing).isComplete();
+    const bool mayStart = isConfined || config.allowsUnconfined || ::geteuid() != 0;
+    std::list<std::string>& where = mayStart ? notes : findings;
+    where.splice(where.end(), missing);
     if (::access(config.getNodePath().c_str(), R_OK | W_OK | X_OK) != 0) {
         findings.push_back("the node path " + config.getNodePath() + ": " + std::strerror(errno));
     }

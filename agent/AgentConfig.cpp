@@ -91,6 +91,9 @@ std::string AgentConfig::apply(const std::string& key, const std::string& value)
     if (key == "ALLOW_LOOSE_FILES") {
         return parseSwitch(key, value, allowsLooseFiles);
     }
+    if (key == "ALLOW_UNCONFINED") {
+        return parseSwitch(key, value, allowsUnconfined);
+    }
     return "unknown setting \"" + key + "\"";
 }
 

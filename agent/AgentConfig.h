@@ -47,6 +47,8 @@ public:
     std::string auditFile;  // empty: no audit
     // Start although others could change what is believed and run.
     bool allowsLooseFiles = false;
+    // Start as root although the network side of sessions cannot be confined.
+    bool allowsUnconfined = false;
 
 private:
     // The reason why the setting is refused, or an empty text.

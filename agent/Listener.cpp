@@ -115,10 +115,18 @@ void Listener::confineNetworkSides() {
         Posix::throwErrno("cannot make " + empty);
     }
     std::list<std::string> missing;
-    confinement = sandbox::probe(empty, missing);
+    confinement = sandbox::probePatiently(empty, missing);
     for (const std::string& text : missing) {
         log.warning(text);
     }
+    if (confinement.isComplete() || ::geteuid() != 0) {
+        return;
+    }
+    if (!config.allowsUnconfined) {
+        throw CException(missing.front() + "; so the agent does not start as root, unless " +
+                         config.getFileName() + " says ALLOW_UNCONFINED=yes");
+    }
+    log.warning("what strangers send is read as root, as ALLOW_UNCONFINED wants it");
 }
 
 std::string Listener::boundAddress() const {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cassert>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstdint>
@@ -20,6 +21,7 @@
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -45,6 +47,9 @@ constexpr rlim_t kDescriptors = kIsSanitized ? 64 : 2;
 constexpr rlim_t kDataBytes = kIsSanitized ? RLIM_INFINITY : rlim_t{48} << 20U;
 // The same of a session: files and outputs go through it in pieces.
 constexpr rlim_t kSessionDataBytes = kIsSanitized ? RLIM_INFINITY : rlim_t{128} << 20U;
+
+constexpr int kProbes = 5;
+constexpr std::chrono::milliseconds kProbePause(200);
 
 #if defined(__x86_64__)
 constexpr std::uint32_t kArchitecture = AUDIT_ARCH_X86_64;
@@ -282,6 +287,14 @@ bool succeedsElsewhere(Action action) {
     return pid > 0 && ended == pid && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
+uid_t reservedId() {
+    uid_t id = kFirstReserved;
+    while (id < kLastReserved && (::getpwuid(id) != nullptr || ::getgrgid(id) != nullptr)) {
+        ++id;
+    }
+    return id;
+}
+
 // In another process: the sources of user names are libraries that this one, and all sessions with
 // it, would keep for ever.
 void lookUpUser(Settings& settings) {
@@ -293,12 +306,12 @@ void lookUpUser(Settings& settings) {
     UniqueFd to(ends[1]);
     std::uint32_t ids[2] = {settings.user, settings.group};
     const bool found = succeedsElsewhere([&] {
-        const passwd* const user = ::getpwnam(kUserName);
-        if (user == nullptr) {
-            return false;
+        if (const passwd* const user = ::getpwnam(kUserName)) {
+            ids[0] = user->pw_uid;
+            ids[1] = user->pw_gid;
+        } else {
+            ids[0] = ids[1] = reservedId();
         }
-        ids[0] = user->pw_uid;
-        ids[1] = user->pw_gid;
         return ::write(to.get(), ids, sizeof ids) == static_cast<ssize_t>(sizeof ids);
     });
     to.reset();
@@ -325,6 +338,10 @@ bool keepTwo(int first, int second) {
 
 }  // namespace
 
+bool Settings::isComplete() const {
+    return changesUser && (filtersCalls || kIsSanitized);
+}
+
 Settings probe(const std::string& emptyDirectory, std::list<std::string>& missing) {
     Settings settings;
     settings.emptyDirectory = std::make_shared<const UniqueFd>(
@@ -348,6 +365,17 @@ Settings probe(const std::string& emptyDirectory, std::list<std::string>& missin
             " kernel or this build has no filter for them");
     }
     return settings;
+}
+
+Settings probePatiently(const std::string& emptyDirectory, std::list<std::string>& missing) {
+    for (int i = 1;; ++i) {
+        Settings settings = probe(emptyDirectory, missing);
+        if (settings.isComplete() || ::geteuid() != 0 || i == kProbes) {
+            return settings;
+        }
+        missing.clear();
+        std::this_thread::sleep_for(kProbePause);
+    }
 }
 
 std::string enter(const Settings& settings, pid_t parent, int first, int second) {

@@ -246,6 +246,52 @@ TEST_F(AgentNetworkSide, LeavesNobodyBehind) {
     EXPECT_TRUE(isTidy());
 }
 
+// An agent that may not change root directories.
+class UnconfinedAgent : public testing::Test {
+protected:
+    void SetUp() override {
+        if (::geteuid() != 0) {
+            GTEST_SKIP() << "only root can be kept from it";
+        }
+        agent.signal(SIGTERM);
+        ASSERT_TRUE(agent.waitForExit());
+    }
+    int run(const std::string& options, std::string& output) const {
+        return CUtil::exec_cmd("KELNODE_PATH=" + agent.nodePath() +
+                                   " setpriv --bounding-set=-sys_chroot --inh-caps=-sys_chroot " +
+                                   KELSH_BINARY_DIR + "/bin/kelnode " + options,
+                               &output, &output);
+    }
+    void allow() {
+        agent.configuration().settings["ALLOW_UNCONFINED"] = "yes";
+        agent.writeConfiguration();
+    }
+
+    LocalAgent agent;
+};
+
+TEST_F(UnconfinedAgent, DoesNotStartAsRoot) {
+    std::string output;
+    EXPECT_EQ(1, run("", output));
+    EXPECT_NE(std::string::npos, output.find("ALLOW_UNCONFINED=yes")) << output;
+    EXPECT_NE(std::string::npos, output.find("changing them is not allowed here")) << output;
+    EXPECT_NE(0, run("--check", output));
+}
+
+TEST_F(UnconfinedAgent, StartsWhereThatIsAllowedAndSaysSo) {
+    allow();
+    std::string output;
+    EXPECT_EQ(0, run("--check", output)) << output;
+    EXPECT_NE(std::string::npos, output.find("note: the network side of a session")) << output;
+    std::string address;
+    const std::string said = agent.nodePath() + "address";
+    run("--ready-fd 1 >" + said + " & while kill -0 $! && ! grep -q : " + said +
+            "; do sleep 0.05; done; kill $!; wait $!; cat " + said,
+        address);
+    EXPECT_NE(std::string::npos, address.find(agent.ip() + ":")) << address;
+    EXPECT_NE(std::string::npos, agent.log().find("as ALLOW_UNCONFINED wants it"));
+}
+
 // What a network side that has been taken over may try: the session's half is driven directly.
 class ForgedNetworkSide : public testing::Test {
 protected:

@@ -41,6 +41,7 @@ TEST_F(AgentConfigFile, EmptyFileGivesTheDefaults) {
     EXPECT_EQ(config.logFile, "");
     EXPECT_EQ(config.auditFile, "");
     EXPECT_FALSE(config.allowsLooseFiles);
+    EXPECT_FALSE(config.allowsUnconfined);
 }
 
 TEST_F(AgentConfigFile, SettingsAreTaken) {
@@ -48,7 +49,7 @@ TEST_F(AgentConfigFile, SettingsAreTaken) {
         "# a comment\n\nLISTEN=127.0.0.1:0\nCERTIFICATE_FILE=/etc/c.pem\nPRIVATE_KEY_FILE=k.pem\n"
         "CA_FILE=sub/ca.pem\nMAC_ADDRESS=aa:bb:cc:00:11:22\nTOOLS_KEY_FILE=key\n"
         "MAX_SESSIONS=7\nSESSIONS_PER_CERTIFICATE=5\nSESSIONS_PER_SOURCE=6\nLOG_FILE=a=b."
-        "log\nAUDIT_FILE=/var/audit.log\nALLOW_LOOSE_FILES=yes\n");
+        "log\nAUDIT_FILE=/var/audit.log\nALLOW_LOOSE_FILES=yes\nALLOW_UNCONFINED=yes\n");
     EXPECT_TRUE(faults.empty()) << onlyFault();
     EXPECT_EQ(config.listen.host, "127.0.0.1");
     EXPECT_EQ(config.listen.port, 0U);
@@ -63,6 +64,7 @@ TEST_F(AgentConfigFile, SettingsAreTaken) {
     EXPECT_EQ(config.logFile, directory.file("a=b.log"));
     EXPECT_EQ(config.auditFile, "/var/audit.log");
     EXPECT_TRUE(config.allowsLooseFiles);
+    EXPECT_TRUE(config.allowsUnconfined);
 }
 
 TEST_F(AgentConfigFile, CertificateWithoutKeySettingHoldsTheKey) {

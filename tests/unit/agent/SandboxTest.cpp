@@ -8,7 +8,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <grp.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 
 #include "Sandbox.h"
 #include "TempDir.h"
@@ -87,6 +89,19 @@ TEST_F(SandboxEntered, OnlyTwoDescriptorsAreKept) {
 
 TEST_F(SandboxEntered, SaysWhatCannotBeHad) {
     EXPECT_EQ(missing.size(), (settings.changesUser ? 0U : 1U) + (settings.filtersCalls ? 0U : 1U));
+}
+
+TEST_F(SandboxEntered, UserIsNobodysButItsOwn) {
+    EXPECT_NE(65534U, settings.user);
+    EXPECT_NE(65534U, settings.group);
+    EXPECT_NE(0U, settings.user);
+    const passwd* const own = ::getpwnam("kelnode");
+    if (own != nullptr) {
+        EXPECT_EQ(own->pw_uid, settings.user);
+    } else {
+        EXPECT_EQ(nullptr, ::getpwuid(settings.user));
+        EXPECT_EQ(nullptr, ::getgrgid(settings.group));
+    }
 }
 
 TEST_F(SandboxEntered, NothingIsOpened) {
