@@ -34,7 +34,6 @@ using std::chrono::seconds;
 
 constexpr seconds kSweepPeriod(5);
 constexpr milliseconds kSweepOftenPeriod(200);
-constexpr seconds kSweepOften(10);
 constexpr std::chrono::hours kExpiryPeriod(24);
 // Longer than a job gets between SIGTERM and SIGKILL.
 constexpr seconds kLeaveLimit(8);
@@ -383,22 +382,15 @@ void Listener::noteEnd(pid_t pid, int status) {
         sessions.remove(pid);
     }
     // A supervisor that lost its session, or what remains of a job without a supervisor, is reaped
-    // here too.
-    if (wasKilled || entry == nullptr) {
-        sweepSoon();
+    // here too. Who ends in order has tidied up.
+    if (wasKilled) {
+        sweepAt = Clock::now();
     }
-}
-
-void Listener::sweepSoon() {
-    sweepOftenUntil = Clock::now() + kSweepOften;
-    sweepAt = Clock::now();
 }
 
 void Listener::sweep() {
     const int left = runDirectory.sweep([this](const std::string& text) { log.warning(text); });
-    const Clock::time_point now = Clock::now();
-    const bool often = left > 0 || now < sweepOftenUntil;
-    sweepAt = now + (often ? milliseconds(kSweepOftenPeriod) : milliseconds(kSweepPeriod));
+    sweepAt = Clock::now() + (left > 0 ? kSweepOftenPeriod : milliseconds(kSweepPeriod));
 }
 
 void Listener::reload() {

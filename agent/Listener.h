@@ -74,7 +74,6 @@ private:
     void stop();
     bool mayLeave();
     void sweep();
-    void sweepSoon();
     int pollTimeOut() const;
 
     AgentConfig& config;
@@ -96,6 +95,5 @@ private:
     bool hangUp = false;
     bool terminate = false;
     Clock::time_point sweepAt{};
-    Clock::time_point sweepOftenUntil{};
     Clock::time_point warnAt{};
 };
