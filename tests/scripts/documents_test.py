@@ -235,6 +235,24 @@ class Contributing(unittest.TestCase):
         self.assertEqual(rooms | {"launcher", "tools"}, named)
 
 
+class Links(unittest.TestCase):
+    def test_lead_to_files_and_headings_that_exist(self):
+        pages = subprocess.run(["git", "-C", SOURCE_DIR, "ls-files", "*.md"], check=True,
+                               stdout=subprocess.PIPE, text=True).stdout.split()
+        self.assertIn("README.md", pages)
+        for page in pages:
+            for link in re.findall(r"\]\(([^)\s]+)\)", read(page)):
+                if "://" in link:
+                    continue
+                name, _, heading = link.partition("#")
+                path = os.path.normpath(os.path.join(os.path.dirname(page), name)) if name else page
+                self.assertTrue(os.path.exists(os.path.join(SOURCE_DIR, path)), f"{page}: {link}")
+                if heading:
+                    headings = [re.sub(r"[^\w -]", "", line.lstrip("# ").lower()).replace(" ", "-")
+                                for line in read(path).splitlines() if line.startswith("#")]
+                    self.assertIn(heading, headings, page)
+
+
 class Compatibility(unittest.TestCase):
     def test_its_odd_texts_are_those_of_the_shell(self):
         page = read("docs/compatibility.md")
