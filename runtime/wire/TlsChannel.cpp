@@ -89,7 +89,7 @@ TlsChannel::TlsChannel(UniqueFd connected, std::shared_ptr<TlsContext> shared,
       ssl(SSL_new(context->get())) {
     BIO* bio = ssl ? tlssocket::newBio(socket.get()) : nullptr;
     if (bio == nullptr) {
-        throw ChannelError(Kind::kFailed, "Can not set up TLS for " + peer + ": out of memory.");
+        throw ChannelError(Kind::kFailed, "Cannot set up TLS for " + peer + ": out of memory.");
     }
     SSL_set_bio(ssl.get(), bio, bio);
     const bool server = context->isServer();
@@ -166,7 +166,7 @@ void TlsChannel::expectAddress(const std::string& address) {
     }
     if (!expected) {
         throw ChannelError(Kind::kFailed,
-                           "\"" + address + "\" can not be checked in a certificate.");
+                           "\"" + address + "\" cannot be checked in a certificate.");
     }
 }
 

@@ -71,14 +71,14 @@ public:
     Bio bio() const {
         Bio memory(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
         if (!memory) {
-            failed("Can not read a PEM file");
+            failed("Cannot read a PEM file");
         }
         return memory;
     }
 
 private:
     [[noreturn]] static void unreadable(const std::string& file, const std::string& reason) {
-        throw CException("Can not read the certificate or key file \"" + file + "\": " + reason +
+        throw CException("Cannot read the certificate or key file \"" + file + "\": " + reason +
                          ".");
     }
 
@@ -251,7 +251,7 @@ private:
                           : insideProblem;
         }
         const std::string& named = separate ? source.privateKeyFile : source.certificateFile;
-        throw CException(Text::startsWith(problem, "Can not")
+        throw CException(Text::startsWith(problem, "Cannot")
                              ? problem
                              : "The file \"" + named + "\" " + problem + ".");
     }
@@ -282,7 +282,7 @@ TlsContext::TlsContext(const TlsFiles& givenFiles, bool server)
     ERR_clear_error();
     context.reset(SSL_CTX_new(server ? TLS_server_method() : TLS_client_method()));
     if (!context) {
-        failed("Can not set up TLS");
+        failed("Cannot set up TLS");
     }
     configureCommon();
     if (server) {
@@ -304,7 +304,7 @@ void TlsContext::configureCommon() {
         SSL_CTX_set1_groups_list(ctx, kGroups) != 1 ||
         SSL_CTX_set_ciphersuites(ctx, kCipherSuites) != 1 ||
         SSL_CTX_set_max_early_data(ctx, 0) != 1) {
-        failed("Can not set up TLS 1.3");
+        failed("Cannot set up TLS 1.3");
     }
     SSL_CTX_set_mode(ctx, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER |
                               SSL_MODE_RELEASE_BUFFERS | SSL_MODE_NO_AUTO_CHAIN);
@@ -319,7 +319,7 @@ void TlsContext::configureClient() {
     // The one function of the library that returns 0 for success.
     if (SSL_CTX_set_alpn_protos(ctx, reinterpret_cast<const unsigned char*>(alpn.data()),
                                 static_cast<unsigned int>(alpn.size())) != 0) {
-        failed("Can not set up ALPN");
+        failed("Cannot set up ALPN");
     }
 }
 
@@ -330,7 +330,7 @@ void TlsContext::configureServer() {
     SSL_CTX_set_session_cache_mode(ctx, SSL_SESS_CACHE_OFF);
     SSL_CTX_set_options(ctx, SSL_OP_NO_TICKET);
     if (SSL_CTX_set_num_tickets(ctx, 0) != 1) {
-        failed("Can not do without session tickets");
+        failed("Cannot do without session tickets");
     }
     SSL_CTX_set_alpn_select_cb(ctx, &selectAlpn, nullptr);
 }
@@ -339,10 +339,10 @@ void TlsContext::useMaterial(const Material& material) {
     SSL_CTX* ctx = context.get();
     const std::string named = "\"" + files.certificateFile + "\"";
     if (SSL_CTX_use_certificate(ctx, material.chain.front().get()) != 1) {
-        failed("Can not use the certificate in " + named);
+        failed("Cannot use the certificate in " + named);
     }
     if (SSL_CTX_use_PrivateKey(ctx, material.key.get()) != 1) {
-        failed("Can not use the private key for " + named);
+        failed("Cannot use the private key for " + named);
     }
     const int keyType = EVP_PKEY_get_base_id(material.key.get());
     if (serverSide && keyType != EVP_PKEY_EC && keyType != EVP_PKEY_RSA) {
@@ -354,7 +354,7 @@ void TlsContext::useMaterial(const Material& material) {
         // The peer has the roots; only what lies between helps it.
         if ((X509_get_extension_flags(link) & EXFLAG_SS) == 0 &&
             SSL_CTX_add1_chain_cert(ctx, link) != 1) {
-            failed("Can not use the chain in " + named);
+            failed("Cannot use the chain in " + named);
         }
     }
     X509_STORE* store = SSL_CTX_get_cert_store(ctx);
@@ -366,7 +366,7 @@ void TlsContext::useMaterial(const Material& material) {
                              tlsfault::subject(authority.get()) + ") among those to be trusted.");
         }
         if (X509_STORE_add_cert(store, authority.get()) != 1) {
-            failed("Can not trust the CA in " + named);
+            failed("Cannot trust the CA in " + named);
         }
     }
     // The CAs named are trusted as they are, be they roots or not.
@@ -387,7 +387,7 @@ void TlsContext::useRevocationList() {
     while (X509_CRL* next = PEM_read_bio_X509_CRL(bio.get(), nullptr, nullptr, nullptr)) {
         const FreedBy<X509_CRL, X509_CRL_free> list(next);
         if (X509_STORE_add_crl(store, list.get()) != 1) {
-            failed("Can not use the revocation list \"" + file + "\"");
+            failed("Cannot use the revocation list \"" + file + "\"");
         }
         ++lists;
     }
@@ -430,11 +430,11 @@ std::string TlsContext::refusalOf(const std::vector<Certificate>& parsed, const 
     const FreedBy<X509_STORE_CTX, X509_STORE_CTX_free> check(X509_STORE_CTX_new());
     if (parsed.empty() || !issuers || !check) {
         ERR_clear_error();
-        return "The certificate of " + whose + " can not be read.";
+        return "The certificate of " + whose + " cannot be read.";
     }
     for (const Certificate& certificate : parsed) {
         if (sk_X509_push(issuers.get(), certificate.get()) <= 0) {
-            return "The certificate of " + whose + " can not be checked.";
+            return "The certificate of " + whose + " cannot be checked.";
         }
     }
     X509* const own = parsed.front().get();

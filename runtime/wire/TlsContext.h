@@ -62,7 +62,7 @@ public:
     // check them.
     std::string refusalOf(const std::vector<Certificate>& certificates, const std::string& whose,
                           std::string& name) const;
-    // DER, one after the other, up to the first that can not be read.
+    // DER, one after the other, up to the first that cannot be read.
     static std::vector<Certificate> parse(const std::string& certificates);
 
 private:

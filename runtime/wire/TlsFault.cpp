@@ -197,12 +197,12 @@ std::string describeVerification(int error, const X509* certificate, const std::
         case X509_V_ERR_CERT_REVOKED:
             return start + " has been revoked.";
         case X509_V_ERR_UNABLE_TO_GET_CRL:
-            return start + " can not be checked: crl.pem holds no revocation list of its CA.";
+            return start + " cannot be checked: crl.pem holds no revocation list of its CA.";
         case X509_V_ERR_CRL_HAS_EXPIRED:
-            return start + " can not be checked: the revocation list in crl.pem has expired.";
+            return start + " cannot be checked: the revocation list in crl.pem has expired.";
         case X509_V_ERR_CRL_NOT_YET_VALID:
             return start +
-                   " can not be checked: the revocation list in crl.pem is not valid yet:"
+                   " cannot be checked: the revocation list in crl.pem is not valid yet:"
                    " check the clock.";
         default:
             return start + " is not acceptable: " + X509_verify_cert_error_string(error) + ".";
