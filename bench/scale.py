@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""What one master would do with 10,000 and 100,000 nodes, reckoned from measured figures and from
-the limits that stand in the code. Prints two tables in Markdown.
+"""What one master would do with 10,000 and 100,000 nodes, calculated from measured figures and from
+the limits in the code. Prints two tables in Markdown.
 
 Usage: bench/scale.py [--masters N] [--cores N] [--gbit N] [--dead SHARE] [PEERS.JSON]
 
@@ -17,7 +17,7 @@ import statistics
 COUNTS = (1_000, 10_000, 100_000)
 IMAGE_MIB = 16
 
-# Of the code: runtime/AgentLink.cpp, SSLClient.h and ConnectGate.h, src/NodeAgentQuery.h.
+# Limits in the code: AgentLink, SSLClient and ConnectGate in runtime/client, src/config/NodeAgentQuery.h.
 CONNECTS_AT_ONCE = 64
 CONNECT_LIMIT_S = 3.0
 SECOND_LIMIT_S = 0.2
