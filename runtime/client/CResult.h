@@ -12,6 +12,16 @@ enum EXEC_STATUS_ENUM : int {
     EXEC_TIMED_OUT = 5,  // not finished in its time
 };
 
+// Why a command came to nothing, where the run status alone does not say it.
+enum class RunEnd {
+    kByStatus,      // the run status says it all
+    kUnreachable,   // no connection to the node was made
+    kSilent,        // the agent took the connection and did not answer in time
+    kRefused,       // the agent, or one end of the connection, would not have it
+    kNotStarted,    // the agent could not start it
+    kWrongMachine,  // another machine than the configured one answers there
+};
+
 // The record of one command on one target: a plain value, owned by whoever declares it.
 // Used by one thread at a time.
 class CResult {
@@ -26,6 +36,9 @@ public:
     EXEC_STATUS_ENUM getRunStatus() const;
     void setRunStatus(EXEC_STATUS_ENUM status);
     void setRunStatus(int status);
+
+    RunEnd getRunEnd() const { return runEnd; }
+    void setRunEnd(RunEnd end) { runEnd = end; }
 
     // The exit code of the program run for the command; 128 + n for one ended by signal n.
     int getExitCode() const;
@@ -50,6 +63,7 @@ public:
 
 private:
     EXEC_STATUS_ENUM runStatus = EXEC_SUCCESS;
+    RunEnd runEnd = RunEnd::kByStatus;
     int exitCode = 0;
     long runTime = 0;
     std::string runSummary;

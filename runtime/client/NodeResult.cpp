@@ -4,10 +4,41 @@
 #include <new>
 #include <utility>
 
+#include "AgentLink.h"
+#include "ChannelError.h"
+
 namespace noderesult {
 namespace {
 
 constexpr std::size_t kGrowth = 8;
+
+RunEnd endBy(const ChannelError& error) {
+    switch (error.kind()) {
+        case ChannelError::Kind::kUnreachable:
+        case ChannelError::Kind::kNoAnswer:
+        case ChannelError::Kind::kPending:
+            return RunEnd::kUnreachable;
+        case ChannelError::Kind::kTimedOut:
+            return RunEnd::kSilent;
+        case ChannelError::Kind::kRefused:
+            return RunEnd::kRefused;
+        case ChannelError::Kind::kClosed:
+        case ChannelError::Kind::kFailed:
+            break;
+    }
+    return RunEnd::kByStatus;
+}
+
+RunEnd endBy(const AgentError& error) {
+    switch (error.code()) {
+        case protocol::kErrorRefused:
+            return RunEnd::kRefused;
+        case protocol::kErrorNotStarted:
+            return RunEnd::kNotStarted;
+        default:
+            return RunEnd::kByStatus;
+    }
+}
 
 }  // namespace
 
@@ -22,6 +53,16 @@ void fill(CResult& result, int status, int exitCode, std::string summary) {
     result.setRunStatus(status);
     result.setExitCode(exitCode);
     result.setRunSummary(std::move(summary));
+}
+
+void fail(CResult& result, const CException& failure) {
+    result.setRunStatus(EXEC_FAILURE);
+    result.setRunSummary(failure.getErrMsg());
+    if (const auto* channel = dynamic_cast<const ChannelError*>(&failure)) {
+        result.setRunEnd(endBy(*channel));
+    } else if (const auto* agent = dynamic_cast<const AgentError*>(&failure)) {
+        result.setRunEnd(endBy(*agent));
+    }
 }
 
 void fill(CResult& result, const protocol::Result& verdict, std::string summary) {

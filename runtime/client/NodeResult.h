@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <string>
 
+#include "CException.h"
 #include "CResult.h"
 #include "Protocol.h"
 
@@ -15,6 +16,9 @@ void appendLine(std::string& text, const std::string& line);
 
 //   status  EXEC_SUCCESS, EXEC_FAILURE or EXEC_TIMED_OUT
 void fill(CResult& result, int status, int exitCode, std::string summary);
+// By what was thrown on the way to the node: a failure with its text, and with the end that its
+// type stands for.
+void fail(CResult& result, const CException& failure);
 // By the agent's word. What it has to add comes after the summary.
 void fill(CResult& result, const protocol::Result& verdict, std::string summary);
 

@@ -13,6 +13,7 @@
 #include "CSSLConfig.h"
 #include "CShellCommandSet.h"
 #include "CommandOutcome.h"
+#include "NodeResult.h"
 #include "SSLClient.h"
 #include "StopWatch.h"
 #include "TlsChannel.h"
@@ -110,7 +111,7 @@ void CThreadWrapperOfCommand::runCommand(CResult& outcome) {
     try {
         runOnTarget(outcome);
     } catch (const CException& failure) {
-        fail(outcome, failure.getErrMsg());
+        noderesult::fail(outcome, failure);
     } catch (const boost::thread_interrupted&) {
         throw;
     } catch (const std::exception& failure) {
@@ -129,6 +130,7 @@ void CThreadWrapperOfCommand::runOnTarget(CResult& outcome) {
     const Identity identity = askIdentity(target, timeOut);
     if (!identity.mac.empty() && identity.mac != target.getMac()) {
         outcome.setRunStatus(EXEC_REJECTED);
+        outcome.setRunEnd(RunEnd::kWrongMachine);
         outcome.setRunSummary("Node " + target.getName() + ": IP(" + target.getIp() + ") and MAC(" +
                               target.getMac() + ") are not matched!");
         return;

@@ -12,6 +12,7 @@
 #include "CUtil.h"
 #include "CommandText.h"
 #include "ConfigErrorCollector.h"
+#include "NodeResult.h"
 #include "SSLClient.h"
 #include "Text.h"
 
@@ -385,7 +386,7 @@ void CShellCommandSet::runCommand(const CShellCommand& cmd, const std::string& o
         }
         client.execute(withOptions(line, options), timeOutMs, &result);
     } catch (const CException& fault) {
-        fail(result, fault.getErrMsg());
+        noderesult::fail(result, fault);
     }
 }
 

@@ -7,6 +7,7 @@
 #include "CShellCommandSet_Basic.h"
 #include "CShellExecutionContext.h"
 #include "CUtil.h"
+#include "NodeResult.h"
 #include "PathText.h"
 #include "SSLClient.h"
 
@@ -244,9 +245,10 @@ void conclude(CResult& result, const CResult& run, int status, const std::string
 }
 
 void reportFailure(const CException& failure, CResult& result) {
-    const auto* stopped = dynamic_cast<const CommandStopped*>(&failure);
-    result.setRunStatus(stopped != nullptr ? stopped->getRunStatus() : EXEC_FAILURE);
-    result.setRunSummary(failure.getErrMsg());
+    noderesult::fail(result, failure);
+    if (const auto* stopped = dynamic_cast<const CommandStopped*>(&failure)) {
+        result.setRunStatus(stopped->getRunStatus());
+    }
 }
 
 void showAnswer(CNodeSession& session, const PackagedRun& run, CResult& result) {

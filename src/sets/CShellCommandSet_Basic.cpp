@@ -13,6 +13,7 @@
 #include "CUtil.h"
 #include "ChildProcess.h"
 #include "CommandTable.h"
+#include "NodeResult.h"
 #include "SSLClient.h"
 
 namespace {
@@ -28,8 +29,7 @@ void saveFile(CNode& node, const std::string& path, CResult& result, unsigned in
     try {
         CNodeSession::connect(node, timeOut)->execute("[savefile]" + path, timeOut, &result);
     } catch (const CException& failure) {
-        result.setRunStatus(EXEC_FAILURE);
-        result.setRunSummary(failure.getErrMsg());
+        noderesult::fail(result, failure);
     }
 }
 
@@ -38,8 +38,7 @@ void getFile(CNode& node, const std::string& path, CResult& result, unsigned int
     try {
         CNodeSession::connect(node, timeOut)->execute("[getfile]" + path, timeOut, &result);
     } catch (const CException& failure) {
-        result.setRunStatus(EXEC_FAILURE);
-        result.setRunSummary(failure.getErrMsg());
+        noderesult::fail(result, failure);
     }
     std::string text;
     if (existed) {

@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include "AgentLink.h"
+#include "ChannelError.h"
 #include "NodeResult.h"
 #include "Sanitizers.h"
 
@@ -72,4 +74,30 @@ TEST(OutputCollector, NeedsNoMoreRoomThanThereIs) {
         GTEST_SKIP() << "a sanitizer takes all the address space there is";
     }
     EXPECT_EXIT(collectWithin(40 * kMiB, 12 * kMiB), ::testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
+TEST(NodeResult, FailureSaysItsEndByTheTypeOfWhatWasThrown) {
+    const auto endOf = [](const CException& failure) {
+        CResult result;
+        noderesult::fail(result, failure);
+        EXPECT_EQ(EXEC_FAILURE, result.getRunStatus());
+        EXPECT_EQ(failure.getErrMsg(), result.getRunSummary());
+        return result.getRunEnd();
+    };
+    const auto channel = [&](ChannelError::Kind kind) { return endOf(ChannelError(kind, "x")); };
+    const auto agent = [&](std::uint16_t code) {
+        protocol::Error error;
+        error.code = code;
+        error.text = "no";
+        return endOf(AgentError(error, "node"));
+    };
+    EXPECT_EQ(RunEnd::kUnreachable, channel(ChannelError::Kind::kUnreachable));
+    EXPECT_EQ(RunEnd::kUnreachable, channel(ChannelError::Kind::kNoAnswer));
+    EXPECT_EQ(RunEnd::kSilent, channel(ChannelError::Kind::kTimedOut));
+    EXPECT_EQ(RunEnd::kRefused, channel(ChannelError::Kind::kRefused));
+    EXPECT_EQ(RunEnd::kByStatus, channel(ChannelError::Kind::kClosed));
+    EXPECT_EQ(RunEnd::kRefused, agent(protocol::kErrorRefused));
+    EXPECT_EQ(RunEnd::kNotStarted, agent(protocol::kErrorNotStarted));
+    EXPECT_EQ(RunEnd::kByStatus, agent(protocol::kErrorFile));
+    EXPECT_EQ(RunEnd::kByStatus, endOf(CException("no file")));
 }
