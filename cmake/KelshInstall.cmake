@@ -111,7 +111,7 @@ install(PROGRAMS completions/kelsh-complete DESTINATION ${private_lib} COMPONENT
 install(FILES completions/kelsh.bash
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME kelsh COMPONENT kelsh)
 install(FILES completions/_kelsh DESTINATION ${zsh_dir} COMPONENT kelsh)
-kelsh_install_documents(kelsh kelsh.1 kelsh-lint.1 node.cfg.5 cmd.cfg.5 ssl_master.cfg.5)
+kelsh_install_documents(kelsh kelsh.1 kelsh-lint.1 node.cfg.5 cmd.cfg.5 ssl_master.cfg.5 kelsh.cfg.5)
 # The guides, and the pages to which they lead.
 foreach(guide getting-started operating writing-commands journal compatibility security protocol
         privilege-separation)

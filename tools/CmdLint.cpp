@@ -184,6 +184,11 @@ private:
                            "-n, -g and -t, --node, --group and --timeout belong to the shell: "
                            "the command never gets this option");
         }
+        if (longName == "fold" || longName == "no-fold") {
+            report.warning(line, "--" + longName +
+                                     " stays the command's: the modern interface cannot be told "
+                                     "by it how to show its results");
+        }
     }
 
     void endCommand() {

@@ -52,6 +52,7 @@ private:
 void lintNodeFile(LintReport& report);
 void lintCmdFile(LintReport& report);
 void lintSslFile(LintReport& report);
+void lintKelshFile(LintReport& report);
 // The private key and the certificates that an SSL file names. certificateLine and keyLine are the
 // lines that name them; an empty keyFile means that the certificate file holds the key.
 void lintCertificates(LintReport& report, const std::string& certificateFile, int certificateLine,

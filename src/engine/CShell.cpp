@@ -4,6 +4,7 @@
 #include <ctime>
 #include <iostream>
 #include <iterator>
+#include <optional>
 #include <sys/resource.h>
 #include <unistd.h>
 #include <utility>
@@ -16,21 +17,21 @@
 #include "CThreadWrapperOfCommand.h"
 #include "CUtil.h"
 #include "CertificateExpiry.h"
+#include "ClassicInterface.h"
+#include "ClassicResults.h"
 #include "CommandEngine.h"
 #include "CommandSequence.h"
 #include "ConfigErrorCollector.h"
 #include "FileTrust.h"
-#include "InteractiveLoop.h"
+#include "KelshConfig.h"
+#include "ModernInterface.h"
 #include "OpenSslLocks.h"
-#include "PipedLine.h"
 #include "RegisteredSets.h"
 #include "ShellLogging.h"
 
 namespace {
 
 constexpr int kExitConfiguration = 2;
-constexpr int kExitOptionErrors = 7;
-constexpr int kExitQuit = 7;  // not 0, and stays; docs/compatibility.md
 constexpr char kValidateOption[] = "--validate";
 constexpr char kSequenceFile[] = "cmdseq.cfg";
 constexpr char kLogProperties[] = "log4cxx.properties";
@@ -117,12 +118,14 @@ CShell::~CShell() {
 int CShell::run(int argc, char** argv) {
     shellsignals::install();
     raiseDescriptorLimit();
-    std::list<std::string> words;
-    for (int i = 1; i < argc; ++i) {
-        words.emplace_back(argv[i]);
+    const std::unique_ptr<ShellInterface> interface = makeInterface();
+    if (!interface) {
+        return kExitConfiguration;
     }
-    words.splice(words.end(), readPipedWords(STDIN_FILENO));
-
+    std::list<std::string> words = interface->words(argc, argv);
+    if (const std::optional<int> status = interface->answer(words)) {
+        return *status;
+    }
     ConfigErrorCollector errors;
     if (processProgramOption(words, *context, &errors) != 0) {
         return 0;
@@ -132,14 +135,33 @@ int CShell::run(int argc, char** argv) {
         return kExitConfiguration;
     }
     if (words.empty()) {
-        return runInteractive(words);
+        return runInteractive(*interface, words);
     }
     for (const std::string& word : words) {
         if (word.find(kValidateOption) != std::string::npos) {
             return runValidation(words);
         }
     }
-    return runOneCommand(words);
+    return runOneCommand(*interface, words);
+}
+
+std::unique_ptr<ShellInterface> CShell::makeInterface() const {
+    KelshConfig config;
+    if (!installPath.empty()) {
+        ConfigErrorCollector findings;
+        config = KelshConfig::read(installPath + KelshConfig::kFileName, &findings);
+        for (const ConfigError* finding : findings.getErrorList()) {
+            std::cerr << KelshConfig::kFileName << ": " << finding->toString() << std::endl;
+        }
+        if (findings.getSize(CONFIG_ERROR) > 0) {
+            return nullptr;
+        }
+    }
+    const ShellParts parts{*context, *engine, *sequence, *log};
+    if (config.interface == KelshConfig::Interface::kModern) {
+        return std::make_unique<ModernInterface>(parts, config);
+    }
+    return std::make_unique<ClassicInterface>(parts);
 }
 
 bool CShell::start(std::list<std::string>& words) {
@@ -226,35 +248,11 @@ int CShell::runValidation(const std::list<std::string>& words) {
     return 0;
 }
 
-int CShell::runOneCommand(std::list<std::string>& words) {
-    if (!start(words)) {
-        return kExitConfiguration;
-    }
-    descend(words);
-    const std::string line = RequestParser::joinWords(words);
-
-    ConfigErrorCollector errors;
-    int status = kExitOptionErrors;
-    const std::unique_ptr<CCommandExecutionContext> request(
-        processCommandOption(line, *context, &errors));
-    if (errors.getSize() == 0) {
-        status = execute(request.get(), &errors);
-    } else {
-        std::cout << errors.toString() << std::flush;
-        validateCommand(request.get());
-    }
-    if (!request->isValidCommand()) {
-        std::cout << "Unknown command: " << line << "\n" << errors.toString() << std::flush;
-        return kExitConfiguration;
-    }
-    // The number is taken only now, so the dump of a command on the command line is cmd_0.log;
-    // docs/compatibility.md.
-    const unsigned int number = getNextCmdSeq();
-    log->info("(" + std::to_string(number) + ")[" + line + "]");
-    return status;
+int CShell::runOneCommand(ShellInterface& interface, std::list<std::string>& words) {
+    return start(words) ? interface.runCommand(words) : kExitConfiguration;
 }
 
-int CShell::runInteractive(std::list<std::string>& words) {
+int CShell::runInteractive(ShellInterface& interface, std::list<std::string>& words) {
     if (!start(words)) {
         return kExitConfiguration;
     }
@@ -262,19 +260,7 @@ int CShell::runInteractive(std::list<std::string>& words) {
     std::cout << context->getNodeMap().size() << " node(s) are loaded ....\n"
               << "Log property file: " << installPath << kLogProperties << "\n";
     context->printDeclaration();
-    InteractiveLoop(*context, *engine, *sequence, *log).run();
-    return kExitQuit;
-}
-
-void CShell::descend(std::list<std::string>& words) {
-    try {
-        while (!words.empty()) {
-            context->toLowerLevel(words.front());
-            words.pop_front();
-        }
-    } catch (const CException&) {
-        // The first word that is no set begins the command.
-    }
+    return interface.runLoop();
 }
 
 int CShell::processProgramOption(std::list<std::string>& args, CShellExecutionContext& ctx,
@@ -302,7 +288,8 @@ void CShell::validateCommand(CCommandExecutionContext* cmd) {
 }
 
 int CShell::execute(CCommandExecutionContext* cmd, ConfigErrorCollector* errors) {
-    return engine->execute(*cmd, errors);
+    ClassicResults results(*log);
+    return engine->execute(*cmd, results, errors);
 }
 
 unsigned int CShell::readCmdSeqFromFile() {

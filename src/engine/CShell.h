@@ -14,6 +14,7 @@ class CShellExecutionContext;
 class CommandEngine;
 class CommandSequence;
 class ConfigErrorCollector;
+class ShellInterface;
 class ShellLogging;
 
 // The shell: start-up and its three modes (validation, one command, interactive). It keeps what
@@ -101,10 +102,11 @@ private:
     };
 
     int runValidation(const std::list<std::string>& words);
-    int runOneCommand(std::list<std::string>& words);
-    int runInteractive(std::list<std::string>& words);
+    int runOneCommand(ShellInterface& interface, std::list<std::string>& words);
+    int runInteractive(ShellInterface& interface, std::list<std::string>& words);
+    // By kelsh.cfg, whose findings go to standard error; null when it has errors.
+    std::unique_ptr<ShellInterface> makeInterface() const;
     bool start(std::list<std::string>& words);
-    void descend(std::list<std::string>& words);
     void validateInto(CShellExecutionContext& scratch, ConfigErrorCollector* errors,
                       const char* file);
 

@@ -2,23 +2,25 @@
 
 #include <string>
 
-class CResult;
+#include "ResultSink.h"
+
 class ShellLogging;
 
 // Shows the result of each target as a block: one after the other on standard output, and in the
 // result log. On a terminal and in the log the control characters of a node's text are made
-// visible; a pipe or a file gets the text as it is.
-// Belongs to the thread that runs the command; the log is not owned.
-class ClassicResults {
+// visible; a pipe or a file gets the text as it is. The exit status is the run status of the last
+// target. The log is not owned.
+class ClassicResults : public ResultSink {
 public:
     explicit ClassicResults(ShellLogging& shellLog) : log(shellLog) {}
 
-    // The result of the command on this machine, and on the node of that name.
-    void showLocal(const CResult& result) { show("local", result, false); }
-    void showNode(const std::string& name, const CResult& result) { show(name, result, true); }
+    void local(const CResult& result) override;
+    void node(const CNode& node, const CResult& result) override;
+    int finish(long ms) override;
+    // 7 when each node was declined, else 1.
+    int nothingRun(NothingRun why, const std::string& request) override;
 
 private:
-    void show(const std::string& name, const CResult& result, bool fromNode);
-
     ShellLogging& log;
+    int status = 0;
 };

@@ -22,6 +22,7 @@
 #include "CommandOutcome.h"
 #include "CommandSequence.h"
 #include "Confirmation.h"
+#include "ResultSink.h"
 #include "SSLClient.h"
 #include "ShellLogging.h"
 #include "StopWatch.h"
@@ -36,7 +37,6 @@
 namespace {
 
 constexpr int kNothingRun = 7;
-constexpr int kNotStarted = 1;
 constexpr unsigned long kThreadRetryMs = 500;
 
 // Never destroyed, since the launcher reads it last of all.
@@ -57,6 +57,7 @@ struct CommandEngine::Job {
     CShellCommandSet* set;
     unsigned int timeOut;
     const std::map<std::string, CNode*>* nodes;
+    ResultSink* results;
 };
 
 // One started target. Its result reads as timed out until a worker that was in time has said
@@ -93,16 +94,16 @@ CommandEngine::CommandEngine(CShellExecutionContext& shellContext, const Command
       sequence(numbers),
       log(shellLog),
       dumps(std::move(dumpDirectory)),
-      starter(std::move(startThread)),
-      results(shellLog) {}
+      starter(std::move(startThread)) {}
 
 unsigned int CommandEngine::abandonedWorkers() {
     return abandoned.load();
 }
 
-int CommandEngine::execute(CCommandExecutionContext& request, ConfigErrorCollector* errors) {
+int CommandEngine::execute(CCommandExecutionContext& request, ResultSink& results,
+                           ConfigErrorCollector* errors) {
     try {
-        return executeJob(request, errors);
+        return executeJob(request, results, errors);
     } catch (const boost::thread_interrupted&) {
         std::cout << "Thread interrupted in CShell::execute()...." << std::endl;
     } catch (const std::exception& failure) {
@@ -111,8 +112,9 @@ int CommandEngine::execute(CCommandExecutionContext& request, ConfigErrorCollect
     return EXEC_FAILURE;
 }
 
-int CommandEngine::executeJob(CCommandExecutionContext& request, ConfigErrorCollector* errors) {
-    Job job{request.getCommandRequest(), nullptr, nullptr, 0, &request.getNodeMap()};
+int CommandEngine::executeJob(CCommandExecutionContext& request, ResultSink& results,
+                              ConfigErrorCollector* errors) {
+    Job job{request.getCommandRequest(), nullptr, nullptr, 0, &request.getNodeMap(), &results};
     job.command = context.findExeCommand(context.getPathToWorkingCommandSet(), job.request, errors);
     if (job.command == nullptr) {
         return kNothingRun;
@@ -141,20 +143,18 @@ int CommandEngine::executeOnMaster(const Job& job) {
     if (worker.result->getRunStatus() == EXEC_TIMED_OUT) {
         worker.result->setRunTime(std::min(watch.getTime(), static_cast<long>(job.timeOut)));
     }
-    results.showLocal(*worker.result);
-    return worker.result->getRunStatus();
+    job.results->local(*worker.result);
+    return job.results->finish(watch.getTime());
 }
 
 int CommandEngine::executeOnNodes(const Job& job, CCommandExecutionContext& request) {
     if (job.nodes->empty()) {
-        std::cout << "Please specify node(s) or group(s) for executing command \"" << job.request
-                  << "\"." << std::endl;
-        return kNotStarted;
+        return job.results->nothingRun(ResultSink::NothingRun::kNoTargets, job.request);
     }
     if (job.command->getCommandConfirmType() == ONCE &&
         !Confirmation(job.request, job.command->getCommandConfirmMessage())
              .askOnce(job.nodes->size())) {
-        return kNotStarted;
+        return job.results->nothingRun(ResultSink::NothingRun::kDeclined, job.request);
     }
     std::list<Worker> workers = startNodes(job);
     StopWatch watch;
@@ -163,7 +163,7 @@ int CommandEngine::executeOnNodes(const Job& job, CCommandExecutionContext& requ
         awaitWorker(worker, job.timeOut);
     }
     watch.stop();
-    const int status = reportNodes(workers, watch.getTime(), job.timeOut);
+    const int status = reportNodes(job, workers, watch.getTime());
     request.setExecuted(true);
     return status;
 }
@@ -229,18 +229,19 @@ void CommandEngine::awaitWorker(Worker& worker, unsigned int timeOut) {
     }
 }
 
-int CommandEngine::reportNodes(std::list<Worker>& workers, long elapsed, unsigned int timeOut) {
-    int status = kNothingRun;
+int CommandEngine::reportNodes(const Job& job, std::list<Worker>& workers, long elapsed) {
+    if (workers.empty()) {
+        return job.results->nothingRun(ResultSink::NothingRun::kEachDeclined, job.request);
+    }
     while (!workers.empty()) {
         Worker& worker = workers.front();
         const CCmdThreadResult record = worker.record();
         CResult* result = record.getResult();
         const std::string name = record.getNode()->getName();
         if (result->getRunStatus() == EXEC_TIMED_OUT) {
-            result->setRunTime(std::min(elapsed, static_cast<long>(timeOut)));
+            result->setRunTime(std::min(elapsed, static_cast<long>(job.timeOut)));
         }
-        results.showNode(name, *result);
-        status = result->getRunStatus();
+        job.results->node(*record.getNode(), *result);
         log.info("[Delete CResult for " + name + "]");
         worker.result.reset();
         log.info("[Before delete thread for " + name + "]");
@@ -249,5 +250,5 @@ int CommandEngine::reportNodes(std::list<Worker>& workers, long elapsed, unsigne
         }
         workers.pop_front();
     }
-    return status;
+    return job.results->finish(elapsed);
 }

@@ -5,8 +5,6 @@
 #include <memory>
 #include <string>
 
-#include "ClassicResults.h"
-
 namespace boost {
 class thread;
 }
@@ -16,6 +14,7 @@ class CShellExecutionContext;
 class CThreadWrapperOfCommand;
 class CommandSequence;
 class ConfigErrorCollector;
+class ResultSink;
 class ShellLogging;
 
 // Runs one command on its targets: finds it, asks for confirmation, starts one worker thread for
@@ -39,9 +38,10 @@ public:
     CommandEngine(const CommandEngine&) = delete;
     CommandEngine& operator=(const CommandEngine&) = delete;
 
-    // Returns the run status of the last target; 7 for an unknown command or when every node was
-    // declined; 1 when there is no target or the user cancelled. Never throws.
-    int execute(CCommandExecutionContext& request, ConfigErrorCollector* errors);
+    // Hands the outcome of each target to results, which settles the exit status; 7 for an unknown
+    // command, of which results hears nothing. Never throws.
+    int execute(CCommandExecutionContext& request, ResultSink& results,
+                ConfigErrorCollector* errors);
 
     // Workers given up at their time-out, of all engines of the process, since it started.
     static unsigned int abandonedWorkers();
@@ -50,18 +50,18 @@ private:
     struct Job;
     struct Worker;
 
-    int executeJob(CCommandExecutionContext& request, ConfigErrorCollector* errors);
+    int executeJob(CCommandExecutionContext& request, ResultSink& results,
+                   ConfigErrorCollector* errors);
     int executeOnMaster(const Job& job);
     int executeOnNodes(const Job& job, CCommandExecutionContext& request);
     std::list<Worker> startNodes(const Job& job);
     Worker startWorker(const Job& job, CNode* node);
     static void awaitWorker(Worker& worker, unsigned int timeOut);
-    int reportNodes(std::list<Worker>& workers, long elapsed, unsigned int timeOut);
+    int reportNodes(const Job& job, std::list<Worker>& workers, long elapsed);
 
     CShellExecutionContext& context;
     const CommandSequence& sequence;
     ShellLogging& log;
     const std::string dumps;
     const ThreadStarter starter;
-    ClassicResults results;
 };

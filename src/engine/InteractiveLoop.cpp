@@ -13,6 +13,7 @@
 #include "CShellExecutionContext.h"
 #include "CShellExecutionContextAutoCompleteAdapter.h"
 #include "CUtil.h"
+#include "ClassicResults.h"
 #include "CommandEngine.h"
 #include "CommandSequence.h"
 #include "ConfigErrorCollector.h"
@@ -28,18 +29,11 @@ constexpr char kDown[] = "cd ";
 
 }  // namespace
 
-// One line of the loop.
-struct InteractiveLoop::Line {
-    std::string text;
-    bool valid = false;
-    bool quit = false;
-};
-
 InteractiveLoop::InteractiveLoop(CShellExecutionContext& shellContext, CommandEngine& commandEngine,
                                  CommandSequence& numbers, ShellLogging& shellLog)
     : context(shellContext), engine(commandEngine), sequence(numbers), log(shellLog) {}
 
-void InteractiveLoop::run() {
+int InteractiveLoop::run() {
     log.info(">>>Enter interactive mode. [" + context.getVersionBuildString() + "]");
     CCmdHistory history;
     CShellExecutionContextAutoCompleteAdapter candidates(&context);
@@ -47,51 +41,53 @@ void InteractiveLoop::run() {
     // Keys are read from here on, whatever runs between two lines: what is typed or pasted then is
     // drawn once, by the editor. A command gets the terminal back; see the engine.
     Terminal::Hold keyMode(Terminal::standard());
-    bool ended = false;
-    while (!ended) {
+    std::optional<int> status;
+    while (!status) {
         keyMode.renew();
         editor.printCommandPrompt();
-        Line line;
-        line.text = editor.getCommandLine();
+        std::string text = editor.getCommandLine();
         std::cout << std::endl;
-        ended = editor.isEndOfInput();
-        // What stands on the line when the input ends still runs; nothing there is a "quit".
-        if (!ended || !line.text.empty()) {
-            processLine(line, history);
-            ended = ended || line.quit;
+        const bool ended = editor.isEndOfInput();
+        // What stands on the line when the input ends still runs; nothing there is the end.
+        if (!ended || !text.empty()) {
+            status = processLine(text, history);
             resultmemory::giveBack();
+        }
+        if (ended && !status) {
+            status = statusAtEndOfInput();
         }
         static_cast<void>(std::fflush(stdout));
     }
     log.info("<<<Exit interactive mode.");
     std::cout << "Bye bye." << std::endl;
+    return *status;
 }
 
-void InteractiveLoop::processLine(Line& line, CCmdHistory& history) {
-    ConfigErrorCollector errors;
-    if (Text::startsWith(line.text, "!") && !recall(line.text, history)) {
-        std::cout << "Unknown command: " << line.text << std::endl;
-        return;
+std::optional<int> InteractiveLoop::processLine(std::string& text, CCmdHistory& history) {
+    if (Text::startsWith(text, "!") && !recall(text, history)) {
+        std::cout << "Unknown command: " << text << std::endl;
+        return std::nullopt;
     }
-    if (line.text == "history") {
+    if (text == "history") {
         history.listIt();
-        return;
+        return std::nullopt;
     }
-    if (line.text == "quit") {
-        line.quit = true;
-        return;
+    if (text == "quit") {
+        return kQuitStatus;
     }
-    if (line.text == "cd" || Text::startsWith(line.text, kDown)) {
-        line.valid = changeLevel(line.text);
+    ConfigErrorCollector errors;
+    const bool moves = text == "cd" || Text::startsWith(text, kDown);
+    if (moves ? changeLevel(text) : runLine(text, &errors)) {
+        keep(text, history);
     } else {
-        line.valid = runLine(line.text, &errors);
+        std::cout << "Unknown command: " << text << "\n" << errors.toString() << std::flush;
     }
-    if (line.valid) {
-        history.add(line.text);
-        log.info("(" + std::to_string(sequence.current()) + ")" + line.text);
-    } else {
-        std::cout << "Unknown command: " << line.text << "\n" << errors.toString() << std::flush;
-    }
+    return std::nullopt;
+}
+
+void InteractiveLoop::keep(const std::string& text, CCmdHistory& history) {
+    history.add(text);
+    log.info("(" + std::to_string(sequence.current()) + ")" + text);
 }
 
 bool InteractiveLoop::runLine(const std::string& text, ConfigErrorCollector* errors) {
@@ -99,7 +95,8 @@ bool InteractiveLoop::runLine(const std::string& text, ConfigErrorCollector* err
     const RequestParser parser(context);
     const std::unique_ptr<CCommandExecutionContext> request = parser.parse(text, errors);
     if (errors->getSize() == 0) {
-        engine.execute(*request, errors);
+        ClassicResults results(log);
+        engine.execute(*request, results, errors);
     } else {
         std::cout << errors->toString() << std::flush;
         request->setValidCommand(parser.namesUsableCommand(request->getCommandRequest()));

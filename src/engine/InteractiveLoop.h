@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 class CCmdHistory;
@@ -18,19 +19,30 @@ public:
                     CommandSequence& numbers, ShellLogging& shellLog);
     InteractiveLoop(const InteractiveLoop&) = delete;
     InteractiveLoop& operator=(const InteractiveLoop&) = delete;
+    virtual ~InteractiveLoop() = default;
 
-    void run();
+    // Returns the exit status.
+    int run();
 
-private:
-    struct Line;
+protected:
+    static constexpr int kQuitStatus = 7;  // not 0, and stays; docs/compatibility.md
 
-    void processLine(Line& line, CCmdHistory& history);
-    bool runLine(const std::string& text, ConfigErrorCollector* errors);
-    static bool recall(std::string& text, CCmdHistory& history);
-    bool changeLevel(const std::string& text);
+    // Does what the line says. The text may be replaced by what it stands for. Returns the exit
+    // status when the line ends the loop.
+    virtual std::optional<int> processLine(std::string& text, CCmdHistory& history);
+    // The exit status when the input ends.
+    virtual int statusAtEndOfInput() const { return kQuitStatus; }
+
+    // Adds a line that was right to the history and the log.
+    void keep(const std::string& text, CCmdHistory& history);
 
     CShellExecutionContext& context;
     CommandEngine& engine;
     CommandSequence& sequence;
     ShellLogging& log;
+
+private:
+    bool runLine(const std::string& text, ConfigErrorCollector* errors);
+    static bool recall(std::string& text, CCmdHistory& history);
+    bool changeLevel(const std::string& text);
 };

@@ -13,6 +13,7 @@
 #include "CNodeGroup.h"
 #include "CShellCommandSet.h"
 #include "CThreadWrapperOfCommand.h"
+#include "ClassicResults.h"
 #include "CommandEngine.h"
 #include "CommandSequence.h"
 #include "RequestParser.h"
@@ -398,7 +399,8 @@ public:
                  }) {}
 
     int execute(CCommandExecutionContext& request, ConfigErrorCollector* errors) {
-        return engine.execute(request, errors);
+        ClassicResults results(log);
+        return engine.execute(request, results, errors);
     }
 
 private:

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "CNode.h"
 #include "CResult.h"
 #include "ClassicResults.h"
 #include "ShellLogging.h"
@@ -41,7 +42,7 @@ protected:
 
 TEST_F(ClassicResultsTest, DumpShowsTheControlCharactersOfANodeAndThePipeGetsThem) {
     ::testing::internal::CaptureStdout();
-    results.showNode("n1", result);
+    results.node(CNode("n1", "", ""), result);
     EXPECT_EQ("[n1] (0ms)\nred \x1b[31m\r\nnext\x07\n", ::testing::internal::GetCapturedStdout());
     EXPECT_EQ("[n1] (0ms)\nred \\x1b[31m\r\nnext\\x07\n", dumped());
 }
@@ -50,7 +51,7 @@ TEST_F(ClassicResultsTest, TextOfThisMachineStaysAsItIs) {
     result.setRunStatus(EXEC_FAILURE);
     result.setExitCode(3);
     ::testing::internal::CaptureStdout();
-    results.showLocal(result);
+    results.local(result);
     const std::string block =
         "[local] (0ms)\nExitCode:2/3[FAILURE], summary: red \x1b[31m\r\nnext\x07\n";
     EXPECT_EQ(block, ::testing::internal::GetCapturedStdout());

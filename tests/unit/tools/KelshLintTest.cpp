@@ -94,6 +94,35 @@ TEST_F(KelshLint, NamesFilesThatOthersCouldChangeAndTheRemedy) {
     EXPECT_THAT(output, HasSubstr("ssl.cfg:3: warning: " + identity.certificateFile + " can be"));
 }
 
+TEST_F(KelshLint, NamesOptionsThatTheCommandKeepsFromTheShell) {
+    EXPECT_EQ(kWarnings, cmd(std::string(kSet) +
+                             "[cmd]\nname=c\ndescription=d\ntype=SCRIPT_OPT\n"
+                             "destination=SLAVE\ncmd=true\noption=[-f|--fold|00]Its own.\n"));
+    EXPECT_THAT(output, HasSubstr("--fold stays the command's"));
+}
+
+TEST_F(KelshLint, ChecksTheFileOfTheInterface) {
+    const auto interface = [&](const std::string& text, mode_t mode = 0644) {
+        write("kelsh.cfg", text);
+        EXPECT_EQ(0, ::chmod(directory.file("kelsh.cfg").c_str(), mode));
+        return run("--kelsh kelsh.cfg");
+    };
+    EXPECT_EQ(kClean, interface("# modern\nINTERFACE=modern\nFOLD=never\n"));
+    EXPECT_EQ("", output);
+    EXPECT_EQ(kWarnings, interface("COLOUR=blue\nFOLD=never\nfold=auto\n"));
+    EXPECT_EQ(
+        "kelsh.cfg:1: warning: unknown key \"COLOUR\"\n"
+        "kelsh.cfg:3: warning: FOLD stands in line 2 already; this one counts\n",
+        output);
+    EXPECT_EQ(kErrors, interface("\nINTERFACE=new\n"));
+    EXPECT_EQ("kelsh.cfg:2: error: INTERFACE cannot be \"new\". Its values are: classic, modern\n",
+              output);
+    EXPECT_EQ(kErrors, interface("INTERFACE=modern\n", 0666));
+    EXPECT_THAT(output, HasSubstr("can be written by others"));
+    EXPECT_EQ(kErrors, run("."));
+    EXPECT_THAT(output, HasSubstr("./kelsh.cfg: error: "));
+}
+
 TEST_F(KelshLint, ChecksTheThreeFilesOfADirectory) {
     write("node.cfg", kNodes);
     EXPECT_EQ(run("."), kErrors);

@@ -122,7 +122,7 @@ TEST(ManualPage, RendersWithoutAWarning) {
         EXPECT_EQ(warnings, "") << entry.path();
         ++pages;
     }
-    EXPECT_EQ(pages, 9);
+    EXPECT_EQ(pages, 10);
 }
 
 TEST(ManualPage, SaysMillisecondsWhereverItSaysTimeOut) {
@@ -189,6 +189,8 @@ INSTANTIATE_TEST_SUITE_P(
                          "([{]|== )\"([A-Z]+(_[A-Z]+)*)\"", 2, "^( +)([A-Z_]+)"},
                     File{"cmd.cfg.5", "src/config/CmdConfigFile.cpp", "\"([a-z][a-z0-9]+)\"", 1,
                          "(^|,) +([a-z0-9]+)"},
+                    File{"kelsh.cfg.5", "src/config/KelshConfig.cpp", "[{]\"([A-Z_]+)\",", 1,
+                         "^( +)([A-Z_]+)="},
                     File{"ssl_master.cfg.5", "src/config/CShellConfigReader.cpp",
                          "key == \"([A-Z_]+)\"", 1, "^( +)([A-Z_]+)"}));
 
