@@ -63,6 +63,7 @@ JobSupervisor::JobSupervisor(const JobSettings& jobSettings, const JobRequest& j
       output(std::move(jobOutput)),
       outputFile(std::move(fileName)),
       directory(jobSettings.runPath()),
+      firmwareLock(directory),
       startedAt(Clock::now()) {
     if (request.timeOutMs > 0) {
         deadline = startedAt + milliseconds(request.timeOutMs);
@@ -161,13 +162,12 @@ void JobSupervisor::prepare() {
 }
 
 void JobSupervisor::takeFirmwareLock() {
-    firmwareLock = directory.tryLock(kFirmwareLock);
-    if (!firmwareLock) {
+    const std::string job = "\"" + Text::printable(request.shown.text, 200) + "\" for " +
+                            request.owner + " since " + utcNow();
+    if (!firmwareLock.tryTake(job, *settings.log)) {
         throw Refused("an uninterruptible job is running on this node already: " +
-                      directory.noteOf(kFirmwareLock));
+                      FirmwareLock::holder(directory));
     }
-    firmwareLock.note("\"" + Text::printable(request.shown.text, 200) + "\" for " + request.owner +
-                      " since " + utcNow());
     const std::string logFile = settings.runPath() + kFirmwareLog;
     if (::rename(outputFile.c_str(), logFile.c_str()) != 0) {
         Posix::throwErrno("cannot make " + logFile);
@@ -230,6 +230,9 @@ void JobSupervisor::spawn() {
     }
     if (shell == 0) {
         becomeJob(environment.data(), inherited, statusWrite.get());
+    }
+    if (request.uninterruptible) {
+        firmwareLock.noteShell(shell);
     }
     statusWrite.reset();
     output.reset();
@@ -302,7 +305,7 @@ void JobSupervisor::watch() {
                 return;
             }
             settings.log->warning("an uninterruptible job has passed its time-out and goes on: " +
-                                  directory.noteOf(kFirmwareLock));
+                                  FirmwareLock::holder(directory));
         }
         if ((sessionGone || toldToEnd) && !request.uninterruptible) {
             report(JobReport::Kind::kEnded, result(protocol::Result::Ending::kCancelled, 0));

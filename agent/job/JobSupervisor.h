@@ -7,6 +7,7 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "FirmwareLock.h"
 #include "JobReport.h"
 #include "JobRequest.h"
 #include "RunDirectory.h"
@@ -28,7 +29,6 @@ public:
     // Never returns.
     [[noreturn]] void run();
 
-    static constexpr char kFirmwareLock[] = "firmware.lock";
     static constexpr char kFirmwareLog[] = "firmware.log";
 
 private:
@@ -71,7 +71,7 @@ private:
     UniqueFd signals;
     RunDirectory directory;
     RunDirectory::Record record;
-    RunLock firmwareLock;
+    FirmwareLock firmwareLock;
     std::unique_ptr<ToolRunner> tools;
 
     Clock::time_point startedAt;

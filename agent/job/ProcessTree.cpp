@@ -10,6 +10,7 @@
 #include <memory>
 #include <set>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -276,6 +277,8 @@ bool readProcess(pid_t pid, ProcessInfo& info) {
     }
     ProcessInfo found;
     found.pid = pid;
+    const std::string::size_type begin = content.find('(');
+    found.name = begin < end ? content.substr(begin + 1, end - begin - 1) : "";
     found.state = content[end + 2];
     // By hand: this is done for every process of the machine while a fork storm is on.
     const char* at = content.c_str() + end + 3;
@@ -342,6 +345,27 @@ std::vector<ProcessInfo> carrying(const std::string& entry) {
         if (!process.isZombie() && readEnvironment(process, content) &&
             ('\0' + content).find(wanted) != std::string::npos) {
             found.push_back(process);
+        }
+    }
+    return found;
+}
+
+std::vector<ProcessInfo> havingOpen(const std::string& path) {
+    struct stat wanted {};
+    std::vector<ProcessInfo> found;
+    if (::stat(path.c_str(), &wanted) != 0) {
+        return found;
+    }
+    for (const ProcessInfo& process : listProcesses()) {
+        const std::string open = procPath(process.pid, "fd");
+        const std::unique_ptr<DIR, DirectoryCloser> directory(::opendir(open.c_str()));
+        while (const dirent* entry = directory ? ::readdir(directory.get()) : nullptr) {
+            struct stat file {};
+            if (::fstatat(::dirfd(directory.get()), entry->d_name, &file, 0) == 0 &&
+                file.st_dev == wanted.st_dev && file.st_ino == wanted.st_ino) {
+                found.push_back(process);
+                break;
+            }
         }
     }
     return found;

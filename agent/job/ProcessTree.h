@@ -19,6 +19,7 @@ struct ProcessInfo {
     unsigned long long startTime = 0;  // clock ticks after boot; with pid it names one process
     char state = '?';
     long threads = 1;
+    std::string name;  // of the program, as the kernel cuts it
 
     // Dead, all of it: where only the first thread has ended the process is shown as a zombie too,
     // while the others run on.
@@ -34,6 +35,9 @@ std::vector<ProcessInfo> listProcesses();
 std::vector<ProcessInfo> descendantsOf(pid_t root);
 // The processes whose environment at exec held exactly this entry ("NAME=value"), zombies left out.
 std::vector<ProcessInfo> carrying(const std::string& entry);
+
+// The processes that have this very file open.
+std::vector<ProcessInfo> havingOpen(const std::string& path);
 
 // Sends the signal if the process still is the one described.
 void signalProcess(const ProcessInfo& process, int signal);

@@ -25,6 +25,8 @@ namespace {
 constexpr char kRecordPrefix[] = "job-";
 // A record gets its final name only when it is locked, so that nobody sweeps it while it is made.
 constexpr char kNewPrefix[] = "new-";
+// Of the lock of those who take another lock over.
+constexpr char kGuardSuffix[] = ".guard";
 constexpr time_t kNewRecordSeconds = 60;
 constexpr std::size_t kMaxRecordBytes = std::size_t{1024} * 1024;
 constexpr int kKillRounds = 20;
@@ -160,10 +162,25 @@ RunLock RunDirectory::tryLock(const std::string& name) const {
     if (!file) {
         throw CException("cannot open the lock " + fileName + ": " + std::strerror(errno));
     }
-    if (!lockNow(file.get())) {
+    // One that was taken over between the two calls is nobody's lock any more.
+    if (!lockNow(file.get()) || !isNamed(file.get(), fileName)) {
         return RunLock();
     }
     return RunLock(std::move(file));
+}
+
+RunLock RunDirectory::takeOver(const std::string& name,
+                               const std::function<bool()>& isAbandoned) const {
+    const RunLock guard = tryLock(name + kGuardSuffix);
+    if (!guard || !isAbandoned()) {
+        return RunLock();
+    }
+    ::unlink((path + name).c_str());
+    return tryLock(name);
+}
+
+bool RunDirectory::isCurrent(const RunLock& lock, const std::string& name) const {
+    return lock && isNamed(lock.descriptor(), path + name);
 }
 
 std::string RunDirectory::noteOf(const std::string& name) const {

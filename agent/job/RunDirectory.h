@@ -92,6 +92,12 @@ public:
     RunLock tryLock(const std::string& name) const;
     // What the holder noted; empty when there is nothing.
     std::string noteOf(const std::string& name) const;
+    // Takes the lock away from whoever holds it: a new file takes the place of the old one, which
+    // is of no use to its holders any more. isAbandoned is asked when nobody else can do the same.
+    // Empty when it says no, or somebody is faster.
+    RunLock takeOver(const std::string& name, const std::function<bool()>& isAbandoned) const;
+    // Whether the lock, which is held, has not been taken over.
+    bool isCurrent(const RunLock& lock, const std::string& name) const;
 
     // Throws CException when it cannot be made.
     Record openRecord(Kind kind) const;
