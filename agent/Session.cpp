@@ -199,6 +199,8 @@ void Session::takeGreeting(const protocol::Frame& frame) {
                             std::to_string(protocol::kHighestVersion) + ", the shell chose " +
                             std::to_string(shell.version));
     }
+    // What this command reads back it has read by now.
+    jobs->endTurn();
     audit.setCommand(shell.user, shell.sequence);
     user = Text::printable(shell.user, 64);
     if (shell.sequence != 0) {
@@ -245,7 +247,13 @@ FrameChannel::Deadline Session::requestDeadline() const {
 // The usual end of a session is found out without an exception: in a process that throws nothing
 // else that would cost more than the rest of its end.
 bool Session::awaitRequest() {
-    return tlssocket::wait(channel->descriptor(), POLLIN, requestDeadline()) != 0 &&
+    const FrameChannel::Deadline deadline = requestDeadline();
+    if (jobs->hasTurn() &&
+        tlssocket::wait(channel->descriptor(), POLLIN,
+                        std::min(deadline, FrameChannel::after(limits.turnRestMs))) == 0) {
+        jobs->endTurn();
+    }
+    return tlssocket::wait(channel->descriptor(), POLLIN, deadline) != 0 &&
            channel->lookAtPeer() != FrameChannel::Peer::kGone;
 }
 
@@ -309,6 +317,7 @@ bool Session::serveExec(const protocol::Frame& frame) {
     request.commandLine = exec.commandLine;
     request.timeOutMs = exec.timeOutMs;
     request.uninterruptible = (frame.header.flags & protocol::kFlagUninterruptible) != 0;
+    request.isReadBack = request.uninterruptible;
     return runJob(request, "EXEC");
 }
 
@@ -329,6 +338,7 @@ bool Session::serveRunPackaged(const protocol::Frame& frame) {
     }
     JobRequest request;
     request.timeOutMs = run.timeOutMs;
+    request.isReadBack = true;
     request.uninterruptible = (frame.header.flags & protocol::kFlagUninterruptible) != 0;
     request.workingDirectory = jobSettings.nodePath;
     request.tools = {run.packagedFiles, run.companionFiles};
@@ -355,13 +365,17 @@ bool Session::runJob(JobRequest& request, const char* what) {
     request.owner = who();
     request.audit = audit.current();
     request.shown = secretmask::show(request.commandLine, config.getMaskKeyFileName());
-    setUninterruptible(request.uninterruptible);
     const std::string label = std::string(what) +
                               (request.uninterruptible ? " (uninterruptible) " : " ") +
                               quoted(request.shown.text) + request.shown.suffix();
     bool goesOn = false;
     try {
-        goesOn = jobs->run(request, label);
+        if (jobs->awaitTurn(request, label)) {
+            setUninterruptible(request.uninterruptible);
+            goesOn = jobs->run(request, label);
+        } else {
+            goesOn = !jobs->isConnectionLost();
+        }
     } catch (const ProtocolError&) {
         logRequest(label, jobs->outcome());
         setUninterruptible(false);

@@ -28,11 +28,13 @@ public:
     static constexpr unsigned long kHandshakeMs = 5000;
     struct Limits {
         // Milliseconds: accepting and the handshake; the shell's greeting after it; the wait for a
-        // request; a silence in the middle of an upload.
+        // request; a silence in the middle of an upload; a silence that ends the turn of a
+        // conversation (RunSection).
         unsigned long handshakeMs = kHandshakeMs;
         unsigned long greetingMs = 2000;
         unsigned long idleMs = 120000;
         unsigned long uploadSilenceMs = 60000;
+        unsigned long turnRestMs = 5000;
     };
 
     // toListener: for SessionLine.

@@ -1,14 +1,16 @@
 #include "JobConversation.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <csignal>
+#include <chrono>
+#include <cstdint>
 #include <poll.h>
 #include <string_view>
 #include <utility>
 
 #include "CException.h"
+#include "FirmwareLock.h"
 #include "Text.h"
+#include "TlsSocket.h"
 
 namespace {
 
@@ -23,6 +25,10 @@ constexpr unsigned long kRestMs = 30000;
 // After the time-out the shell does not wait much longer.
 constexpr unsigned long kRestAfterTimeOutMs = 2000;
 
+// How often a conversation looks whether its turn has come, and what is left of its time-out for
+// the answer where it has not.
+constexpr unsigned long kTurnPollMs = 20;
+constexpr std::uint32_t kAnswerMs = 1000;
 constexpr unsigned long kShortSendMs = 10000;
 
 constexpr int kSweeps = 40;
@@ -46,7 +52,11 @@ std::string describe(const protocol::Result& result) {
 
 JobConversation::JobConversation(FrameChannel& shellChannel, const JobSettings& jobSettings,
                                  const RunDirectory& runDirectory, RequestAudit& requestAudit)
-    : channel(shellChannel), settings(jobSettings), directory(runDirectory), audit(requestAudit) {}
+    : channel(shellChannel),
+      settings(jobSettings),
+      directory(runDirectory),
+      audit(requestAudit),
+      section(runDirectory) {}
 
 std::string_view JobConversation::nextOutput(Job& job, std::size_t most) {
     if (!outputFrame) {
@@ -62,6 +72,57 @@ std::string_view JobConversation::nextOutput(Job& job, std::size_t most) {
         protocol::encodeHeader({static_cast<std::uint32_t>(count), FrameType::kOutput, 0});
     header.copy(outputFrame.get(), header.size());
     return {outputFrame.get(), header.size() + count};
+}
+
+FrameChannel::Deadline JobConversation::turnDeadline(const JobRequest& request) {
+    return request.timeOutMs == 0
+               ? FrameChannel::never()
+               : FrameChannel::after(request.timeOutMs -
+                                     std::min(request.timeOutMs / 10, kAnswerMs));
+}
+
+bool JobConversation::awaitTurn(JobRequest& jobRequest, const std::string& label) {
+    connectionLost = false;
+    ending = "cancelled by its shell while it waited for its turn";
+    if (section.isLost()) {
+        section.leave();
+        refuseTurn(
+            "this conversation has had the node for too long and lost it to another: what "
+            "is there now may be of another run");
+        return false;
+    }
+    // The refusal of a second one is its supervisor's, and comes at once.
+    const bool isRefused = jobRequest.uninterruptible && FirmwareLock::isTaken(directory);
+    if (!jobRequest.isReadBack || isRefused) {
+        return true;
+    }
+    const std::string owner = jobRequest.owner + ": " + label;
+    const FrameChannel::Clock::time_point start = FrameChannel::Clock::now();
+    const FrameChannel::Deadline deadline = turnDeadline(jobRequest);
+    while (!section.tryEnter(owner)) {
+        if (FrameChannel::Clock::now() >= deadline) {
+            refuseTurn("the node is taken by " + section.holder() + "; waited " +
+                       std::to_string(jobRequest.timeOutMs) + " ms at most");
+            return false;
+        }
+        checkPeer();
+        if (connectionLost) {
+            return false;
+        }
+        (void)tlssocket::wait(channel.descriptor(), POLLIN, FrameChannel::after(kTurnPollMs));
+    }
+    if (jobRequest.timeOutMs > 0) {
+        const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(
+            FrameChannel::Clock::now() - start);
+        jobRequest.timeOutMs -= std::min<std::uint32_t>(jobRequest.timeOutMs - 1,
+                                                        static_cast<std::uint32_t>(waited.count()));
+    }
+    return true;
+}
+
+void JobConversation::refuseTurn(const std::string& text) {
+    ending = "not started: " + text;
+    sendError(protocol::kErrorRefused, text);
 }
 
 bool JobConversation::run(const JobRequest& jobRequest, const std::string& label) {

@@ -10,6 +10,7 @@
 #include "JobRequest.h"
 #include "RequestAudit.h"
 #include "RunDirectory.h"
+#include "RunSection.h"
 
 // The part of a session's conversation that belongs to a job: from the request that was accepted to
 // the result that was sent. Jobs run one after the other; one object serves all of a session.
@@ -21,15 +22,27 @@ public:
     JobConversation(const JobConversation&) = delete;
     JobConversation& operator=(const JobConversation&) = delete;
 
+    // Waits for the turn of a job that is read back, which takes from its time-out. False when it
+    // is not to run: the shell has been told who has the node, or is gone; outcome() says which.
+    // Throws ProtocolError for a shell that speaks meanwhile.
+    bool awaitTurn(JobRequest& request, const std::string& label);
+    // The turn of this conversation, which lasts until it is over or gives it up.
+    bool hasTurn() const { return section.isHeld(); }
+    void endTurn() { section.leave(); }
+
     // Runs the job, sends what it writes, and answers the request. label: the request in the log.
     // Returns false when the connection is lost. Throws ProtocolError for a shell that speaks
     // meanwhile; the job is then left to its supervisor.
     bool run(const JobRequest& request, const std::string& label);
 
+    bool isConnectionLost() const { return connectionLost; }
     // How the last one ended, for the log.
     const std::string& outcome() const { return ending; }
 
 private:
+    // Milliseconds that it may wait for its turn; the rest of its time is for the answer.
+    static FrameChannel::Deadline turnDeadline(const JobRequest& request);
+    void refuseTurn(const std::string& text);
     void converse(const std::string& label);
     // One turn of the event loop; true when the job is over for this session.
     bool pump(Job& job);
@@ -49,6 +62,7 @@ private:
     const JobSettings& settings;
     const RunDirectory& directory;
     RequestAudit& audit;
+    RunSection section;
     const JobRequest* request = nullptr;  // while it runs
     bool outputEnded = false;
     bool connectionLost = false;

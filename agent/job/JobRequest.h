@@ -29,6 +29,8 @@ struct JobRequest {
     std::string workingDirectory = "/";
     std::uint32_t timeOutMs = 0;  // 0: no limit
     bool uninterruptible = false;
+    // What it leaves on the node is read back by what follows: it runs in the RunSection.
+    bool isReadBack = false;
     ToolRequest tools;  // empty for a plain command
     std::string owner;  // who asked, escaped, for log and refusal
     AuditEntry audit;   // to be ended by the supervisor
