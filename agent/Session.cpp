@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -126,6 +127,7 @@ void Session::run() noexcept {
                                                    limits.uploadSilenceMs);
         jobs = std::make_unique<JobConversation>(*channel, jobSettings, runDirectory, audit);
         rights = MasterRights(master.name, authorization.grantOf(master.name));
+        validUntil = master.validUntil;
         audit.setPeer(master.name, peerIp);
         line.tellMaster(rights.role() != Role::kNone, master.fingerprint, master.certificates);
         peer = Text::printable(master.subject) + " " + peer;
@@ -218,8 +220,16 @@ void Session::serve() {
         if (lost.kind() != ChannelError::Kind::kClosed) {
             throw;
         }
+        log.info(who() + ": left without a greeting");
         return;
     }
+    serveRequests();
+    if (!wasAsked) {
+        log.info(who() + ": asked for nothing, " + std::to_string(audit.elapsedMs()) + " ms");
+    }
+}
+
+void Session::serveRequests() {
     while (awaitRequest()) {
         protocol::Frame frame;
         try {
@@ -232,6 +242,7 @@ void Session::serve() {
             throw;
         }
         audit.arrive();
+        wasAsked = wasAsked || frame.header.type != FrameType::kShellHello;
         if (!serveRequest(frame)) {
             channel->close(FrameChannel::after(kLastWordsMs));
             return;
@@ -258,6 +269,15 @@ bool Session::awaitRequest() {
 }
 
 bool Session::serveRequest(const protocol::Frame& frame) {
+    if (std::time(nullptr) > validUntil) {
+        const std::string what = protocol::name(frame.header.type);
+        const std::string text = "the certificate " + quoted(rights.certificate()) +
+                                 " has expired since this connection was made";
+        log.warning(who() + ": " + what + ": refused, " + text);
+        audit.refused(what, text);
+        sendError(protocol::kErrorRefused, text);
+        return false;
+    }
     if (rights.judge(SessionState::kRequest, frame.header) == Verdict::kRefused) {
         return refuse(frame.header);
     }

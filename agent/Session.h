@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ctime>
 #include <memory>
 #include <string>
 
@@ -34,7 +35,7 @@ public:
         unsigned long greetingMs = 2000;
         unsigned long idleMs = 120000;
         unsigned long uploadSilenceMs = 60000;
-        unsigned long turnRestMs = 5000;
+        unsigned long turnRestMs = 2000;
     };
 
     // toListener: for SessionLine.
@@ -57,6 +58,7 @@ public:
 
 private:
     void serve();
+    void serveRequests();
     bool greet();
     // Tells the shell why it is not served, and ends the conversation.
     void turnAway(const std::string& reason);
@@ -105,8 +107,10 @@ private:
     std::string ownIp;
     std::string peerIp;
     MasterRights rights;
-    std::string peer;  // certificate name and address, escaped
-    std::string user;  // who runs the shell there, and the command's number, escaped
+    std::string peer;            // certificate name and address, escaped
+    std::string user;            // who runs the shell there, and the command's number, escaped
+    std::time_t validUntil = 0;  // of the master's certificates
+    bool wasAsked = false;
     RequestAudit audit;
     // Once the channel is open.
     std::unique_ptr<FileConversation> files;

@@ -1,7 +1,10 @@
 #include "HandshakeWitness.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
+#include <ctime>
+#include <limits>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -242,6 +245,18 @@ std::string fingerprintOf(const X509* certificate) {
     return std::string(reinterpret_cast<const char*>(value.data()), length);
 }
 
+std::time_t firstEndOf(const std::vector<TlsContext::Certificate>& certificates) {
+    std::time_t first = std::numeric_limits<std::time_t>::max();
+    for (const TlsContext::Certificate& certificate : certificates) {
+        std::tm end{};
+        if (ASN1_TIME_to_tm(X509_get0_notAfter(certificate.get()), &end) != 1) {
+            refuse("the end of a certificate can not be read");
+        }
+        first = std::min(first, ::timegm(&end));
+    }
+    return first;
+}
+
 // The certificates of a Certificate message, DER one after the other.
 std::string certificatesOf(std::string_view message) {
     Reader reader(bodyOf(message));
@@ -331,5 +346,6 @@ HandshakeWitness::Master HandshakeWitness::prove(const std::string& messages,
     }
     master.subject = tlsfault::subject(certificate);
     master.fingerprint = fingerprintOf(certificate);
+    master.validUntil = firstEndOf(certificates);
     return master;
 }

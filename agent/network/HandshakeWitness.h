@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ctime>
 #include <memory>
 #include <string>
 
@@ -27,6 +28,8 @@ public:
         std::string certificates;  // DER, its own first, then those it sent with it
         std::string name;          // common name
         std::string subject;
+        // When the first of its certificates ends; seconds since 1970.
+        std::time_t validUntil = 0;
         std::string fingerprint;  // of its own certificate, SHA-256
     };
 

@@ -209,3 +209,19 @@ TEST_F(AgentCertificates, EndOfACertificateIsAnnounced) {
         return agent.log().find("The certificate CN=ending in ", before) != std::string::npos;
     }));
 }
+
+TEST_F(AgentCertificates, SessionDoesNotOutliveTheCertificateOfItsMaster) {
+    TestPki::Request request;
+    request.commonName = "short";
+    request.notAfterSeconds = 2;
+    const auto channel = openAs(agent.pki().issue("short", request));
+    ASSERT_TRUE(answers(*channel));
+    EXPECT_TRUE(waitFor([&] { return !answers(*channel); }));
+    EXPECT_TRUE(agent.waitForLog("has expired since this connection was made"));
+    EXPECT_THROW(channel->receiveFrame(LocalAgent::soon()), ChannelError);
+}
+
+TEST_F(AgentCertificates, SessionThatWasAskedNothingLeavesALine) {
+    openAs(agent.pki().master("idler")).reset();
+    EXPECT_TRUE(agent.waitForLog("CN=idler 127.0.0.1: asked for nothing"));
+}
