@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -9,12 +10,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 #include "JobSupervisor.h"
 #include "Posix.h"
+#include "ProcessTree.h"
 
 namespace {
 
+constexpr int kForceRounds = 100;
 constexpr std::size_t kMaxReportBytes = std::size_t{64} * 1024;
 
 void setNonBlocking(int fd) {
@@ -65,6 +69,29 @@ Job::Job(const JobSettings& settings, const JobRequest& request)
                       std::move(uninterruptible ? output : jobOutput), outputFile)
             .run();
     }
+    supervisor = pid;
+}
+
+bool Job::isSupervisorStopped() const {
+    processtree::ProcessInfo info;
+    // Only a child of this process counts: once the supervisor has ended, its number may be given
+    // to somebody else.
+    return processtree::readProcess(supervisor, info) && info.parent == ::getpid() &&
+           (info.state == 'T' || info.state == 't');
+}
+
+void Job::endByForce() {
+    const auto find = [this] { return processtree::descendantsOf(supervisor); };
+    // While it stands still it is their reaper: none of them can get away from below it.
+    for (int round = 0; round < kForceRounds; ++round) {
+        const std::vector<processtree::ProcessInfo> left = find();
+        if (std::all_of(left.begin(), left.end(),
+                        [](const processtree::ProcessInfo& one) { return one.isZombie(); })) {
+            break;
+        }
+        processtree::killAll(find);
+    }
+    ::kill(supervisor, SIGKILL);
 }
 
 JobReport Job::nextReport() {

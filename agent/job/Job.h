@@ -36,6 +36,11 @@ public:
     int controlDescriptor() const { return control.get(); }
     JobReport nextReport();
 
+    // Whether the supervisor was stopped, as by SIGSTOP, so that nobody keeps the job's time.
+    bool isSupervisorStopped() const;
+    // Kills the whole job and its supervisor. Not for an uninterruptible one.
+    void endByForce();
+
     // The pipe to poll for output; -1 where the output is a file, which has to be looked at from
     // time to time.
     int outputPipe() const { return uninterruptible ? -1 : output.get(); }
@@ -48,6 +53,7 @@ public:
 
 private:
     const bool uninterruptible;
+    pid_t supervisor = 0;
     UniqueFd control;
     UniqueFd output;
     off_t outputRead = 0;  // of the file; a pipe needs none

@@ -25,6 +25,8 @@ constexpr unsigned long kRestMs = 30000;
 // After the time-out the shell does not wait much longer.
 constexpr unsigned long kRestAfterTimeOutMs = 2000;
 
+// A supervisor says at the time-out what becomes of the job; from then on it is looked after.
+constexpr unsigned long kOverdueMs = 250;
 // How often a conversation looks whether its turn has come, and what is left of its time-out for
 // the answer where it has not.
 constexpr unsigned long kTurnPollMs = 20;
@@ -33,6 +35,21 @@ constexpr unsigned long kShortSendMs = 10000;
 
 constexpr int kSweeps = 40;
 constexpr int kSweepPauseMs = 25;
+
+long long millisSince(FrameChannel::Clock::time_point start) {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(FrameChannel::Clock::now() - start)
+        .count();
+}
+
+// For poll().
+int millisUntil(FrameChannel::Deadline deadline) {
+    if (deadline == FrameChannel::never()) {
+        return -1;
+    }
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - FrameChannel::Clock::now());
+    return static_cast<int>(std::clamp<long long>(left.count(), 0, 60000));
+}
 
 std::string describe(const protocol::Result& result) {
     switch (result.ending) {
@@ -101,8 +118,8 @@ bool JobConversation::awaitTurn(JobRequest& jobRequest, const std::string& label
     const FrameChannel::Deadline deadline = turnDeadline(jobRequest);
     while (!section.tryEnter(owner)) {
         if (FrameChannel::Clock::now() >= deadline) {
-            refuseTurn("the node is taken by " + section.holder() + "; waited " +
-                       std::to_string(jobRequest.timeOutMs) + " ms at most");
+            refuseTurn("the node is in use by " + section.holder() + "; waited " +
+                       std::to_string(millisSince(start)) + " ms");
             return false;
         }
         checkPeer();
@@ -112,10 +129,8 @@ bool JobConversation::awaitTurn(JobRequest& jobRequest, const std::string& label
         (void)tlssocket::wait(channel.descriptor(), POLLIN, FrameChannel::after(kTurnPollMs));
     }
     if (jobRequest.timeOutMs > 0) {
-        const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(
-            FrameChannel::Clock::now() - start);
-        jobRequest.timeOutMs -= std::min<std::uint32_t>(jobRequest.timeOutMs - 1,
-                                                        static_cast<std::uint32_t>(waited.count()));
+        jobRequest.timeOutMs -=
+            std::min(jobRequest.timeOutMs - 1, static_cast<std::uint32_t>(millisSince(start)));
     }
     return true;
 }
@@ -129,6 +144,7 @@ bool JobConversation::run(const JobRequest& jobRequest, const std::string& label
     request = &jobRequest;
     outputEnded = false;
     connectionLost = false;
+    wasEndedByForce = false;
     // For a shell that breaks the protocol.
     ending = request->uninterruptible ? "goes on without its shell" : "cancelled";
     converse(label);
@@ -143,8 +159,7 @@ void JobConversation::converse(const std::string& label) {
         if (request->uninterruptible) {
             settings.log->info(request->owner + ": " + label + ": begins");
         }
-        while (!pump(job)) {
-        }
+        converseAbout(job);
     } catch (const ProtocolError&) {
         throw;
     } catch (const ChannelError& lost) {
@@ -155,6 +170,33 @@ void JobConversation::converse(const std::string& label) {
         ending = "not started: " + Text::printable(fault.getErrMsg());
         sendError(protocol::kErrorNotStarted, fault.getErrMsg());
     }
+}
+
+void JobConversation::converseAbout(Job& job) {
+    overdueAt = request->timeOutMs == 0 || request->uninterruptible
+                    ? FrameChannel::never()
+                    : FrameChannel::after(request->timeOutMs + kOverdueMs);
+    try {
+        while (!pump(job)) {
+        }
+    } catch (const CException&) {
+        endIfStopped(job);
+        throw;
+    }
+    if (connectionLost) {
+        endIfStopped(job);
+    }
+}
+
+bool JobConversation::endIfStopped(Job& job) {
+    // One that is only late, as on a busy machine, ends the job by itself and in order.
+    if (request->uninterruptible || !job.isSupervisorStopped()) {
+        return false;
+    }
+    settings.log->error(request->owner +
+                        ": the supervisor of a job has been stopped; the job is ended without it");
+    job.endByForce();
+    return true;
 }
 
 bool JobConversation::pump(Job& job) {
@@ -169,6 +211,10 @@ bool JobConversation::pump(Job& job) {
     forwardOutput(job);
     if (takeReport(job)) {
         return true;
+    }
+    if (FrameChannel::Clock::now() >= overdueAt) {
+        overdueAt = FrameChannel::after(kOverdueMs);
+        wasEndedByForce = endIfStopped(job) || wasEndedByForce;
     }
     wait(job);
     return false;
@@ -202,7 +248,7 @@ void JobConversation::wait(const Job& job) {
         {job.controlDescriptor(), POLLIN, 0},
         {queued || outputEnded ? -1 : job.outputPipe(), POLLIN, 0}};
     const bool looksAtFile = job.outputPipe() < 0 && !queued;
-    if (::poll(watched, 3, looksAtFile ? kOutputFilePollMs : -1) <= 0) {
+    if (::poll(watched, 3, looksAtFile ? kOutputFilePollMs : millisUntil(overdueAt)) <= 0) {
         return;
     }
     // Everybody has closed the pipe while the shell goes on: nothing more comes from there.
@@ -246,7 +292,8 @@ bool JobConversation::takeReport(Job& job) {
 void JobConversation::answerLost() {
     audit.takeBack();
     protocol::Result lost;
-    lost.ending = protocol::Result::Ending::kCancelled;
+    lost.ending = wasEndedByForce ? protocol::Result::Ending::kTimedOut
+                                  : protocol::Result::Ending::kCancelled;
     lost.text = request->uninterruptible
                     ? "the job's supervisor on the node was killed; the job goes on there, see " +
                           settings.runPath() + "firmware.log"

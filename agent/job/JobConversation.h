@@ -44,6 +44,10 @@ private:
     static FrameChannel::Deadline turnDeadline(const JobRequest& request);
     void refuseTurn(const std::string& text);
     void converse(const std::string& label);
+    void converseAbout(Job& job);
+    // A job must not outlive its time-out, or its shell, because its supervisor was stopped. True
+    // when it was, and the job has been ended.
+    bool endIfStopped(Job& job);
     // One turn of the event loop; true when the job is over for this session.
     bool pump(Job& job);
     void wait(const Job& job);
@@ -66,6 +70,8 @@ private:
     const JobRequest* request = nullptr;  // while it runs
     bool outputEnded = false;
     bool connectionLost = false;
+    bool wasEndedByForce = false;
+    FrameChannel::Deadline overdueAt{};   // when the supervisor has missed the time-out
     std::unique_ptr<char[]> outputFrame;  // used again for every piece of output
     std::string ending;
 };

@@ -29,6 +29,8 @@ const std::vector<std::pair<std::string, Attack>>& attacks() {
         {"certificates", attackWithCertificates},
         {"escapes", attackWithEscapingJobs},
         {"flashes", interruptFlashes},
+        {"read-backs", attackReadBacks},
+        {"leftovers", attackWithLeftovers},
         {"audit", changeAudit},
         {"configurations", compareConfigurations},
         {"payloads", attackShellWithAnswers},

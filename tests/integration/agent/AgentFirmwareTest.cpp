@@ -4,6 +4,7 @@
 
 #include "CException.h"
 #include "LocalAgent.h"
+#include "ProcessTree.h"
 
 // A stand-in for a flasher: writes its progress, takes a while, and leaves a mark only if nothing
 // has cut it short.
@@ -193,4 +194,40 @@ TEST_F(AgentFirmware, DaemonItStartedDoesNotKeepTheLock) {
     EXPECT_EQ(result.getRunSummary(), "first\n");
     client->execute("echo second", 20000, &result);
     EXPECT_EQ(result.getRunSummary(), "second\n");
+}
+
+TEST_F(AgentFirmware, DaemonOfAJobWhoseSupervisorWasKilledDoesNotKeepTheLock) {
+    {
+        const auto channel = sendFlash("sleep 60 & touch " + started() + "; sleep 60");
+        ASSERT_TRUE(hasStarted());
+    }
+    for (const pid_t supervisor : agent.processes("kelnode-job")) {
+        ::kill(supervisor, SIGKILL);
+    }
+    // While the job's shell lives the job does, whoever watches it.
+    expectSecondRefused();
+    const auto shells = processtree::descendantsOf(agent.listenerPid());
+    for (const processtree::ProcessInfo& process : shells) {
+        if (process.name == "sh") {
+            ::kill(process.pid, SIGKILL);
+        }
+    }
+    const auto client = agent.connect();
+    client->setUninterruptible(true);
+    CResult result;
+    EXPECT_TRUE(waitFor([&] {
+        try {
+            client->execute("echo second", 20000, &result);
+            return result.getRunSummary() == "second\n";
+        } catch (const CException&) {
+            return false;
+        }
+    }));
+    EXPECT_TRUE(agent.waitForLog("(sleep)"));
+    for (const processtree::ProcessInfo& process :
+         processtree::descendantsOf(agent.listenerPid())) {
+        if (process.name == "sleep") {
+            ::kill(process.pid, SIGKILL);
+        }
+    }
 }

@@ -193,9 +193,31 @@ TEST_F(AgentJobEnd, SigtermEndsTheListenerAndOrdinaryJobs) {
 
 TEST_F(AgentJobEnd, SessionOutlivesItsKilledListener) {
     const auto client = agent.connect();
+    CResult result;
+    // Nobody is served without the listener's leave, which a session asks for once.
+    client->execute("echo served", 20000, &result);
     agent.signal(SIGKILL);
     ASSERT_TRUE(agent.waitForExit());
-    CResult result;
     client->execute("echo still here", 20000, &result);
     EXPECT_EQ(result.getRunSummary(), "still here\n");
+}
+
+TEST_F(AgentJobEnd, JobThatStopsItsSupervisorEndsAtItsTimeOut) {
+    const std::string token = uniqueToken();
+    const auto client = agent.connect();
+    CResult result;
+    client->execute("kill -STOP $PPID; env -i " + escapeLine("setsid", token), 300, &result);
+    EXPECT_EQ(EXEC_TIMED_OUT, static_cast<int>(result.getRunStatus()));
+    EXPECT_TRUE(waitFor([&] { return survivors(token) == 0; }));
+    EXPECT_TRUE(waitFor([&] { return agent.processes("kelnode-job").empty(); }));
+    EXPECT_TRUE(agent.waitForLog("has been stopped"));
+}
+
+TEST_F(AgentJobEnd, JobThatStopsItsSupervisorEndsWithItsConnection) {
+    const std::string token = uniqueToken();
+    auto channel = agent.openChannel();
+    sendExec(*channel, "kill -STOP $PPID; env -i " + escapeLine("setsid", token));
+    ASSERT_TRUE(waitFor([&] { return survivors(token) > 0; }));
+    channel.reset();
+    EXPECT_TRUE(waitFor([&] { return survivors(token) == 0; }));
 }

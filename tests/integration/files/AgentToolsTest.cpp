@@ -272,3 +272,48 @@ TEST_F(AgentTools, UninterruptibleToolKeepsItsCopyUntilItEndsWhoeverIsKilled) {
     EXPECT_TRUE(waitFor([this] { return onlyPackagesLeft() && agent.records().empty(); },
                         std::chrono::seconds(15)));
 }
+
+TEST_F(AgentTools, WhatARunLeavesIsReadBackBeforeAnotherRunComesBetween) {
+    agent.packScript("tool", toolScript("echo \"$1\" > \"$(dirname \"$0\")/../answer\""));
+    const std::string answer = "cat " + agent.nodePath() + "answer";
+    const auto first = agent.connect();
+    CResult result;
+    first->executeEncryptedBinary("", "first", agent.nodePath(), {"tool.enc"}, {}, 20000, &result);
+    ASSERT_EQ(0, result.getExitCode());
+    // The turn is the first one's until it has read what it wants: the others are told whose it is.
+    const std::string told = [&] {
+        try {
+            return run("second", {"tool.enc"}, {}, "", 500).getRunSummary();
+        } catch (const CException& refused) {
+            return refused.getErrMsg();
+        }
+    }();
+    EXPECT_NE(std::string::npos, told.find("the node is in use by ")) << told;
+    EXPECT_NE(std::string::npos, told.find("RUN_PACKAGED")) << told;
+    first->execute(answer, 20000, &result);
+    EXPECT_EQ("first\n", result.getRunSummary());
+    // Other jobs do not wait, and once the first one has ended nobody does.
+    agent.connect()->execute(answer, 500, &result);
+    EXPECT_EQ("first\n", result.getRunSummary());
+    first->initAndConnect();
+    EXPECT_EQ(0, run("second", {"tool.enc"}, {}, "", 5000).getExitCode());
+}
+
+TEST_F(AgentTools, TurnOfAConversationThatRestsIsOver) {
+    agent.packScript("tool", toolScript());
+    const auto first = agent.connect();
+    CResult result;
+    first->executeEncryptedBinary("", "", agent.nodePath(), {"tool.enc"}, {}, 20000, &result);
+    EXPECT_EQ(0, run("", {"tool.enc"}, {}, "", 20000).getExitCode());
+}
+
+TEST_F(AgentTools, TurnOfASessionThatWasKilledIsOver) {
+    agent.packScript("tool", toolScript());
+    const auto first = agent.connect();
+    CResult result;
+    first->executeEncryptedBinary("", "", agent.nodePath(), {"tool.enc"}, {}, 20000, &result);
+    for (const pid_t session : agent.processes("kelnode-session")) {
+        ::kill(session, SIGKILL);
+    }
+    EXPECT_EQ(0, run("", {"tool.enc"}, {}, "", 3000).getExitCode());
+}
