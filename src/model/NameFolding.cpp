@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <map>
+#include <tuple>
 #include <utility>
 
 #include "Text.h"
@@ -86,21 +87,21 @@ std::string foldNumbers(std::vector<std::string> numbers) {
 }  // namespace
 
 std::string foldNames(const std::vector<std::string>& names) {
-    // Sorted by the text in front of the number, then by the text behind it. A name without a
-    // number comes first as a whole.
-    std::map<std::pair<std::string, std::string>, std::vector<std::string>> families;
+    // By the text in front of the number, then by the text behind it. A name without a number
+    // stands as a whole, before those that go on with one.
+    std::map<std::tuple<std::string, bool, std::string>, std::vector<std::string>> families;
     for (const std::string& name : names) {
         Cut cut;
         if (cutAtNumber(name, cut)) {
-            families[{cut.before, cut.after}].push_back(cut.digits);
+            families[{cut.before, true, cut.after}].push_back(cut.digits);
         } else {
-            families[{name, ""}];
+            families[{name, false, ""}];
         }
     }
     std::string folded;
     for (auto& [text, numbers] : families) {
         const std::string number = numbers.empty() ? "" : foldNumbers(std::move(numbers));
-        folded += (folded.empty() ? "" : ",") + text.first + number + text.second;
+        folded += (folded.empty() ? "" : ",") + std::get<0>(text) + number + std::get<2>(text);
     }
     return folded;
 }

@@ -22,6 +22,11 @@ TEST(NameFolding, NamesEachNodeOnce) {
     EXPECT_EQ("a", foldNames({"a", "a"}));
 }
 
+TEST(NameFolding, KeepsANameWithoutANumberBesideNumberedOnes) {
+    EXPECT_EQ("n,n[1-2]", foldNames({"n1", "n", "n2"}));
+    EXPECT_EQ("n,n1", foldNames({"n", "n1"}));
+}
+
 TEST(NameFolding, SortsByNumberAndNotByText) {
     EXPECT_EQ("n[2,9-11,100]", foldNames({"n100", "n10", "n11", "n2", "n9"}));
 }
