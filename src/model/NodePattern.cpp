@@ -55,7 +55,8 @@ bool isNumber(std::string_view text) {
 
 class Parser {
 public:
-    explicit Parser(std::string_view wholePattern) : pattern(wholePattern) {}
+    Parser(std::string_view wholePattern, std::size_t mostNames)
+        : pattern(wholePattern), most(mostNames) {}
 
     std::vector<std::string> names() {
         while (at < pattern.size()) {
@@ -181,8 +182,8 @@ private:
         std::uint64_t total = 1;
         for (const Part& part : parts) {
             const std::uint64_t count = part.count();
-            if (count > NodePattern::kMostNames || total * count > NodePattern::kMostNames) {
-                fail("more than " + std::to_string(NodePattern::kMostNames) + " names");
+            if (count > most || total * count > most) {
+                fail("more than " + std::to_string(most) + " names");
             }
             total *= count;
         }
@@ -230,6 +231,7 @@ private:
     }
 
     std::string_view pattern;
+    std::size_t most;
     std::size_t at = 0;
     std::size_t joinedAt = std::string_view::npos;
     std::vector<Part> parts;
@@ -237,6 +239,6 @@ private:
 
 }  // namespace
 
-std::vector<std::string> NodePattern::expand(std::string_view pattern) {
-    return Parser(pattern).names();
+std::vector<std::string> NodePattern::expand(std::string_view pattern, std::size_t most) {
+    return Parser(pattern, most).names();
 }

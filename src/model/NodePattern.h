@@ -12,9 +12,9 @@ class NodePattern {
 public:
     NodePattern() = delete;
 
-    // More names than this are refused before any is made.
     static constexpr std::size_t kMostNames = 100000;
 
-    // The names that the pattern stands for, each once, in the order written. Throws NodeSetError.
-    static std::vector<std::string> expand(std::string_view pattern);
+    // The names that the pattern stands for, each once, in the order written. Throws NodeSetError;
+    // more names than most are refused before any is made.
+    static std::vector<std::string> expand(std::string_view pattern, std::size_t most = kMostNames);
 };

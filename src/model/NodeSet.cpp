@@ -4,7 +4,6 @@
 
 #include "NameFolding.h"
 #include "NodeNames.h"
-#include "NodePattern.h"
 #include "NodeSetError.h"
 #include "Text.h"
 
@@ -21,8 +20,8 @@ bool isOperator(char c) {
 
 class Expression {
 public:
-    Expression(std::string_view wholeText, const NodeNames* knownNames)
-        : text(wholeText), known(knownNames) {
+    Expression(std::string_view wholeText, const NodeNames* knownNames, std::size_t mostNames)
+        : text(wholeText), known(knownNames), most(mostNames) {
         if (known != nullptr) {
             specialNames = known->allNodes();
             specialNames.erase(std::remove_if(specialNames.begin(), specialNames.end(),
@@ -76,9 +75,9 @@ private:
         at = end;
         NodeSet found = written.front() == '@' ? groups(written) : nodes(written);
         count += found.size();
-        if (count > NodePattern::kMostNames) {
+        if (count > most) {
             throw NodeSetError(Text::printable(written, kShownBytes) + ": more than " +
-                               std::to_string(NodePattern::kMostNames) + " names in all");
+                               std::to_string(most) + " names in all");
         }
         return found;
     }
@@ -113,7 +112,7 @@ private:
     }
 
     NodeSet nodes(const std::string& pattern) const {
-        const std::vector<std::string> names = NodePattern::expand(pattern);
+        const std::vector<std::string> names = NodePattern::expand(pattern, most);
         for (const std::string& name : names) {
             if (known != nullptr && !known->hasNode(name)) {
                 refuse(name, pattern, "node");
@@ -135,7 +134,7 @@ private:
         if (known->hasGroup(pattern)) {
             return NodeSet(known->nodesOf(pattern));
         }
-        for (const std::string& group : NodePattern::expand(pattern)) {
+        for (const std::string& group : NodePattern::expand(pattern, most)) {
             if (!known->hasGroup(group)) {
                 refuse("@" + group, written, "group");
             }
@@ -155,6 +154,7 @@ private:
 
     std::string_view text;
     const NodeNames* known;
+    std::size_t most;
     std::vector<std::string> specialNames;  // nodes that the grammar would take apart
     std::size_t at = 0;
     std::size_t count = 0;  // of the names of all terms
@@ -169,8 +169,8 @@ NodeSet::NodeSet(const std::vector<std::string>& nodeNames) {
     }
 }
 
-NodeSet NodeSet::parse(std::string_view text, const NodeNames* known) {
-    return Expression(text, known).value();
+NodeSet NodeSet::parse(std::string_view text, const NodeNames* known, std::size_t most) {
+    return Expression(text, known, most).value();
 }
 
 void NodeSet::unite(const NodeSet& other) {

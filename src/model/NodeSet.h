@@ -6,6 +6,8 @@
 #include <unordered_set>
 #include <vector>
 
+#include "NodePattern.h"
+
 class NodeNames;
 
 // Names of nodes, each once, in the order in which they came. A value.
@@ -24,8 +26,9 @@ public:
 
     // Reads a set. Every node and group must be among the names, also behind "!", so that a typing
     // error does not widen the set. With null any name is a node, and there are no groups.
-    // Throws NodeSetError, for more than NodePattern::kMostNames names too.
-    static NodeSet parse(std::string_view text, const NodeNames* known);
+    // Throws NodeSetError, for more names than most too, those of all terms counted together.
+    static NodeSet parse(std::string_view text, const NodeNames* known,
+                         std::size_t most = NodePattern::kMostNames);
 
     const std::vector<std::string>& getNames() const { return names; }
     std::size_t size() const { return names.size(); }

@@ -116,6 +116,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(NodePattern, TakesAsManyNamesAsAreAllowed) {
     EXPECT_EQ(NodePattern::kMostNames, NodePattern::expand("n[1-100000]").size());
     EXPECT_EQ(NodePattern::kMostNames, NodePattern::expand("a[1-100]b[1-10]c[0-99]").size());
+    EXPECT_EQ(4U, NodeSet::parse("n[1-2],m[1-2]", nullptr, 4).size());
+    EXPECT_THROW(NodeSet::parse("n[1-2],m[1-2]", nullptr, 3), NodeSetError);
 }
 
 TEST(NodeSet, FoldsSoThatItCanBeReadAgain) {
