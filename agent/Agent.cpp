@@ -185,6 +185,9 @@ void checkAuthorization(const AgentConfig& config, std::list<std::string>& findi
         findings.push_back(Text::printable(fault.describe(file)));
     }
     if (!rules.isRestricted()) {
+    for (const std::string& text : rules.missingPrefixes()) {
+        notes.push_back(Text::printable(text));
+    }
         notes.push_back("there is no " + file +
                         ": every master of the cluster may do everything here");
     }

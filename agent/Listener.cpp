@@ -98,6 +98,7 @@ void Listener::open() {
     authorization = loadAuthorization(config);
     AuditLog(config.auditFile).check();
     reception.setBounds(boundsOf(config));
+    warnOfMissingPrefixes();
     reception.open(config.listen);
     if (::prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) {
         Posix::throwErrno("cannot become the reaper of jobs");
@@ -110,6 +111,12 @@ void Listener::open() {
 
 void Listener::confineNetworkSides() {
     const std::string empty = runDirectory.getPath() + "empty";
+void Listener::warnOfMissingPrefixes() const {
+    for (const std::string& text : authorization->missingPrefixes()) {
+        log.warning(Text::printable(text));
+    }
+}
+
     if (::mkdir(empty.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
         Posix::throwErrno("cannot make " + empty);
     }
@@ -258,8 +265,10 @@ void Listener::becomeSession(WaitingRoom::Guest guest, UniqueFd line) {
     ::prctl(PR_SET_CHILD_SUBREAPER, 0);
     ::closelog();
     sandbox::boundMemoryOfSession();
-    descriptors::closeAllBut(
-        {guest.connection.get(), line.get(), log.descriptor(), confinement.emptyDirectory->get()});
+    std::vector<int> kept = authorization->descriptors();
+    kept.insert(kept.end(), {guest.connection.get(), line.get(), log.descriptor(),
+                             confinement.emptyDirectory->get()});
+    descriptors::closeAllBut(kept);
     ListeningSocket::watchForDeadPeer(guest.connection.get());
     {
         Session session(std::move(guest.connection), context, config, *authorization, jobSettings,
@@ -449,6 +458,7 @@ void Listener::reopenSocket(const AgentConfig& fresh) {
     if (fresh.listen.host == config.listen.host && fresh.listen.port == config.listen.port) {
         return;
     }
+    warnOfMissingPrefixes();
     reception.open(fresh.listen);
 }
 

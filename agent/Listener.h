@@ -56,6 +56,7 @@ private:
 
     void confineNetworkSides();
     void watchSignals();
+    void warnOfMissingPrefixes() const;
     void poll();
     void serveNext();
     void serve(WaitingRoom::Guest guest);

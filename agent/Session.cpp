@@ -9,7 +9,6 @@
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
 
@@ -432,10 +431,16 @@ bool Session::serveExists(const protocol::Frame& frame) {
     protocol::Exists exists;
     protocol::decode(frame.body, exists);
     audit.begin("EXISTS", exists.path);
-    struct stat found {};
-    const bool isThere = ::stat(exists.path.c_str(), &found) == 0;
-    logRequest("EXISTS " + quoted(exists.path), isThere ? "yes" : "no");
-    sendAnswer(isThere ? "1" : "0");
+    const std::string what = "EXISTS " + quoted(exists.path);
+    try {
+        const bool isThere = rights.exists(exists.path);
+        logRequest(what, isThere ? "yes" : "no");
+        sendAnswer(isThere ? "1" : "0");
+    } catch (const PathPrefix::Outside& outside) {
+        const std::string text = rights.refusalOf(what) + ": " + outside.getErrMsg();
+        logRequest(what, "refused: " + text);
+        sendError(protocol::kErrorRefused, text);
+    }
     return true;
 }
 

@@ -111,7 +111,7 @@ FileConversation::Outcome FileConversation::send(const protocol::Get& get) {
         return outcome;
     } catch (const ChannelError& fault) {
         return lost(fault);
-    } catch (const pathprefix::Outside& outside) {
+    } catch (const PathPrefix::Outside& outside) {
         // The certificate's name in it is escaped already.
         const std::string text = rights.refusalOf("GET \"" + Text::printable(get.path) + "\"") +
                                  ": " + outside.getErrMsg();

@@ -2,16 +2,10 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
-#include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <memory>
 #include <sys/stat.h>
-#include <unistd.h>
 #include <utility>
 
-#include "CException.h"
 #include "Posix.h"
 #include "Text.h"
 
@@ -52,10 +46,6 @@ constexpr RoleName kRoleNames[] = {{Role::kObserver, "observer"},
                                    {Role::kOperator, "operator"},
                                    {Role::kFirmware, "firmware"}};
 
-struct MemoryFreer {
-    void operator()(char* memory) const { std::free(memory); }
-};
-
 std::list<std::string> wordsOf(const std::string& text) {
     std::list<std::string> words;
     std::string::size_type from = text.find_first_not_of(' ');
@@ -65,37 +55,6 @@ std::list<std::string> wordsOf(const std::string& text) {
         from = text.find_first_not_of(' ', to);
     }
     return words;
-}
-
-bool hasPart(const std::string& path, const std::string& part) {
-    return (path + "/").find("/" + part + "/") != std::string::npos;
-}
-
-// The name under which the kernel knows an open file, all links resolved.
-std::string nameOfOpen(int fd) {
-    const std::string link = "/proc/self/fd/" + std::to_string(fd);
-    std::string name(PATH_MAX + 1, '\0');
-    const ssize_t length = ::readlink(link.c_str(), name.data(), name.size());
-    // Without a name nothing can be compared.
-    if (length <= 0 || static_cast<std::size_t>(length) >= name.size()) {
-        return "";
-    }
-    name.resize(static_cast<std::size_t>(length));
-    return name;
-}
-
-UniqueFd openRetried(const std::string& path, int flags) {
-    UniqueFd fd = Posix::open(path, flags);
-    if (!fd) {
-        const int error = errno;
-        throw CException(std::strerror(error));
-    }
-    return fd;
-}
-
-std::string resolved(const std::string& prefix) {
-    const std::unique_ptr<char, MemoryFreer> real(::realpath(prefix.c_str(), nullptr));
-    return real ? real.get() : "";
 }
 
 }  // namespace
@@ -144,11 +103,11 @@ std::string Authorization::apply(const std::string& name, const std::string& val
         if (prefix.size() > 1 && prefix.back() == '/') {
             prefix.pop_back();
         }
-        const std::string fault = pathprefix::faultOf(prefix);
+        const std::string fault = PathPrefix::faultOf(prefix);
         if (!fault.empty()) {
             return std::string(name).append(": ").append(fault);
         }
-        grant.prefixes.push_back(prefix);
+        grant.prefixes.emplace_back(prefix);
     }
     grants[name] = grant;
     return "";
@@ -167,6 +126,11 @@ Authorization Authorization::load(const std::string& fileName, std::vector<Confi
     const Posix::File file = Posix::openFile(fileName, "re");
     if (file) {
         rules.read(file.get(), faults);
+        for (auto& entry : rules.grants) {
+            for (PathPrefix& prefix : entry.second.prefixes) {
+                static_cast<void>(prefix.open());
+            }
+        }
         return rules;
     }
     const int error = errno;
@@ -183,9 +147,9 @@ bool Authorization::Grant::isLessThan(const Grant& other) const {
     if (role != other.role) {
         return role < other.role;
     }
-    const auto isCovered = [this](const std::string& wanted) {
-        return std::any_of(prefixes.begin(), prefixes.end(), [&](const std::string& prefix) {
-            return pathprefix::covers(prefix, wanted);
+    const auto isCovered = [this](const PathPrefix& wanted) {
+        return std::any_of(prefixes.begin(), prefixes.end(), [&](const PathPrefix& prefix) {
+            return PathPrefix::covers(prefix.text(), wanted.text());
         });
     };
     return !std::all_of(other.prefixes.begin(), other.prefixes.end(), isCovered);
@@ -199,48 +163,27 @@ Authorization::Grant Authorization::grantOf(const std::string& name) const {
     return name.empty() || found == grants.end() ? Grant() : found->second;
 }
 
-namespace pathprefix {
-
-std::string faultOf(const std::string& prefix) {
-    if (prefix.empty() || prefix.front() != '/') {
-        return "\"" + prefix + "\" is not an absolute path";
+std::vector<int> Authorization::descriptors() const {
+    std::vector<int> open;
+    for (const auto& entry : grants) {
+        for (const PathPrefix& prefix : entry.second.prefixes) {
+            if (prefix.isOpen()) {
+                open.push_back(prefix.descriptor());
+            }
+        }
     }
-    if (prefix != "/" && (hasPart(prefix, "") || hasPart(prefix, ".") || hasPart(prefix, ".."))) {
-        return "\"" + prefix + "\" has an empty, \".\" or \"..\" part";
-    }
-    return "";
+    return open;
 }
 
-bool covers(const std::string& prefix, const std::string& path) {
-    if (prefix == "/") {
-        return !path.empty() && path.front() == '/';
+std::vector<std::string> Authorization::missingPrefixes() const {
+    std::vector<std::string> missing;
+    for (const auto& entry : grants) {
+        for (const PathPrefix& prefix : entry.second.prefixes) {
+            if (!prefix.isOpen()) {
+                missing.push_back("the prefix " + prefix.text() + " of the reader " + entry.first +
+                                  " is not there: it opens nothing until the rules are read again");
+            }
+        }
     }
-    return !prefix.empty() && Text::startsWith(path, prefix) &&
-           (path.size() == prefix.size() || path[prefix.size()] == '/');
+    return missing;
 }
-
-UniqueFd openBelow(const std::list<std::string>& prefixes, const std::string& path) {
-    const auto named = [&](const std::string& prefix) { return covers(prefix, path); };
-    // Before the file system is asked: not even whether something exists is told.
-    if (hasPart(path, "..") || std::none_of(prefixes.begin(), prefixes.end(), named)) {
-        throw Outside("outside the path prefixes of this certificate");
-    }
-    // A handle that reads nothing: opening a device or a FIFO in earnest would have effects.
-    const UniqueFd handle = openRetried(path, O_PATH);
-    const std::string name = nameOfOpen(handle.get());
-    const bool isBelow =
-        std::any_of(prefixes.begin(), prefixes.end(), [&](const std::string& prefix) {
-            const std::string real = resolved(prefix);
-            return named(prefix) && !real.empty() && !name.empty() && covers(real, name);
-        });
-    if (!isBelow) {
-        throw Outside("outside the path prefixes of this certificate");
-    }
-    struct stat found {};
-    if (::fstat(handle.get(), &found) != 0 || !S_ISREG(found.st_mode)) {
-        throw CException(S_ISDIR(found.st_mode) ? "it is a directory" : "it is no regular file");
-    }
-    return openRetried("/proc/self/fd/" + std::to_string(handle.get()), O_RDONLY | O_NOCTTY);
-}
-
-}  // namespace pathprefix

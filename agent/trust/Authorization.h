@@ -6,10 +6,9 @@
 #include <map>
 #include <string>
 
-#include "CException.h"
+#include "PathPrefix.h"
 #include "Protocol.h"
 #include "SettingsReader.h"
-#include "UniqueFd.h"
 
 // What a master may ask of this node. Everything that is not granted is refused.
 enum class Role {
@@ -51,7 +50,7 @@ public:
     struct Grant {
         Role role = Role::kNone;
         // Of a reader; without a trailing "/" unless it is the root.
-        std::list<std::string> prefixes;
+        std::list<PathPrefix> prefixes;
 
         // Whether what the other grant allows is not all allowed by this one.
         bool isLessThan(const Grant& other) const;
@@ -63,7 +62,8 @@ public:
     // From now on only what the stream grants, which stays the caller's. Every fault is added to
     // faults and its line is ignored.
     void read(FILE* stream, std::vector<ConfigFault>& faults);
-    // Reads the file. That it does not exist is no fault; that it cannot be read is one of line 0.
+    // Reads the file and opens its prefixes. That it does not exist is no fault; that it cannot be
+    // read is one of line 0.
     static Authorization load(const std::string& fileName, std::vector<ConfigFault>& faults);
 
     bool isRestricted() const { return restricted; }
@@ -71,32 +71,14 @@ public:
     // once there are rules.
     Grant grantOf(const std::string& name) const;
 
+    // The descriptors of all prefixes, to be left open where others are closed.
+    std::vector<int> descriptors() const;
+    // A sentence for each prefix that is not there.
+    std::vector<std::string> missingPrefixes() const;
+
 private:
     std::string apply(const std::string& name, const std::string& value);
 
     bool restricted = false;
     std::map<std::string, Grant> grants;
 };
-
-namespace pathprefix {
-
-// Outside what may be read; says no more than that, so that it gives away nothing about files
-// there.
-class Outside : public CException {
-public:
-    using CException::CException;
-};
-
-// Empty, or why the text cannot serve as a prefix: not absolute, or with empty, "." or ".." parts.
-std::string faultOf(const std::string& prefix);
-
-// Whether path is prefix or below it, by its text alone.
-bool covers(const std::string& prefix, const std::string& path);
-
-// Opens a regular file for reading if it lies below one of the prefixes, symbolic links of both
-// resolved: what is compared is the name of the very file that is then read, so that no link put
-// in place meanwhile leads elsewhere. Throws Outside, or CException with errno's text where the
-// file cannot be opened.
-UniqueFd openBelow(const std::list<std::string>& prefixes, const std::string& path);
-
-}  // namespace pathprefix

@@ -1,5 +1,6 @@
 #include "MasterRights.h"
 
+#include <sys/stat.h>
 #include <utility>
 
 #include "CException.h"
@@ -45,12 +46,24 @@ FileSource MasterRights::openSource(const std::string& path) const {
         return FileSource(path);
     }
     try {
-        return FileSource(path, pathprefix::openBelow(grant.prefixes, path));
-    } catch (const pathprefix::Outside&) {
+        return FileSource(path, PathPrefix::openFile(grant.prefixes, path));
+    } catch (const PathPrefix::Outside&) {
         throw;
     } catch (const FileError&) {
         throw;
     } catch (const CException& fault) {
         throw FileError("Cannot open \"" + path + "\": " + fault.getErrMsg() + ".");
     }
+}
+
+bool MasterRights::exists(const std::string& path) const {
+    if (grant.role == Role::kReader) {
+        return PathPrefix::exists(grant.prefixes, path);
+    }
+    struct stat found {};
+    return ::stat(path.c_str(), &found) == 0;
+}
+
+bool MasterRights::mayName(const std::string& path) const {
+    return grant.role != Role::kReader || PathPrefix::anyCovers(grant.prefixes, path);
 }

@@ -22,9 +22,14 @@ public:
     // "PUT is not allowed to the certificate ...".
     std::string refusalOf(const std::string& what) const;
 
-    // Opens a file for the master. Throws pathprefix::Outside for what it may not read, FileError
+    // False for a path that a reader may not read whatever is there, by its text alone.
+    bool mayName(const std::string& path) const;
+
+    // Opens a file for the master. Throws PathPrefix::Outside for what it may not read, FileError
     // for what cannot be read.
     FileSource openSource(const std::string& path) const;
+    // Whether something is there. Throws PathPrefix::Outside for what a reader may not read.
+    bool exists(const std::string& path) const;
 
 private:
     std::string certificateName;

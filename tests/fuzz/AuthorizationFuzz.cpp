@@ -28,10 +28,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         const Authorization::Grant grant = rules.grantOf(name);
         require(grant.role == Role::kNone || text.find(name + "=") != std::string::npos);
         require(grant.role == Role::kReader || grant.prefixes.empty());
-        for (const std::string& prefix : grant.prefixes) {
-            require(pathprefix::faultOf(prefix).empty());
-            require(pathprefix::covers(prefix, prefix));
-            require(!pathprefix::covers(prefix, ""));
+        for (const PathPrefix& opened : grant.prefixes) {
+            const std::string& prefix = opened.text();
+            require(PathPrefix::faultOf(prefix).empty());
+            require(PathPrefix::covers(prefix, prefix));
+            require(!PathPrefix::covers(prefix, ""));
         }
     }
     return 0;

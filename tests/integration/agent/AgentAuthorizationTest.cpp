@@ -204,6 +204,33 @@ TEST_F(AgentAuthorization, OperatorGetsEverything) {
     EXPECT_EQ(get(*channel, agent.nodePath() + "open/link"), "for operators");
 }
 
+TEST_F(AgentAuthorization, ReaderLearnsOfNothingOutsideItsPrefixes) {
+    const auto channel = openAs("reader");
+    const auto exists = [&](const std::string& path) {
+        channel->sendFrame(protocol::encode(protocol::Exists{path}), LocalAgent::soon());
+        const protocol::Frame frame = channel->receiveFrame(LocalAgent::soon());
+        return frame.header.type == FrameType::kAnswer ? frame.body : "refused";
+    };
+    const std::string open = agent.nodePath() + "open/";
+    EXPECT_NE("refused", exists(open + "file"));
+    EXPECT_NE("refused", exists(open + "missing"));
+    EXPECT_EQ("refused", exists(agent.nodePath() + "secret"));
+    EXPECT_EQ("refused", exists(agent.nodePath() + "missing"));
+    EXPECT_EQ("refused", exists(open + "link"));
+    EXPECT_EQ("refused", exists("/etc/shadow"));
+    EXPECT_TRUE(agent.waitForLog("refused: EXISTS ")) << agent.log();
+}
+
+// The attack: whoever may write beside the prefix puts a link in its place.
+TEST_F(AgentAuthorization, PrefixThatIsReplacedAfterStartLeadsNowhereElse) {
+    const std::string open = agent.nodePath() + "open";
+    std::filesystem::rename(open, agent.nodePath() + "moved");
+    std::filesystem::create_directory_symlink("/etc", open);
+    const auto channel = openAs("reader");
+    EXPECT_EQ(0U, get(*channel, open + "/passwd").rfind("4: ", 0));
+    EXPECT_EQ("for readers", get(*channel, open + "/file"));
+}
+
 TEST_F(AgentAuthorization, ReloadTakesNewRulesAndCutsOffWhoLosesRights) {
     const auto loses = openAs("operator");
     const auto keeps = openAs("observer");

@@ -67,9 +67,9 @@ protected:
     std::vector<ConfigFault> faults;
 };
 
-class PathPrefix : public testing::Test {
+class PathPrefixFiles : public testing::Test {
 protected:
-    PathPrefix() {
+    PathPrefixFiles() {
         std::filesystem::create_directories(inside("deep"));
         std::filesystem::create_directories(directory.file("open-too"));
         write(inside("file"), "inside");
@@ -85,13 +85,21 @@ protected:
     std::string open(const std::string& path) const {
         return openBelow({directory.file("open")}, path);
     }
+    static std::list<PathPrefix> opened(const std::list<std::string>& prefixes) {
+        std::list<PathPrefix> list;
+        for (const std::string& prefix : prefixes) {
+            list.emplace_back(prefix);
+            list.back().open();
+        }
+        return list;
+    }
     static std::string openBelow(const std::list<std::string>& prefixes, const std::string& path) {
         try {
-            const UniqueFd fd = pathprefix::openBelow(prefixes, path);
+            const UniqueFd fd = PathPrefix::openFile(opened(prefixes), path);
             char text[64];
             const ssize_t count = ::read(fd.get(), text, sizeof text);
             return count < 0 ? "unreadable" : std::string(text, static_cast<std::size_t>(count));
-        } catch (const pathprefix::Outside&) {
+        } catch (const PathPrefix::Outside&) {
             return "OUTSIDE";
         } catch (const CException& fault) {
             return fault.getErrMsg();
@@ -144,8 +152,11 @@ TEST_F(AuthorizationFile, RolesAndPrefixesAreTaken) {
     EXPECT_TRUE(faults.empty()) << onlyFault();
     EXPECT_EQ(rules.grantOf("watch").role, Role::kObserver);
     EXPECT_EQ(rules.grantOf("logs").role, Role::kReader);
-    EXPECT_EQ(rules.grantOf("logs").prefixes,
-              (std::list<std::string>{"/var/log", "/var/tmp", "/"}));
+    std::list<std::string> prefixes;
+    for (const PathPrefix& prefix : rules.grantOf("logs").prefixes) {
+        prefixes.push_back(prefix.text());
+    }
+    EXPECT_EQ((std::list<std::string>{"/var/log", "/var/tmp", "/"}), prefixes);
     EXPECT_EQ(rules.grantOf("day").role, Role::kOperator);
     EXPECT_EQ(rules.grantOf("night shift").role, Role::kFirmware);
     EXPECT_EQ(rules.grantOf("Day").role, Role::kNone);
@@ -215,16 +226,16 @@ TEST_F(AuthorizationFile, FewerRightsAreTold) {
 }
 
 TEST(PathPrefixText, CoversWholePartsOnly) {
-    EXPECT_TRUE(pathprefix::covers("/var/log", "/var/log"));
-    EXPECT_TRUE(pathprefix::covers("/var/log", "/var/log/x"));
-    EXPECT_FALSE(pathprefix::covers("/var/log", "/var/logs"));
-    EXPECT_FALSE(pathprefix::covers("/var/log", "/var"));
-    EXPECT_TRUE(pathprefix::covers("/", "/x"));
-    EXPECT_FALSE(pathprefix::covers("/", "x"));
-    EXPECT_FALSE(pathprefix::covers("", "/x"));
+    EXPECT_TRUE(PathPrefix::covers("/var/log", "/var/log"));
+    EXPECT_TRUE(PathPrefix::covers("/var/log", "/var/log/x"));
+    EXPECT_FALSE(PathPrefix::covers("/var/log", "/var/logs"));
+    EXPECT_FALSE(PathPrefix::covers("/var/log", "/var"));
+    EXPECT_TRUE(PathPrefix::covers("/", "/x"));
+    EXPECT_FALSE(PathPrefix::covers("/", "x"));
+    EXPECT_FALSE(PathPrefix::covers("", "/x"));
 }
 
-TEST_F(PathPrefix, FilesBelowAreOpened) {
+TEST_F(PathPrefixFiles, FilesBelowAreOpened) {
     EXPECT_EQ(open(inside("file")), "inside");
     EXPECT_EQ(open(inside("deep/file")), "deep");
     EXPECT_EQ(open(inside("deep//file")), "deep");
@@ -233,7 +244,7 @@ TEST_F(PathPrefix, FilesBelowAreOpened) {
     EXPECT_EQ(openBelow({"/no/such", directory.file("open")}, inside("file")), "inside");
 }
 
-TEST_F(PathPrefix, WhatIsElsewhereIsOutside) {
+TEST_F(PathPrefixFiles, WhatIsElsewhereIsOutside) {
     for (const std::string& path :
          {directory.file("secret"), directory.file("open-too/file"), std::string("/etc/passwd"),
           std::string(""), std::string("file"), inside("../secret"), inside("deep/../file"),
@@ -244,7 +255,7 @@ TEST_F(PathPrefix, WhatIsElsewhereIsOutside) {
     EXPECT_EQ(openBelow({inside("file")}, inside("file2")), "OUTSIDE");
 }
 
-TEST_F(PathPrefix, LinksDoNotLeadOut) {
+TEST_F(PathPrefixFiles, LinksDoNotLeadOut) {
     std::filesystem::create_symlink("../secret", inside("relative"));
     std::filesystem::create_symlink(directory.file("secret"), inside("absolute"));
     std::filesystem::create_symlink(directory.path(), inside("up"));
@@ -254,22 +265,65 @@ TEST_F(PathPrefix, LinksDoNotLeadOut) {
     }
 }
 
-TEST_F(PathPrefix, LinksThatStayBelowAreFollowed) {
+TEST_F(PathPrefixFiles, LinksThatStayBelowAreFollowed) {
     std::filesystem::create_symlink("deep/file", inside("link"));
-    std::filesystem::create_symlink(directory.path(), inside("up"));
+    std::filesystem::create_symlink(inside("deep/file"), inside("absolute"));
     EXPECT_EQ(open(inside("link")), "deep");
-    EXPECT_EQ(open(inside("up/open/file")), "inside");
+    // Where an absolute target leads today says nothing about tomorrow.
+    EXPECT_EQ("OUTSIDE", open(inside("absolute")));
+    EXPECT_EQ("deep", openBelow({"/"}, inside("absolute")));
 }
 
-TEST_F(PathPrefix, PrefixMayBeALinkItself) {
+TEST_F(PathPrefixFiles, PrefixMayBeALinkItself) {
     std::filesystem::create_directory_symlink(directory.file("open"), directory.file("alias"));
     EXPECT_EQ(openBelow({directory.file("alias")}, directory.file("alias/file")), "inside");
     EXPECT_EQ(openBelow({directory.file("alias")}, inside("file")), "OUTSIDE");
 }
 
-TEST_F(PathPrefix, OnlyRegularFilesAreOpened) {
+TEST_F(PathPrefixFiles, OnlyRegularFilesAreOpened) {
     ASSERT_EQ(::mkfifo(inside("fifo").c_str(), 0600), 0);
     EXPECT_EQ(open(inside("fifo")), "it is no regular file");
     EXPECT_EQ(open(inside("deep")), "it is a directory");
     EXPECT_EQ(open(inside("missing")), "No such file or directory");
+}
+
+// What was opened with the rules is meant, whatever stands in its place now.
+TEST_F(PathPrefixFiles, PrefixThatIsReplacedLeadsNowhereElse) {
+    const std::list<PathPrefix> prefixes = opened({directory.file("open"), "/etc/passwd"});
+    std::filesystem::rename(directory.file("open"), directory.file("moved"));
+    std::filesystem::create_directory_symlink("/etc", directory.file("open"));
+    EXPECT_THROW(PathPrefix::openFile(prefixes, inside("passwd")), CException);
+    EXPECT_FALSE(PathPrefix::exists(prefixes, inside("passwd")));
+    EXPECT_TRUE(PathPrefix::exists(prefixes, inside("file")));
+    EXPECT_TRUE(PathPrefix::exists(prefixes, "/etc/passwd"));
+}
+
+TEST_F(PathPrefixFiles, FileAsAPrefixMayBeReplacedButNotByALink) {
+    const std::list<PathPrefix> prefixes = opened({inside("file")});
+    std::filesystem::rename(inside("file"), inside("file.1"));
+    EXPECT_FALSE(PathPrefix::exists(prefixes, inside("file")));
+    write(inside("file"), "new");
+    EXPECT_TRUE(PathPrefix::openFile(prefixes, inside("file")));
+    std::filesystem::remove(inside("file"));
+    std::filesystem::create_symlink("file.1", inside("file"));
+    EXPECT_THROW(PathPrefix::openFile(prefixes, inside("file")), PathPrefix::Outside);
+    EXPECT_THROW(PathPrefix::openFile(prefixes, inside("file/x")), CException);
+}
+
+TEST_F(PathPrefixFiles, ExistenceIsToldOfNothingOutside) {
+    std::filesystem::create_symlink("../secret", inside("link"));
+    const std::list<PathPrefix> prefixes = opened({directory.file("open")});
+    EXPECT_TRUE(PathPrefix::exists(prefixes, inside("deep")));
+    EXPECT_TRUE(PathPrefix::exists(prefixes, directory.file("open")));
+    EXPECT_FALSE(PathPrefix::exists(prefixes, inside("missing")));
+    for (const std::string& path : {directory.file("secret"), inside("link"), inside("../secret"),
+                                    std::string("/etc/shadow"), std::string("/no/such")}) {
+        EXPECT_THROW(PathPrefix::exists(prefixes, path), PathPrefix::Outside) << path;
+    }
+}
+
+TEST_F(PathPrefixFiles, PrefixThatIsNotThereCoversNothing) {
+    const std::list<PathPrefix> prefixes = opened({directory.file("later")});
+    write(directory.file("later"), "x");
+    EXPECT_THROW(PathPrefix::openFile(prefixes, directory.file("later")), PathPrefix::Outside);
 }
