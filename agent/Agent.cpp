@@ -25,6 +25,7 @@
 #include "FreedBy.h"
 #include "Listener.h"
 #include "NodeFiles.h"
+#include "PlantedFiles.h"
 #include "Posix.h"
 #include "Sandbox.h"
 #include "SecretMask.h"
@@ -184,10 +185,10 @@ void checkAuthorization(const AgentConfig& config, std::list<std::string>& findi
     for (const ConfigFault& fault : faults) {
         findings.push_back(Text::printable(fault.describe(file)));
     }
-    if (!rules.isRestricted()) {
     for (const std::string& text : rules.missingPrefixes()) {
         notes.push_back(Text::printable(text));
     }
+    if (!rules.isRestricted()) {
         notes.push_back("there is no " + file +
                         ": every master of the cluster may do everything here");
     }
@@ -289,6 +290,9 @@ int serve(const Options& options) {
         for (const std::string& key : files.openKeys()) {
             log.warning(Text::printable(key));
         }
+        for (const std::string& text : plantedfiles::missingProtection()) {
+            log.warning(text);
+        }
         Listener listener(config, log, raiseFileLimit());
         // Gone readers of the standard streams or of the ready descriptor must not end the agent.
         ::signal(SIGPIPE, SIG_IGN);
@@ -338,6 +342,7 @@ std::list<std::string> check(const AgentConfig& config, std::list<std::string>& 
     checkToolKey(config, findings, notes);
     checkAuthorization(config, findings, notes);
     checkFiles(config, findings, notes);
+    notes.splice(notes.end(), plantedfiles::missingProtection());
     checkAudit(config, findings);
     notes.splice(notes.end(), certificateexpiry::warnings(
                                   {config.certificateFile, config.caFile,

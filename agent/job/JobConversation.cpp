@@ -9,6 +9,7 @@
 
 #include "CException.h"
 #include "FirmwareLock.h"
+#include "PlantedFiles.h"
 #include "Text.h"
 #include "TlsSocket.h"
 
@@ -153,6 +154,8 @@ bool JobConversation::run(const JobRequest& jobRequest, const std::string& label
 
 void JobConversation::converse(const std::string& label) {
     try {
+        plantedfiles::remove(request->tools.isEmpty() ? "" : request->commandLine,
+                             [this](const std::string& text) { settings.log->warning(text); });
         Job job(settings, *request);
         // The supervisor ends the record from here on: it outlives this process.
         audit.handOver();

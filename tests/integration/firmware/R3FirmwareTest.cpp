@@ -123,12 +123,27 @@ TEST_F(R3FirmwareTest, PhraseOfAnEarlierRunNeverCounts) {
 
 TEST_F(R3FirmwareTest, LogThatCannotBeWrittenIsAFailure) {
     const std::string file = cluster.write("image.bin", "R3BIOS");
-    std::filesystem::create_directory(node.varTmp(kFlashLog));
+    // Nothing can be made in a directory that is gone, nor is anything there that could be removed.
+    std::filesystem::remove_all(node.varTmp(""));
     const CResult result = execute("flash bios fw -f " + file);
-    EXPECT_EQ(result.getRunStatus(), EXEC_FAILURE);
-    EXPECT_EQ(result.getRunSummary().rfind(
-                  std::string("romflash left no output in /var/tmp/") + kFlashLog, 0),
-              0U);
+    EXPECT_EQ(EXEC_FAILURE, result.getRunStatus());
+    EXPECT_EQ(0U, result.getRunSummary().rfind(
+                      std::string("romflash left no output in /var/tmp/") + kFlashLog, 0))
+        << result.getRunSummary();
+}
+
+TEST_F(R3FirmwareTest, PlantInPlaceOfTheLogIsNeitherFollowedNorBelieved) {
+    const std::string file = cluster.write("image.bin", "R3BIOS");
+    const std::string victim = node.varTmp("victim");
+    std::ofstream(victim) << "precious";
+    std::filesystem::create_symlink(victim, node.varTmp(kFlashLog));
+    EXPECT_EQ(EXEC_SUCCESS, execute("flash bios fw -f " + file).getRunStatus());
+    EXPECT_EQ("precious", LocalAgent::read(victim));
+    EXPECT_TRUE(
+        std::filesystem::is_regular_file(std::filesystem::symlink_status(node.varTmp(kFlashLog))));
+    std::filesystem::remove(node.varTmp(kFlashLog));
+    std::filesystem::create_directory(node.varTmp(kFlashLog));
+    EXPECT_EQ(EXEC_SUCCESS, execute("flash bios fw -r -f " + file).getRunStatus());
 }
 
 TEST_F(R3FirmwareTest, ImageMissingOnTheMasterFlashesNothing) {
