@@ -129,7 +129,7 @@ void Session::run() noexcept {
         validUntil = master.validUntil;
         audit.setPeer(master.name, peerIp);
         line.tellMaster(rights.role() != Role::kNone, master.fingerprint, master.certificates);
-        peer = Text::printable(master.subject) + " " + peer;
+        peer = Text::printableName(master.subject) + " " + peer;
         serve();
     } catch (const ProtocolError& fault) {
         log.warning(who() + ": broke the protocol: " + Text::printable(fault.getErrMsg()));
@@ -203,7 +203,7 @@ void Session::takeGreeting(const protocol::Frame& frame) {
     // What this command reads back it has read by now.
     jobs->endTurn();
     audit.setCommand(shell.user, shell.sequence);
-    user = Text::printable(shell.user, 64);
+    user = Text::printableName(shell.user, 64);
     if (shell.sequence != 0) {
         user += " #" + std::to_string(shell.sequence);
     }

@@ -78,6 +78,20 @@ std::vector<std::string> Text::split(std::string_view text, char separator) {
     return parts;
 }
 
+std::string Text::printableName(std::string_view text, std::size_t maxBytes) {
+    constexpr std::string_view kAllowed = "._@+-=,/";
+    std::string name;
+    for (const char c : text.substr(0, maxBytes)) {
+        if (isLetter(c) || isDigit(c) || kAllowed.find(c) != std::string_view::npos) {
+            name += c;
+        } else {
+            name += "\\x";
+            appendHex(name, c);
+        }
+    }
+    return text.size() > maxBytes ? name + "..." : name;
+}
+
 std::string Text::printable(std::string_view text, std::size_t maxBytes) {
     std::string shown;
     for (const char c : text.substr(0, maxBytes)) {

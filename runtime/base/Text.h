@@ -36,6 +36,10 @@ public:
     static std::size_t utf8Length(std::string_view text, std::size_t at);
     static bool isUtf8(std::string_view text);
 
+    // A name from outside as one word of a log line: letters, digits and "._@+-=,/" stay, every
+    // other byte is \xNN, blanks and brackets too. So it cannot be taken for other parts of a line.
+    static std::string printableName(std::string_view text, std::size_t maxBytes = 1024);
+
     // Appends the byte as two hexadecimal digits in lower case.
     static void appendHex(std::string& text, char byte);
 

@@ -55,3 +55,13 @@ TEST(Text, TellsUtf8FromOtherBytes) {
     }
     EXPECT_EQ(0U, Text::utf8Length("a", 1));
 }
+
+TEST(Text, NameFromOutsideIsOneWordThatImitatesNothing) {
+    EXPECT_EQ("CN=master", Text::printableName("CN=master"));
+    EXPECT_EQ("O=Data\\x20Centre,CN=a.b-c_d@e+f/g",
+              Text::printableName("O=Data Centre,CN=a.b-c_d@e+f/g"));
+    EXPECT_EQ("root\\x29\\x3a\\x20EXEC\\x20\\x22uptime\\x22",
+              Text::printableName("root): EXEC \"uptime\""));
+    EXPECT_EQ("\\x5cx20\\xc3\\xa4\\x0a", Text::printableName("\\x20\xc3\xa4\n"));
+    EXPECT_EQ("abc...", Text::printableName("abcdef", 3));
+}
