@@ -62,10 +62,12 @@ Listener::Listener(AgentConfig& agentConfig, AgentLog& agentLog, const rlimit& f
       log(agentLog),
       runDirectory(agentConfig.getRunPath()),
       sparingLog([this](const std::string& text) { log.warning(text); }),
+      refusals(log),
       reception(sessions, sparingLog) {
     jobSettings.nodePath = config.getNodePath();
     jobSettings.toolsKeyFile = config.toolsKeyFile;
     jobSettings.auditFile = config.auditFile;
+    refusals.setAuditFile(config.auditFile);
     jobSettings.fileLimit = fileLimit;
     // Unlimited where it cannot be told.
     static_cast<void>(::getrlimit(RLIMIT_DATA, &jobSettings.dataLimit));
@@ -96,9 +98,9 @@ void Listener::open() {
     context = loadContext(config);
     (void)tlsrehearsal::perform();
     authorization = loadAuthorization(config);
+    warnOfMissingPrefixes();
     AuditLog(config.auditFile).check();
     reception.setBounds(boundsOf(config));
-    warnOfMissingPrefixes();
     reception.open(config.listen);
     if (::prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) {
         Posix::throwErrno("cannot become the reaper of jobs");
@@ -109,14 +111,14 @@ void Listener::open() {
     memory::releaseWhatTheStartNeeded();
 }
 
-void Listener::confineNetworkSides() {
-    const std::string empty = runDirectory.getPath() + "empty";
 void Listener::warnOfMissingPrefixes() const {
     for (const std::string& text : authorization->missingPrefixes()) {
         log.warning(Text::printable(text));
     }
 }
 
+void Listener::confineNetworkSides() {
+    const std::string empty = runDirectory.getPath() + "empty";
     if (::mkdir(empty.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
         Posix::throwErrno("cannot make " + empty);
     }
@@ -165,6 +167,7 @@ void Listener::run() {
         serveNext();
         keepReserve();
         sparingLog.tell(Clock::now());
+        refusals.tell(Clock::now());
         if (Clock::now() >= sweepAt) {
             sweep();
         }
@@ -177,8 +180,8 @@ void Listener::run() {
 
 int Listener::pollTimeOut() const {
     Clock::time_point next = std::min({sweepAt, warnAt, reception.nextAt()});
-    if (const auto due = sparingLog.nextDue()) {
-        next = std::min(next, *due);
+    for (const auto& due : {sparingLog.nextDue(), refusals.nextDue()}) {
+        next = due ? std::min(next, *due) : next;
     }
     const auto left = std::chrono::ceil<milliseconds>(next - Clock::now()).count();
     return static_cast<int>(std::clamp<long long>(left, 0, 60000));
@@ -320,6 +323,9 @@ void Listener::take(SessionReport& report, pid_t pid, SessionTable::Entry& entry
         case SessionReport::Kind::kFailure:
             sparingLog.note(entry.source, report.text, Clock::now());
             return;
+        case SessionReport::Kind::kRefusal:
+            refusals.note(report.text, Clock::now());
+            return;
         case SessionReport::Kind::kUninterruptibleBegins:
         case SessionReport::Kind::kUninterruptibleEnds:
             entry.uninterruptible = report.kind == SessionReport::Kind::kUninterruptibleBegins;
@@ -444,6 +450,7 @@ void Listener::reload() {
     reception.setBounds(boundsOf(config));
     jobSettings.toolsKeyFile = config.toolsKeyFile;
     jobSettings.auditFile = config.auditFile;
+    refusals.setAuditFile(config.auditFile);
     ++generation;
     for (auto& item : sessions.all()) {
         if (item.second.authenticated && !item.second.dropped) {
@@ -451,6 +458,7 @@ void Listener::reload() {
         }
     }
     warnAt = Clock::now();
+    warnOfMissingPrefixes();
     log.info("configuration and certificates read anew, listening on " + boundAddress());
 }
 
@@ -458,7 +466,6 @@ void Listener::reopenSocket(const AgentConfig& fresh) {
     if (fresh.listen.host == config.listen.host && fresh.listen.port == config.listen.port) {
         return;
     }
-    warnOfMissingPrefixes();
     reception.open(fresh.listen);
 }
 
@@ -485,6 +492,7 @@ void Listener::stop() {
         left += item.second.uninterruptible ? 1 : 0;
     }
     sparingLog.tellAll(Clock::now());
+    refusals.tellAll(Clock::now());
     log.info("ended" + (left > 0 ? ", " + std::to_string(left) + " uninterruptible session goes on"
                                  : std::string()));
 }

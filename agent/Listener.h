@@ -11,6 +11,7 @@
 #include "Authorization.h"
 #include "Job.h"
 #include "Reception.h"
+#include "RefusalLog.h"
 #include "RunDirectory.h"
 #include "Sandbox.h"
 #include "SessionLine.h"
@@ -55,8 +56,8 @@ private:
     using Clock = std::chrono::steady_clock;
 
     void confineNetworkSides();
-    void watchSignals();
     void warnOfMissingPrefixes() const;
+    void watchSignals();
     void poll();
     void serveNext();
     void serve(WaitingRoom::Guest guest);
@@ -88,6 +89,7 @@ private:
     UniqueFd signals;
     SessionTable sessions;
     SparingLog sparingLog;
+    RefusalLog refusals;
     Reception reception;
     // Given up for the socket of a session: connections that wait must not take the last
     // descriptors from those that speak.

@@ -15,6 +15,7 @@
 #include "CException.h"
 #include "NetworkInterface.h"
 #include "NetworkSide.h"
+#include "RefusalLog.h"
 #include "SecretMask.h"
 #include "Text.h"
 #include "TlsSocket.h"
@@ -173,17 +174,14 @@ bool Session::greet() {
 
 // A certificate without a role may do nothing, and must not take a place for doing nothing.
 std::string Session::reasonToTurnAway() {
-    if (rights.role() != Role::kNone) {
-        return line.awaitLeave();
-    }
-    std::string text = rights.refusalOf("a request");
-    audit.refused("HELLO", text);
-    return text;
+    return rights.role() != Role::kNone ? line.awaitLeave() : rights.refusalOf("a request");
 }
 
 void Session::turnAway(const std::string& reason) {
     const std::string text = who() + ": turned away: " + Text::printable(reason);
-    if (!line.tellFailure(text)) {
+    if (rights.role() == Role::kNone && turnedAway.empty()) {
+        reportRefusal("HELLO", reason);
+    } else if (!line.tellFailure(text)) {
         log.warning(text);
     }
     sendError(protocol::kErrorRefused, reason);
@@ -272,8 +270,7 @@ bool Session::serveRequest(const protocol::Frame& frame) {
         const std::string what = protocol::name(frame.header.type);
         const std::string text = "the certificate " + quoted(rights.certificate()) +
                                  " has expired since this connection was made";
-        log.warning(who() + ": " + what + ": refused, " + text);
-        audit.refused(what, text);
+        reportRefusal(what, text);
         sendError(protocol::kErrorRefused, text);
         return false;
     }
@@ -294,11 +291,28 @@ bool Session::refuse(const protocol::FrameHeader& header) {
     const std::string what =
         std::string(protocol::name(header.type)) + (isUninterruptible ? " (uninterruptible)" : "");
     const std::string text = rights.refusalOf(what);
-    log.warning(who() + ": " + what + ": refused, role " + nameOf(rights.role()));
-    audit.refused(what, text);
+    reportRefusal(what, text);
     sendError(protocol::kErrorRefused, text);
     // The file that belongs to a PUT is on its way.
     return header.type != FrameType::kPut;
+}
+
+// Whoever asks in vain a thousand times a second shall fill neither log nor audit, so the listener
+// counts for all sessions and writes few of them.
+void Session::reportRefusal(const std::string& request, const std::string& text) {
+    const AuditEntry& entry = audit.beginRefused(request);
+    if (!line.tellRefusal(RefusalLog::encode(entry, who(), text))) {
+        log.warning(who() + ": refused: " + text);
+        audit.refused(text);
+    }
+}
+
+bool Session::refusePath(const std::string& request, const std::string& path) {
+    const std::string text =
+        rights.refusalOf(request + " " + quoted(path)) + ": " + PathPrefix::kOutside;
+    reportRefusal(request, text);
+    sendError(protocol::kErrorRefused, text);
+    return true;
 }
 
 bool Session::serveAllowed(const protocol::Frame& frame) {
@@ -415,6 +429,9 @@ bool Session::servePut(const protocol::Frame& frame) {
 bool Session::serveGet(const protocol::Frame& frame) {
     protocol::Get get;
     protocol::decode(frame.body, get);
+    if (!rights.mayName(get.path)) {
+        return refusePath("GET", get.path);
+    }
     audit.begin("GET", get.path);
     return endFile("GET " + quoted(get.path), files->send(get));
 }
@@ -430,6 +447,9 @@ bool Session::endFile(const std::string& what, const FileConversation::Outcome& 
 bool Session::serveExists(const protocol::Frame& frame) {
     protocol::Exists exists;
     protocol::decode(frame.body, exists);
+    if (!rights.mayName(exists.path)) {
+        return refusePath("EXISTS", exists.path);
+    }
     audit.begin("EXISTS", exists.path);
     const std::string what = "EXISTS " + quoted(exists.path);
     try {

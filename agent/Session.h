@@ -67,6 +67,9 @@ private:
     void takeGreeting(const protocol::Frame& frame);
     // Tells the shell that it may not; false when the session is to end.
     bool refuse(const protocol::FrameHeader& header);
+    // text: escaped.
+    void reportRefusal(const std::string& request, const std::string& text);
+    bool refusePath(const std::string& request, const std::string& path);
     // False when the session is to end.
     bool serveRequest(const protocol::Frame& frame);
     bool serveAllowed(const protocol::Frame& frame);

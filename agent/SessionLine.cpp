@@ -73,6 +73,10 @@ bool SessionLine::tellFailure(const std::string& text) {
     return tell(SessionReport::Kind::kFailure, text.substr(0, SessionReport::kMaxBytes));
 }
 
+bool SessionLine::tellRefusal(const std::string& report) {
+    return tell(SessionReport::Kind::kRefusal, report);
+}
+
 void SessionLine::tellUninterruptible(bool begins) {
     static_cast<void>(tell(begins ? SessionReport::Kind::kUninterruptibleBegins
                                   : SessionReport::Kind::kUninterruptibleEnds,

@@ -16,6 +16,7 @@ struct SessionReport {
     enum class Kind : char {
         kMaster = 'A',   // who has authenticated
         kFailure = 'F',  // nobody is served; text says why
+        kRefusal = 'R',  // a request is not served; text is for RefusalLog
         kUninterruptibleBegins = 'U',
         kUninterruptibleEnds = 'u',
     };
@@ -39,6 +40,8 @@ public:
     void tellMaster(bool hasRole, const std::string& fingerprint, const std::string& certificates);
     // Why nobody is served. Whether the listener has taken the text over: it writes few of them.
     bool tellFailure(const std::string& text);
+    // A refused request, as RefusalLog::encode() has made it. Likewise.
+    bool tellRefusal(const std::string& report);
     void tellUninterruptible(bool begins);
     // Waits for the answer to tellMaster(). Returns why the session may not stay, or an empty text.
     std::string awaitLeave();

@@ -51,11 +51,15 @@ void RequestAudit::whole(const char* request, const std::string& result) {
            [&](const AuditLog& written) { written.appendWhole(entry, result, elapsedMs()); });
 }
 
-void RequestAudit::refused(const std::string& request, const std::string& text) {
+const AuditEntry& RequestAudit::beginRefused(const std::string& request) {
     entry.request = request;
     entry.what.clear();
     entry.hmac.clear();
     entry.id = nextId();
+    return entry;
+}
+
+void RequestAudit::refused(const std::string& text) {
     tryAppend("refused", text, 0);
 }
 

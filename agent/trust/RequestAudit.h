@@ -35,8 +35,10 @@ public:
     void begin(const char* request, const std::string& what, const std::string& hmac = "");
     // Both, of a request that changes nothing, before it is answered. Throws Fault.
     void whole(const char* request, const std::string& result);
-    // A request that is not served. Errors are logged.
-    void refused(const std::string& request, const std::string& text);
+    // A request that is not served: becomes the current one, for somebody else to write.
+    const AuditEntry& beginRefused(const std::string& request);
+    // Writes that one. Errors are logged.
+    void refused(const std::string& text);
     // Its end, unless none is open or somebody else is to write that. Errors are logged.
     void end(const std::string& result);
 

@@ -150,9 +150,51 @@ TEST_F(AgentAudit, RefusedRequestsAreRecorded) {
     agent.signal(SIGHUP);
     ASSERT_TRUE(agent.waitForLog("read anew"));
     EXPECT_THROW(run("echo secret plan"), CException);
-    EXPECT_TRUE(hasLine({"\"event\":\"refused\"", "\"request\":\"EXEC\"", "(role observer)"}))
+    EXPECT_TRUE(waitForLine({"\"event\":\"refused\"", "\"request\":\"EXEC\"", "(role observer)"}))
         << text();
     EXPECT_EQ(text().find("secret plan"), std::string::npos);
+}
+
+// Whoever asks in vain without end, over several connections, fills neither log nor audit.
+TEST_F(AgentAudit, RefusalsAreCountedAndToldOfOnce) {
+    std::ofstream(agent.nodePath() + "authz.cfg") << "master=observer\n";
+    agent.signal(SIGHUP);
+    ASSERT_TRUE(agent.waitForLog("read anew"));
+    for (int connection = 0; connection < 3; ++connection) {
+        const auto channel = agent.openChannel();
+        for (int i = 0; i < 100; ++i) {
+            channel->sendFrame(protocol::encode(protocol::Exec(), 0), LocalAgent::soon());
+            EXPECT_EQ(protocol::FrameType::kError,
+                      channel->receiveFrame(LocalAgent::soon()).header.type);
+        }
+    }
+    // The end of the listener does not wait for the end of the minute.
+    agent.signal(SIGTERM);
+    ASSERT_TRUE(agent.waitForExit());
+    const auto count = [](const std::string& text, const std::string& part) {
+        int found = 0;
+        for (std::size_t at = text.find(part); at != std::string::npos;
+             at = text.find(part, at + 1)) {
+            ++found;
+        }
+        return found;
+    };
+    EXPECT_EQ(2, count(text(), "\"event\":\"refused\"")) << text();
+    EXPECT_TRUE(hasLine({"\"event\":\"refused\"", "(role observer) (299 more in "})) << text();
+    EXPECT_EQ(2, count(agent.log(), "refused: EXEC is not allowed")) << agent.log();
+    EXPECT_TRUE(agent.waitForLog("(role observer) (299 more in ")) << agent.log();
+}
+
+TEST_F(AgentAudit, UserCannotImitateALogLine) {
+    const auto channel = agent.openChannel(false);
+    protocol::ShellHello hello;
+    hello.user = "root): EXEC \"uptime\": exit code 0, 3 ms";
+    channel->sendFrame(protocol::encode(hello), LocalAgent::soon());
+    channel->sendFrame(protocol::encodeMacRequest(), LocalAgent::soon());
+    channel->receiveFrame(LocalAgent::soon());
+    ASSERT_TRUE(agent.waitForLog("MAC: ")) << agent.log();
+    EXPECT_EQ(std::string::npos, agent.log().find("EXEC ")) << agent.log();
+    EXPECT_NE(std::string::npos, agent.log().find("(root\\x29\\x3a\\x20EXEC")) << agent.log();
 }
 
 TEST_F(AgentAudit, WhoIsSentAwayIsRecorded) {
@@ -160,7 +202,7 @@ TEST_F(AgentAudit, WhoIsSentAwayIsRecorded) {
     agent.signal(SIGHUP);
     ASSERT_TRUE(agent.waitForLog("read anew"));
     EXPECT_THROW(run("echo secret plan"), CException);
-    EXPECT_TRUE(hasLine({"\"event\":\"refused\"", "\"request\":\"HELLO\"", "(role none)"}))
+    EXPECT_TRUE(waitForLine({"\"event\":\"refused\"", "\"request\":\"HELLO\"", "(role none)"}))
         << text();
     EXPECT_EQ(text().find("secret plan"), std::string::npos);
 }
