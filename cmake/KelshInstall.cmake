@@ -96,7 +96,7 @@ install(TARGETS kelsh_installed RUNTIME DESTINATION ${private_lib} COMPONENT kel
 install(TARGETS kelsh LIBRARY DESTINATION ${private_library}
     PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ ${library_extra} COMPONENT kelsh)
 install(PROGRAMS ${generated}/kelsh DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT kelsh)
-install(TARGETS kelsh-lint RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT kelsh)
+install(TARGETS kelsh-lint kelnodes RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT kelsh)
 install(FILES packaging/node.cfg packaging/cmd.cfg packaging/ssl_master.cfg
     ${generated}/log4cxx.properties ${generated}/kelsh_version.cfg
     DESTINATION ${KELSH_HOME} COMPONENT kelsh)
@@ -110,8 +110,10 @@ install(FILES packaging/kelsh.tmpfiles DESTINATION lib/tmpfiles.d RENAME kelsh.c
 install(PROGRAMS completions/kelsh-complete DESTINATION ${private_lib} COMPONENT kelsh)
 install(FILES completions/kelsh.bash
     DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME kelsh COMPONENT kelsh)
+install(FILES completions/kelnodes.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME kelnodes COMPONENT kelsh)
 install(FILES completions/_kelsh DESTINATION ${zsh_dir} COMPONENT kelsh)
-kelsh_install_documents(kelsh kelsh.1 kelsh-lint.1 node.cfg.5 cmd.cfg.5 ssl_master.cfg.5 kelsh.cfg.5)
+kelsh_install_documents(kelsh kelsh.1 kelsh-lint.1 kelnodes.1 node.cfg.5 cmd.cfg.5 ssl_master.cfg.5 kelsh.cfg.5)
 # The guides, and the pages to which they lead.
 foreach(guide getting-started operating writing-commands journal compatibility security protocol
         privilege-separation)

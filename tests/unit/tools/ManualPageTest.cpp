@@ -107,6 +107,7 @@ TEST_P(ManualPageOfProgram, NamesEveryExitStatus) {
 INSTANTIATE_TEST_SUITE_P(
     All, ManualPageOfProgram,
     testing::Values(Program{KELSH_BINARY_DIR "/bin/kelnode", "kelnode.8"},
+                    Program{KELSH_BINARY_DIR "/bin/kelnodes", "kelnodes.1"},
                     Program{KELSH_BINARY_DIR "/bin/kelpack", "kelpack.1"},
                     Program{KELSH_BINARY_DIR "/bin/kelsh-lint", "kelsh-lint.1"},
                     Program{KELSH_SOURCE_DIR "/scripts/kelsh-pki", "kelsh-pki.1"}));
@@ -122,7 +123,7 @@ TEST(ManualPage, RendersWithoutAWarning) {
         EXPECT_EQ(warnings, "") << entry.path();
         ++pages;
     }
-    EXPECT_EQ(pages, 10);
+    EXPECT_EQ(pages, 11);
 }
 
 TEST(ManualPage, SaysMillisecondsWhereverItSaysTimeOut) {
