@@ -258,6 +258,10 @@ private:
                           (first == 0 ? "is built in" : "stands in line " + std::to_string(first)) +
                           " already: only that one is found");
         }
+        if (name == "run") {
+            report.warning(line,
+                           "the set hides \"run\" of the modern interface, which is /run then");
+        }
     }
 
     void checkMessage(const Settings& settings) {

@@ -40,6 +40,9 @@ const std::vector<Key>& keys() {
          {{"auto", [](KelshConfig& c) { c.digest = KelshConfig::Choice::kAuto; }},
           {"always", [](KelshConfig& c) { c.digest = KelshConfig::Choice::kAlways; }},
           {"never", [](KelshConfig& c) { c.digest = KelshConfig::Choice::kNever; }}}},
+        {"AD_HOC",
+         {{"yes", [](KelshConfig& c) { c.adHoc = true; }},
+          {"no", [](KelshConfig& c) { c.adHoc = false; }}}},
     };
     return all;
 }

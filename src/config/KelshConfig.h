@@ -20,6 +20,7 @@ struct KelshConfig {
     ExitStatus exitStatus = ExitStatus::kAny;
     Choice fold = Choice::kAuto;
     Choice digest = Choice::kAuto;
+    bool adHoc = true;  // whether there is "run"
 
     // Reads the file. Without one everything stays as it is made. A file that cannot be read, that
     // others can write, or that holds a line or a value that is wrong is an error; an unknown key

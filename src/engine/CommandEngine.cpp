@@ -102,8 +102,25 @@ unsigned int CommandEngine::abandonedWorkers() {
 
 int CommandEngine::execute(CCommandExecutionContext& request, ResultSink& results,
                            ConfigErrorCollector* errors) {
+    return guarded([&] {
+        Job job{request.getCommandRequest(), nullptr, nullptr, 0, &request.getNodeMap(), &results};
+        job.command =
+            context.findExeCommand(context.getPathToWorkingCommandSet(), job.request, errors);
+        return job.command != nullptr ? executeJob(job, request) : kNothingRun;
+    });
+}
+
+int CommandEngine::execute(CShellCommand& command, const std::string& line,
+                           CCommandExecutionContext& request, ResultSink& results) {
+    return guarded([&] {
+        Job job{line, &command, nullptr, 0, &request.getNodeMap(), &results};
+        return executeJob(job, request);
+    });
+}
+
+int CommandEngine::guarded(const std::function<int()>& work) {
     try {
-        return executeJob(request, results, errors);
+        return work();
     } catch (const boost::thread_interrupted&) {
         std::cout << "Thread interrupted in CShell::execute()...." << std::endl;
     } catch (const std::exception& failure) {
@@ -112,13 +129,7 @@ int CommandEngine::execute(CCommandExecutionContext& request, ResultSink& result
     return EXEC_FAILURE;
 }
 
-int CommandEngine::executeJob(CCommandExecutionContext& request, ResultSink& results,
-                              ConfigErrorCollector* errors) {
-    Job job{request.getCommandRequest(), nullptr, nullptr, 0, &request.getNodeMap(), &results};
-    job.command = context.findExeCommand(context.getPathToWorkingCommandSet(), job.request, errors);
-    if (job.command == nullptr) {
-        return kNothingRun;
-    }
+int CommandEngine::executeJob(Job& job, CCommandExecutionContext& request) {
     request.setValidCommand(true);
     Terminal::standard().release();
     log.pointResultsAt(dumps + "cmd_" + std::to_string(sequence.current()) + ".log");

@@ -10,6 +10,7 @@ class thread;
 }
 class CCommandExecutionContext;
 class CNode;
+class CShellCommand;
 class CShellExecutionContext;
 class CThreadWrapperOfCommand;
 class CommandSequence;
@@ -43,6 +44,11 @@ public:
     int execute(CCommandExecutionContext& request, ResultSink& results,
                 ConfigErrorCollector* errors);
 
+    // The same for a command that is not looked for: it is run with that line, which its set gets
+    // as it is.
+    int execute(CShellCommand& command, const std::string& line, CCommandExecutionContext& request,
+                ResultSink& results);
+
     // Workers given up at their time-out, of all engines of the process, since it started.
     static unsigned int abandonedWorkers();
 
@@ -50,8 +56,9 @@ private:
     struct Job;
     struct Worker;
 
-    int executeJob(CCommandExecutionContext& request, ResultSink& results,
-                   ConfigErrorCollector* errors);
+    // Makes a failure of the engine itself a message and a status.
+    static int guarded(const std::function<int()>& work);
+    int executeJob(Job& job, CCommandExecutionContext& request);
     int executeOnMaster(const Job& job);
     int executeOnNodes(const Job& job, CCommandExecutionContext& request);
     std::list<Worker> startNodes(const Job& job);

@@ -17,6 +17,7 @@ constexpr int kUnknownByLast = 2;
 
 constexpr char kHelpText[] =
     "Usage: kelsh [-cfg FILE] [SET...] COMMAND [OPTION...]\n"
+    "       kelsh [-cfg FILE] run [OPTION...] -- LINE\n"
     "       kelsh [-cfg FILE]\n"
     "       kelsh --validate FILE\n"
     "       kelsh --version | --help | -h\n"

@@ -49,7 +49,8 @@ std::optional<std::string> ModernLoop::recalled(const std::string& line,
 }
 
 std::optional<int> ModernLoop::processLine(std::string& text, CCmdHistory& history) {
-    Text::trim(text);
+    // The end of a line with "run" is not ours to change.
+    text.erase(0, text.find_first_not_of(" \t"));
     if (text.empty()) {
         return std::nullopt;
     }
@@ -75,7 +76,7 @@ std::optional<int> ModernLoop::processLine(std::string& text, CCmdHistory& histo
         if (commands.changeLevel(words)) {
             history.add(text);
         }
-    } else if (commands.run(words, text)) {
+    } else if (commands.runLine(text)) {
         history.add(text);
     }
     return std::nullopt;

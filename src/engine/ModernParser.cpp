@@ -54,6 +54,44 @@ std::optional<bool> takeFolding(Words& words) {
     return fold;
 }
 
+struct Target {
+    std::string option;
+    std::optional<std::string> value;  // none at the end of the words
+};
+
+bool isTimeOut(const std::string& word) {
+    return word == "-t" || word == "--timeout";
+}
+
+bool isTargetOption(const std::string& word) {
+    return word == "-n" || word == "--node" || word == "-g" || word == "--group" || isTimeOut(word);
+}
+
+// Takes the options of targets and time-out, and their values, out of the words.
+std::vector<Target> targetsIn(Words& words) {
+    std::vector<Target> targets;
+    for (auto word = words.begin(); word != words.end();) {
+        if (!isTargetOption(*word)) {
+            ++word;
+            continue;
+        }
+        Target target{*word, std::nullopt};
+        word = words.erase(word);
+        if (word != words.end()) {
+            target.value = *word;
+            word = words.erase(word);
+        }
+        // A list may have blanks behind its commas.
+        while (!isTimeOut(target.option) && word != words.end() && !target.value->empty() &&
+               target.value->back() == ',') {
+            *target.value += *word;
+            word = words.erase(word);
+        }
+        targets.push_back(std::move(target));
+    }
+    return targets;
+}
+
 // What is wrong with the words behind the command, without its synopsis; empty when nothing is.
 std::string faultOf(const CShellCommand& command, const Words& words) {
     const std::string name = command.getName();
@@ -142,6 +180,22 @@ Words ModernParser::split(const std::string& line) {
     return words;
 }
 
+std::string::size_type ModernParser::endOfOptions(const std::string& line) {
+    const auto isBlankAt = [&](std::size_t at) {
+        return at >= line.size() || line[at] == ' ' || line[at] == '\t';
+    };
+    for (std::size_t at = 0; at < line.size(); ++at) {
+        const std::size_t quote = line[at] == '"' ? line.find('"', at + 1) : std::string::npos;
+        if (quote != std::string::npos) {
+            at = quote;
+        } else if (line.compare(at, 2, "--") == 0 && isBlankAt(at + 2) &&
+                   (at == 0 || isBlankAt(at - 1))) {
+            return at;
+        }
+    }
+    return std::string::npos;
+}
+
 std::optional<unsigned int> ModernParser::milliseconds(const std::string& text) {
     const std::size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
     const std::string unit = text.substr(digits);
@@ -194,39 +248,50 @@ std::optional<ModernParser::Request> ModernParser::parse(Words words,
     return request;
 }
 
+std::optional<ModernParser::Request> ModernParser::parseRun(Words words,
+                                                            ConfigErrorCollector* errors) const {
+    std::optional<Request> request{std::in_place};
+    request->fold = takeFolding(words);
+    if (!takeTargets(words, *request, errors)) {
+        return std::nullopt;
+    }
+    if (words.size() > 1) {
+        errors->addError(0, "run: unexpected word " + Text::printable(words.back()) +
+                                " in front of --\nrun -n NODES|-g GROUPS [-t TIME] -- LINE");
+        return std::nullopt;
+    }
+    return request;
+}
+
 bool ModernParser::takeTargets(Words& words, Request& request, ConfigErrorCollector* errors) const {
-    for (auto word = words.begin(); word != words.end();) {
-        const bool isNode = *word == "-n" || *word == "--node";
-        const bool isGroup = *word == "-g" || *word == "--group";
-        const bool isTimeOut = *word == "-t" || *word == "--timeout";
-        if (!isNode && !isGroup && !isTimeOut) {
-            ++word;
-            continue;
-        }
-        const std::string name = *word;
-        word = words.erase(word);
-        if (word == words.end()) {
-            errors->addError(0, "A value is missing behind " + name);
-            break;
-        }
-        std::string value = *word;
-        word = words.erase(word);
-        // A list may have blanks behind its commas.
-        while (!isTimeOut && !value.empty() && value.back() == ',' && word != words.end()) {
-            value += *word;
-            word = words.erase(word);
-        }
-        if (isNode) {
-            addNodes(value, request, errors);
-        } else if (isGroup) {
-            addGroups(value, request, errors);
-        } else if (const auto limit = milliseconds(value)) {
-            request.command.setTimeOut(*limit);
+    for (const Target& target : targetsIn(words)) {
+        if (target.value) {
+            take(target.option, *target.value, request, errors);
         } else {
-            errors->addError(0, "Invalid time out: " + Text::printable(value));
+            errors->addError(0, "A value is missing behind " + target.option);
         }
     }
     return errors->getSize() == 0;
+}
+
+void ModernParser::take(const std::string& option, const std::string& value, Request& request,
+                        ConfigErrorCollector* errors) const {
+    if (option == "-n" || option == "--node") {
+        addNodes(value, request, errors);
+    } else if (option == "-g" || option == "--group") {
+        addGroups(value, request, errors);
+    } else if (const auto limit = milliseconds(value)) {
+        request.command.setTimeOut(*limit);
+    } else {
+        errors->addError(0, "Invalid time out: " + Text::printable(value));
+    }
+}
+
+Words ModernParser::withoutOptions(const Words& words) {
+    Words left = words;
+    static_cast<void>(takeFolding(left));
+    static_cast<void>(targetsIn(left));
+    return left;
 }
 
 void ModernParser::addNodes(const std::string& names, Request& request,

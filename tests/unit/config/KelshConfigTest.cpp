@@ -47,6 +47,20 @@ TEST_F(KelshConfigTest, InterfaceIsWhatTheFileSaysAndClassicWhenItDoesNot) {
     EXPECT_EQ(0, errors.getSize());
 }
 
+TEST_F(KelshConfigTest, OtherKeysHaveTheirFirstValueUnlessGiven) {
+    const KelshConfig first = read("INTERFACE=modern\n");
+    EXPECT_EQ(KelshConfig::ExitStatus::kAny, first.exitStatus);
+    EXPECT_EQ(KelshConfig::Choice::kAuto, first.fold);
+    EXPECT_EQ(KelshConfig::Choice::kAuto, first.digest);
+    EXPECT_TRUE(first.adHoc);
+    const KelshConfig given = read("EXIT_STATUS=last\nFOLD=never\nDIGEST=always\nAD_HOC=no\n");
+    EXPECT_EQ(KelshConfig::ExitStatus::kLast, given.exitStatus);
+    EXPECT_EQ(KelshConfig::Choice::kNever, given.fold);
+    EXPECT_EQ(KelshConfig::Choice::kAlways, given.digest);
+    EXPECT_FALSE(given.adHoc);
+    EXPECT_EQ(0, errors.getSize());
+}
+
 TEST_F(KelshConfigTest, WrongValueIsAnErrorThatNamesLineAndValues) {
     for (const char* value : {"", "Modern", "modern ", "new"}) {
         EXPECT_EQ(Interface::kClassic, read(std::string("#\nINTERFACE=") + value + "\n").interface);

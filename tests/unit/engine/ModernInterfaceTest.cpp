@@ -205,6 +205,37 @@ TEST_F(ModernInterfaceTest, CauseFollowsFromValuesAlone) {
     EXPECT_EQ(Cause::kWrongMachine, causeOf(EXEC_REJECTED, RunEnd::kWrongMachine));
 }
 
+TEST_F(ModernInterfaceTest, RunWantsALineBehindItsDashes) {
+    const std::string synopsis = "run -n NODES|-g GROUPS [-t TIME] -- LINE\n";
+    EXPECT_EQ(64, start({"run", "-n", "a", "uptime"}));
+    EXPECT_THAT(errors, EndsWith("run: -- is missing in front of the line\n" + synopsis));
+    EXPECT_EQ(64, start({"run", "-n", "a", "--", " "}));
+    EXPECT_THAT(errors, EndsWith("run: there is no line behind --\n" + synopsis));
+    EXPECT_EQ(64, start({"run", "--", "uptime"}));
+    EXPECT_THAT(errors, HasSubstr("Please specify node(s) or group(s)"));
+    EXPECT_EQ(0, start({"help", "run"}));
+    EXPECT_EQ(synopsis + "Run the line behind -- on nodes.\n", output);
+    EXPECT_EQ(0, type("run -n a --\nrun -n a uptime\nexit\n"));
+    EXPECT_THAT(errors, AllOf(HasSubstr("there is no line behind --"), HasSubstr("-- is missing")));
+}
+
+TEST_F(ModernInterfaceTest, RunCanBeTakenAwayAndHidden) {
+    settings("INTERFACE=modern\nAD_HOC=no\n");
+    EXPECT_EQ(64, start({"run", "-n", "a", "--", "uptime"}));
+    EXPECT_THAT(errors, HasSubstr("Unknown command: run -- uptime\n"));
+    EXPECT_EQ(64, start({"/run", "-n", "a", "--", "uptime"}));
+    EXPECT_THAT(errors, HasSubstr("Unknown command: /run -- uptime\n"));
+    settings("INTERFACE=modern\n");
+    put("cmd.cfg",
+        "[cmdset]\nname=run\ndescription=Ours.\n"
+        "[cmd]\nname=greet\ndescription=Says hello.\ncmd=echo hello\ntype=SCRIPT\n"
+        "destination=MASTER\n");
+    EXPECT_EQ(0, start({"run", "greet"}));
+    EXPECT_THAT(output, HasSubstr("\nhello\n"));
+    EXPECT_EQ(64, start({"/run", "-n", "a"}));
+    EXPECT_THAT(errors, HasSubstr("run: -- is missing in front of the line\n"));
+}
+
 // What scripts rely on must not notice the file.
 TEST_F(ModernInterfaceTest, ClassicSettingsChangeNoByte) {
     struct Seen {
@@ -230,6 +261,7 @@ TEST_F(ModernInterfaceTest, ClassicSettingsChangeNoByte) {
         {"--validate", home.file("node.cfg")},
         {"--validate"},
         {"tools", "disk", "spin"},
+        {"run", "-n", "a", "--", "uptime"},
         {"tools", "look", "--fold", "-n", "a"},
     };
     const std::vector<std::string> kTyped{"exit\n\ncd tools/disk\n!!\ntools greet\nquit\n",

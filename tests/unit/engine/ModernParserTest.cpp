@@ -181,3 +181,35 @@ TEST_F(ModernParserTest, QuotedValueIsOneWord) {
     EXPECT_EQ("/tools/df -x \"two  -words\" -h", parse("tools df -x \"two  -words\" -h"));
     EXPECT_EQ("/tools/df -x \"two  -words\"", parse(Words{"tools", "df", "-x", "two  -words"}));
 }
+
+TEST_F(ModernParserTest, OptionsEndAtTheFirstWordOfTwoDashes) {
+    const auto behind = [](const std::string& line) {
+        const auto end = ModernParser::endOfOptions(line);
+        return end == std::string::npos ? "none" : line.substr(end);
+    };
+    EXPECT_EQ("-- a -- b", behind("run -n a -- a -- b"));
+    EXPECT_EQ("--", behind("run --"));
+    EXPECT_EQ("--\tx", behind("--\tx"));
+    EXPECT_EQ("-- c", behind("run \"a -- b\" -- c"));
+    EXPECT_EQ("-- b", behind("run \"a -- b")) << "a quote that is never closed is a letter";
+    for (const char* line : {"", "run", "run --x", "run x--", "run---", "run \"-- \""}) {
+        EXPECT_EQ("none", behind(line)) << line;
+    }
+}
+
+TEST_F(ModernParserTest, RunTakesTargetsAlone) {
+    const auto parseRun = [&](const std::string& line) {
+        ConfigErrorCollector errors;
+        request = ModernParser(context).parseRun(ModernParser::split(line), &errors);
+        return errors.toString();
+    };
+    EXPECT_EQ("", parseRun("run -n a, b -t 5s --no-fold"));
+    EXPECT_EQ("ab", nodes());
+    EXPECT_EQ(5000U, request->command.getTimeOut());
+    EXPECT_EQ(false, request->fold);
+    EXPECT_EQ("Error! node \"x\" does not exist.\n", parseRun("run -n x"));
+    EXPECT_EQ(
+        "run: unexpected word uptime in front of --\n"
+        "run -n NODES|-g GROUPS [-t TIME] -- LINE\n",
+        parseRun("run -n a uptime"));
+}

@@ -101,6 +101,13 @@ TEST_F(KelshLint, NamesOptionsThatTheCommandKeepsFromTheShell) {
     EXPECT_THAT(output, HasSubstr("--fold stays the command's"));
 }
 
+TEST_F(KelshLint, NamesASetThatHidesAWordOfTheShell) {
+    EXPECT_EQ(kWarnings, cmd(std::string("[cmdset]\nname=run\ndescription=d\n") + kCommand));
+    EXPECT_EQ(
+        "cmd.cfg:2: warning: the set hides \"run\" of the modern interface, which is /run then\n",
+        output);
+}
+
 TEST_F(KelshLint, ChecksTheFileOfTheInterface) {
     const auto interface = [&](const std::string& text, mode_t mode = 0644) {
         write("kelsh.cfg", text);
