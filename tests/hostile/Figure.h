@@ -42,6 +42,7 @@ std::vector<Figure> attackWithEscapingJobs(const Scale& scale);
 std::vector<Figure> interruptFlashes(const Scale& scale);
 std::vector<Figure> attackReadBacks(const Scale& scale);
 std::vector<Figure> attackWithLeftovers(const Scale& scale);
+std::vector<Figure> attackTrustOfNode(const Scale& scale);
 std::vector<Figure> changeAudit(const Scale& scale);
 std::vector<Figure> compareConfigurations(const Scale& scale);
 std::vector<Figure> attackShellWithAnswers(const Scale& scale);

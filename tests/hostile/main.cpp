@@ -31,6 +31,7 @@ const std::vector<std::pair<std::string, Attack>>& attacks() {
         {"flashes", interruptFlashes},
         {"read-backs", attackReadBacks},
         {"leftovers", attackWithLeftovers},
+        {"trust", attackTrustOfNode},
         {"audit", changeAudit},
         {"configurations", compareConfigurations},
         {"payloads", attackShellWithAnswers},
