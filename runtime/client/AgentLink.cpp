@@ -7,9 +7,8 @@
 
 #include <pwd.h>
 
-#include "ConnectGate.h"
-#include "SilentPeers.h"
-#include "Text.h"
+#include "Dialer.h"
+#include "NodeCall.h"
 #include "TlsContext.h"
 #include "TlsSocket.h"
 
@@ -24,15 +23,6 @@ constexpr unsigned long kAnswerTimeOutMs = 5000;
 constexpr unsigned long kVerdictGraceMs = 1000;
 // A connection that has rested no longer than this is as good as one just made.
 constexpr std::chrono::milliseconds kFresh{1000};
-// Handshakes made side by side. More of them are not faster, only later.
-constexpr std::size_t kConnectsAtOnce = 64;
-
-ConnectGate& connectGate() {
-    // Never destroyed: workers left behind at exit may still stand in line.
-    static auto* gate = new ConnectGate(kConnectsAtOnce);
-    return *gate;
-}
-
 std::string lookUpUser() {
     passwd entry{};
     passwd* found = nullptr;
@@ -57,28 +47,30 @@ protocol::ProtocolError unexpectedFrame(const Frame& frame) {
                                    " frame where none belongs");
 }
 
-AgentLink::AgentLink(std::string address, int agentPort, const TlsFiles& files,
-                     std::uint32_t commandSequence, unsigned int connectLimitMs)
-    : ip(std::move(address)),
+AgentLink::AgentLink(Dialer& connections, std::string address, int agentPort,
+                     const std::string& certificateFile, std::shared_ptr<NodeCall> theCall)
+    : dialer(connections),
+      ip(std::move(address)),
       port(agentPort),
-      context(TlsContext::client(files)),
-      sequence(commandSequence),
-      connectLimit(connectLimitMs) {
-    if (!takeRested()) {
-        dial(connectLimit);
-    }
-}
+      context(dialer.contextFor(certificateFile)),
+      call(theCall ? std::move(theCall) : std::make_shared<NodeCall>(0)) {}
 
 AgentLink::~AgentLink() {
     if (isOpen() && endedWell) {
-        ConnectionPool::instance().give(context.get(), std::move(connection));
+        connection.channel->setCancellation(nullptr);
+        dialer.pool().give(context.get(), std::move(connection));
     }
 }
 
-AgentLink::Deadline AgentLink::deadlineFor(unsigned int timeOutMs) {
-    return timeOutMs == 0
-               ? TlsChannel::never()
-               : TlsChannel::after(static_cast<unsigned long>(timeOutMs) + kVerdictGraceMs);
+bool AgentLink::connect(const Patience& patience) {
+    connectLimit = patience.connectLimitMs;
+    return takeRested() || dial(patience);
+}
+
+AgentLink::Deadline AgentLink::deadlineFor(unsigned int timeOutMs) const {
+    return call->limit(timeOutMs == 0 ? TlsChannel::never()
+                                      : TlsChannel::after(static_cast<unsigned long>(timeOutMs) +
+                                                          kVerdictGraceMs));
 }
 
 std::string AgentLink::peerName() const {
@@ -97,7 +89,9 @@ void AgentLink::prove() {
 }
 
 std::string AgentLink::ask(const std::string& request, unsigned int timeOutMs) {
-    const Deadline deadline = TlsChannel::after(timeOutMs == 0 ? kAnswerTimeOutMs : timeOutMs);
+    const Deadline deadline =
+        call->limit(TlsChannel::after(timeOutMs == 0 ? kAnswerTimeOutMs : timeOutMs));
+    call->enter(NodeCall::Phase::kAsking);
     try {
         return proven ? askOnce(request, deadline) : askAgain(request, deadline);
     } catch (const AgentError& error) {
@@ -109,20 +103,20 @@ std::string AgentLink::ask(const std::string& request, unsigned int timeOutMs) {
         if (!isOpen()) {
             throw;  // no new connection could be made
         }
-        lose(error.getErrMsg());
+        lose(error);
     }
 }
 
 void AgentLink::send(const std::string& request, Deadline deadline) {
     endedWell = false;
-    if (connection.toldSequence == sequence) {
+    if (connection.toldSequence == call->commandNumber()) {
         connection.channel->sendFrame(request, deadline);
         return;
     }
     // The connection has served another command before: the node must not record this request under
     // that one's number.
     connection.channel->sendFrame(shellHello() + request, deadline);
-    connection.toldSequence = sequence;
+    connection.toldSequence = call->commandNumber();
 }
 
 bool AgentLink::sendUnlessAnswered(const std::string& frame, Deadline deadline) {
@@ -159,54 +153,85 @@ void AgentLink::drop() {
 
 void AgentLink::lose(const std::string& reason) {
     drop();
-    const std::string start = peerName() + ": ";
-    // Texts of the channel begin with the peer already.
-    const std::string text = Text::startsWith(reason, start) ? reason : start + reason;
-    throw CException(text.find("connection lost") != std::string::npos
-                         ? text
-                         : start + "connection lost, " + text.substr(start.size()));
+    throw CException(peerName() + ": connection lost, " + reason);
+}
+
+void AgentLink::lose(const ChannelError& reason, const std::string& consequence) {
+    const std::string text = reason.getErrMsg() + consequence;
+    if (reason.kind() == ChannelError::Kind::kClosed) {
+        // Says so itself.
+        drop();
+        throw CException(text);
+    }
+    lose(text);
 }
 
 bool AgentLink::takeRested() {
-    AgentConnection rested = ConnectionPool::instance().take(context.get(), peerName());
+    AgentConnection rested = dialer.pool().take(context.get(), peerName());
     if (!rested.channel) {
         return false;
     }
-    connection = std::move(rested);
+    adopt(std::move(rested));
     proven = false;
     // Untouched it may go back.
     endedWell = true;
     return true;
 }
 
-void AgentLink::dial(unsigned int limitMs) {
-    SilentPeers& silent = SilentPeers::instance();
+void AgentLink::adopt(AgentConnection made) {
+    connection = std::move(made);
+    connection.channel->setCancellation(call->cancellation());
+}
+
+bool AgentLink::dial(const Patience& patience) {
+    SilentPeers& silent = dialer.silentPeers();
     const std::string peer = peerName();
-    const unsigned int limit = silent.limitFor(peer, limitMs);
+    const Clock::time_point now = Clock::now();
+    const Clock::time_point end = call->limit(
+        now + std::chrono::milliseconds(silent.limitFor(peer, patience.connectLimitMs)));
+    const auto limit = std::chrono::ceil<std::chrono::milliseconds>(end - now).count();
+    Patience bounded = patience;
+    bounded.connectLimitMs = static_cast<unsigned int>(std::max<long long>(limit, 1));
     try {
-        connectWithin(limit);
+        if (!connectWithin(bounded)) {
+            return false;
+        }
     } catch (const ChannelError& error) {
+        call->noteDial(error.kind());
         if (error.kind() == ChannelError::Kind::kTimedOut ||
             error.kind() == ChannelError::Kind::kNoAnswer) {
-            silent.noteSilence(peer, limit);
+            silent.noteSilence(peer, bounded.connectLimitMs);
         }
         throw;
     }
+    call->noteDial(std::nullopt);
     silent.noteAnswer(peer);
+    return true;
 }
 
-void AgentLink::connectWithin(unsigned int limitMs) {
+bool AgentLink::connectWithin(const Patience& patience) {
     endedWell = false;
     // The limit is for the node to answer in; standing in line is not the node's fault. Only what
     // needs the processor stands in line: a silent network must not hold up the others.
+    const std::chrono::milliseconds limit(patience.connectLimitMs);
     const Clock::time_point begun = Clock::now();
-    UniqueFd connected = tlssocket::connect(ip, port, TlsChannel::after(limitMs));
+    call->enter(NodeCall::Phase::kDialling);
+    UniqueFd connected =
+        dialer.dial(ip, port, begun + limit, patience.beforeLeaving, call->cancellation());
+    if (!connected) {
+        return false;
+    }
     const Clock::time_point reached = Clock::now();
-    const ConnectGate::Turn turn(connectGate(), TlsChannel::after(limitMs));
-    const Clock::duration left = std::chrono::milliseconds(limitMs) - (reached - begun);
+    call->enter(NodeCall::Phase::kInLine);
+    const ConnectGate::Turn turn(dialer.gate(), call->limit(reached + limit), call->cancellation());
+    const Clock::duration left = limit - (reached - begun);
     const Deadline deadline =
-        Clock::now() + std::max<Clock::duration>(left, std::chrono::milliseconds(1));
-    connection.channel = TlsChannel::connectOver(std::move(connected), ip, port, context, deadline);
+        call->limit(Clock::now() + std::max<Clock::duration>(left, std::chrono::milliseconds(1)));
+    call->enter(NodeCall::Phase::kHandshake);
+    AgentConnection made;
+    made.channel = TlsChannel::connectOver(std::move(connected), ip, port, context, deadline,
+                                           call->cancellation());
+    adopt(std::move(made));
     try {
         greet(deadline);
     } catch (const protocol::ProtocolError& error) {
@@ -220,6 +245,7 @@ void AgentLink::connectWithin(unsigned int limitMs) {
     connection.made = Clock::now();
     connection.heard = connection.made;
     proven = true;
+    return true;
 }
 
 void AgentLink::greet(Deadline deadline) {
@@ -241,7 +267,7 @@ void AgentLink::greet(Deadline deadline) {
                          std::to_string(agent.highestVersion) + ": update the older one.");
     }
     connection.channel->sendFrame(shellHello(), deadline);
-    connection.toldSequence = sequence;
+    connection.toldSequence = call->commandNumber();
 }
 
 std::string AgentLink::shellHello() const {
@@ -249,7 +275,7 @@ std::string AgentLink::shellHello() const {
     hello.version = connection.version;
     hello.build = KELSH_BUILD;
     hello.user = userName();
-    hello.sequence = sequence;
+    hello.sequence = call->commandNumber();
     return protocol::encode(hello);
 }
 
@@ -279,6 +305,9 @@ std::string AgentLink::askAgain(const std::string& request, Deadline deadline) {
     if (left <= 0) {
         throw ChannelError(ChannelError::Kind::kTimedOut, peerName() + " did not answer in time.");
     }
-    dial(std::min(connectLimit, static_cast<unsigned int>(left)));
+    Patience again;
+    again.connectLimitMs = std::min(connectLimit, static_cast<unsigned int>(left));
+    static_cast<void>(dial(again));
+    call->enter(NodeCall::Phase::kAsking);
     return askOnce(request, deadline);
 }

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "CException.h"
@@ -9,8 +11,9 @@
 #include "Protocol.h"
 #include "TlsChannel.h"
 
+class Dialer;
+class NodeCall;
 class TlsContext;
-struct TlsFiles;
 
 // The agent refused a request or could not do it: its ERROR frame. The text names the peer.
 class AgentError : public CException {
@@ -27,8 +30,8 @@ private:
 protocol::ProtocolError unexpectedFrame(const protocol::Frame& frame);
 
 // The master's end of a conversation with one agent, for one command of the shell: had from the
-// ConnectionPool or made, kept as long as nothing goes wrong, left to the pool by the destructor
-// where the last request got its whole answer, and a good one.
+// Dialer's ConnectionPool or made, kept as long as nothing goes wrong, left to the pool by the
+// destructor where the last request got its whole answer, and a good one.
 //
 // A connection from the pool may be dead without a sign of it, and is "proven" by an answer only:
 // ask() asks again over a new one where it has to, and prove() comes before whatever must not be
@@ -40,22 +43,33 @@ class AgentLink {
 public:
     using Deadline = TlsChannel::Deadline;
 
-    // Returns when the agent has accepted this master and greeted it, now or earlier.
-    //   sequence        the shell's command that this object works for, 0 for none
-    //   connectLimitMs  milliseconds for connecting, handshake and greeting together; where many
-    //                   connect at once, as long again may pass in line; a node that was silent
-    //                   just now has less (SilentPeers)
-    // Throws CException, and its subclasses ChannelError and AgentError, when no connection was
-    // made.
-    AgentLink(std::string address, int agentPort, const TlsFiles& files,
-              std::uint32_t commandSequence, unsigned int connectLimitMs);
+    // How long a connection may take.
+    struct Patience {
+        // Milliseconds for connecting, handshake and greeting together; where many connect at once,
+        // as long again may pass in line; a node that was silent just now has less (SilentPeers).
+        unsigned int connectLimitMs = 0;
+        // How long a network that does not answer is waited for before the attempt is left to
+        // itself; none for the whole limit.
+        std::optional<std::chrono::milliseconds> beforeLeaving;
+    };
+
+    //   theCall  what this object works for; null for a call of nobody
+    // Throws CException where the certificate files are of no use.
+    AgentLink(Dialer& connections, std::string address, int agentPort,
+              const std::string& certificateFile, std::shared_ptr<NodeCall> theCall);
     AgentLink(const AgentLink&) = delete;
     AgentLink& operator=(const AgentLink&) = delete;
     ~AgentLink();
 
+    // Returns true when the agent has accepted this master and greeted it, now or earlier; false
+    // for an attempt that was left to itself: the next object for the same node takes it up. To be
+    // called once. Throws CException, and its subclasses ChannelError and AgentError, when no
+    // connection was made.
+    bool connect(const Patience& patience);
+
     // For a request with this time-out in milliseconds, 0 means no limit: the agent ends the work
-    // in time and says so, and that word has a second to arrive.
-    static Deadline deadlineFor(unsigned int timeOutMs);
+    // in time and says so, and that word has a second to arrive, unless the call ends before.
+    Deadline deadlineFor(unsigned int timeOutMs) const;
 
     bool isOpen() const { return connection.channel != nullptr; }
     std::string peerName() const;
@@ -84,25 +98,32 @@ public:
     void settle(const AgentError& error, bool ends);
     // Closes the connection. A job that runs for it is ended, or goes on if it must not be cut.
     void drop();
-    // The same; the text of what is thrown names the peer and tells of a lost connection.
+    // The same; the text of what is thrown names the peer and tells of a lost connection, and why:
+    // for what the peer has said, or for what became of the channel and, after it, what that means.
     [[noreturn]] void lose(const std::string& reason);
+    [[noreturn]] void lose(const ChannelError& reason, const std::string& consequence = "");
+
+    NodeCall& currentCall() { return *call; }
+    Dialer& connectionsOfShell() { return dialer; }
 
 private:
     using Clock = TlsChannel::Clock;
 
     bool takeRested();
-    void dial(unsigned int limitMs);
-    void connectWithin(unsigned int limitMs);
+    bool dial(const Patience& patience);
+    bool connectWithin(const Patience& patience);
+    void adopt(AgentConnection made);
     void greet(Deadline deadline);
     std::string shellHello() const;
     std::string askOnce(const std::string& request, Deadline deadline);
     std::string askAgain(const std::string& request, Deadline deadline);
 
+    Dialer& dialer;
     const std::string ip;
     const int port;
     const std::shared_ptr<TlsContext> context;
-    const std::uint32_t sequence;
-    const unsigned int connectLimit;  // milliseconds
+    const std::shared_ptr<NodeCall> call;
+    unsigned int connectLimit = 0;  // milliseconds
     AgentConnection connection;
     bool proven = false;     // an answer has come since the connection was made or taken
     bool endedWell = false;  // the last request has its whole answer, and a good one

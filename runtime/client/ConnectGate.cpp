@@ -2,8 +2,17 @@
 
 #include <algorithm>
 
-ConnectGate::Turn::Turn(ConnectGate& owner, Clock::time_point deadline)
-    : gate(owner), number(owner.enter(deadline)) {}
+#include "Cancellation.h"
+
+namespace {
+
+// How often a call in line looks whether it is still wanted.
+constexpr std::chrono::milliseconds kLookAround{500};
+
+}  // namespace
+
+ConnectGate::Turn::Turn(ConnectGate& owner, Clock::time_point deadline, const Cancellation* stop)
+    : gate(owner), number(owner.enter(deadline, stop)) {}
 
 ConnectGate::Turn::~Turn() {
     gate.leave(number);
@@ -12,7 +21,7 @@ ConnectGate::Turn::~Turn() {
 ConnectGate::ConnectGate(std::size_t most, std::chrono::milliseconds turn)
     : width(most), turnTime(turn) {}
 
-std::uint64_t ConnectGate::enter(Clock::time_point deadline) {
+std::uint64_t ConnectGate::enter(Clock::time_point deadline, const Cancellation* stop) {
     std::unique_lock<std::mutex> lock(mutex);
     std::condition_variable myTurn;
     const auto place = inLine.insert(inLine.end(), &myTurn);
@@ -22,12 +31,14 @@ std::uint64_t ConnectGate::enter(Clock::time_point deadline) {
             running.pop_front();
         }
         const bool isNext = place == inLine.begin();
-        if ((isNext && running.size() < width) || now >= deadline) {
+        const bool isGivenUp = stop != nullptr && stop->isCancelled();
+        if ((isNext && running.size() < width) || now >= deadline || isGivenUp) {
             break;
         }
         // Only the first in line has to notice that a turn has lasted long enough. A copy, because
         // the wait looks at it after others have changed the list.
-        Clock::time_point wakeUp = deadline;
+        Clock::time_point wakeUp =
+            stop != nullptr ? std::min(deadline, now + kLookAround) : deadline;
         if (isNext && !running.empty()) {
             wakeUp = std::min(wakeUp, running.front().countsUntil);
         }

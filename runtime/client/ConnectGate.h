@@ -7,6 +7,8 @@
 #include <list>
 #include <mutex>
 
+class Cancellation;
+
 // Lets a bounded number of connections be made at a time, in the order of asking. A thousand
 // handshakes at once share the processor so thinly that each of them runs out of its deadline; one
 // after the other none does.
@@ -23,10 +25,11 @@ public:
     ConnectGate& operator=(const ConnectGate&) = delete;
 
     // One connection being made. Waits for its turn in the constructor, but no longer than until
-    // the deadline: then it goes ahead all the same. The destructor ends the turn.
+    // the deadline, or until the call is given up: then it goes ahead all the same. The destructor
+    // ends the turn.
     class Turn {
     public:
-        Turn(ConnectGate& gate, Clock::time_point deadline);
+        Turn(ConnectGate& gate, Clock::time_point deadline, const Cancellation* stop = nullptr);
         Turn(const Turn&) = delete;
         Turn& operator=(const Turn&) = delete;
         ~Turn();
@@ -42,7 +45,7 @@ private:
         Clock::time_point countsUntil;
     };
 
-    std::uint64_t enter(Clock::time_point deadline);
+    std::uint64_t enter(Clock::time_point deadline, const Cancellation* stop);
     void leave(std::uint64_t number);
     void wakeNext();
 

@@ -3,20 +3,9 @@
 #include <algorithm>
 #include <csignal>
 #include <iterator>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
 namespace {
-
-constexpr std::size_t kMostResting = 4096;
-
-std::size_t shareOfDescriptors() {
-    rlimit limit{};
-    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) {
-        return 0;
-    }
-    return static_cast<std::size_t>(std::min<rlim_t>(limit.rlim_cur / 2, kMostResting));
-}
 
 // Signals are for the threads that wait for them: a handler that runs here would interrupt nobody.
 class AllSignalsBlocked {
@@ -52,15 +41,6 @@ ConnectionPool::~ConnectionPool() {
     if (sweeper.joinable()) {
         sweeper.join();
     }
-}
-
-ConnectionPool& ConnectionPool::instance() {
-    static auto* pool = [] {
-        Limits bounds;
-        bounds.most = shareOfDescriptors();
-        return new ConnectionPool(bounds);
-    }();
-    return *pool;
 }
 
 void ConnectionPool::give(const TlsContext* context, AgentConnection connection) noexcept {

@@ -58,10 +58,6 @@ public:
     ConnectionPool& operator=(const ConnectionPool&) = delete;
     ~ConnectionPool();
 
-    // The one of this process: at most half of the descriptors that the process may open, and 4096.
-    // Never destroyed, since workers may outlive main.
-    static ConnectionPool& instance();
-
     // Keeps the connection, or closes it where that is not possible: one that is not at rest, a
     // pool that is full. One of the same node and context that rests already is closed instead.
     void give(const TlsContext* context, AgentConnection connection) noexcept;

@@ -4,8 +4,10 @@
 #include <memory>
 
 #include "AgentLink.h"
+#include "Dialer.h"
 #include "FileReplacement.h"
 #include "FileSource.h"
+#include "NodeCall.h"
 #include "NodeResult.h"
 #include "Protocol.h"
 #include "StopWatch.h"
@@ -120,7 +122,7 @@ void transfer(AgentLink& link, CResult& result, bool endsWithError, Work work, L
         noderesult::fill(result, EXEC_FAILURE, 0, error.getErrMsg());
     } catch (const ChannelError& error) {
         if (error.kind() != ChannelError::Kind::kTimedOut) {
-            link.lose(error.getErrMsg());
+            link.lose(error);
         }
         link.drop();
         noderesult::fill(result, EXEC_TIMED_OUT, 0, late());
@@ -148,8 +150,9 @@ namespace fileexchange {
 
 void save(AgentLink& link, const std::string& path, unsigned int timeOutMs, CResult& result) {
     link.prove();
-    const AgentLink::Deadline deadline = AgentLink::deadlineFor(timeOutMs);
-    const auto source = openEnd<FileSource>(result, path);
+    const AgentLink::Deadline deadline = link.deadlineFor(timeOutMs);
+    link.currentCall().enter(NodeCall::Phase::kCopying);
+    const auto source = openEnd<FileSource>(result, path, &link.connectionsOfShell().digests());
     if (!source) {
         return;
     }
@@ -179,7 +182,8 @@ void save(AgentLink& link, const std::string& path, unsigned int timeOutMs, CRes
 
 void get(AgentLink& link, const std::string& path, unsigned int timeOutMs, CResult& result) {
     link.prove();
-    const AgentLink::Deadline deadline = AgentLink::deadlineFor(timeOutMs);
+    const AgentLink::Deadline deadline = link.deadlineFor(timeOutMs);
+    link.currentCall().enter(NodeCall::Phase::kCopying);
     const auto incoming = openEnd<IncomingFile>(result, path, link.peerName());
     if (!incoming) {
         return;

@@ -16,13 +16,13 @@ RunEnd endBy(const ChannelError& error) {
     switch (error.kind()) {
         case ChannelError::Kind::kUnreachable:
         case ChannelError::Kind::kNoAnswer:
-        case ChannelError::Kind::kPending:
             return RunEnd::kUnreachable;
         case ChannelError::Kind::kTimedOut:
             return RunEnd::kSilent;
         case ChannelError::Kind::kRefused:
             return RunEnd::kRefused;
         case ChannelError::Kind::kClosed:
+        case ChannelError::Kind::kCancelled:
         case ChannelError::Kind::kFailed:
             break;
     }

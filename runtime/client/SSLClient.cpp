@@ -1,18 +1,17 @@
 #include "SSLClient.h"
 
-#include <atomic>
 #include <cstdint>
-#include <mutex>
 #include <utility>
 
 #include "AgentLink.h"
 #include "CException.h"
+#include "Dialer.h"
 #include "FileExchange.h"
+#include "NodeCall.h"
 #include "NodeResult.h"
 #include "Protocol.h"
 #include "StopWatch.h"
 #include "Text.h"
-#include "TlsContext.h"
 #include "TlsSocket.h"
 
 namespace {
@@ -22,19 +21,6 @@ using protocol::FrameType;
 
 constexpr char kSavePrefix[] = "[savefile]";
 constexpr char kGetPrefix[] = "[getfile]";
-
-// The process-wide settings of all clients. Never destroyed: workers left behind at exit may still
-// ask for them.
-struct Settings {
-    std::mutex mutex;
-    std::string privateKeyFile;  // guarded by mutex
-    std::atomic<unsigned int> sequence{0};
-};
-
-Settings& settings() {
-    static auto* all = new Settings;
-    return *all;
-}
 
 // All that a job writes, up to the agent's word about its end.
 protocol::Result receiveVerdict(AgentLink& link, noderesult::OutputCollector& output,
@@ -57,41 +43,29 @@ protocol::Result receiveVerdict(AgentLink& link, noderesult::OutputCollector& ou
 SSLClient::SSLClient(std::string address, int agentPort, std::string certificate)
     : ip(std::move(address)), port(agentPort), certificateFile(std::move(certificate)) {}
 
+SSLClient::SSLClient(Dialer& connections, std::string address, int agentPort,
+                     std::string certificate)
+    : SSLClient(std::move(address), agentPort, std::move(certificate)) {
+    dialer = &connections;
+}
+
 SSLClient::~SSLClient() = default;
 
-void SSLClient::setPrivateKeyFile(std::string file) {
-    Settings& all = settings();
-    const std::lock_guard<std::mutex> lock(all.mutex);
-    all.privateKeyFile = std::move(file);
-}
-
-void SSLClient::setCommandSequence(unsigned int sequence) {
-    settings().sequence = sequence;
-}
-
 void SSLClient::initAndConnect() {
-    initAndConnect(kConnectTimeOutMs);
-}
-
-void SSLClient::initAndConnect(unsigned int timeOutMs) {
     if (link) {
         // Whoever connects again wants another connection, not this one out of the pool.
         link->drop();
         link.reset();
     }
-    TlsFiles files;
-    files.certificateFile = certificateFile;
-    {
-        Settings& all = settings();
-        const std::lock_guard<std::mutex> lock(all.mutex);
-        files.privateKeyFile = all.privateKeyFile;
+    AgentLink::Patience limits;
+    limits.connectLimitMs = connectLimitMs == 0 ? kConnectTimeOutMs : connectLimitMs;
+    limits.beforeLeaving = patience;
+    auto made = std::make_unique<AgentLink>(dialer != nullptr ? *dialer : Dialer::process(), ip,
+                                            port, certificateFile, call);
+    pending = !made->connect(limits);
+    if (!pending) {
+        link = std::move(made);
     }
-    link = std::make_unique<AgentLink>(ip, port, files, settings().sequence,
-                                       timeOutMs == 0 ? kConnectTimeOutMs : timeOutMs);
-}
-
-void SSLClient::setUninterruptible(bool on) {
-    uninterruptible = on;
 }
 
 void SSLClient::execute(std::string commandLine, unsigned int timeOut, CResult* result) {
@@ -135,7 +109,8 @@ std::uint8_t SSLClient::jobFlags() const {
 
 void SSLClient::runJob(const std::string& request, unsigned int timeOut, CResult& result) {
     link->prove();
-    const AgentLink::Deadline deadline = AgentLink::deadlineFor(timeOut);
+    const AgentLink::Deadline deadline = link->deadlineFor(timeOut);
+    link->currentCall().enter(NodeCall::Phase::kRunning);
     StopWatch watch;
     watch.start();
     noderesult::OutputCollector output(kMaxSummaryBytes);
@@ -149,10 +124,9 @@ void SSLClient::runJob(const std::string& request, unsigned int timeOut, CResult
         throw;
     } catch (const ChannelError& error) {
         if (error.kind() != ChannelError::Kind::kTimedOut) {
-            link->lose(error.getErrMsg() +
-                       (uninterruptible ? " The job must not be cut short and goes on at the"
-                                          " node, whose log will tell its outcome."
-                                        : ""));
+            link->lose(error, uninterruptible ? " The job must not be cut short and goes on at the"
+                                                " node, whose log will tell its outcome."
+                                              : "");
         }
         // Closing is how the agent learns that nobody waits any more.
         link->drop();
@@ -180,14 +154,10 @@ bool SSLClient::isFileExistedAtSlaveNode(std::string path) {
     return answer == "1";
 }
 
-std::string SSLClient::getKelNodeMacAddress(std::string nodeIp) {
-    return getKelNodeMacAddress(std::move(nodeIp), 0);
-}
-
-std::string SSLClient::getKelNodeMacAddress(std::string /*nodeIp*/, unsigned int timeOutMs) {
+std::string SSLClient::getKelNodeMacAddress(std::string /*nodeIp*/) {
     requireConnection();
     try {
-        return link->ask(protocol::encodeMacRequest(), timeOutMs);
+        return link->ask(protocol::encodeMacRequest(), answerLimitMs);
     } catch (const AgentError& error) {
         if (error.code() == protocol::kErrorProtocol) {
             throw;

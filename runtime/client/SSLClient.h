@@ -1,20 +1,25 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "CResult.h"
 
 class AgentLink;
+class Dialer;
+class NodeCall;
 
 // The shell's connection to the agent of one node: mutual TLS, one connection per object, had from
 // initAndConnect until the destructor. Created per use; used by one thread at a time. Any number of
 // objects work at once on different threads.
 //
-// A connection whose conversation ended well is left to the ConnectionPool of the process, where
+// A connection whose conversation ended well is left to the Dialer, where
 // the next object for the same node finds it; never one after a time-out, a refusal or a fault. A
 // rested connection may be dead without a sign of it, so it is trusted only after an answer:
 // questions are asked again over a new connection, and jobs and transfers, which must never be done
@@ -34,31 +39,43 @@ public:
     // certificate: a PEM file, the master's certificate, then the cluster's CA certificates, and
     // the private key unless setPrivateKeyFile names another file. Nothing is read before
     // initAndConnect.
+    // The connection is made over the Dialer of the process.
     SSLClient(std::string address, int agentPort, std::string certificate);
+    // Over that one, which must outlive the object.
+    SSLClient(Dialer& connections, std::string address, int agentPort, std::string certificate);
     SSLClient(const SSLClient&) = delete;
     SSLClient& operator=(const SSLClient&) = delete;
     ~SSLClient();
 
-    // The private key file of every connection made from now on; empty means that the certificate
-    // file holds the key. Safe from any thread.
-    static void setPrivateKeyFile(std::string file);
-    // The number of the shell's current command, for the node's log; 0 when there is none.
-    static void setCommandSequence(unsigned int sequence);
+    // What the connections made from now on work for: the number of the command travels with each
+    // request, and the call's end and whoever gives it up end every wait. Null, as at first, for a
+    // call of nobody.
+    void workFor(std::shared_ptr<NodeCall> theCall) { call = std::move(theCall); }
+    // Milliseconds that connecting may take from now on; 0 means kConnectTimeOutMs. When many
+    // threads connect at once, up to the same time again may pass in line. Inside a command give at
+    // most a third of its time-out, so that a dead node is reported with its reason and not as
+    // timed out. Where a rested connection turns out dead at the first request, making a new one
+    // may take the same time, and finding out half of it. A node that was silent just now has less
+    // (SilentPeers).
+    void setConnectLimit(unsigned int timeOutMs) { connectLimitMs = timeOutMs; }
+    // How long a network that does not answer is waited for from now on before initAndConnect
+    // leaves the attempt to itself; see isPending. As long as the limit at first.
+    void setPatience(std::chrono::milliseconds most) { patience = most; }
 
     // Returns when the agent has accepted this master and greeted it, now or, where a connection
     // is used again, earlier.
     void initAndConnect();
-    // With a limit of its own, in milliseconds; 0 means kConnectTimeOutMs. When many threads
-    // connect at once, up to the same time again may pass in line. Inside a command give at most a
-    // third of its time-out, so that a dead node is reported with its reason and not as timed out.
-    // Where a rested connection turns out dead at the first request, making a new one may take the
-    // same time, and finding out half of it. A node that was silent just now has less
-    // (SilentPeers).
-    void initAndConnect(unsigned int timeOutMs);
+    void initAndConnect(unsigned int timeOutMs) {
+        setConnectLimit(timeOutMs);
+        initAndConnect();
+    }
+    // Whether the last initAndConnect has left an attempt to itself: there is no connection yet,
+    // and the next object for the same node goes on with it.
+    bool isPending() const { return pending; }
 
     // Whether the jobs sent from now on must not be cut short: they go on at the node whatever
     // becomes of the time-out, the connection or this process. Off at first.
-    void setUninterruptible(bool on);
+    void setUninterruptible(bool on) { uninterruptible = on; }
 
     // Runs a shell command line on the node. timeOut in milliseconds, 0 means no limit.
     //   exit code 0 -> run status 0; any other -> 2; ended by signal n -> exit code 128 + n and 2;
@@ -87,7 +104,10 @@ public:
     // The MAC address of the interface on which the agent is reached; empty when it cannot tell.
     std::string getKelNodeMacAddress(std::string ip);
     // With a limit of its own, milliseconds; 0 means the usual one.
-    std::string getKelNodeMacAddress(std::string ip, unsigned int timeOutMs);
+    std::string getKelNodeMacAddress(std::string nodeIp, unsigned int timeOutMs) {
+        answerLimitMs = timeOutMs;
+        return getKelNodeMacAddress(std::move(nodeIp));
+    }
 
 private:
     void requireConnection() const;
@@ -97,6 +117,12 @@ private:
     std::string ip;
     int port;
     std::string certificateFile;
+    Dialer* dialer = nullptr;  // not owned; null for the one of the process
+    std::shared_ptr<NodeCall> call;
+    unsigned int connectLimitMs = 0;
+    unsigned int answerLimitMs = 0;
+    std::optional<std::chrono::milliseconds> patience;
+    bool pending = false;
     bool uninterruptible = false;
     std::unique_ptr<AgentLink> link;  // null until the first connection
 };

@@ -2,11 +2,6 @@
 
 #include <algorithm>
 
-SilentPeers& SilentPeers::instance() {
-    static auto* all = new SilentPeers;
-    return *all;
-}
-
 unsigned int SilentPeers::limitFor(const std::string& peer, unsigned int limitMs) const {
     const std::lock_guard<std::mutex> lock(mutex);
     const auto found = forgottenAt.find(peer);

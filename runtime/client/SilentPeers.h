@@ -24,9 +24,6 @@ public:
     static constexpr unsigned int kSecondLimitMs = 200;
     static constexpr std::chrono::milliseconds kMemory{5000};
 
-    // The ones of this process. Never destroyed, since workers may outlive main.
-    static SilentPeers& instance();
-
     explicit SilentPeers(std::chrono::milliseconds memory = kMemory) : remembered(memory) {}
     SilentPeers(const SilentPeers&) = delete;
     SilentPeers& operator=(const SilentPeers&) = delete;

@@ -32,7 +32,7 @@ bool sameTime(const timespec& a, const timespec& b) {
 
 }  // namespace
 
-FileSource::FileSource(const std::string& sourcePath) : path(sourcePath) {
+FileSource::FileSource(const std::string& sourcePath, SharedDigests* shared) : path(sourcePath) {
     if (path.empty() || path.front() != '/') {
         throw FileError(quoted(path) + " is not an absolute path.");
     }
@@ -42,15 +42,15 @@ FileSource::FileSource(const std::string& sourcePath) : path(sourcePath) {
         const int error = errno;
         throw FileError("Cannot open " + quoted(path) + ": " + std::strerror(error) + ".");
     }
-    examine();
+    examine(shared);
 }
 
 FileSource::FileSource(const std::string& sourcePath, UniqueFd openedFile)
     : path(sourcePath), file(std::move(openedFile)) {
-    examine();
+    examine(nullptr);
 }
 
-void FileSource::examine() {
+void FileSource::examine(SharedDigests* shared) {
     if (fstat(file.get(), &opened) != 0) {
         const int error = errno;
         throw FileError("Cannot examine " + quoted(path) + ": " + std::strerror(error) + ".");
@@ -63,7 +63,7 @@ void FileSource::examine() {
     }
     total = static_cast<std::uint64_t>(opened.st_size);
     permissions = opened.st_mode & 0777;
-    digest = SharedDigest::of(opened);
+    digest = shared != nullptr ? shared->of(opened) : std::make_shared<SharedDigest>();
     // A hint; a failure changes nothing.
     (void)posix_fadvise(file.get(), 0, 0, POSIX_FADV_SEQUENTIAL);
 }

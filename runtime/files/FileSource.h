@@ -8,7 +8,7 @@
 
 #include "CException.h"
 #include "PiecePipe.h"
-#include "SharedDigest.h"
+#include "SharedDigests.h"
 #include "SideThread.h"
 #include "UniqueFd.h"
 
@@ -19,14 +19,15 @@ public:
 };
 
 // Reads a regular file in pieces, as DATA frames, and calculates its digest. Threads that read the
-// same file at a time share the digest. Both ends use it to send files. It needs memory for a few
-// pieces, whatever the size. A thread of its own reads and digests a large file a little ahead, so
-// that reading and sending do not wait for each other. Used by one thread.
+// same file at a time can share the digest. Both ends use it to send files. It needs memory for a
+// few pieces, whatever the size. A thread of its own reads and digests a large file a little ahead,
+// so that reading and sending do not wait for each other. Used by one thread.
 class FileSource {
 public:
     // Opens the file. Throws FileError for a relative path, for anything but a regular file (a
     // symbolic link to one is followed), and when the file cannot be opened.
-    explicit FileSource(const std::string& path);
+    //   shared  the digests that are calculated now; null to calculate one for this object alone
+    explicit FileSource(const std::string& path, SharedDigests* shared = nullptr);
     // The same for a file that is open for reading already. Messages call it path.
     FileSource(const std::string& path, UniqueFd opened);
     FileSource(const FileSource&) = delete;
@@ -47,7 +48,7 @@ public:
     std::string finish() { return digest->finish(); }
 
 private:
-    void examine();
+    void examine(SharedDigests* shared);
     void startReadingAhead();
     void readAhead() noexcept;
     bool readFrame(std::string& frame);

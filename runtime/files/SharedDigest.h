@@ -2,11 +2,9 @@
 
 #include <condition_variable>
 #include <cstdint>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <sys/stat.h>
 
 #include "FileDigest.h"
 
@@ -20,10 +18,6 @@
 // Safe from any thread. All threads must add the same pieces, beginning with the first.
 class SharedDigest {
 public:
-    // The digest for this file in this state. The caller must keep the file open as long as it uses
-    // the digest.
-    static std::shared_ptr<SharedDigest> of(const struct stat& file);
-
     SharedDigest() = default;
     SharedDigest(const SharedDigest&) = delete;
     SharedDigest& operator=(const SharedDigest&) = delete;

@@ -13,7 +13,7 @@ public:
         kClosed,       // the peer or the network ended the connection
         kUnreachable,  // no connection was made
         kNoAnswer,     // the same, because nothing answered in time
-        kPending,      // none yet, but it is being made: DialPatience
+        kCancelled,    // nobody waits for it any more: Cancellation
         kRefused,      // one end did not accept the other's certificate
         kFailed,       // anything else: TLS broken, no ALPN, resources
     };

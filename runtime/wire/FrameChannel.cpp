@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <utility>
 
+#include "Cancellation.h"
 #include "TlsSocket.h"
 
 using Kind = ChannelError::Kind;
@@ -15,7 +16,7 @@ FrameChannel::FrameChannel(UniqueFd connected, std::string peerAddress)
 FrameChannel::~FrameChannel() = default;
 
 void FrameChannel::waitForSocket(short events, Deadline deadline, const char* doing) {
-    if (tlssocket::wait(socket.get(), events, deadline) == 0) {
+    if (tlssocket::wait(socket.get(), events, deadline, stop) == 0) {
         throw ChannelError(Kind::kTimedOut, peer + " did not answer in time " + doing + ".");
     }
 }
@@ -96,6 +97,9 @@ bool FrameChannel::readInto(char* target, std::size_t wanted, std::size_t& have,
         // to wait for.
         if (Clock::now() >= deadline) {
             throw ChannelError(Kind::kTimedOut, peer + " did not come to an end in time.");
+        }
+        if (stop != nullptr && stop->isCancelled()) {
+            throw ChannelError(Kind::kCancelled, "nobody waits for " + peer + " any more.");
         }
         const std::size_t got = readSome(target + have, wanted - have);
         if (got == 0) {

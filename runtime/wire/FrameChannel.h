@@ -9,6 +9,8 @@
 #include "Protocol.h"
 #include "UniqueFd.h"
 
+class Cancellation;
+
 // Protocol frames over a stream of bytes; what carries the bytes is the subclass's. Owns its
 // socket, which is non-blocking: every operation is bounded by a point in time on the monotonic
 // clock. EINTR is retried; SIGPIPE is never raised. Not thread-safe, not copyable, not movable.
@@ -62,6 +64,10 @@ public:
     // lose our last words. Never throws.
     virtual void close(Deadline deadline) noexcept = 0;
 
+    // Whoever cancels it ends every wait of this channel with ChannelError kCancelled; null for
+    // nobody. It must outlive the waits.
+    void setCancellation(const Cancellation* giveUp) { stop = giveUp; }
+
     // For poll(); the channel keeps it.
     int descriptor() const { return socket.get(); }
     // "127.0.0.1:4422"
@@ -83,6 +89,7 @@ protected:
     UniqueFd socket;
     std::string peer;
     short wantedEvents = 0;
+    const Cancellation* stop = nullptr;
 
 private:
     bool write(std::string_view bytes, std::size_t& done);

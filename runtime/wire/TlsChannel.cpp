@@ -11,6 +11,7 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
+#include "SocketDial.h"
 #include "TlsFault.h"
 #include "TlsSocket.h"
 
@@ -105,15 +106,16 @@ TlsChannel::TlsChannel(UniqueFd connected, std::shared_ptr<TlsContext> shared,
 std::unique_ptr<TlsChannel> TlsChannel::connect(const std::string& address, int port,
                                                 std::shared_ptr<TlsContext> context,
                                                 Deadline deadline) {
-    UniqueFd connected = tlssocket::connect(address, port, deadline);
+    UniqueFd connected = SocketDial::connect(address, port, deadline);
     return connectOver(std::move(connected), address, port, std::move(context), deadline);
 }
 
 std::unique_ptr<TlsChannel> TlsChannel::connectOver(UniqueFd connected, const std::string& address,
                                                     int port, std::shared_ptr<TlsContext> context,
-                                                    Deadline deadline) {
+                                                    Deadline deadline, const Cancellation* giveUp) {
     std::unique_ptr<TlsChannel> channel(
         new TlsChannel(std::move(connected), std::move(context), tlssocket::join(address, port)));
+    channel->setCancellation(giveUp);
     channel->expectAddress(address);
     channel->handshake(address, deadline);
     return channel;

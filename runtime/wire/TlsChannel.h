@@ -18,10 +18,12 @@ public:
     static std::unique_ptr<TlsChannel> connect(const std::string& address, int port,
                                                std::shared_ptr<TlsContext> context,
                                                Deadline deadline);
-    // The same over a socket that is connected to that address already, as by tlssocket::connect.
+    // The same over a socket that is connected to that address already, as by SocketDial; giveUp as
+    // for setCancellation.
     static std::unique_ptr<TlsChannel> connectOver(UniqueFd connected, const std::string& address,
                                                    int port, std::shared_ptr<TlsContext> context,
-                                                   Deadline deadline);
+                                                   Deadline deadline,
+                                                   const Cancellation* giveUp = nullptr);
     // Makes the handshake on an accepted socket. When the peer is refused it is given up to a
     // second to read the alert that says why, then ChannelError says the same to the log.
     static std::unique_ptr<TlsChannel> accept(UniqueFd accepted,

@@ -1,11 +1,8 @@
 #include "TlsContext.h"
 
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <map>
-#include <mutex>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -17,6 +14,7 @@
 #include <openssl/x509v3.h>
 
 #include "CException.h"
+#include "CertificateExpiry.h"
 #include "FreedBy.h"
 #include "Posix.h"
 #include "Protocol.h"
@@ -120,34 +118,6 @@ PrivateKey readKey(const PemText& text, std::string* problem) {
     return key;
 }
 
-std::string besideCertificate(const TlsFiles& files, const std::string& name) {
-    const std::string::size_type slash = files.certificateFile.find_last_of('/');
-    return slash == std::string::npos ? name : files.certificateFile.substr(0, slash + 1) + name;
-}
-
-// Tells one version of a file from another; also which files do not exist.
-struct FileStamp {
-    std::array<long long, 6> parts{};
-
-    explicit FileStamp(const std::string& file) {
-        struct stat found {};
-        if (!file.empty() && stat(file.c_str(), &found) == 0) {
-            parts = {static_cast<long long>(found.st_dev),
-                     static_cast<long long>(found.st_ino),
-                     static_cast<long long>(found.st_size),
-                     found.st_mtim.tv_sec,
-                     found.st_mtim.tv_nsec,
-                     found.st_ctim.tv_sec * 1000000000LL + found.st_ctim.tv_nsec};
-        }
-    }
-    bool operator==(const FileStamp& other) const { return parts == other.parts; }
-};
-
-std::vector<FileStamp> stampsOf(const TlsFiles& files) {
-    return {FileStamp(files.certificateFile), FileStamp(files.privateKeyFile),
-            FileStamp(files.caFile), FileStamp(besideCertificate(files, "crl.pem"))};
-}
-
 const std::string& alpnList() {
     // Each name of the list stands behind its length.
     static const std::string list =
@@ -167,24 +137,6 @@ int selectAlpn(SSL* /*ssl*/, const unsigned char** selected, unsigned char* sele
     }
     *selected = found;
     return SSL_TLSEXT_ERR_OK;
-}
-
-using ClientKey = std::array<std::string, 3>;
-
-struct ClientEntry {
-    std::vector<FileStamp> stamps;
-    std::shared_ptr<TlsContext> context;
-};
-
-struct ClientCache {
-    std::mutex mutex;
-    std::map<ClientKey, ClientEntry> entries;  // guarded by mutex
-};
-
-ClientCache& clientCache() {
-    // Never destroyed: a worker left behind at exit may still be connecting.
-    static auto* cache = new ClientCache;
-    return *cache;
 }
 
 }  // namespace
@@ -258,18 +210,7 @@ private:
 };
 
 std::shared_ptr<TlsContext> TlsContext::client(const TlsFiles& files) {
-    const ClientKey key = {files.certificateFile, files.privateKeyFile, files.caFile};
-    ClientCache& cache = clientCache();
-    const std::lock_guard<std::mutex> lock(cache.mutex);
-    // Taken before the files are read: a file replaced meanwhile shows at the next call.
-    std::vector<FileStamp> stamps = stampsOf(files);
-    ClientEntry& entry = cache.entries[key];
-    if (!entry.context || !(entry.stamps == stamps)) {
-        entry.context.reset();
-        entry.context = std::shared_ptr<TlsContext>(new TlsContext(files, false));
-        entry.stamps = std::move(stamps);
-    }
-    return entry.context;
+    return std::shared_ptr<TlsContext>(new TlsContext(files, false));
 }
 
 std::shared_ptr<TlsContext> TlsContext::server(const TlsFiles& files) {
@@ -374,7 +315,7 @@ void TlsContext::useMaterial(const Material& material) {
 }
 
 void TlsContext::useRevocationList() {
-    const std::string file = besideCertificate(files, "crl.pem");
+    const std::string file = certificateexpiry::revocationListBeside(files.certificateFile);
     struct stat found {};
     if (stat(file.c_str(), &found) != 0 && (errno == ENOENT || errno == ENOTDIR)) {
         return;

@@ -26,17 +26,17 @@ struct TlsFiles {
 // the files is trusted. Nothing resumes: every connection proves who is at its ends.
 //
 // Immutable once made, forgetKey() apart: one context serves any number of threads. Connections
-// hold it through the shared_ptr, because they may outlive the cache entry when the files change
+// hold it through the shared_ptr, because they may outlive the settings when the files change
 // under a running process.
 class TlsContext {
 public:
     using Certificate = FreedBy<X509, X509_free>;
     using PrivateKey = FreedBy<EVP_PKEY, EVP_PKEY_free>;
 
-    // The client's context for these files: made once per process, made anew when a file was
-    // replaced. Safe from any thread. Throws CException that names the file and what is wrong.
+    // A new client context for these files. Throws CException that names the file and what is
+    // wrong.
     static std::shared_ptr<TlsContext> client(const TlsFiles& files);
-    // A new server context.
+    // The same for a server.
     static std::shared_ptr<TlsContext> server(const TlsFiles& files);
 
     TlsContext(const TlsContext&) = delete;

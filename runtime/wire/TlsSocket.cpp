@@ -3,23 +3,19 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <condition_variable>
 #include <cstdint>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
-#include <mutex>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <system_error>
-#include <thread>
 
+#include "Cancellation.h"
 #include "ChannelError.h"
 #include "FreedBy.h"
-#include "ParkedDials.h"
 
 namespace tlssocket {
 namespace {
@@ -32,162 +28,6 @@ constexpr int kKeepIdleSeconds = 10;
 constexpr int kKeepIntervalSeconds = 5;
 constexpr int kKeepProbes = 4;
 constexpr unsigned int kUnacknowledgedMs = 30000;
-
-using Addresses = FreedBy<addrinfo, freeaddrinfo>;
-
-struct Lookup {
-    int error = EAI_AGAIN;
-    Addresses found;
-};
-
-Lookup lookUp(const std::string& name, const std::string& service, int flags) {
-    addrinfo hints{};
-    hints.ai_family = AF_UNSPEC;
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_flags = flags | AI_NUMERICSERV;
-    addrinfo* found = nullptr;
-    Lookup result;
-    result.error = getaddrinfo(name.c_str(), service.c_str(), &hints, &found);
-    result.found.reset(result.error == 0 ? found : nullptr);
-    return result;
-}
-
-// getaddrinfo knows no deadline. It runs on a thread of its own that shares this block with the
-// caller, because it may still be asking name servers when the caller has given up.
-struct PendingLookup {
-    std::mutex mutex;
-    std::condition_variable finished;
-    bool done = false;  // both guarded by mutex
-    Lookup result;
-};
-
-Addresses resolve(const std::string& address, int port, Deadline deadline) {
-    const std::string service = std::to_string(port);
-    Lookup literal = lookUp(address, service, AI_NUMERICHOST);
-    if (literal.error == 0) {
-        return std::move(literal.found);
-    }
-    const auto pending = std::make_shared<PendingLookup>();
-    try {
-        std::thread([pending, address, service] {
-            Lookup result = lookUp(address, service, AI_ADDRCONFIG);
-            const std::lock_guard<std::mutex> lock(pending->mutex);
-            pending->result = std::move(result);
-            pending->done = true;
-            pending->finished.notify_one();
-        }).detach();
-    } catch (const std::system_error& error) {
-        throw ChannelError(Kind::kFailed,
-                           "Can not look up \"" + address + "\": " + error.what() + ".");
-    }
-    std::unique_lock<std::mutex> lock(pending->mutex);
-    // Far deadlines overflow in wait_until; a look-up never takes a day.
-    const Deadline limit = std::min(deadline, Clock::now() + std::chrono::hours(24));
-    if (!pending->finished.wait_until(lock, limit, [&] { return pending->done; })) {
-        throw ChannelError(Kind::kTimedOut,
-                           "The name \"" + address + "\" could not be looked up in time.");
-    }
-    if (pending->result.error != 0) {
-        throw ChannelError(Kind::kUnreachable, "The name \"" + address + "\" is not known: " +
-                                                   gai_strerror(pending->result.error) + ".");
-    }
-    return std::move(pending->result.found);
-}
-
-// The outcome of an attempt to connect, 0 or an errno; EINPROGRESS when there is none by then.
-int outcomeOf(int fd, Deadline deadline) {
-    if (wait(fd, POLLOUT, deadline) == 0) {
-        return EINPROGRESS;
-    }
-    int error = 0;
-    socklen_t length = sizeof error;
-    return getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &length) != 0 ? errno : error;
-}
-
-// Waits for an attempt until its deadline, or as long as the thread's patience lasts: then it is
-// parked, and ChannelError kPending thrown.
-int awaitOutcome(UniqueFd& fd, Deadline deadline, const std::string& peer, bool mayPark) {
-    const auto patience = mayPark ? DialPatience::ofThisThread() : std::nullopt;
-    if (patience) {
-        const int error = outcomeOf(fd.get(), std::min(deadline, Clock::now() + *patience));
-        if (error != EINPROGRESS) {
-            return error;
-        }
-        ParkedDials::Dial dial{std::move(fd), deadline};
-        if (Clock::now() < deadline && ParkedDials::instance().park(peer, dial)) {
-            throw ChannelError(Kind::kPending, peer + " has not answered yet.");
-        }
-        fd = std::move(dial.socket);
-    }
-    const int error = outcomeOf(fd.get(), deadline);
-    return error == EINPROGRESS ? ETIMEDOUT : error;
-}
-
-// Dials one address; returns 0 or an errno.
-int dial(const addrinfo& target, Deadline deadline, const std::string& peer, bool mayPark,
-         UniqueFd& socketOut) {
-    UniqueFd fd(::socket(target.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!fd) {
-        return errno;
-    }
-    if (::connect(fd.get(), target.ai_addr, target.ai_addrlen) != 0) {
-        // After EINTR too the attempt goes on by itself.
-        if (errno != EINPROGRESS && errno != EINTR) {
-            return errno;
-        }
-        const int error = awaitOutcome(fd, deadline, peer, mayPark);
-        if (error != 0) {
-            return error;
-        }
-    }
-    socketOut = std::move(fd);
-    return 0;
-}
-
-// An ephemeral port can be dialled from itself, when nobody listens there: TCP calls that a
-// connection. Talking to oneself is a closed port.
-bool isConnectedToItself(int fd) {
-    sockaddr_storage local{};
-    sockaddr_storage remote{};
-    socklen_t localLength = sizeof local;
-    socklen_t remoteLength = sizeof remote;
-    return getsockname(fd, reinterpret_cast<sockaddr*>(&local), &localLength) == 0 &&
-           getpeername(fd, reinterpret_cast<sockaddr*>(&remote), &remoteLength) == 0 &&
-           localLength == remoteLength && std::memcmp(&local, &remote, localLength) == 0;
-}
-
-// Dials the addresses of one peer in turn; returns 0 or the errno of the last.
-int dialAny(const addrinfo* addresses, Deadline deadline, const std::string& peer, UniqueFd& fd) {
-    int error = EADDRNOTAVAIL;
-    // Of several addresses the next may answer where the first does not.
-    const bool isOnly = addresses != nullptr && addresses->ai_next == nullptr;
-    for (const addrinfo* one = addresses; one != nullptr; one = one->ai_next) {
-        error = dial(*one, deadline, peer, isOnly, fd);
-        if (error == 0 && isConnectedToItself(fd.get())) {
-            error = ECONNREFUSED;
-        }
-        if (error == 0) {
-            return 0;
-        }
-    }
-    return error;
-}
-
-// Goes on with an attempt that was parked; returns 0, its errno, or EAGAIN when there is none.
-int takeUp(const std::string& peer, Deadline deadline, UniqueFd& fd) {
-    ParkedDials::Dial parked = ParkedDials::instance().take(peer);
-    if (!parked.socket) {
-        return EAGAIN;
-    }
-    fd = std::move(parked.socket);
-    // What has been answered meanwhile counts, however late anybody looks.
-    pollfd watched{fd.get(), POLLOUT, 0};
-    const bool isAnswered = poll(&watched, 1, 0) > 0;
-    const Deadline limit =
-        isAnswered ? Clock::now() + std::chrono::seconds(1) : std::min(deadline, parked.deadline);
-    const int error = awaitOutcome(fd, limit, peer, !isAnswered);
-    return error == 0 && isConnectedToItself(fd.get()) ? ECONNREFUSED : error;
-}
 
 // What a BIO of ours keeps.
 struct Connection {
@@ -264,7 +104,7 @@ void setOption(int fd, int level, int option, const void* value, socklen_t lengt
 
 }  // namespace
 
-short wait(int fd, short events, Deadline deadline) {
+short wait(int fd, short events, Deadline deadline, const Cancellation* stop) {
     for (;;) {
         int timeOut = -1;
         if (deadline != Deadline::max()) {
@@ -276,39 +116,20 @@ short wait(int fd, short events, Deadline deadline) {
             }
             timeOut = static_cast<int>(std::min<long long>(left, INT_MAX));
         }
-        pollfd watched{fd, events, 0};
-        const int ready = poll(&watched, 1, timeOut);
+        pollfd watched[2] = {{fd, events, 0},
+                             {stop != nullptr ? stop->descriptor() : -1, POLLIN, 0}};
+        const int ready = poll(watched, 2, timeOut);
+        if (ready > 0 && watched[1].revents != 0) {
+            throw ChannelError(Kind::kCancelled, "nobody waits for it any more.");
+        }
         if (ready > 0) {
-            return watched.revents;
+            return watched[0].revents;
         }
         if (ready < 0 && errno != EINTR) {
             // The operation that is tried next tells what is wrong with the descriptor.
             return POLLERR;
         }
     }
-}
-
-UniqueFd connect(const std::string& address, int port, Deadline deadline) {
-    const std::string peer = join(address, port);
-    if (address.empty() || port <= 0 || port > 65535) {
-        throw ChannelError(Kind::kUnreachable,
-                           "\"" + peer + "\" is not an address a node agent can have.");
-    }
-    UniqueFd fd;
-    int error = takeUp(peer, deadline, fd);
-    if (error == EAGAIN) {
-        error = dialAny(resolve(address, port, deadline).get(), deadline, peer, fd);
-    }
-    if (error == 0) {
-        prepare(fd.get(), peer);
-        return fd;
-    }
-    if (error == ETIMEDOUT) {
-        throw ChannelError(Kind::kNoAnswer,
-                           "Can not connect to " + peer + ": no answer, the connection timed out.");
-    }
-    throw ChannelError(Kind::kUnreachable,
-                       "Can not connect to " + peer + ": " + std::strerror(error) + ".");
 }
 
 void prepare(int fd, const std::string& peer) {

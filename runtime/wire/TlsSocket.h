@@ -5,9 +5,9 @@
 
 #include <openssl/bio.h>
 
-#include "UniqueFd.h"
+class Cancellation;
 
-// Sockets below TLS: connecting and waiting with a deadline, and the way OpenSSL reads and writes
+// Sockets below TLS: waiting with a deadline, and the way OpenSSL reads and writes
 // them. Stateless; safe from any thread.
 namespace tlssocket {
 
@@ -15,12 +15,8 @@ using Deadline = std::chrono::steady_clock::time_point;
 
 // Waits until one of the poll events (or an error) shows on the descriptor; 0 when the deadline
 // passed first, else the events seen. Deadline::max() means no limit. EINTR is retried.
-short wait(int fd, short events, Deadline deadline);
-
-// A connected non-blocking socket. A host name is looked up within the deadline too. Throws
-// ChannelError (kUnreachable, kNoAnswer or kTimedOut) that names the address; kPending where the
-// thread has a DialPatience and that is over. An attempt that was parked is taken up.
-UniqueFd connect(const std::string& address, int port, Deadline deadline);
+//   stop  throws ChannelError kCancelled when it is cancelled; may be null
+short wait(int fd, short events, Deadline deadline, const Cancellation* stop = nullptr);
 
 // Non-blocking, close-on-exec, no delay, and a dead network path is noticed even while nothing is
 // sent. Throws ChannelError.

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "SSLClient.h"
+#include "Dialer.h"
 
 CSSLConfig* CSSLConfig::mSslCfg = nullptr;
 
@@ -14,6 +14,9 @@ CSSLConfig::~CSSLConfig() {
     mSslCfg = nullptr;
     if (instance != this) {
         delete instance;
+    } else {
+        Dialer::process().setPrivateKeyFile("");
+        Dialer::process().setCertificateFile("");
     }
 }
 
@@ -38,9 +41,7 @@ std::string CSSLConfig::getCertificateFile() const {
 
 void CSSLConfig::setPrivateKeyFile(std::string fileName) {
     privateKeyFile = std::move(fileName);
-    if (this == mSslCfg) {
-        SSLClient::setPrivateKeyFile(privateKeyFile);
-    }
+    tellDialer();
 }
 
 void CSSLConfig::setPublicKeyFile(std::string fileName) {
@@ -49,13 +50,22 @@ void CSSLConfig::setPublicKeyFile(std::string fileName) {
 
 void CSSLConfig::setCertificateFile(std::string fileName) {
     certificateFile = std::move(fileName);
+    tellDialer();
+}
+
+void CSSLConfig::tellDialer() const {
+    if (this == mSslCfg) {
+        Dialer::process().setPrivateKeyFile(privateKeyFile);
+        Dialer::process().setCertificateFile(certificateFile);
+    }
 }
 
 void CSSLConfig::clone(CSSLConfig* other) {
     if (other == nullptr || other == this) {
         return;
     }
-    setPrivateKeyFile(other->privateKeyFile);
+    privateKeyFile = other->privateKeyFile;
     publicKeyFile = other->publicKeyFile;
     certificateFile = other->certificateFile;
+    tellDialer();
 }

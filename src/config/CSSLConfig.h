@@ -21,8 +21,9 @@ public:
     std::string getPublicKeyFile() const;
     std::string getCertificateFile() const;
 
-    // On the process-wide instance, the private key's name is also used by every later SSLClient.
-    // On another object it is only a field.
+    // Set on the process-wide instance, the names of the private key and of the certificate also
+    // become those of the process's Dialer, over which connections are made; on any other object
+    // they are mere fields.
     void setPrivateKeyFile(std::string fileName);
     void setPublicKeyFile(std::string fileName);
     void setCertificateFile(std::string fileName);
@@ -31,6 +32,8 @@ public:
     void clone(CSSLConfig* other);
 
 private:
+    void tellDialer() const;
+
     static CSSLConfig* mSslCfg;
 
     std::string privateKeyFile;

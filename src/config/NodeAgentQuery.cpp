@@ -10,8 +10,7 @@
 
 #include "CSSLConfig.h"
 #include "CUtil.h"
-#include "FrameChannel.h"
-#include "ParkedDials.h"
+#include "Dialer.h"
 #include "SSLClient.h"
 #include "StopWatch.h"
 #include "TlsSocket.h"
@@ -19,12 +18,17 @@
 NodeAgentAnswer askNodeAgent(const CNode& node) {
     SSLClient client(node.getIp(), static_cast<int>(node.getPort()),
                      CSSLConfig::getInstance()->getCertificateFile());
+    client.setPatience(std::chrono::milliseconds(kAgentSilenceMs));
     StopWatch watch;
     watch.start();
     client.initAndConnect(kAgentQueryTimeOutMs);
     watch.stop();
-    const long left = static_cast<long>(kAgentQueryTimeOutMs) - watch.getTime();
     NodeAgentAnswer answer;
+    answer.pending = client.isPending();
+    if (answer.pending) {
+        return answer;
+    }
+    const long left = static_cast<long>(kAgentQueryTimeOutMs) - watch.getTime();
     answer.mac =
         client.getKelNodeMacAddress(node.getIp(), static_cast<unsigned int>(std::max(left, 1L)));
     CUtil::trim(answer.mac);
@@ -75,16 +79,13 @@ private:
     // False when the node must be asked again.
     bool askOne(std::size_t index) {
         try {
-            const DialPatience patience{std::chrono::milliseconds(kAgentSilenceMs)};
             answers[index] = query(*nodes[index]);
-        } catch (const ChannelError& failure) {
-            return failure.kind() != ChannelError::Kind::kPending;
         } catch (...) {
             // The node could not be asked, for whatever reason. Nothing may be thrown out of a
             // thread.
             answers[index] = NodeAgentAnswer();
         }
-        return true;
+        return !answers[index].pending;
     }
 
     // The calling thread takes part, so that the work is done even when no thread can be started.
@@ -112,7 +113,7 @@ private:
             peers.push_back(
                 tlssocket::join(nodes[index]->getIp(), static_cast<int>(nodes[index]->getPort())));
         }
-        std::vector<std::size_t> places = ParkedDials::instance().awaitAnswers(peers);
+        std::vector<std::size_t> places = Dialer::process().awaitAnswers(peers);
         std::vector<std::size_t> answered;
         // From the end, so that the indexes before stay valid.
         for (auto place = places.rbegin(); place != places.rend(); ++place) {

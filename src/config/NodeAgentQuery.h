@@ -10,12 +10,13 @@
 // What the agent of a node says about itself.
 struct NodeAgentAnswer {
     bool connected = false;
-    std::string mac;  // as the agent reports it, trimmed; empty when it cannot tell
+    std::string mac;       // as the agent reports it, trimmed; empty when it cannot tell
+    bool pending = false;  // the network has not answered so far: ask again when it has
 };
 
-// Asks one node. Called on several threads at once; an exception counts as not connected.
-// ChannelError kPending means that the network has not answered so far: the node is asked again
-// when it has, or when its time is over.
+// Asks one node. Called on several threads at once; an exception counts as not connected. Where the
+// answer is pending, the node is asked again when the network has answered, or when its time is
+// over.
 using NodeAgentQuery = std::function<NodeAgentAnswer(const CNode&)>;
 
 // At most this many agents are asked at the same time.
@@ -28,13 +29,13 @@ constexpr unsigned int kAgentQueryTimeOutMs = 3000;
 // being dialled. So hundreds of silent nodes cost the time of one.
 constexpr unsigned int kAgentSilenceMs = 25;
 
-// The real query: a connection with the certificate of CSSLConfig. Throws CException when there is
-// no connection or no answer within the limit.
+// The real thing: a connection with the certificate of CSSLConfig. Waits kAgentSilenceMs for the
+// network; then the answer is pending. Throws CException when there is no connection or no answer
+// within the limit.
 NodeAgentAnswer askNodeAgent(const CNode& node);
 
 // Asks all nodes and returns the answers in the order of the nodes. Returns when every query has;
-// the threads it needs end with it. Queries run with a DialPatience of kAgentSilenceMs. Where
-// threads cannot be had, fewer or none are used.
+// the threads it needs end with it. Where threads cannot be had, fewer or none are used.
 //   mostAtOnce  so many queries run at the same time at most; 1 asks on the calling thread alone,
 //               which is cheaper where a query does not wait for anything
 std::vector<NodeAgentAnswer> askNodeAgents(const std::vector<const CNode*>& nodes,

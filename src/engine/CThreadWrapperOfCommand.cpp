@@ -1,8 +1,8 @@
 #include "CThreadWrapperOfCommand.h"
 
-#include <algorithm>
 #include <atomic>
 #include <exception>
+#include <optional>
 #include <utility>
 
 #include <boost/thread/exceptions.hpp>
@@ -10,48 +10,29 @@
 #include "CException.h"
 #include "CNode.h"
 #include "CResult.h"
-#include "CSSLConfig.h"
 #include "CShellCommandSet.h"
+#include "ChannelError.h"
 #include "CommandOutcome.h"
+#include "NodeAccess.h"
+#include "NodeCall.h"
 #include "NodeResult.h"
 #include "SSLClient.h"
 #include "StopWatch.h"
-#include "TlsChannel.h"
 
 namespace {
 
 // Never destroyed, since workers may outlive main.
 std::atomic<unsigned int> liveWorkers{0};
 
-// A dead node must be reported with the reason, so the check may take a third of the command's time
-// at most; 0 is the client's own limit.
-unsigned int connectTimeOut(unsigned int timeOut) {
-    return timeOut == 0 ? 0 : std::clamp(timeOut / 3, 1U, SSLClient::kConnectTimeOutMs);
-}
-
-// What the agent at the node's address says about itself.
-struct Identity {
-    std::string mac;      // empty when it cannot tell or cannot be reached
-    std::string silence;  // set when it took the connection and then did not answer in time
-};
-
-// That the agent cannot be reached is for the command itself to report, if it needs the agent at
-// all.
-Identity askIdentity(const CNode& node, unsigned int timeOut) {
-    Identity identity;
+// What the agent at the node's address says about itself; empty when it cannot tell or cannot be
+// reached. That it cannot be reached is for the command itself to report, if it needs the agent at
+// all: no answer counts as a match.
+std::string askIdentity(const CNode& node, unsigned int timeOut) {
     try {
-        SSLClient client(node.getIp(), static_cast<int>(node.getPort()),
-                         CSSLConfig::getInstance()->getCertificateFile());
-        client.initAndConnect(connectTimeOut(timeOut));
-        identity.mac = client.getKelNodeMacAddress(node.getIp());
-    } catch (const ChannelError& failure) {
-        if (failure.kind() == ChannelError::Kind::kTimedOut) {
-            identity.silence = failure.getErrMsg();
-        }
+        return nodeaccess::connect(node, timeOut)->getKelNodeMacAddress(node.getIp());
     } catch (const CException&) {
-        // As above: no answer counts as a match.
+        return "";
     }
-    return identity;
 }
 
 void fail(CResult& outcome, const std::string& reason) {
@@ -68,17 +49,20 @@ CThreadWrapperOfCommand::CThreadWrapperOfCommand(std::string commandRequest,
       set(&commandSet),
       node(target != nullptr ? std::make_shared<const CNode>(*target) : nullptr),
       result(callersResult),
+      call(std::make_shared<NodeCall>(0)),
       timeOut(limit) {}
 
 CThreadWrapperOfCommand::CThreadWrapperOfCommand(std::string commandRequest,
                                                  CShellCommandSet& commandSet, CNode* target,
                                                  std::shared_ptr<CommandOutcome> outcome,
+                                                 std::shared_ptr<NodeCall> theCall,
                                                  unsigned int limit)
     : request(std::move(commandRequest)),
       set(&commandSet),
       node(target != nullptr ? std::make_shared<const CNode>(*target) : nullptr),
       result(nullptr),
       sharedOutcome(std::move(outcome)),
+      call(std::move(theCall)),
       timeOut(limit) {}
 
 void CThreadWrapperOfCommand::operator()() {
@@ -127,19 +111,22 @@ void CThreadWrapperOfCommand::runOnTarget(CResult& outcome) {
         return;
     }
     CNode target(*node);
-    const Identity identity = askIdentity(target, timeOut);
-    if (!identity.mac.empty() && identity.mac != target.getMac()) {
+    target.setCall(call);
+    const std::string mac = askIdentity(target, timeOut);
+    if (!mac.empty() && mac != target.getMac()) {
         outcome.setRunStatus(EXEC_REJECTED);
         outcome.setRunEnd(RunEnd::kWrongMachine);
         outcome.setRunSummary("Node " + target.getName() + ": IP(" + target.getIp() + ") and MAC(" +
                               target.getMac() + ") are not matched!");
         return;
     }
+    const bool hung = call->lastDialFailure() == ChannelError::Kind::kTimedOut;
+    call->noteDial(std::nullopt);
     set->execute(request, &target, outcome, timeOut);
     // A node that hangs, and hung again when the command tried, has not failed the command: it was
     // out of time. Unlike a run that uses up the whole time-out, this one can say why.
-    if (outcome.getRunStatus() == EXEC_FAILURE && !identity.silence.empty() &&
-        outcome.getRunSummary() == identity.silence) {
+    if (outcome.getRunStatus() == EXEC_FAILURE && hung &&
+        call->lastDialFailure() == ChannelError::Kind::kTimedOut) {
         outcome.setRunStatus(EXEC_TIMED_OUT);
     }
 }

@@ -7,6 +7,7 @@ class CNode;
 class CResult;
 class CShellCommandSet;
 class CommandOutcome;
+class NodeCall;
 
 // What one worker thread does for one target of a command: it checks that the node at the
 // configured address is the configured machine, has the command set carry out the command, and
@@ -28,8 +29,10 @@ public:
     // The engine's form, with a place for the outcome that outlives both sides: where the run is
     // too late, or the place is closed, the outcome is dropped. announce() must have been called
     // for each thread that runs such an object.
+    //   theCall  travels with every request to the node; never null
     CThreadWrapperOfCommand(std::string commandRequest, CShellCommandSet& commandSet, CNode* target,
-                            std::shared_ptr<CommandOutcome> outcome, unsigned int limit);
+                            std::shared_ptr<CommandOutcome> outcome,
+                            std::shared_ptr<NodeCall> theCall, unsigned int limit);
 
     // The thread's body.
     void operator()();
@@ -50,5 +53,6 @@ private:
     std::shared_ptr<const CNode> node;
     CResult* result;
     std::shared_ptr<CommandOutcome> sharedOutcome;
+    std::shared_ptr<NodeCall> call;
     unsigned int timeOut;
 };

@@ -22,8 +22,8 @@
 #include "CommandOutcome.h"
 #include "CommandSequence.h"
 #include "Confirmation.h"
+#include "NodeCall.h"
 #include "ResultSink.h"
-#include "SSLClient.h"
 #include "ShellLogging.h"
 #include "StopWatch.h"
 #include "Terminal.h"
@@ -133,7 +133,6 @@ int CommandEngine::executeJob(Job& job, CCommandExecutionContext& request) {
     request.setValidCommand(true);
     Terminal::standard().release();
     log.pointResultsAt(dumps + "cmd_" + std::to_string(sequence.current()) + ".log");
-    SSLClient::setCommandSequence(sequence.current());
     job.set = job.command->getCommandSet();
     job.timeOut = firstNonZero({request.getTimeOut(), job.command->getTimeOut(),
                                 job.set->getTimeOut(), request.getDefaultTimeOut()});
@@ -205,7 +204,8 @@ CommandEngine::Worker CommandEngine::startWorker(const Job& job, CNode* node) {
     worker.result = std::make_unique<CResult>();
     worker.result->setRunStatus(EXEC_TIMED_OUT);
     worker.outcome = std::make_shared<CommandOutcome>();
-    const CThreadWrapperOfCommand body(job.request, *job.set, node, worker.outcome, job.timeOut);
+    const CThreadWrapperOfCommand body(job.request, *job.set, node, worker.outcome,
+                                       std::make_shared<NodeCall>(sequence.current()), job.timeOut);
     while (!worker.thread) {
         CThreadWrapperOfCommand::announce();
         try {

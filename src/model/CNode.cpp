@@ -21,6 +21,7 @@ CNode& CNode::operator=(const CNode& other) {
         mac = other.mac;
         ip = other.ip;
         port = other.port;
+        call = other.call;
     }
     return *this;
 }
@@ -53,4 +54,12 @@ void CNode::setIp(std::string newIp) {
 
 void CNode::setPort(unsigned int newPort) {
     port = newPort;
+}
+
+void CNode::setCall(std::shared_ptr<NodeCall> theCall) {
+    call = std::move(theCall);
+}
+
+const std::shared_ptr<NodeCall>& CNode::getCall() const {
+    return call;
 }

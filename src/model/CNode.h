@@ -1,7 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
+
+class NodeCall;
 
 // One managed machine: its name, the MAC address it must report, and where its agent listens.
 // A plain value. Built and changed on the main thread; workers only read it while a command runs.
@@ -28,9 +31,14 @@ public:
     void setIp(std::string newIp);
     void setPort(unsigned int newPort);
 
+    // What a worker's copy of the node is the target of; null for the nodes of the configuration.
+    void setCall(std::shared_ptr<NodeCall> theCall);
+    const std::shared_ptr<NodeCall>& getCall() const;
+
 private:
     std::string name;
     std::string mac;
     std::string ip;  // an address or a host name
     std::uint32_t port;
+    std::shared_ptr<NodeCall> call;
 };

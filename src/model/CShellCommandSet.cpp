@@ -8,10 +8,10 @@
 #include "CAlreadyExistException.h"
 #include "CNode.h"
 #include "CResult.h"
-#include "CSSLConfig.h"
 #include "CUtil.h"
 #include "CommandText.h"
 #include "ConfigErrorCollector.h"
+#include "NodeAccess.h"
 #include "NodeResult.h"
 #include "SSLClient.h"
 #include "Text.h"
@@ -41,13 +41,6 @@ int localPlatform() {
     }
     const bool is32Bit = machine.size() == 4 && machine[0] == 'i' && machine.substr(2) == "86";
     return is32Bit ? k32Bit : kUnknownPlatform;
-}
-
-unsigned connectTimeOut(unsigned timeOutMs) {
-    if (timeOutMs == 0) {
-        return SSLClient::kConnectTimeOutMs;
-    }
-    return std::clamp(timeOutMs / 3, 1U, SSLClient::kConnectTimeOutMs);
 }
 
 // The line for that platform; false, with the reason in the result, when there is none.
@@ -375,16 +368,14 @@ void CShellCommandSet::runCommand(const CShellCommand& cmd, const std::string& o
             runHere(cmd, options, result);
             return;
         }
-        SSLClient client(node->getIp(), static_cast<int>(node->getPort()),
-                         CSSLConfig::getInstance()->getCertificateFile());
-        client.initAndConnect(connectTimeOut(timeOutMs));
+        const std::unique_ptr<SSLClient> client = nodeaccess::connect(*node, timeOutMs);
         std::string line = cmd.getCommand();
         if (cmd.needToCheck32Or64BitCommand() &&
-            !chooseLine(cmd, checkHardwarePlatformOnSlaveNode(&client),
+            !chooseLine(cmd, checkHardwarePlatformOnSlaveNode(client.get()),
                         "Unknown hardware-platform of slave node.", line, result)) {
             return;
         }
-        client.execute(withOptions(line, options), timeOutMs, &result);
+        client->execute(withOptions(line, options), timeOutMs, &result);
     } catch (const CException& fault) {
         noderesult::fail(result, fault);
     }

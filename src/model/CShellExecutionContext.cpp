@@ -12,8 +12,8 @@
 #include "CNodeGroup.h"
 #include "CShellCommand.h"
 #include "CShellCommandSet.h"
-#include "CSystemEnvironment.h"
 #include "CVersionConfig.h"
+#include "InstallPaths.h"
 
 namespace {
 
@@ -70,9 +70,10 @@ CShellExecutionContext::~CShellExecutionContext() {
 
 void CShellExecutionContext::loadVersion() {
     std::list<std::string> places = {kVersionFile};
-    const CSystemEnvironment environment;
-    if (!environment.isDefaultKelshPathUsed()) {
-        places.push_back(environment.getKelshPath() + kVersionFile);
+    installpaths::reload();
+    const installpaths::Place installed = installpaths::kelsh();
+    if (!installed.isDefault) {
+        places.push_back(installed.path + kVersionFile);
     }
     for (const std::string& place : places) {
         try {

@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "CException.h"
-#include "CNodeSession.h"
 #include "CResult.h"
 #include "CShellCommand.h"
+#include "NodeAccess.h"
 #include "NodeResult.h"
 #include "SSLClient.h"
 
@@ -27,7 +27,7 @@ void AdHocSet::execute(std::string line, CNode* node, CResult& result, unsigned 
         // A line that begins with a bracket could be one of the client's words for files; to the
         // shell of the node a blank in front is nothing.
         const std::string sent = !line.empty() && line.front() == '[' ? " " + line : line;
-        CNodeSession::connect(*node, timeOutMs)->execute(sent, timeOutMs, &result);
+        nodeaccess::connect(*node, timeOutMs)->execute(sent, timeOutMs, &result);
     } catch (const CException& failure) {
         noderesult::fail(result, failure);
     }

@@ -3,10 +3,10 @@
 #include <algorithm>
 
 #include "CNode.h"
-#include "CSSLConfig.h"
 #include "CShellCommandSet_Basic.h"
 #include "CShellExecutionContext.h"
 #include "CUtil.h"
+#include "NodeAccess.h"
 #include "NodeResult.h"
 #include "PathText.h"
 #include "SSLClient.h"
@@ -72,17 +72,9 @@ CNodeSession::CNodeSession(CNode* target, unsigned int timeOut)
 
 CNodeSession::~CNodeSession() = default;
 
-std::unique_ptr<SSLClient> CNodeSession::connect(const CNode& node, unsigned int timeOutMs) {
-    auto client = std::make_unique<SSLClient>(node.getIp(), static_cast<int>(node.getPort()),
-                                              CSSLConfig::getInstance()->getCertificateFile());
-    const unsigned int limit = SSLClient::kConnectTimeOutMs;
-    client->initAndConnect(timeOutMs == 0 ? limit : std::clamp(timeOutMs / 3, 1U, limit));
-    return client;
-}
-
 SSLClient& CNodeSession::agent() {
     if (!client) {
-        client = connect(node, timeOutMs);
+        client = nodeaccess::connect(node, timeOutMs);
     }
     return *client;
 }

@@ -49,9 +49,6 @@ public:
     CNodeSession& operator=(const CNodeSession&) = delete;
     ~CNodeSession();
 
-    // A client that is connected; the connect deadline is at most a third of the time-out.
-    static std::unique_ptr<SSLClient> connect(const CNode& node, unsigned int timeOutMs);
-
     // The session's own connection. Do not keep it beyond the next call of a member.
     SSLClient& agent();
     std::string nodeName() const;

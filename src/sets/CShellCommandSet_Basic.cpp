@@ -6,13 +6,13 @@
 #include "CException.h"
 #include "CNode.h"
 #include "CNodeGroup.h"
-#include "CNodeSession.h"
 #include "CResult.h"
 #include "CShellCommand.h"
 #include "CShellExecutionContext.h"
 #include "CUtil.h"
 #include "ChildProcess.h"
 #include "CommandTable.h"
+#include "NodeAccess.h"
 #include "NodeResult.h"
 #include "SSLClient.h"
 
@@ -27,7 +27,7 @@ void saveFile(CNode& node, const std::string& path, CResult& result, unsigned in
         return;
     }
     try {
-        CNodeSession::connect(node, timeOut)->execute("[savefile]" + path, timeOut, &result);
+        nodeaccess::connect(node, timeOut)->execute("[savefile]" + path, timeOut, &result);
     } catch (const CException& failure) {
         noderesult::fail(result, failure);
     }
@@ -36,7 +36,7 @@ void saveFile(CNode& node, const std::string& path, CResult& result, unsigned in
 void getFile(CNode& node, const std::string& path, CResult& result, unsigned int timeOut) {
     const bool existed = CUtil::isFileExisted(path);
     try {
-        CNodeSession::connect(node, timeOut)->execute("[getfile]" + path, timeOut, &result);
+        nodeaccess::connect(node, timeOut)->execute("[getfile]" + path, timeOut, &result);
     } catch (const CException& failure) {
         noderesult::fail(result, failure);
     }

@@ -63,23 +63,11 @@ SSLClient::~SSLClient() {
     --script().liveClients;
 }
 
-void SSLClient::setPrivateKeyFile(std::string) {}
-
-void SSLClient::setCommandSequence(unsigned int) {}
-
 void SSLClient::initAndConnect() {
-    initAndConnect(0);
-}
-
-void SSLClient::initAndConnect(unsigned int) {
     const std::lock_guard<std::mutex> lock(script().mutex);
     if (script().agents.count(ip) == 0) {
         throw CException("no agent at " + ip);
     }
-}
-
-void SSLClient::setUninterruptible(bool value) {
-    uninterruptible = value;
 }
 
 void SSLClient::execute(std::string commandLine, unsigned int timeOut, CResult* result) {
@@ -105,10 +93,6 @@ void SSLClient::executeEncryptedBinary(std::string, std::string, std::string,
 }
 
 std::string SSLClient::getKelNodeMacAddress(std::string nodeIp) {
-    return getKelNodeMacAddress(nodeIp, 0);
-}
-
-std::string SSLClient::getKelNodeMacAddress(std::string nodeIp, unsigned int) {
     const std::lock_guard<std::mutex> lock(script().mutex);
     return script().agents[nodeIp].mac;
 }

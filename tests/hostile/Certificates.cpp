@@ -14,6 +14,7 @@
 #include "Figure.h"
 #include "Issuer.h"
 #include "LocalAgent.h"
+#include "SocketDial.h"
 #include "TlsSocket.h"
 
 namespace {
@@ -175,7 +176,7 @@ void judgeByTls(const LocalAgent& agent, const TlsFiles& files, Verdicts& verdic
             SSL_set_alpn_protos(ssl.get(), reinterpret_cast<const unsigned char*>(alpn.data()),
                                 static_cast<unsigned int>(alpn.size()));
         }
-        const UniqueFd fd = tlssocket::connect(agent.ip(), agent.port(), LocalAgent::soon());
+        const UniqueFd fd = SocketDial::connect(agent.ip(), agent.port(), LocalAgent::soon());
         const int flags = ::fcntl(fd.get(), F_GETFL);
         ::fcntl(fd.get(), F_SETFL, flags & ~O_NONBLOCK);
         SSL_set_fd(ssl.get(), fd.get());

@@ -11,6 +11,7 @@
 #include "FreedBy.h"
 #include "LocalAgent.h"
 #include "Processes.h"
+#include "SocketDial.h"
 #include "TlsSocket.h"
 
 namespace {
@@ -22,7 +23,7 @@ long change(const LocalAgent& agent, long count, long& most) {
     files.certificateFile = agent.masterCertificate();
     const std::shared_ptr<TlsContext> context = TlsContext::client(files);
     const FreedBy<SSL, SSL_free> ssl(SSL_new(context->get()));
-    const UniqueFd fd = tlssocket::connect(agent.ip(), agent.port(), LocalAgent::soon());
+    const UniqueFd fd = SocketDial::connect(agent.ip(), agent.port(), LocalAgent::soon());
     static_cast<void>(::fcntl(fd.get(), F_SETFL, ::fcntl(fd.get(), F_GETFL) & ~O_NONBLOCK));
     // It raises no SIGPIPE.
     BIO* const bio = tlssocket::newBio(fd.get());

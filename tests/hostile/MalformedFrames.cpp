@@ -19,6 +19,7 @@
 #include "FreedBy.h"
 #include "LocalAgent.h"
 #include "Processes.h"
+#include "SocketDial.h"
 #include "TlsSocket.h"
 
 namespace {

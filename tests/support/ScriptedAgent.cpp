@@ -57,22 +57,10 @@ SSLClient::~SSLClient() {
     --ScriptedAgent::instance().liveClients;
 }
 
-void SSLClient::setPrivateKeyFile(std::string) {}
-
-void SSLClient::setCommandSequence(unsigned int) {}
-
 void SSLClient::initAndConnect() {
-    initAndConnect(0);
-}
-
-void SSLClient::initAndConnect(unsigned int) {
     if (!ScriptedAgent::instance().connectFailure.empty()) {
         throw CException(ScriptedAgent::instance().connectFailure);
     }
-}
-
-void SSLClient::setUninterruptible(bool value) {
-    uninterruptible = value;
 }
 
 void SSLClient::execute(std::string commandLine, unsigned int timeOut, CResult* result) {
@@ -126,9 +114,5 @@ void SSLClient::executeEncryptedBinary(std::string preCommand, std::string argum
 }
 
 std::string SSLClient::getKelNodeMacAddress(std::string) {
-    return "";
-}
-
-std::string SSLClient::getKelNodeMacAddress(std::string, unsigned int) {
     return "";
 }

@@ -36,23 +36,11 @@ SSLClient::~SSLClient() {
     --scripted::node().liveClients;
 }
 
-void SSLClient::setPrivateKeyFile(std::string) {}
-
-void SSLClient::setCommandSequence(unsigned int) {}
-
 void SSLClient::initAndConnect() {
-    initAndConnect(0);
-}
-
-void SSLClient::initAndConnect(unsigned int timeOutMs) {
-    scripted::node().connectTimeOutsMs.push_back(timeOutMs);
+    scripted::node().connectTimeOutsMs.push_back(connectLimitMs);
     if (!scripted::node().connectFailure.empty()) {
         throw CException(scripted::node().connectFailure);
     }
-}
-
-void SSLClient::setUninterruptible(bool value) {
-    uninterruptible = value;
 }
 
 void SSLClient::execute(std::string commandLine, unsigned int timeOut, CResult* result) {
@@ -75,10 +63,6 @@ void SSLClient::executeEncryptedBinary(std::string, std::string, std::string,
     throw CException("The scripted node runs no packaged tools.");
 }
 
-std::string SSLClient::getKelNodeMacAddress(std::string nodeIp) {
-    return getKelNodeMacAddress(nodeIp, 0);
-}
-
-std::string SSLClient::getKelNodeMacAddress(std::string, unsigned int) {
+std::string SSLClient::getKelNodeMacAddress(std::string) {
     return "";
 }

@@ -7,6 +7,7 @@
 #include "CException.h"
 #include "CUtil.h"
 #include "LocalAgent.h"
+#include "NodeCall.h"
 #include "SecretMask.h"
 #include "TestPaths.h"
 
@@ -46,9 +47,12 @@ protected:
             std::string(KELSH_BINARY_DIR) + "/bin/kelnode --verify-audit " + file(), &output,
             &output);
     }
-    std::string run(const std::string& command) const {
+    std::string run(const std::string& command, std::uint32_t number = 0) const {
+        SSLClient client(agent.ip(), agent.port(), agent.masterCertificate());
+        client.workFor(std::make_shared<NodeCall>(number));
+        client.initAndConnect(10000);
         CResult result;
-        agent.connect()->execute(command, 20000, &result);
+        client.execute(command, 20000, &result);
         return result.getRunSummary();
     }
     std::unique_ptr<TlsChannel> start(const std::string& command, std::uint8_t flags = 0) const {
@@ -65,9 +69,7 @@ protected:
 }  // namespace
 
 TEST_F(AgentAudit, StartIsOnDiskBeforeTheJobRunsAndTheEndBeforeItsResult) {
-    SSLClient::setCommandSequence(77);
-    const std::string seen = run("cat " + file());
-    SSLClient::setCommandSequence(0);
+    const std::string seen = run("cat " + file(), 77);
     EXPECT_NE(seen.find("\"event\":\"start\""), std::string::npos) << seen;
     EXPECT_NE(seen.find("\"what\":\"cat " + file() + "\""), std::string::npos) << seen;
     EXPECT_EQ(seen.find("\"event\":\"end\""), std::string::npos) << seen;

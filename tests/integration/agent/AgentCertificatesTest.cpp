@@ -5,6 +5,7 @@
 
 #include "CException.h"
 #include "LocalAgent.h"
+#include "SocketDial.h"
 #include "TlsSocket.h"
 
 // Certificates over time: revoked, renewed, rolled over, about to expire.
@@ -109,7 +110,7 @@ TEST_F(AgentCertificates, RevocationCutsTheConnectionOfAFlashButNotTheFlash) {
 TEST_F(AgentCertificates, SessionThatBeganBeforeTheReloadIsJudgedByTheNewList) {
     const TestPki::Identity lost = agent.pki().master("lost");
     // Accepted by the agent before the list comes, authenticated afterwards.
-    const auto connected = tlssocket::connect(agent.ip(), agent.port(), LocalAgent::soon());
+    const auto connected = SocketDial::connect(agent.ip(), agent.port(), LocalAgent::soon());
     const std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context(
         SSL_CTX_new(TLS_client_method()), &SSL_CTX_free);
     ASSERT_EQ(

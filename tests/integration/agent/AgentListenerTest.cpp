@@ -5,8 +5,9 @@
 
 #include "CException.h"
 #include "CUtil.h"
-#include "ConnectionPool.h"
+#include "Dialer.h"
 #include "LocalAgent.h"
+#include "SocketDial.h"
 #include "TestPaths.h"
 #include "TlsSocket.h"
 
@@ -15,7 +16,7 @@ namespace {
 std::vector<UniqueFd> dialMany(const LocalAgent& agent, int count) {
     std::vector<UniqueFd> connections;
     for (int i = 0; i < count; ++i) {
-        connections.push_back(tlssocket::connect(agent.ip(), agent.port(), LocalAgent::soon()));
+        connections.push_back(SocketDial::connect(agent.ip(), agent.port(), LocalAgent::soon()));
     }
     return connections;
 }
@@ -65,7 +66,7 @@ TEST_F(AgentListener, ConnectionsThatBeginNoHandshakeCostNoProcess) {
             ASSERT_EQ(::send(connection.get(), &hello[length], 1, MSG_NOSIGNAL), 1);
         }
         EXPECT_EQ(echo(agent), "served\n");
-        ConnectionPool::instance().clear();
+        Dialer::process().pool().clear();
         EXPECT_TRUE(waitFor([&] { return agent.processes("kelnode-session").empty(); }));
     }
     for (const UniqueFd& connection : silent) {
@@ -78,7 +79,7 @@ TEST_F(AgentListener, ConnectionsThatBeginNoHandshakeCostNoProcess) {
 }
 
 TEST_F(AgentListener, TimeForTheHandshakeCountsFromTheBeginning) {
-    const UniqueFd slow = tlssocket::connect(agent.ip(), agent.port(), LocalAgent::soon());
+    const UniqueFd slow = SocketDial::connect(agent.ip(), agent.port(), LocalAgent::soon());
     const auto start = TlsChannel::Clock::now();
     // Half a greeting, and late: enough for a session, which gets only the time that is left.
     std::string half = std::string("\x16\x03\x01\x01\x00\x01\x00\x00\xfc\x03\x03", 11);
@@ -91,7 +92,7 @@ TEST_F(AgentListener, TimeForTheHandshakeCountsFromTheBeginning) {
 }
 
 TEST_F(AgentListener, WhoDoesNotSpeakTlsIsCutAtOnce) {
-    const UniqueFd stranger = tlssocket::connect(agent.ip(), agent.port(), LocalAgent::soon());
+    const UniqueFd stranger = SocketDial::connect(agent.ip(), agent.port(), LocalAgent::soon());
     const std::string request = "GET / HTTP/1.1\r\n\r\n";
     ASSERT_EQ(::write(stranger.get(), request.data(), request.size()),
               static_cast<ssize_t>(request.size()));

@@ -7,10 +7,11 @@
 
 #include "CException.h"
 #include "CUtil.h"
-#include "ConnectionPool.h"
+#include "Dialer.h"
 #include "LocalAgent.h"
 #include "NetworkSide.h"
 #include "Sanitizers.h"
+#include "SocketDial.h"
 #include "TlsSocket.h"
 
 // The process between a session and the network: what it may do, and what its fall takes along.
@@ -39,7 +40,7 @@ bool takesKeyUpdates(const LocalAgent& agent, int count) {
     files.certificateFile = agent.masterCertificate();
     const std::shared_ptr<TlsContext> context = TlsContext::client(files);
     const FreedBy<SSL, SSL_free> ssl(SSL_new(context->get()));
-    const UniqueFd fd = tlssocket::connect(agent.ip(), agent.port(), LocalAgent::soon());
+    const UniqueFd fd = SocketDial::connect(agent.ip(), agent.port(), LocalAgent::soon());
     ::fcntl(fd.get(), F_SETFL, ::fcntl(fd.get(), F_GETFL) & ~O_NONBLOCK);
     // It raises no SIGPIPE.
     BIO* const bio = tlssocket::newBio(fd.get());
@@ -241,7 +242,7 @@ TEST_F(AgentNetworkSide, EndsWithItsSession) {
 TEST_F(AgentNetworkSide, LeavesNobodyBehind) {
     for (int i = 0; i < 10; ++i) {
         EXPECT_EQ(echo(), "served\n");
-        ConnectionPool::instance().clear();
+        Dialer::process().pool().clear();
     }
     EXPECT_TRUE(isTidy());
 }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "LocalAgent.h"
+#include "SocketDial.h"
 #include "TlsSocket.h"
 
 namespace {
@@ -145,7 +146,7 @@ TEST_F(AgentProtocol, ShellThatDoesNotGreetIsDisconnected) {
 
 TEST_F(AgentProtocol, GarbageInsteadOfTlsEndsOnlyThatConnection) {
     {
-        const UniqueFd raw = tlssocket::connect(agent.ip(), agent.port(), LocalAgent::soon());
+        const UniqueFd raw = SocketDial::connect(agent.ip(), agent.port(), LocalAgent::soon());
         const std::string garbage(1000, 'x');
         ASSERT_EQ(::write(raw.get(), garbage.data(), garbage.size()), 1000);
         ASSERT_TRUE(agent.waitForLog("127.0.0.1"));

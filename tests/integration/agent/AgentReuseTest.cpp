@@ -8,8 +8,9 @@
 #include <gtest/gtest.h>
 
 #include "CException.h"
-#include "ConnectionPool.h"
+#include "Dialer.h"
 #include "LocalAgent.h"
+#include "NodeCall.h"
 #include "SilentPeers.h"
 #include "WaitFor.h"
 
@@ -23,16 +24,21 @@ LocalAgent::Options withAudit() {
 
 class AgentReuse : public testing::Test {
 protected:
-    ~AgentReuse() override {
-        SSLClient::setCommandSequence(0);
-        ConnectionPool::instance().clear();
-    }
+    ~AgentReuse() override { Dialer::process().pool().clear(); }
 
+    // A client that is connected, for the command of that number.
+    std::unique_ptr<SSLClient> client(std::uint32_t number) const {
+        auto made =
+            std::make_unique<SSLClient>(agent.ip(), agent.port(), agent.masterCertificate());
+        made->workFor(std::make_shared<NodeCall>(number));
+        made->initAndConnect(10000);
+        return made;
+    }
     // The output of a command, or what the client says of its failure.
-    std::string run(const std::string& command) const {
+    std::string run(const std::string& command, std::uint32_t number = 0) const {
         try {
             CResult result;
-            agent.connect()->execute(command, 20000, &result);
+            client(number)->execute(command, 20000, &result);
             return result.getRunSummary();
         } catch (const CException& fault) {
             return fault.getErrMsg();
@@ -68,9 +74,9 @@ protected:
 
 TEST_F(AgentReuse, OneSessionServesManyCommandsUnderTheirOwnNumbers) {
     for (const unsigned int number : {11U, 12U, 12U, 13U}) {
-        SSLClient::setCommandSequence(number);
-        EXPECT_EQ(agent.connect()->getKelNodeMacAddress(agent.ip()), "");
-        EXPECT_EQ(run("echo as " + std::to_string(number)), "as " + std::to_string(number) + "\n");
+        EXPECT_EQ(client(number)->getKelNodeMacAddress(agent.ip()), "");
+        EXPECT_EQ(run("echo as " + std::to_string(number), number),
+                  "as " + std::to_string(number) + "\n");
     }
     EXPECT_EQ(agent.processes("kelnode-session").size(), 1U);
     for (const unsigned int number : {11U, 12U, 13U}) {
@@ -144,10 +150,10 @@ TEST_F(AgentReuse, ASilentAgentServesTheNextAttemptWhenItIsBack) {
         SSLClient client(agent.ip(), agent.port(), agent.masterCertificate());
         EXPECT_THROW(client.initAndConnect(SilentPeers::kSilenceMs), CException);
     }
-    EXPECT_EQ(SilentPeers::instance().size(), 1U);
+    EXPECT_EQ(Dialer::process().silentPeers().size(), 1U);
     agent.signal(SIGCONT);
     EXPECT_TRUE(waitFor([&] { return run("echo one") == "one\n"; }));
-    EXPECT_EQ(SilentPeers::instance().size(), 0U);
+    EXPECT_EQ(Dialer::process().silentPeers().size(), 0U);
 }
 
 TEST_F(AgentReuse, ARevokedMasterIsRefusedWhateverRests) {
@@ -155,7 +161,7 @@ TEST_F(AgentReuse, ARevokedMasterIsRefusedWhateverRests) {
     CResult result;
     agent.connect(lost.certificateFile)->execute("true", 20000, &result);
     EXPECT_EQ(run("echo other"), "other\n");
-    EXPECT_EQ(ConnectionPool::instance().size(), 2U);
+    EXPECT_EQ(Dialer::process().pool().size(), 2U);
     agent.pki().revoke({lost.serial});
     // In force at the agent alone: the shell's files are as they were.
     const std::string made = std::filesystem::path(agent.pki().caFile()).parent_path() / "crl.pem";

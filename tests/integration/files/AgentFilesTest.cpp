@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "CException.h"
-#include "ConnectionPool.h"
+#include "Dialer.h"
 #include "FileDigest.h"
 #include "LocalAgent.h"
 #include "Sanitizers.h"
@@ -407,10 +407,10 @@ TEST_F(AgentFiles, MemoryDoesNotGrowWithTheFile) {
             return peaks;
         };
         const Peaks small = transfer(32 * kMebi);
-        ConnectionPool::instance().clear();
+        Dialer::process().pool().clear();
         ASSERT_TRUE(waitFor([&] { return agent.processes("kelnode-network").empty(); }));
         const Peaks large = transfer(512 * kMebi);
-        ConnectionPool::instance().clear();
+        Dialer::process().pool().clear();
         ASSERT_TRUE(waitFor([&] { return agent.processes("kelnode-network").empty(); }));
         constexpr long kBoundKib = 32 * 1024;
         // The address sanitizer keeps memory that was given back for a while, up to its default of

@@ -5,6 +5,8 @@
 #include <gtest/gtest.h>
 
 #include "ConnectionPool.h"
+#include "Dialer.h"
+#include "NodeCall.h"
 #include "SSLClient.h"
 #include "TlsFixture.h"
 
@@ -15,10 +17,7 @@ using std::chrono::milliseconds;
 
 class ConnectionReuse : public TlsFixture {
 protected:
-    ~ConnectionReuse() override {
-        SSLClient::setCommandSequence(0);
-        ConnectionPool::instance().clear();
-    }
+    ~ConnectionReuse() override { Dialer::process().pool().clear(); }
 
     // What a client of its own has to say about one command; "" where all is well.
     static std::string run(SSLClient&& client, const std::string& line) {
@@ -96,8 +95,9 @@ TEST_F(ConnectionReuse, ClientsThatLiveAtTheSameTimeHaveConnectionsOfTheirOwn) {
 TEST_F(ConnectionReuse, EachCommandComesUnderItsOwnNumber) {
     FakeNodeAgent agent(filesOf(node), fake.script());
     for (const unsigned int number : {0U, 7U, 7U, 8U, 0U}) {
-        SSLClient::setCommandSequence(number);
-        EXPECT_EQ("", run(clientOf(agent), "true"));
+        SSLClient client = clientOf(agent);
+        client.workFor(std::make_shared<NodeCall>(number));
+        EXPECT_EQ("", run(std::move(client), "true"));
     }
     EXPECT_THAT(fake.numbers(), testing::ElementsAre(0U, 7U, 7U, 8U, 0U));
     EXPECT_EQ(1, agent.accepted());
@@ -108,7 +108,7 @@ TEST_F(ConnectionReuse, EachCommandComesUnderItsOwnNumber) {
 TEST_F(ConnectionReuse, AConnectionThatAskedNothingIsNotKept) {
     FakeNodeAgent agent(filesOf(node), fake.script());
     clientOf(agent).initAndConnect();
-    EXPECT_EQ(0U, ConnectionPool::instance().size());
+    EXPECT_EQ(0U, Dialer::process().pool().size());
 }
 
 TEST_F(ConnectionReuse, NothingIsKeptAfterATimeOutARefusalOrAFault) {
@@ -148,7 +148,7 @@ TEST_F(ConnectionReuse, NothingIsKeptAfterATimeOutARefusalOrAFault) {
                 // Some of them throw, some are told in the result.
             }
         }
-        EXPECT_EQ(0U, ConnectionPool::instance().size());
+        EXPECT_EQ(0U, Dialer::process().pool().size());
     }
 }
 
@@ -286,9 +286,9 @@ TEST_F(ConnectionReuse, AnotherCertificateOrKeyHasConnectionsOfItsOwn) {
     pki.master("master");
     EXPECT_EQ("", run(clientOf(agent), "true"));
     EXPECT_EQ(3, agent.accepted());
-    SSLClient::setPrivateKeyFile(master.keyFile);
+    Dialer::process().setPrivateKeyFile(master.keyFile);
     EXPECT_EQ("", run(clientOf(agent), "true"));
-    SSLClient::setPrivateKeyFile("");
+    Dialer::process().setPrivateKeyFile("");
     EXPECT_EQ(4, agent.accepted());
 }
 
@@ -341,7 +341,7 @@ TEST_F(ConnectionReuse, ManyThreadsShareThePoolOfManyAgents) {
         thread.join();
     }
     EXPECT_EQ(kThreads * 20, good);
-    EXPECT_LE(ConnectionPool::instance().size(), static_cast<std::size_t>(kAgents));
+    EXPECT_LE(Dialer::process().pool().size(), static_cast<std::size_t>(kAgents));
 }
 
 TEST_F(ConnectionPoolTest, GivesBackWhatItWasGiven) {

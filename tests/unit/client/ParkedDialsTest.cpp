@@ -4,10 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "BlackHoles.h"
 #include "ParkedDials.h"
-#include "TlsChannel.h"
-#include "TlsSocket.h"
+#include "SocketDial.h"
 
 namespace {
 
@@ -16,17 +14,6 @@ using Clock = ParkedDials::Clock;
 
 UniqueFd someSocket() {
     return UniqueFd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-}
-
-// The kind of error with which connecting ends.
-ChannelError::Kind kindOf(const BlackHoles::Address& hole, unsigned long timeOutMs) {
-    try {
-        tlssocket::connect(hole.ip, hole.port, TlsChannel::after(timeOutMs));
-    } catch (const ChannelError& error) {
-        return error.kind();
-    }
-    ADD_FAILURE() << "connected to a black hole";
-    return ChannelError::Kind::kFailed;
 }
 
 class Listening {
@@ -53,20 +40,23 @@ private:
 }  // namespace
 
 TEST(ParkedDials, KeepsOneForEachPeerAndNoMoreThanItsBound) {
+    const Listening peer;
     ParkedDials dials(2);
-    const Clock::time_point later = Clock::now() + std::chrono::hours(1);
-    for (const char* peer : {"a:1", "b:1"}) {
-        ParkedDials::Dial dial{someSocket(), later};
-        EXPECT_TRUE(dials.park(peer, dial));
-        EXPECT_FALSE(dial.socket);
+    const auto begin = [&] {
+        return SocketDial("127.0.0.1", peer.port(), Clock::now() + std::chrono::hours(1), nullptr);
+    };
+    for (const char* name : {"a:1", "b:1"}) {
+        SocketDial dial = begin();
+        EXPECT_TRUE(dials.park(name, dial));
+        EXPECT_EQ(-1, dial.descriptor());
     }
-    ParkedDials::Dial third{someSocket(), later};
+    SocketDial third = begin();
     EXPECT_FALSE(dials.park("c:1", third));
-    EXPECT_TRUE(third.socket);
-    EXPECT_TRUE(dials.take("a:1").socket);
-    EXPECT_FALSE(dials.take("a:1").socket);
+    EXPECT_NE(-1, third.descriptor());
+    EXPECT_TRUE(dials.take("a:1"));
+    EXPECT_FALSE(dials.take("a:1"));
     EXPECT_FALSE(dials.park("b:1", third));
-    EXPECT_TRUE(third.socket);
+    EXPECT_NE(-1, third.descriptor());
     EXPECT_TRUE(dials.park("a:1", third));
 }
 
@@ -74,65 +64,4 @@ TEST(ParkedDials, WhoIsNotParkedIsNotWaitedFor) {
     const ParkedDials dials(2);
     EXPECT_THAT(dials.awaitAnswers({"a:1", "b:1"}), testing::ElementsAre(0U, 1U));
     EXPECT_THAT(dials.awaitAnswers({}), testing::IsEmpty());
-}
-
-TEST(DialPatience, LastsAsLongAsTheObject) {
-    EXPECT_FALSE(DialPatience::ofThisThread());
-    {
-        const DialPatience outer{milliseconds(7)};
-        {
-            const DialPatience inner{milliseconds(3)};
-            EXPECT_EQ(milliseconds(3), DialPatience::ofThisThread());
-        }
-        EXPECT_EQ(milliseconds(7), DialPatience::ofThisThread());
-    }
-    EXPECT_FALSE(DialPatience::ofThisThread());
-}
-
-TEST(DialPatience, WithoutItASilentPeerIsWaitedFor) {
-    const BlackHoles holes(1);
-    EXPECT_EQ(ChannelError::Kind::kNoAnswer, kindOf(holes.addresses().front(), 100));
-}
-
-TEST(DialPatience, ASilentPeerIsParkedAndItsTimeGoesOn) {
-    const BlackHoles holes(1);
-    const BlackHoles::Address hole = holes.addresses().front();
-    const Clock::time_point begun = Clock::now();
-    const DialPatience patience{milliseconds(10)};
-    EXPECT_EQ(ChannelError::Kind::kPending, kindOf(hole, 400));
-    EXPECT_LT(Clock::now() - begun, milliseconds(400));
-    EXPECT_EQ(ChannelError::Kind::kPending, kindOf(hole, 60000));
-    const std::vector<std::string> peers = {tlssocket::join(hole.ip, hole.port)};
-    EXPECT_THAT(ParkedDials::instance().awaitAnswers(peers), testing::ElementsAre(0U));
-    EXPECT_GE(Clock::now() - begun, milliseconds(400));
-    // The time of the first attempt counts.
-    EXPECT_EQ(ChannelError::Kind::kNoAnswer, kindOf(hole, 60000));
-    EXPECT_LT(Clock::now() - begun, std::chrono::seconds(20));
-    EXPECT_FALSE(ParkedDials::instance().take(peers.front()).socket);
-}
-
-TEST(DialPatience, APeerThatAnswersIsConnectedAsEver) {
-    const Listening peer;
-    const DialPatience patience{milliseconds(0)};
-    // No patience at all: it may have to be taken up, and is then connected.
-    UniqueFd connected;
-    for (int i = 0; i < 100 && !connected; ++i) {
-        try {
-            connected = tlssocket::connect("127.0.0.1", peer.port(), TlsChannel::after(20000));
-        } catch (const ChannelError& error) {
-            ASSERT_EQ(ChannelError::Kind::kPending, error.kind()) << error.getErrMsg();
-            ParkedDials::instance().awaitAnswers({tlssocket::join("127.0.0.1", peer.port())});
-        }
-    }
-    EXPECT_TRUE(connected);
-}
-
-TEST(DialPatience, ARefusedPortIsReportedAtOnce) {
-    int port = 0;
-    {
-        const Listening closing;
-        port = closing.port();
-    }
-    const DialPatience patience{milliseconds(1000)};
-    EXPECT_EQ(ChannelError::Kind::kUnreachable, kindOf({"127.0.0.1", port}, 20000));
 }

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "BlackHoles.h"
+#include "NodeCall.h"
 #include "SSLClient.h"
 #include "SilentPeers.h"
 #include "TlsFixture.h"
@@ -388,10 +389,9 @@ TEST_F(SSLClientTest, TellsTheNodeWhoIsAsking) {
         const std::lock_guard<std::mutex> lock(mutex);
         heard = hello;
     });
-    SSLClient::setCommandSequence(42);
     SSLClient client = clientOf(agent);
+    client.workFor(std::make_shared<NodeCall>(42));
     client.initAndConnect();
-    SSLClient::setCommandSequence(0);
     EXPECT_TRUE(eventually([&] {
         const std::lock_guard<std::mutex> lock(mutex);
         return heard.sequence == 42;

@@ -11,6 +11,7 @@
 #include "CSSLConfig.h"
 #include "CThreadWrapperOfCommand.h"
 #include "CommandOutcome.h"
+#include "NodeCall.h"
 #include "ShellFixture.h"
 #include "StopWatch.h"
 #include "TlsFixture.h"
@@ -121,7 +122,8 @@ TEST_F(CThreadWrapperOfCommandTest, ClosedPlaceTakesNoOutcome) {
     const unsigned int before = CThreadWrapperOfCommand::running();
     CThreadWrapperOfCommand::announce();
     EXPECT_EQ(before + 1, CThreadWrapperOfCommand::running());
-    CThreadWrapperOfCommand("look", set, nullptr, place, 1000)();
+    const auto call = std::make_shared<NodeCall>(0);
+    CThreadWrapperOfCommand("look", set, nullptr, place, call, 1000)();
     EXPECT_EQ(before, CThreadWrapperOfCommand::running());
     EXPECT_FALSE(place->close(&result));
     EXPECT_EQ(EXEC_TIMED_OUT, result.getRunStatus());

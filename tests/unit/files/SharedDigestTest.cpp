@@ -13,7 +13,7 @@
 #include "CException.h"
 #include "FileSource.h"
 #include "Protocol.h"
-#include "SharedDigest.h"
+#include "SharedDigests.h"
 #include "TempDir.h"
 
 namespace {
@@ -70,31 +70,34 @@ TEST(SharedDigest, EmptyFileHasOne) {
 }
 
 TEST(SharedDigest, IsSharedByThoseWhoHaveTheSameStateOfTheSameFile) {
+    SharedDigests digests;
     const TempDir directory;
     const std::string path = directory.file("a");
     std::ofstream(path) << "text";
     std::ofstream(directory.file("b")) << "text";
-    const auto first = SharedDigest::of(stateOf(path));
-    EXPECT_EQ(first, SharedDigest::of(stateOf(path)));
-    EXPECT_NE(first, SharedDigest::of(stateOf(directory.file("b"))));
+    const auto first = digests.of(stateOf(path));
+    EXPECT_EQ(first, digests.of(stateOf(path)));
+    EXPECT_NE(first, digests.of(stateOf(directory.file("b"))));
     const timespec past[2] = {{1000, 0}, {1000, 0}};
     ASSERT_EQ(0, ::utimensat(AT_FDCWD, path.c_str(), past, 0));
-    EXPECT_NE(first, SharedDigest::of(stateOf(path)));
+    EXPECT_NE(first, digests.of(stateOf(path)));
 }
 
 TEST(SharedDigest, IsForgottenWithItsLastUser) {
+    SharedDigests digests;
     const TempDir directory;
     const std::string path = directory.file("a");
     std::ofstream(path) << "text";
-    auto first = SharedDigest::of(stateOf(path));
+    auto first = digests.of(stateOf(path));
     add(*first, 0, "text");
     first.reset();
-    const auto second = SharedDigest::of(stateOf(path));
+    const auto second = digests.of(stateOf(path));
     add(*second, 0, "other");
     EXPECT_EQ(digestOf("other"), second->finish());
 }
 
 TEST(SharedDigest, ManyReadersAtTheirOwnPaceAllGetIt) {
+    SharedDigests digests;
     const TempDir directory;
     const std::string path = directory.file("a");
     std::string content;
@@ -109,7 +112,7 @@ TEST(SharedDigest, ManyReadersAtTheirOwnPaceAllGetIt) {
     readers.reserve(kReaders);
     for (int i = 0; i < kReaders; ++i) {
         readers.emplace_back([&, i] {
-            FileSource source(path);
+            FileSource source(path, &digests);
             std::string frame;
             std::string read;
             while (source.nextFrame(frame)) {
@@ -131,12 +134,13 @@ TEST(SharedDigest, ManyReadersAtTheirOwnPaceAllGetIt) {
 }
 
 TEST(SharedDigest, FileThatChangesUnderItsReadersIsNotTakenForWhole) {
+    SharedDigests digests;
     const TempDir directory;
     const std::string path = directory.file("a");
     const std::string before(3 * protocol::kDataChunkBytes, 'a');
     std::ofstream(path) << before;
-    FileSource ahead(path);
-    FileSource behind(path);
+    FileSource ahead(path, &digests);
+    FileSource behind(path, &digests);
     std::string frame;
     while (ahead.nextFrame(frame)) {
     }

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
 
+#include "SocketDial.h"
 #include "TlsChannel.h"
 #include "TlsFixture.h"
 #include "TlsSocket.h"
@@ -86,36 +87,11 @@ TEST_F(TlsChannelTest, KnowsItsPeer) {
     EXPECT_EQ("master", name);
 }
 
-TEST_F(TlsChannelTest, OneContextServesTheProcessUntilAFileIsReplaced) {
-    const auto first = clientContext();
-    EXPECT_EQ(first, clientContext());
-    const std::string aside = directory.file("aside.pem");
-    std::filesystem::copy_file(master.certificateFile, aside);
-    std::filesystem::rename(aside, master.certificateFile);
-    const auto second = clientContext();
-    EXPECT_NE(first, second);
-    EXPECT_EQ(second, clientContext());
-}
-
-TEST_F(TlsChannelTest, OneContextServesManyThreads) {
-    std::vector<std::thread> threads;
-    std::vector<std::shared_ptr<TlsContext>> contexts(32);
-    for (auto& context : contexts) {
-        threads.emplace_back([&] { context = clientContext(); });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    for (const auto& context : contexts) {
-        EXPECT_EQ(contexts.front(), context);
-    }
-}
-
 TEST_F(TlsChannelTest, SpeaksNothingButItsOwnApplication) {
     FakeNodeAgent agent(filesOf(node), &echo);
     for (const char* offer : {"\x08http/1.1", ""}) {
         const UniqueFd socket =
-            tlssocket::connect("127.0.0.1", agent.port(), FakeNodeAgent::soon());
+            SocketDial::connect("127.0.0.1", agent.port(), FakeNodeAgent::soon());
         const std::unique_ptr<SSL, void (*)(SSL*)> ssl(SSL_new(clientContext()->get()), &SSL_free);
         // An empty list of the connection's own would not undo the context's.
         const std::string list = *offer != '\0' ? offer : "\x01x";
@@ -130,7 +106,7 @@ TEST_F(TlsChannelTest, SpeaksNothingButItsOwnApplication) {
 
 TEST_F(TlsChannelTest, OlderTlsIsRefused) {
     FakeNodeAgent agent(filesOf(node), &echo);
-    const UniqueFd socket = tlssocket::connect("127.0.0.1", agent.port(), FakeNodeAgent::soon());
+    const UniqueFd socket = SocketDial::connect("127.0.0.1", agent.port(), FakeNodeAgent::soon());
     const std::unique_ptr<SSL_CTX, void (*)(SSL_CTX*)> context(SSL_CTX_new(TLS_client_method()),
                                                                &SSL_CTX_free);
     ASSERT_EQ(1, SSL_CTX_set_max_proto_version(context.get(), TLS1_2_VERSION));

@@ -3,53 +3,21 @@
 #include <algorithm>
 #include <cerrno>
 #include <poll.h>
-#include <sys/resource.h>
 #include <utility>
 
-namespace {
-
-thread_local std::optional<std::chrono::milliseconds> patienceOfThread;
-
-std::size_t shareOfDescriptors() {
-    constexpr rlim_t kMost = 65536;
-    rlimit descriptors{};
-    if (::getrlimit(RLIMIT_NOFILE, &descriptors) != 0) {
-        return 0;
-    }
-    return static_cast<std::size_t>(std::min(descriptors.rlim_cur / 2, kMost));
-}
-
-}  // namespace
-
-DialPatience::DialPatience(std::chrono::milliseconds patience)
-    : before(std::exchange(patienceOfThread, patience)) {}
-
-DialPatience::~DialPatience() {
-    patienceOfThread = before;
-}
-
-std::optional<std::chrono::milliseconds> DialPatience::ofThisThread() {
-    return patienceOfThread;
-}
-
-ParkedDials& ParkedDials::instance() {
-    static auto* dials = new ParkedDials(shareOfDescriptors());
-    return *dials;
-}
-
-bool ParkedDials::park(const std::string& peer, Dial& dial) {
+bool ParkedDials::park(const std::string& peer, SocketDial& dial) {
     const std::lock_guard<std::mutex> lock(mutex);
     return dials.size() < limit && dials.try_emplace(peer, std::move(dial)).second;
 }
 
-ParkedDials::Dial ParkedDials::take(const std::string& peer) {
-    Dial taken;
+std::optional<SocketDial> ParkedDials::take(const std::string& peer) {
     const std::lock_guard<std::mutex> lock(mutex);
     const auto found = dials.find(peer);
-    if (found != dials.end()) {
-        taken = std::move(found->second);
-        dials.erase(found);
+    if (found == dials.end()) {
+        return std::nullopt;
     }
+    std::optional<SocketDial> taken(std::move(found->second));
+    dials.erase(found);
     return taken;
 }
 
@@ -63,8 +31,8 @@ std::vector<std::size_t> ParkedDials::awaitAnswers(const std::vector<std::string
         for (const std::string& peer : peers) {
             const auto found = dials.find(peer);
             const bool isParked = found != dials.end();
-            watched.push_back({isParked ? found->second.socket.get() : -1, POLLOUT, 0});
-            deadlines.push_back(isParked ? found->second.deadline : Clock::time_point::min());
+            watched.push_back({isParked ? found->second.descriptor() : -1, POLLOUT, 0});
+            deadlines.push_back(isParked ? found->second.deadline() : Clock::time_point::min());
         }
     }
     std::vector<std::size_t> answered;
