@@ -192,7 +192,44 @@ void TlsChannel::handshake(const std::string& dialled, Deadline deadline) {
         throw;
     }
     established = true;
+    if (!context->isServer()) {
+        watchMessages();
+    }
     checkAlpn();
+}
+
+// The library answers what comes between the records of an application by itself, one message after
+// the other, within a single call: without a count an agent could keep it at that for ever. The
+// network process of an agent counts for itself.
+void TlsChannel::watchMessages() {
+    SSL_set_msg_callback(ssl.get(), &TlsChannel::noteMessage);
+    SSL_set_msg_callback_arg(ssl.get(), this);
+}
+
+void TlsChannel::noteMessage(int isOwn, int /*version*/, int contentType, const void* message,
+                             std::size_t length, SSL* ssl, void* channel) {
+    if (isOwn != 0 || contentType != SSL3_RT_HANDSHAKE || length == 0) {
+        return;
+    }
+    auto& self = *static_cast<TlsChannel*>(channel);
+    if (*static_cast<const unsigned char*>(message) != SSL3_MT_KEY_UPDATE) {
+        self.violation = "it sends what no agent sends, such as a session ticket";
+    } else if (++self.keyUpdates > kMostKeyUpdates) {
+        self.violation = "it changes its keys again and again";
+    } else {
+        return;
+    }
+    // Ends the call that is reading: what else comes is not looked at.
+    SSL_set_shutdown(ssl, SSL_get_shutdown(ssl) | SSL_RECEIVED_SHUTDOWN);
+}
+
+void TlsChannel::requireRules() {
+    if (violation != nullptr) {
+        broken = true;
+        ERR_clear_error();
+        throw ChannelError(Kind::kFailed,
+                           peer + " does not keep to the protocol: " + violation + ".");
+    }
 }
 
 void TlsChannel::checkAlpn() {
@@ -277,6 +314,7 @@ bool TlsChannel::readUnlessEnded(char* target, std::size_t most, std::size_t& co
     ERR_clear_error();
     const int got = SSL_read(ssl.get(), target, piece);
     count = 0;
+    requireRules();
     if (got <= 0 && SSL_get_error(ssl.get(), got) == SSL_ERROR_ZERO_RETURN) {
         return false;
     }
@@ -304,6 +342,11 @@ TlsChannel::Peer TlsChannel::lookAtPeer() {
     char next = 0;
     ERR_clear_error();
     const int seen = SSL_peek(ssl.get(), &next, 1);
+    if (violation != nullptr) {
+        broken = true;
+        ERR_clear_error();
+        return Peer::kGone;
+    }
     if (seen > 0) {
         return Peer::kSpeaking;
     }

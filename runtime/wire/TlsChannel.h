@@ -52,6 +52,10 @@ public:
     // Whether the last day of one of the two certificates has passed since the handshake.
     bool isExpired() const;
 
+    // More new keys than that, on one connection, are an attack: a connection is over long before
+    // the first is needed.
+    static constexpr unsigned int kMostKeyUpdates = 32;
+
     // The common name in the peer's certificate.
     std::string peerCommonName() const;
 
@@ -60,6 +64,10 @@ private:
     void expectAddress(const std::string& address);
     void handshake(const std::string& dialled, Deadline deadline);
     void checkAlpn();
+    void watchMessages();
+    static void noteMessage(int isOwn, int version, int contentType, const void* message,
+                            std::size_t length, SSL* ssl, void* channel);
+    void requireRules();
     ChannelError wrongApplication() const;
     // One step of OpenSSL: above 0 done, 0 not yet (poll for wantedEvents). Throws ChannelError.
     int step(int returned, const char* doing);
@@ -69,4 +77,6 @@ private:
     FreedBy<SSL, SSL_free> ssl;
     bool established = false;
     bool broken = false;
+    unsigned int keyUpdates = 0;      // of the peer
+    const char* violation = nullptr;  // what the peer has said against the rules
 };
