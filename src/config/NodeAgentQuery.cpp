@@ -3,10 +3,13 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
+#include <memory>
 #include <mutex>
 #include <numeric>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "CSSLConfig.h"
 #include "CUtil.h"
@@ -38,11 +41,76 @@ NodeAgentAnswer askNodeAgent(const CNode& node) {
 
 namespace {
 
-// One round of questions to all nodes.
+// Never destroyed: threads that were given up may still end.
+std::atomic<unsigned int> givenUp{0};
+
+// Asks some nodes side by side. Its threads share this block with the one that waits for them,
+// which gives them up where they get no further.
+class Round {
+public:
+    Round(std::vector<CNode> toAsk, NodeAgentQuery how)
+        : nodes(std::move(toAsk)), query(std::move(how)), answers(nodes.size()) {}
+
+    // Takes one node after the other until none is left.
+    void work() {
+        for (;;) {
+            std::size_t place = 0;
+            {
+                const std::lock_guard<std::mutex> lock(mutex);
+                if (next == nodes.size()) {
+                    return;
+                }
+                place = next++;
+            }
+            NodeAgentAnswer answer;
+            try {
+                answer = query(nodes[place]);
+            } catch (...) {
+                // Whatever went wrong, the node could not be asked; nothing may leave a thread.
+                answer = NodeAgentAnswer();
+            }
+            const std::lock_guard<std::mutex> lock(mutex);
+            answers[place] = std::move(answer);
+            ++done;
+            progress.notify_one();
+        }
+    }
+
+    // Waits until all have been asked, or until no answer has come for so long: those that are
+    // missing then count as not connected. False when some are missing.
+    bool await(std::chrono::milliseconds patience) {
+        std::unique_lock<std::mutex> lock(mutex);
+        for (std::size_t before = done; done < nodes.size(); before = done) {
+            if (!progress.wait_for(lock, patience, [&] { return done != before; })) {
+                next = nodes.size();
+                return false;
+            }
+        }
+        return true;
+    }
+
+    std::vector<NodeAgentAnswer> takeAnswers() {
+        const std::lock_guard<std::mutex> lock(mutex);
+        return answers;
+    }
+
+private:
+    const std::vector<CNode> nodes;  // copies: the caller's may be gone before the last thread
+    const NodeAgentQuery query;
+    std::mutex mutex;
+    std::condition_variable progress;
+    // All guarded by mutex.
+    std::size_t next = 0;
+    std::size_t done = 0;
+    std::vector<NodeAgentAnswer> answers;
+};
+
+// One asking of all nodes.
 class Survey {
 public:
-    Survey(const std::vector<const CNode*>& all, const NodeAgentQuery& how, std::size_t most)
-        : nodes(all), query(how), mostAtOnce(most), answers(all.size()) {}
+    Survey(const std::vector<const CNode*>& all, const NodeAgentQuery& how, std::size_t most,
+           std::chrono::milliseconds longest)
+        : nodes(all), query(how), mostAtOnce(most), patience(longest), answers(all.size()) {}
 
     std::vector<NodeAgentAnswer> run() {
         std::vector<std::size_t> due(nodes.size());
@@ -61,47 +129,48 @@ public:
 private:
     // Asks these nodes at the same time; returns those that the network has not answered yet.
     std::vector<std::size_t> ask(const std::vector<std::size_t>& due) {
-        std::mutex mutex;
+        std::vector<CNode> copies;
+        copies.reserve(due.size());
+        for (const std::size_t index : due) {
+            copies.push_back(*nodes[index]);
+        }
+        const auto round = std::make_shared<Round>(std::move(copies), query);
+        runOnThreads(round, std::min(due.size(), mostAtOnce));
+        const std::vector<NodeAgentAnswer> found = round->takeAnswers();
         std::vector<std::size_t> pending;
-        std::atomic<std::size_t> next{0};
-        const auto work = [&] {
-            for (std::size_t place = next++; place < due.size(); place = next++) {
-                if (!askOne(due[place])) {
-                    const std::lock_guard<std::mutex> lock(mutex);
-                    pending.push_back(due[place]);
-                }
+        for (std::size_t i = 0; i < due.size(); ++i) {
+            answers[due[i]] = found[i];
+            if (found[i].pending) {
+                pending.push_back(due[i]);
             }
-        };
-        runOnThreads(std::min(due.size(), mostAtOnce), work);
+        }
         return pending;
     }
 
-    // False when the node must be asked again.
-    bool askOne(std::size_t index) {
-        try {
-            answers[index] = query(*nodes[index]);
-        } catch (...) {
-            // The node could not be asked, for whatever reason. Nothing may be thrown out of a
-            // thread.
-            answers[index] = NodeAgentAnswer();
-        }
-        return !answers[index].pending;
-    }
-
-    // The calling thread takes part, so that the work is done even when no thread can be started.
-    static void runOnThreads(std::size_t count, const std::function<void()>& work) {
+    // The calling thread does it alone where no thread is wanted or none can be started.
+    void runOnThreads(const std::shared_ptr<Round>& round, std::size_t count) const {
         std::vector<std::thread> threads;
         threads.reserve(count);
         try {
-            while (threads.size() + 1 < count) {
-                threads.emplace_back(work);
+            while (mostAtOnce > 1 && threads.size() < count) {
+                threads.emplace_back([round] { round->work(); });
             }
         } catch (const std::system_error&) {
-            // No more threads: the running ones and this one do the work.
+            // Out of threads: those that run do it all.
         }
-        work();
+        if (threads.empty()) {
+            round->work();
+            return;
+        }
+        const bool isComplete = round->await(patience);
         for (std::thread& thread : threads) {
-            thread.join();
+            if (isComplete) {
+                thread.join();
+            } else {
+                // It may be inside a library whose exit handlers would free what it uses.
+                givenUp.fetch_add(1);
+                thread.detach();
+            }
         }
     }
 
@@ -126,14 +195,20 @@ private:
     const std::vector<const CNode*>& nodes;
     const NodeAgentQuery& query;
     const std::size_t mostAtOnce;
-    std::vector<NodeAgentAnswer> answers;  // each written by the thread that asks
+    const std::chrono::milliseconds patience;
+    std::vector<NodeAgentAnswer> answers;
 };
 
 }  // namespace
 
 std::vector<NodeAgentAnswer> askNodeAgents(const std::vector<const CNode*>& nodes,
-                                           const NodeAgentQuery& query, std::size_t mostAtOnce) {
-    // Made here at the latest: several threads must not make the instance at once.
+                                           const NodeAgentQuery& query, std::size_t mostAtOnce,
+                                           std::chrono::milliseconds patience) {
+    // Made here if not yet: the instance must not come into being on several threads at once.
     static_cast<void>(CSSLConfig::getInstance());
-    return Survey(nodes, query, mostAtOnce).run();
+    return Survey(nodes, query, mostAtOnce, patience).run();
+}
+
+unsigned int abandonedAgentQueries() {
+    return givenUp.load();
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <string>
@@ -34,10 +35,19 @@ constexpr unsigned int kAgentSilenceMs = 25;
 // within the limit.
 NodeAgentAnswer askNodeAgent(const CNode& node);
 
-// Asks all nodes and returns the answers in the order of the nodes. Returns when every query has;
-// the threads it needs end with it. Where threads cannot be had, fewer or none are used.
+// So long without an answer of any node, and those that are asked count as not connected: each
+// query has limits of its own, so something is wrong that they do not cover.
+constexpr std::chrono::milliseconds kLongestSilence{4L * kAgentQueryTimeOutMs};
+
+// Asks all nodes and returns the answers in the order of the nodes. Returns when every query has,
+// or has been given up. The threads it needs end with it, but for those given up, which go on by
+// themselves. Where threads cannot be had, fewer or none are used.
 //   mostAtOnce  so many queries run at the same time at most; 1 asks on the calling thread alone,
 //               which is cheaper where a query does not wait for anything
 std::vector<NodeAgentAnswer> askNodeAgents(const std::vector<const CNode*>& nodes,
                                            const NodeAgentQuery& query,
-                                           std::size_t mostAtOnce = kMaxAgentQueries);
+                                           std::size_t mostAtOnce = kMaxAgentQueries,
+                                           std::chrono::milliseconds patience = kLongestSilence);
+
+// Threads that were given up since the process started. Unless 0, it must end by _exit.
+unsigned int abandonedAgentQueries();

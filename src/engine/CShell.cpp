@@ -25,6 +25,7 @@
 #include "FileTrust.h"
 #include "KelshConfig.h"
 #include "ModernInterface.h"
+#include "NodeAgentQuery.h"
 #include "OpenSslLocks.h"
 #include "RegisteredSets.h"
 #include "ShellLogging.h"
@@ -313,7 +314,7 @@ unsigned int CShell::runningWorkers() {
 }
 
 unsigned int CShell::abandonedWorkers() {
-    return CommandEngine::abandonedWorkers();
+    return CommandEngine::abandonedWorkers() + abandonedAgentQueries();
 }
 
 void CShell::init_locks() {

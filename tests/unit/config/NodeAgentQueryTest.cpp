@@ -1,3 +1,4 @@
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <memory>
@@ -91,4 +92,37 @@ TEST_F(NodeAgentQueryTest, CountsAnExceptionAsNotConnected) {
     EXPECT_FALSE(answers[1].connected);
     EXPECT_EQ("", answers[1].mac);
     EXPECT_TRUE(answers[2].connected);
+}
+
+TEST_F(NodeAgentQueryTest, WaitsForNoQueryThatNeverEnds) {
+    // Shared with the thread that is given up.
+    struct Latch {
+        std::mutex mutex;
+        std::condition_variable changed;
+        bool isOpen = false;
+        bool isPassed = false;
+    };
+    const auto latch = std::make_shared<Latch>();
+    const unsigned int before = abandonedAgentQueries();
+    const std::vector<NodeAgentAnswer> answers = askNodeAgents(
+        makeNodes(3),
+        [latch](const CNode& node) {
+            if (node.getName() == "n1") {
+                std::unique_lock<std::mutex> lock(latch->mutex);
+                latch->changed.wait(lock, [&] { return latch->isOpen; });
+                latch->isPassed = true;
+                latch->changed.notify_all();
+            }
+            return NodeAgentAnswer{true, "m"};
+        },
+        kMaxAgentQueries, std::chrono::milliseconds(200));
+    EXPECT_TRUE(answers[0].connected);
+    EXPECT_FALSE(answers[1].connected);
+    EXPECT_TRUE(answers[2].connected);
+    EXPECT_LT(before, abandonedAgentQueries());
+    std::unique_lock<std::mutex> lock(latch->mutex);
+    latch->isOpen = true;
+    latch->changed.notify_all();
+    EXPECT_TRUE(
+        latch->changed.wait_for(lock, std::chrono::seconds(20), [&] { return latch->isPassed; }));
 }
