@@ -1,7 +1,9 @@
 #include "FileExchange.h"
 
 #include <cstdint>
+#include <fstream>
 #include <memory>
+#include <sys/stat.h>
 
 #include "AgentLink.h"
 #include "Dialer.h"
@@ -24,6 +26,20 @@ std::string timedOutText(const std::string& path, std::uint64_t done, std::uint6
            " ms ran out; nothing was replaced. \"-t\" gives it more time.";
 }
 
+// What this process takes away from the mode of a new file. umask() itself would have to change it
+// to tell it, for all threads.
+std::uint32_t fileModeMask() {
+    std::ifstream status("/proc/self/status");
+    for (std::string key; status >> key;) {
+        if (key == "Umask:") {
+            std::uint32_t mask = 0;
+            status >> std::oct >> mask;
+            return mask;
+        }
+    }
+    return S_IRWXG | S_IRWXO;
+}
+
 // Receives one file; the connection's faults leave it as exceptions.
 class IncomingFile {
 public:
@@ -42,6 +58,7 @@ public:
                 }
                 protocol::decode(frame.body, info);
                 started = true;
+                target.requireRoomFor(info.size);
                 target.open(info.size);
                 return false;
             case FrameType::kData:
@@ -75,7 +92,7 @@ private:
             throw FileError("\"" + filePath + "\" arrived damaged from " + peerName +
                             "; nothing was replaced.");
         }
-        target.commit(info.mode);
+        target.commit(info.mode & 0777 & ~fileModeMask());
     }
 
     FileReplacement target;
@@ -149,7 +166,7 @@ std::unique_ptr<End> openEnd(CResult& result, const Arguments&... arguments) {
 namespace fileexchange {
 
 void save(AgentLink& link, const std::string& path, unsigned int timeOutMs, CResult& result) {
-    link.prove();
+    link.prepareForWork();
     const AgentLink::Deadline deadline = link.deadlineFor(timeOutMs);
     link.currentCall().enter(NodeCall::Phase::kCopying);
     const auto source = openEnd<FileSource>(result, path, &link.connectionsOfShell().digests());
@@ -181,7 +198,7 @@ void save(AgentLink& link, const std::string& path, unsigned int timeOutMs, CRes
 }
 
 void get(AgentLink& link, const std::string& path, unsigned int timeOutMs, CResult& result) {
-    link.prove();
+    link.prepareForWork();
     const AgentLink::Deadline deadline = link.deadlineFor(timeOutMs);
     link.currentCall().enter(NodeCall::Phase::kCopying);
     const auto incoming = openEnd<IncomingFile>(result, path, link.peerName());

@@ -8,6 +8,7 @@
 #include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 #include <utility>
 
@@ -107,6 +108,20 @@ FileReplacement::FileReplacement(const std::string& targetPath,
                         ".");
     }
     refuseUnfitTarget();
+}
+
+void FileReplacement::requireRoomFor(std::uint64_t bytes) const {
+    struct statvfs found {};
+    if (Posix::retried([&] { return ::fstatvfs(directory.get(), &found); }) != 0) {
+        // Then writing will tell.
+        return;
+    }
+    const std::uint64_t blocks = bytes / found.f_frsize + (bytes % found.f_frsize != 0 ? 1 : 0);
+    if (blocks > found.f_bavail) {
+        throw FileError("There is no room for \"" + path + "\": it has " + std::to_string(bytes) +
+                        " bytes, and " + std::to_string(found.f_bavail * found.f_frsize) +
+                        " are free.");
+    }
 }
 
 void FileReplacement::sweepAbandoned() const {

@@ -33,6 +33,8 @@ public:
     FileReplacement& operator=(const FileReplacement&) = delete;
     ~FileReplacement();
 
+    // Throws if the file system of the target has less room than that.
+    void requireRoomFor(std::uint64_t bytes) const;
     // Creates the temporary file (mode 0600). expectedBytes is the expected size, if known; it is
     // only a hint.
     void open(std::uint64_t expectedBytes = 0);

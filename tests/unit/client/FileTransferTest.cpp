@@ -2,6 +2,7 @@
 
 #include <csignal>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -112,6 +113,26 @@ TEST_F(FileTransfer, GetWritesTheFileWithItsMode) {
                                    FileDigest::shortHex(digestOf(content))})));
     EXPECT_EQ(content, readFile(file("got")));
     EXPECT_EQ(0640U, modeOf(file("got")));
+    EXPECT_EQ(1U, entries());
+}
+
+TEST_F(FileTransfer, AFileGotHasNoMoreRightsThanThisShellGivesItsOwn) {
+    const mode_t before = ::umask(027);
+    for (const std::uint32_t told : {0777U, 0666U, 0600U}) {
+        FakeNodeAgent agent(filesOf(node), giving({info(0, told), end(digestOf(""))}));
+        EXPECT_EQ(EXEC_SUCCESS, run(agent, "[getfile]" + file("got")).getRunStatus());
+        EXPECT_EQ(told & 0750U, modeOf(file("got")));
+    }
+    ::umask(before);
+}
+
+TEST_F(FileTransfer, AFileLargerThanTheDiskIsRefusedBeforeItsFirstByte) {
+    writeFile(file("got"), "old");
+    FakeNodeAgent agent(filesOf(node), giving({info(std::uint64_t{1} << 60)}));
+    const CResult result = run(agent, "[getfile]" + file("got"));
+    EXPECT_EQ(EXEC_FAILURE, result.getRunStatus());
+    EXPECT_THAT(result.getRunSummary(), testing::HasSubstr("There is no room for"));
+    EXPECT_EQ("old", readFile(file("got")));
     EXPECT_EQ(1U, entries());
 }
 
