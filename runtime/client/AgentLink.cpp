@@ -8,6 +8,7 @@
 #include <pwd.h>
 
 #include "Dialer.h"
+#include "MacAddress.h"
 #include "NodeCall.h"
 #include "TlsContext.h"
 #include "TlsSocket.h"
@@ -23,6 +24,8 @@ constexpr unsigned long kAnswerTimeOutMs = 5000;
 constexpr unsigned long kVerdictGraceMs = 1000;
 // A connection that has rested no longer than this is as good as one just made.
 constexpr std::chrono::milliseconds kFresh{1000};
+// What a second attempt of one command may take of the limit of the first.
+constexpr unsigned int kSecondShare = 10;
 std::string lookUpUser() {
     passwd entry{};
     passwd* found = nullptr;
@@ -77,15 +80,41 @@ std::string AgentLink::peerName() const {
     return tlssocket::join(ip, port);
 }
 
+std::string AgentLink::identity(unsigned int timeOutMs) {
+    if (connection.mac) {
+        return *connection.mac;
+    }
+    std::string said;
+    try {
+        said = ask(protocol::encodeMacRequest(), timeOutMs);
+    } catch (const AgentError& error) {
+        if (error.code() == protocol::kErrorProtocol) {
+            throw;
+        }
+    }
+    // It goes into logs and onto the terminal: whatever else a node may say is not taken.
+    connection.mac = said.empty() || macaddress::isValid(said, ":") ? said : kNoAddress;
+    return *connection.mac;
+}
+
+void AgentLink::prepareForWork() {
+    prove();
+    if (!call->expectedMac()) {
+        return;
+    }
+    const std::string mac = identity();
+    if (!mac.empty() && mac != *call->expectedMac()) {
+        call->noteOtherNode();
+        throw CException(peerName() + " is another node than the configured one.");
+    }
+}
+
 void AgentLink::prove() {
     if (proven || Clock::now() - connection.heard < kFresh) {
         return;
     }
-    try {
-        (void)ask(protocol::encodeMacRequest());
-    } catch (const AgentError&) {
-        // An answer too.
-    }
+    connection.mac.reset();
+    static_cast<void>(identity());
 }
 
 std::string AgentLink::ask(const std::string& request, unsigned int timeOutMs) {
@@ -187,8 +216,12 @@ bool AgentLink::dial(const Patience& patience) {
     SilentPeers& silent = dialer.silentPeers();
     const std::string peer = peerName();
     const Clock::time_point now = Clock::now();
-    const Clock::time_point end = call->limit(
-        now + std::chrono::milliseconds(silent.limitFor(peer, patience.connectLimitMs)));
+    unsigned int most = silent.limitFor(peer, patience.connectLimitMs);
+    if (call->wasSilent()) {
+        // This command has waited for it before: nobody shall wait the same time twice.
+        most = std::min(most, std::max(patience.connectLimitMs / kSecondShare, 1U));
+    }
+    const Clock::time_point end = call->limit(now + std::chrono::milliseconds(most));
     const auto limit = std::chrono::ceil<std::chrono::milliseconds>(end - now).count();
     Patience bounded = patience;
     bounded.connectLimitMs = static_cast<unsigned int>(std::max<long long>(limit, 1));
@@ -201,6 +234,7 @@ bool AgentLink::dial(const Patience& patience) {
         if (error.kind() == ChannelError::Kind::kTimedOut ||
             error.kind() == ChannelError::Kind::kNoAnswer) {
             silent.noteSilence(peer, bounded.connectLimitMs);
+            call->noteSilence();
         }
         throw;
     }

@@ -74,9 +74,16 @@ public:
     bool isOpen() const { return connection.channel != nullptr; }
     std::string peerName() const;
 
-    // Makes sure that the agent is there, if that is not known: one question, at most. Throws
+    // The MAC address that the agent says it has; empty when it cannot tell. What it said holds
+    // for its connection, so it is asked once only. Something that is no address is kNoAddress.
+    //   timeOutMs  as for ask()
+    std::string identity(unsigned int timeOutMs = 0);
+    static constexpr char kNoAddress[] = "(no address)";
+
+    // To be called before whatever must not be sent twice. Makes sure that the agent is there and,
+    // where the call expects a certain node, that it is that one: one question, at most. Throws
     // CException when it is not.
-    void prove();
+    void prepareForWork();
 
     // Asks the agent something that is no work for it, at most twice, and returns its answer.
     //   timeOutMs  milliseconds for all of it; 0 means five seconds
@@ -117,6 +124,7 @@ private:
     std::string shellHello() const;
     std::string askOnce(const std::string& request, Deadline deadline);
     std::string askAgain(const std::string& request, Deadline deadline);
+    void prove();
 
     Dialer& dialer;
     const std::string ip;

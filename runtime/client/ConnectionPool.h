@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -23,6 +24,7 @@ struct AgentConnection {
     std::unique_ptr<TlsChannel> channel;  // null when there is none
     std::uint16_t version = 0;            // of the protocol, as agreed upon
     std::uint32_t toldSequence = 0;       // the command number that the agent knows
+    std::optional<std::string> mac;       // what the agent said of itself, if it was asked
     Clock::time_point made{};
     Clock::time_point heard{};  // when the agent's last answer was complete
 };

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "ChannelError.h"
 
@@ -53,6 +54,15 @@ public:
     void neverEnd() { deadline = Deadline::max(); }
     // The earlier of that and the end of the call.
     Deadline limit(Deadline wanted) const { return wanted < deadline ? wanted : deadline; }
+    bool isOver() const { return Clock::now() >= deadline; }
+
+    // The address that the node must have, if it tells one at all. Nothing is run and no file
+    // travels over a connection to a node with another one.
+    void expect(std::string macAddress) { expected = std::move(macAddress); }
+    const std::optional<std::string>& expectedMac() const { return expected; }
+    // Such a node was found.
+    void noteOtherNode() { other = true; }
+    bool foundOtherNode() const { return other; }
 
     void enter(Phase next);
     State state() const;
@@ -60,11 +70,17 @@ public:
     // Why the call's last attempt to get a connection failed; none where it did not.
     void noteDial(std::optional<ChannelError::Kind> failure) { dialFailure = failure; }
     std::optional<ChannelError::Kind> lastDialFailure() const { return dialFailure; }
+    // The node did not answer in the time of an attempt.
+    void noteSilence() { silent = true; }
+    bool wasSilent() const { return silent; }
 
 private:
     const std::uint32_t number;
     const std::shared_ptr<const Cancellation> stop;
     Deadline deadline = Deadline::max();
+    std::optional<std::string> expected;
+    bool other = false;
+    bool silent = false;
     std::optional<ChannelError::Kind> dialFailure;
 
     mutable std::mutex mutex;

@@ -108,9 +108,19 @@ std::uint8_t SSLClient::jobFlags() const {
 }
 
 void SSLClient::runJob(const std::string& request, unsigned int timeOut, CResult& result) {
-    link->prove();
+    link->prepareForWork();
+    NodeCall& theCall = link->currentCall();
+    if (theCall.isOver()) {
+        // Nobody waits for it any more: it must not begin now.
+        noderesult::fill(result, EXEC_TIMED_OUT, 0,
+                         link->peerName() + ": the time-out was over before the job was sent.");
+        return;
+    }
+    if (uninterruptible) {
+        theCall.neverEnd();
+    }
     const AgentLink::Deadline deadline = link->deadlineFor(timeOut);
-    link->currentCall().enter(NodeCall::Phase::kRunning);
+    theCall.enter(NodeCall::Phase::kRunning);
     StopWatch watch;
     watch.start();
     noderesult::OutputCollector output(kMaxSummaryBytes);
@@ -156,14 +166,7 @@ bool SSLClient::isFileExistedAtSlaveNode(std::string path) {
 
 std::string SSLClient::getKelNodeMacAddress(std::string /*nodeIp*/) {
     requireConnection();
-    try {
-        return link->ask(protocol::encodeMacRequest(), answerLimitMs);
-    } catch (const AgentError& error) {
-        if (error.code() == protocol::kErrorProtocol) {
-            throw;
-        }
-        return std::string();
-    }
+    return link->identity(answerLimitMs);
 }
 
 void SSLClient::requireConnection() const {

@@ -9,7 +9,7 @@
 // work for the same thing; it must outlive their waits.
 class Cancellation {
 public:
-    // Throws CException when the process has no descriptor left.
+    // In a process that has no descriptor left, waits that have begun end at their deadline only.
     Cancellation();
     Cancellation(const Cancellation&) = delete;
     Cancellation& operator=(const Cancellation&) = delete;
@@ -17,7 +17,7 @@ public:
     // For good; once more changes nothing.
     void cancel() noexcept;
     bool isCancelled() const { return cancelled.load(std::memory_order_acquire); }
-    // Readable from then on, for poll().
+    // Readable from then on, for poll(), which passes over -1.
     int descriptor() const { return event.get(); }
 
 private:

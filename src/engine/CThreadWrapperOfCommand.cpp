@@ -35,6 +35,14 @@ std::string askIdentity(const CNode& node, unsigned int timeOut) {
     }
 }
 
+void reject(CResult& outcome, const CNode& node) {
+    outcome = CResult();
+    outcome.setRunStatus(EXEC_REJECTED);
+    outcome.setRunEnd(RunEnd::kWrongMachine);
+    outcome.setRunSummary("Node " + node.getName() + ": IP(" + node.getIp() + ") and MAC(" +
+                          node.getMac() + ") are not matched!");
+}
+
 void fail(CResult& outcome, const std::string& reason) {
     outcome.setRunStatus(EXEC_FAILURE);
     outcome.setRunSummary(reason);
@@ -70,9 +78,11 @@ void CThreadWrapperOfCommand::operator()() {
     try {
         StopWatch watch;
         watch.start();
+        call->endAfter(timeOut);
         CResult outcome;
         runCommand(outcome);
         watch.stop();
+        call->enter(NodeCall::Phase::kEnded);
         const long elapsed = watch.getTime();
         if (timeOut == 0 || elapsed < static_cast<long>(timeOut)) {
             outcome.setRunTime(elapsed);
@@ -103,21 +113,24 @@ void CThreadWrapperOfCommand::runCommand(CResult& outcome) {
     } catch (...) {
         fail(outcome, "The command failed for an unknown reason.");
     }
+    if (call->foundOtherNode()) {
+        // Not the identity check but a later connection led to it.
+        reject(outcome, *node);
+    }
 }
 
 void CThreadWrapperOfCommand::runOnTarget(CResult& outcome) {
     if (!node) {
+        call->enter(NodeCall::Phase::kRunning);
         set->execute(request, nullptr, outcome, timeOut);
         return;
     }
     CNode target(*node);
     target.setCall(call);
+    call->expect(target.getMac());
     const std::string mac = askIdentity(target, timeOut);
     if (!mac.empty() && mac != target.getMac()) {
-        outcome.setRunStatus(EXEC_REJECTED);
-        outcome.setRunEnd(RunEnd::kWrongMachine);
-        outcome.setRunSummary("Node " + target.getName() + ": IP(" + target.getIp() + ") and MAC(" +
-                              target.getMac() + ") are not matched!");
+        reject(outcome, target);
         return;
     }
     const bool hung = call->lastDialFailure() == ChannelError::Kind::kTimedOut;

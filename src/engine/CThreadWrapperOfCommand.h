@@ -16,6 +16,9 @@ class NodeCall;
 // Cheap to copy (boost::thread copies it). It works on its own copies of the request and the node,
 // taken when it is made, since it may run on after the engine has given it up; the command set must
 // live until it ends. No exception leaves it.
+//
+// It ends by its own clock: at the time-out every wait for the node ends, and nothing further is
+// begun there. Only once it has begun what must not be cut short does it go on.
 class CThreadWrapperOfCommand {
 public:
     // commandRequest  the command line, as the set's execute takes it

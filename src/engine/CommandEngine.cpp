@@ -20,9 +20,9 @@
 #include "CThreadWrapperOfCommand.h"
 #include "CUtil.h"
 #include "CommandOutcome.h"
+#include "CommandProgress.h"
 #include "CommandSequence.h"
 #include "Confirmation.h"
-#include "NodeCall.h"
 #include "ResultSink.h"
 #include "ShellLogging.h"
 #include "StopWatch.h"
@@ -38,6 +38,7 @@ namespace {
 
 constexpr int kNothingRun = 7;
 constexpr unsigned long kThreadRetryMs = 500;
+constexpr char kMasterTarget[] = "local";
 
 // Never destroyed, since the launcher reads it last of all.
 std::atomic<unsigned int> abandoned{0};
@@ -96,6 +97,11 @@ CommandEngine::CommandEngine(CShellExecutionContext& shellContext, const Command
       dumps(std::move(dumpDirectory)),
       starter(std::move(startThread)) {}
 
+std::shared_ptr<CommandProgress> CommandEngine::progress() const {
+    const std::lock_guard<std::mutex> lock(mutex);
+    return current;
+}
+
 unsigned int CommandEngine::abandonedWorkers() {
     return abandoned.load();
 }
@@ -133,6 +139,10 @@ int CommandEngine::executeJob(Job& job, CCommandExecutionContext& request) {
     request.setValidCommand(true);
     Terminal::standard().release();
     log.pointResultsAt(dumps + "cmd_" + std::to_string(sequence.current()) + ".log");
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        current = std::make_shared<CommandProgress>(sequence.current());
+    }
     job.set = job.command->getCommandSet();
     job.timeOut = firstNonZero({request.getTimeOut(), job.command->getTimeOut(),
                                 job.set->getTimeOut(), request.getDefaultTimeOut()});
@@ -150,9 +160,6 @@ int CommandEngine::executeOnMaster(const Job& job) {
     Worker worker = startWorker(job, nullptr);
     awaitWorker(worker, job.timeOut);
     watch.stop();
-    if (worker.result->getRunStatus() == EXEC_TIMED_OUT) {
-        worker.result->setRunTime(std::min(watch.getTime(), static_cast<long>(job.timeOut)));
-    }
     job.results->local(*worker.result);
     return job.results->finish(watch.getTime());
 }
@@ -204,8 +211,9 @@ CommandEngine::Worker CommandEngine::startWorker(const Job& job, CNode* node) {
     worker.result = std::make_unique<CResult>();
     worker.result->setRunStatus(EXEC_TIMED_OUT);
     worker.outcome = std::make_shared<CommandOutcome>();
-    const CThreadWrapperOfCommand body(job.request, *job.set, node, worker.outcome,
-                                       std::make_shared<NodeCall>(sequence.current()), job.timeOut);
+    const CThreadWrapperOfCommand body(
+        job.request, *job.set, node, worker.outcome,
+        progress()->add(node != nullptr ? node->getName() : kMasterTarget), job.timeOut);
     while (!worker.thread) {
         CThreadWrapperOfCommand::announce();
         try {
@@ -236,7 +244,10 @@ void CommandEngine::awaitWorker(Worker& worker, unsigned int timeOut) {
     // joined or not, and the result goes on reading as timed out.
     CResult inTime;
     if (worker.outcome->close(&inTime) && ended) {
+        // One that gave up by itself says how long it took.
         *worker.result = std::move(inTime);
+    } else {
+        worker.result->setRunTime(static_cast<long>(timeOut));
     }
 }
 
@@ -249,9 +260,6 @@ int CommandEngine::reportNodes(const Job& job, std::list<Worker>& workers, long 
         const CCmdThreadResult record = worker.record();
         CResult* result = record.getResult();
         const std::string name = record.getNode()->getName();
-        if (result->getRunStatus() == EXEC_TIMED_OUT) {
-            result->setRunTime(std::min(elapsed, static_cast<long>(job.timeOut)));
-        }
         job.results->node(*record.getNode(), *result);
         log.info("[Delete CResult for " + name + "]");
         worker.result.reset();

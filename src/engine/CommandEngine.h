@@ -3,6 +3,7 @@
 #include <functional>
 #include <list>
 #include <memory>
+#include <mutex>
 #include <string>
 
 namespace boost {
@@ -13,6 +14,7 @@ class CNode;
 class CShellCommand;
 class CShellExecutionContext;
 class CThreadWrapperOfCommand;
+class CommandProgress;
 class CommandSequence;
 class ConfigErrorCollector;
 class ResultSink;
@@ -49,6 +51,9 @@ public:
     int execute(CShellCommand& command, const std::string& line, CCommandExecutionContext& request,
                 ResultSink& results);
 
+    // How far the command is that runs, or ran last; null before the first. Safe from any thread.
+    std::shared_ptr<CommandProgress> progress() const;
+
     // Workers given up at their time-out, of all engines of the process, since it started.
     static unsigned int abandonedWorkers();
 
@@ -71,4 +76,6 @@ private:
     ShellLogging& log;
     const std::string dumps;
     const ThreadStarter starter;
+    mutable std::mutex mutex;
+    std::shared_ptr<CommandProgress> current;  // guarded by mutex
 };

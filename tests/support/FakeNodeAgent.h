@@ -231,6 +231,8 @@ public:
         const std::lock_guard<std::mutex> lock(mutex);
         return commandNumbers;
     }
+    // How often a shell asked who the node is.
+    int macQuestions() const { return macQuestionCount; }
     // How often a shell greeted.
     int greetings() const { return greetingCount; }
     // The flags of the last job.
@@ -264,6 +266,7 @@ private:
                 return say(channel, holds(question.path) ? "1" : "0");
             }
             case FrameType::kMac:
+                ++macQuestionCount;
                 return say(channel, macAddress);
             default:
                 throw std::runtime_error("not a request");
@@ -365,4 +368,5 @@ private:
     // Of the shell that greeted last.
     std::atomic<std::uint32_t> sequence{0};
     std::atomic<int> greetingCount{0};
+    std::atomic<int> macQuestionCount{0};
 };

@@ -157,14 +157,14 @@ TEST_F(ConnectionReuse, WordsThatNobodyAskedForMakeAConnectionUseless) {
     FakeNodeAgent agent(filesOf(node), [&](TlsChannel& channel) {
         FakeNodeAgent::greet(channel);
         (void)channel.receiveFrame(FakeNodeAgent::soon());
-        FakeNodeAgent::send(channel, protocol::encode(protocol::Answer{"first"}) +
+        FakeNodeAgent::send(channel, protocol::encode(protocol::Answer{"02:00:00:00:00:01"}) +
                                          protocol::encode(protocol::Answer{"too much"}));
         ++greeted;
         FakeNodeAgent::waitForClose(channel);
     });
-    EXPECT_EQ("first", ask(clientOf(agent)));
+    EXPECT_EQ("02:00:00:00:00:01", ask(clientOf(agent)));
     ASSERT_TRUE(eventually([&] { return greeted == 1; }));
-    EXPECT_EQ("first", ask(clientOf(agent)));
+    EXPECT_EQ("02:00:00:00:00:01", ask(clientOf(agent)));
     EXPECT_EQ(2, agent.accepted());
 }
 
@@ -223,13 +223,13 @@ TEST_F(ConnectionReuse, AJobIsNeverSentTwice) {
     FakeNodeAgent agent(filesOf(node), [&](TlsChannel& channel) {
         FakeNodeAgent::greet(channel);
         (void)channel.receiveFrame(FakeNodeAgent::soon());
-        FakeNodeAgent::send(channel, protocol::encode(protocol::Answer{"mac"}));
+        FakeNodeAgent::send(channel, protocol::encode(protocol::Answer{"02:00:00:00:00:01"}));
         protocol::Exec exec;
         protocol::decode(channel.receiveFrame(FakeNodeAgent::soon()).body, exec);
         const std::lock_guard<std::mutex> lock(mutex);
         jobs.push_back(exec.commandLine);
     });
-    EXPECT_EQ("mac", ask(clientOf(agent)));
+    EXPECT_EQ("02:00:00:00:00:01", ask(clientOf(agent)));
     EXPECT_THAT(run(clientOf(agent), "flash"), testing::HasSubstr("connection lost"));
     const std::lock_guard<std::mutex> lock(mutex);
     EXPECT_THAT(jobs, testing::ElementsAre("flash"));
@@ -254,13 +254,14 @@ TEST_F(ConnectionReuse, AJobOverAConnectionThatRestedIsSentAfterAnAnswerOnly) {
                 FakeNodeAgent::waitForClose(channel);
             }
             if (frame.header.type == FrameType::kMac) {
-                FakeNodeAgent::send(channel, protocol::encode(protocol::Answer{"mac"}));
+                FakeNodeAgent::send(channel,
+                                    protocol::encode(protocol::Answer{"02:00:00:00:00:01"}));
             } else {
                 FakeNodeAgent::result(channel, 0);
             }
         }
     });
-    EXPECT_EQ("mac", ask(clientOf(agent)));
+    EXPECT_EQ("02:00:00:00:00:01", ask(clientOf(agent)));
     std::this_thread::sleep_for(milliseconds(1100));  // no longer fresh
     {
         SSLClient client = clientOf(agent);

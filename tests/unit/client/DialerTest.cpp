@@ -47,7 +47,6 @@ private:
     int number = 0;
 };
 
-
 // What becomes of an attempt: a socket, none so far, or the kind of the failure.
 struct Outcome {
     UniqueFd socket;

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <cstdio>
 #include <fcntl.h>
 #include <stdexcept>
 #include <sys/ioctl.h>
@@ -126,6 +127,24 @@ TEST_F(CShellExecute, HungNodeReportsTimedOutWithTheTimeOutAsRunTime) {
     EXPECT_LE(1U, CShell::abandonedWorkers());
     gate.open();
     EXPECT_TRUE(waitFor([] { return CShell::runningWorkers() == 0; }));
+}
+
+TEST_F(CShellExecute, NodeThatGaveUpByItselfShowsItsOwnTime) {
+    addNodes(2);
+    set->behaviour = [](const ScriptedSet::Call& call, CResult& result) {
+        if (call.node == "n1") {
+            result.setRunStatus(EXEC_TIMED_OUT);
+            result.setRunSummary("it hangs");
+            return;
+        }
+        holdFor(1000);
+    };
+    EXPECT_EQ(EXEC_SUCCESS, execute("there -n n1,n2 -t 20000"));
+    int shown = -1;
+    ASSERT_EQ(1, std::sscanf(output.c_str(), "[n1] (%dms)", &shown)) << output;
+    // Not the time for which the command waited for the other node.
+    EXPECT_LT(shown, 1000);
+    EXPECT_NE(std::string::npos, output.find("ExitCode:5/0[")) << output;
 }
 
 TEST_F(CShellExecute, HungMasterCommandIsLeftRunning) {

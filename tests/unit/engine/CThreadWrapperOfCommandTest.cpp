@@ -1,3 +1,4 @@
+#include <atomic>
 #include <memory>
 #include <stdexcept>
 #include <sys/socket.h>
@@ -11,7 +12,10 @@
 #include "CSSLConfig.h"
 #include "CThreadWrapperOfCommand.h"
 #include "CommandOutcome.h"
+#include "Dialer.h"
+#include "NodeAccess.h"
 #include "NodeCall.h"
+#include "SSLClient.h"
 #include "ShellFixture.h"
 #include "StopWatch.h"
 #include "TlsFixture.h"
@@ -139,7 +143,10 @@ protected:
         CSSLConfig::getInstance()->setCertificateFile(master.certificateFile);
         result.setRunStatus(EXEC_TIMED_OUT);
     }
-    ~CThreadWrapperOfCommandOnNode() override { CSSLConfig::getInstance()->setCertificateFile(""); }
+    ~CThreadWrapperOfCommandOnNode() override {
+        CSSLConfig::getInstance()->setCertificateFile("");
+        Dialer::process().pool().clear();
+    }
     void run(const std::string& mac, const FakeNodeAgent& agent, unsigned int timeOut = 20000) {
         CNode target("n1", mac, "127.0.0.1", static_cast<unsigned int>(agent.port()));
         CThreadWrapperOfCommand("look", set, &target, &result, timeOut)();
@@ -184,6 +191,79 @@ TEST_F(CThreadWrapperOfCommandOnNode, AgentThatCannotTellItsMacIsTrusted) {
     EXPECT_EQ(1U, machine.commands().size());
 }
 
+TEST_F(CThreadWrapperOfCommandOnNode, WhatIsNoAddressMatchesNoNode) {
+    FakeNode machine;
+    machine.macAddress = "02:00:00:00:00:01\n\x1b[2J";
+    const FakeNodeAgent agent(filesOf(node), machine.script());
+    run(machine.macAddress, agent);
+    EXPECT_EQ(EXEC_REJECTED, result.getRunStatus());
+    EXPECT_TRUE(machine.commands().empty());
+}
+
+// The identity check got no connection, which counts as a match; the command gets one.
+TEST_F(CThreadWrapperOfCommandOnNode, AnotherMachineBehindASecondConnectionNeverGetsTheCommand) {
+    FakeNode machine;
+    machine.macAddress = "02:00:00:00:00:AB";
+    std::atomic<int> connections{0};
+    const FakeNodeAgent agent(filesOf(node), [&, talk = machine.script()](TlsChannel& channel) {
+        if (connections++ == 0) {
+            throw std::runtime_error("cut");
+        }
+        talk(channel);
+    });
+    run("02:00:00:00:00:01", agent);
+    EXPECT_EQ(2, connections);
+    EXPECT_EQ(EXEC_REJECTED, result.getRunStatus());
+    EXPECT_EQ("Node n1: IP(127.0.0.1) and MAC(02:00:00:00:00:01) are not matched!",
+              result.getRunSummary());
+    EXPECT_TRUE(machine.commands().empty());
+}
+
+TEST_F(CThreadWrapperOfCommandOnNode, TheConfiguredMachineBehindASecondConnectionGetsTheCommand) {
+    FakeNode machine;
+    std::atomic<int> connections{0};
+    const FakeNodeAgent agent(filesOf(node), [&, talk = machine.script()](TlsChannel& channel) {
+        if (connections++ == 0) {
+            throw std::runtime_error("cut");
+        }
+        talk(channel);
+    });
+    run("02:00:00:00:00:01", agent);
+    EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus()) << result.getRunSummary();
+    EXPECT_EQ(1U, machine.commands().size());
+    EXPECT_EQ(1, machine.macQuestions());
+}
+
+TEST_F(CThreadWrapperOfCommandOnNode, WhatTheAgentSaidOfItselfHoldsForItsConnection) {
+    FakeNode machine;
+    const FakeNodeAgent agent(filesOf(node), machine.script());
+    for (int i = 0; i < 3; ++i) {
+        run("02:00:00:00:00:01", agent);
+        EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus());
+    }
+    EXPECT_EQ(1, agent.accepted());
+    EXPECT_EQ(1, machine.macQuestions());
+}
+
+TEST_F(CThreadWrapperOfCommandOnNode, ANodeThatOverrunsIsLeftAtTheTimeOut) {
+    const FakeNodeAgent agent(filesOf(node), [](TlsChannel& channel) {
+        FakeNodeAgent::greet(channel);
+        (void)channel.receiveFrame(FakeNodeAgent::soon());
+        protocol::Answer mac;
+        mac.text = "02:00:00:00:00:01";
+        FakeNodeAgent::send(channel, protocol::encode(mac));
+        FakeNodeAgent::waitForClose(channel);
+    });
+    StopWatch watch;
+    watch.start();
+    run("02:00:00:00:00:01", agent, 500);
+    // A second for the agent's last word would come on top.
+    EXPECT_LT(watch.getTime(), 1400);
+    EXPECT_GE(watch.getTime(), 500);
+    EXPECT_EQ(EXEC_TIMED_OUT, result.getRunStatus());
+    EXPECT_EQ("", result.getRunSummary());
+}
+
 TEST_F(CThreadWrapperOfCommandOnNode, NodeThatTakesTheConnectionAndHangsIsTimedOutWithTheReason) {
     const FakeNodeAgent agent([](int connection) {
         char byte = 0;
@@ -195,6 +275,45 @@ TEST_F(CThreadWrapperOfCommandOnNode, NodeThatTakesTheConnectionAndHangsIsTimedO
     EXPECT_NE(std::string::npos, result.getRunSummary().find("did not answer in time"))
         << result.getRunSummary();
     EXPECT_LT(result.getRunTime(), 900);
+}
+
+namespace {
+
+// A set whose text for a failure is its own.
+class RewordingSet : public CShellCommandSet {
+public:
+    explicit RewordingSet(bool dials) : CShellCommandSet("own", "For tests."), needsNode(dials) {}
+    void execute(std::string, CNode* target, CResult& outcome, unsigned limit) override {
+        try {
+            if (needsNode) {
+                nodeaccess::connect(*target, limit);
+            }
+        } catch (const CException&) {
+            // What it says is of no interest.
+        }
+        outcome.setRunStatus(EXEC_FAILURE);
+        outcome.setRunSummary("in other words");
+    }
+
+private:
+    bool needsNode;
+};
+
+}  // namespace
+
+TEST_F(CThreadWrapperOfCommandOnNode, WhatBecameOfTheConnectionDecidesAndNotTheText) {
+    const FakeNodeAgent agent([](int connection) {
+        char byte = 0;
+        while (::recv(connection, &byte, 1, 0) > 0) {
+        }
+    });
+    CNode target("n1", "02:00:00:00:00:01", "127.0.0.1", static_cast<unsigned int>(agent.port()));
+    for (const bool dials : {true, false}) {
+        RewordingSet own(dials);
+        CThreadWrapperOfCommand("look", own, &target, &result, 900)();
+        EXPECT_EQ(dials ? EXEC_TIMED_OUT : EXEC_FAILURE, result.getRunStatus());
+        EXPECT_EQ("in other words", result.getRunSummary());
+    }
 }
 
 TEST_F(CThreadWrapperOfCommandOnNode, NodeThatRefusesTheConnectionIsAFailure) {
