@@ -17,7 +17,7 @@ import statistics
 COUNTS = (1_000, 10_000, 100_000)
 IMAGE_MIB = 16
 
-# Of the code: runtime/client Dialer.h, SSLClient.h and ConnectGate.h, src/config/NodeAgentQuery.h.
+# Limits in the code: Dialer, SSLClient and ConnectGate in runtime/client, src/config/NodeAgentQuery.h.
 CONNECTS_AT_ONCE = 64
 CONNECT_LIMIT_S = 3.0
 SECOND_LIMIT_S = 0.2

@@ -46,4 +46,5 @@ std::vector<Figure> attackTrustOfNode(const Scale& scale);
 std::vector<Figure> changeAudit(const Scale& scale);
 std::vector<Figure> compareConfigurations(const Scale& scale);
 std::vector<Figure> attackShellWithAnswers(const Scale& scale);
+std::vector<Figure> attackShellWithTricks(const Scale& scale);
 std::vector<Figure> soak(const Scale& scale);

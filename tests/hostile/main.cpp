@@ -35,6 +35,7 @@ const std::vector<std::pair<std::string, Attack>>& attacks() {
         {"audit", changeAudit},
         {"configurations", compareConfigurations},
         {"payloads", attackShellWithAnswers},
+        {"tricks", attackShellWithTricks},
         {"soak", soak}};
     return all;
 }
