@@ -13,7 +13,7 @@ namespace {
 
 std::string latestThatBegins(const CCmdHistory& history, const std::string& start) {
     for (unsigned int n = history.size(); n > 0; --n) {
-        const std::string entry = history.getCmd(n);
+        std::string entry = history.getCmd(n);
         if (Text::startsWith(entry, start)) {
             return entry;
         }

@@ -44,12 +44,12 @@ protected:
 
     // Starts nodes on addresses that nobody else on this machine uses; tests of other build
     // directories may run at the same time.
-    void start(int nodes) {
+    void start(int nodes, const std::string& options = "") {
         int status = 1;
         for (int i = 0; i < 20 && status != 0; ++i) {
             subnet = 20 + (static_cast<int>(::getpid()) + i * 11) % 200;
             status = cluster("start --nodes " + std::to_string(nodes) + " --subnet 127." +
-                             std::to_string(subnet) + " --build " KELSH_BINARY_DIR);
+                             std::to_string(subnet) + " --build " KELSH_BINARY_DIR + options);
             if (status != 0 && output.find("is taken by another program") == std::string::npos) {
                 break;
             }
@@ -82,7 +82,7 @@ protected:
     }
 
     TempDir directory;
-    const std::string dir = directory.file("cluster");
+    std::string dir = directory.file("cluster");
     std::string output;
     int subnet = 0;
 };
@@ -184,6 +184,23 @@ TEST_F(LocalCluster, ShowsWhyAnAgentDoesNotStartAndStopsTheOthers) {
     EXPECT_THAT(output, StartsWith("0 of 2 agents run"));
 }
 
+TEST_F(LocalCluster, WritesTheInterfaceThatItIsGivenAndNoneOtherwise) {
+    const auto run = [&] {
+        return CUtil::exec_cmd("KELSH_PATH=" + dir +
+                                   "/kelsh " KELSH_BINARY_DIR
+                                   "/bin/kelsh run -n node_0000 -- true </dev/null",
+                               &output, &output);
+    };
+    start(1);
+    EXPECT_FALSE(CUtil::isFileExisted(dir + "/kelsh/kelsh.cfg"));
+    EXPECT_EQ(2, run()) << output;
+    EXPECT_EQ(0, cluster("stop"));
+    dir += "-modern";
+    start(1, " --interface modern");
+    EXPECT_EQ("INTERFACE=modern\n", readFile(dir + "/kelsh/kelsh.cfg"));
+    EXPECT_EQ(0, run()) << output;
+}
+
 TEST_F(LocalCluster, TouchesNoDirectoryOfSomebodyElse) {
     ASSERT_EQ(::mkdir(dir.c_str(), 0700), 0);
     std::ofstream(dir + "/precious") << "x";
@@ -197,7 +214,8 @@ TEST_F(LocalCluster, TouchesNoDirectoryOfSomebodyElse) {
 TEST_F(LocalCluster, ExplainsWrongUsageWithStatusTwo) {
     for (const char* arguments :
          {"", "start", "start --nodes 0", "start --nodes x", "start stop", "start --nodes",
-          "start --nodes 1 --subnet 10.0", "start --nodes 1 --port 0", "restart", "--colour"}) {
+          "start --nodes 1 --subnet 10.0", "start --nodes 1 --port 0", "restart", "--colour",
+          "start --nodes 1 --interface new"}) {
         EXPECT_EQ(cluster(std::string(arguments) + " --build " KELSH_BINARY_DIR), 2) << arguments;
         EXPECT_THAT(output, HasSubstr("Usage: local-cluster")) << arguments;
     }
