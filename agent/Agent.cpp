@@ -25,6 +25,7 @@
 #include "FreedBy.h"
 #include "Listener.h"
 #include "NodeFiles.h"
+#include "OpenDoors.h"
 #include "PlantedFiles.h"
 #include "Posix.h"
 #include "Sandbox.h"
@@ -223,6 +224,9 @@ int runCheck() {
     }
     for (const std::string& note : notes) {
         std::cerr << "kelnode: note: " << note << "\n";
+    }
+    if (reads) {
+        std::cout << opendoors::table(opendoors::find(config)) << std::flush;
     }
     if (!reads || !findings.empty()) {
         return kExitFailure;

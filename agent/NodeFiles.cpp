@@ -39,12 +39,25 @@ NodeFiles::NodeFiles(const AgentConfig& config) : excused(false) {
         others.examine(key);
         const FileTrust::Finding open = FileTrust::examineSecret(key);
         if (!open.path.empty()) {
-            keys.push_back("the key " + open.text());
+            keys.push_back(open);
         }
     }
     others.examineEntries(config.getNodePath() + "tools");
     excused =
         isExcusedByEnvironment() || (config.allowsLooseFiles && configuration.findings().empty());
+}
+
+std::vector<FileTrust::Finding> NodeFiles::findings() const {
+    std::vector<FileTrust::Finding> all;
+    std::set<std::string> seen;
+    for (const auto* const part : {&configuration.findings(), &others.findings(), &keys}) {
+        for (const FileTrust::Finding& finding : *part) {
+            if (seen.insert(finding.text()).second) {
+                all.push_back(finding);
+            }
+        }
+    }
+    return all;
 }
 
 std::vector<std::string> NodeFiles::looseFiles() const {
@@ -56,6 +69,14 @@ std::vector<std::string> NodeFiles::looseFiles() const {
                 lines.push_back(finding.text());
             }
         }
+    }
+    return lines;
+}
+
+std::vector<std::string> NodeFiles::openKeys() const {
+    std::vector<std::string> lines;
+    for (const FileTrust::Finding& key : keys) {
+        lines.push_back("the key " + key.text());
     }
     return lines;
 }

@@ -25,14 +25,16 @@ public:
     bool areTrusted(const Say& say) const;
     // Files that others could change. Each line names the command that mends it.
     std::vector<std::string> looseFiles() const;
+    // The same, and the keys, one by one.
+    std::vector<FileTrust::Finding> findings() const;
     // Keys that others can only read. Likewise.
-    const std::vector<std::string>& openKeys() const { return keys; }
+    std::vector<std::string> openKeys() const;
     // Whether the agent starts although looseFiles() is not empty.
     bool isExcused() const { return excused; }
 
 private:
     FileTrust configuration;
     FileTrust others;
-    std::vector<std::string> keys;
+    std::vector<FileTrust::Finding> keys;
     bool excused;
 };

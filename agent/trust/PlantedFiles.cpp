@@ -131,15 +131,24 @@ void remove(const std::string& line, const std::function<void(const std::string&
     }
 }
 
-std::list<std::string> missingProtection() {
-    std::list<std::string> missing;
+std::list<Protection> protectionsThatAreOff() {
+    std::list<Protection> off;
     for (const char* const protection : kProtections) {
         if (isOff(protection)) {
-            missing.push_back(std::string("fs.") + protection +
-                              " is off: users of this machine can trick root with links and files "
-                              "below /var/tmp; sysctl -w fs." +
-                              protection + "=1");
+            const std::string name = std::string("fs.") + protection;
+            off.push_back({name, "sysctl -w " + name + "=1"});
         }
+    }
+    return off;
+}
+
+std::list<std::string> missingProtection() {
+    std::list<std::string> missing;
+    for (const Protection& off : protectionsThatAreOff()) {
+        missing.push_back(off.name +
+                          " is off: users of this machine can trick root with links and files "
+                          "below /var/tmp; " +
+                          off.remedy);
     }
     return missing;
 }

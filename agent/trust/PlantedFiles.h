@@ -22,6 +22,13 @@ constexpr char kDirectory[] = "/var/tmp";
 // Throws CException when a name that the line holds cannot be freed: it must not run then.
 void remove(const std::string& line, const std::function<void(const std::string&)>& say);
 
+// A protection of the kernel, and the command that switches it on.
+struct Protection {
+    std::string name;
+    std::string remedy;
+};
+std::list<Protection> protectionsThatAreOff();
+
 // A sentence for each protection of the kernel that is off and would keep users from such tricks,
 // with the command that switches it on.
 std::list<std::string> missingProtection();

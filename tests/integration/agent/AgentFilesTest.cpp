@@ -138,6 +138,27 @@ TEST_F(AgentFiles, ReloadRefusesWhatOthersCanWrite) {
     EXPECT_TRUE(agent.waitForLog("read anew")) << agent.log();
 }
 
+TEST_F(AgentFiles, CheckShowsATableOfWhatIsOpen) {
+    std::string output;
+    EXPECT_EQ(0, check(output)) << output;
+    const std::string crl = "  crl.pem of the authority as " + node("crl.pem") + "\n";
+    EXPECT_NE(std::string::npos, output.find("revoked certificates are accepted")) << output;
+    EXPECT_NE(std::string::npos, output.find(crl)) << output;
+    EXPECT_NE(std::string::npos, output.find("  AUDIT_FILE=<file> in kelnode.cfg\n")) << output;
+    EXPECT_NE(std::string::npos, output.find("every master may do everything")) << output;
+    EXPECT_EQ(std::string::npos, output.find("LISTEN=")) << output;
+    agent.configuration().settings["LISTEN"] = "0.0.0.0:4422";
+    agent.configuration().settings["AUDIT_FILE"] = "audit.log";
+    agent.writeConfiguration();
+    std::ofstream(node("authz.cfg")) << "master=firmware\n";
+    setMode(node("ca.crt"), 0666);
+    EXPECT_EQ(1, check(output)) << output;
+    EXPECT_NE(std::string::npos, output.find("  LISTEN=<address>:4422 in kelnode.cfg")) << output;
+    EXPECT_NE(std::string::npos, output.find("  chmod go-w " + node("ca.crt") + "\n")) << output;
+    EXPECT_EQ(std::string::npos, output.find("AUDIT_FILE=")) << output;
+    EXPECT_EQ(std::string::npos, output.find("every master may")) << output;
+}
+
 TEST_F(AgentFiles, KeyThatOthersCanOnlyReadIsAWarningAndFailsTheCheck) {
     stop();
     setMode(node("node.key"), 0644);
