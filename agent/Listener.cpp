@@ -19,13 +19,14 @@
 #include "CException.h"
 #include "CertificateExpiry.h"
 #include "Descriptors.h"
+#include "LocalMessages.h"
 #include "Memory.h"
 #include "NodeFiles.h"
 #include "Posix.h"
 #include "Session.h"
-#include "SigningProxy.h"
 #include "Text.h"
 #include "TlsRehearsal.h"
+#include "TlsSocket.h"
 
 namespace {
 
@@ -37,12 +38,6 @@ constexpr milliseconds kSweepOftenPeriod(200);
 constexpr std::chrono::hours kExpiryPeriod(24);
 // Longer than a job gets between SIGTERM and SIGKILL.
 constexpr seconds kLeaveLimit(8);
-
-bool isRevoking(const TlsContext& context) {
-    X509_VERIFY_PARAM* const parameters =
-        X509_STORE_get0_param(SSL_CTX_get_cert_store(context.get()));
-    return (X509_VERIFY_PARAM_get_flags(parameters) & X509_V_FLAG_CRL_CHECK) != 0;
-}
 
 static_assert(Reception::kHandshakeTime == milliseconds(Session::kHandshakeMs),
               "one time for both: it counts from the acceptance");
@@ -61,6 +56,7 @@ Listener::Listener(AgentConfig& agentConfig, AgentLog& agentLog, const rlimit& f
     : config(agentConfig),
       log(agentLog),
       runDirectory(agentConfig.getRunPath()),
+      zygotes(confinement, agentLog),
       sparingLog([this](const std::string& text) { log.warning(text); }),
       refusals(log),
       reception(sessions, sparingLog) {
@@ -77,8 +73,6 @@ Listener::Listener(AgentConfig& agentConfig, AgentLog& agentLog, const rlimit& f
 std::shared_ptr<TlsContext> Listener::loadContext(const AgentConfig& config) {
     std::shared_ptr<TlsContext> loaded =
         TlsContext::server({config.certificateFile, config.privateKeyFile, config.caFile});
-    // Connections are made by processes that have no key. Here once, not in each of them.
-    signingproxy::install(loaded->get());
     return loaded;
 }
 
@@ -96,6 +90,8 @@ void Listener::open() {
     runDirectory.create();
     confineNetworkSides();
     context = loadContext(config);
+    zygotes.renew(context);
+    // The zygote does so for the network processes.
     (void)tlsrehearsal::perform();
     authorization = loadAuthorization(config);
     warnOfMissingPrefixes();
@@ -190,7 +186,8 @@ int Listener::pollTimeOut() const {
 void Listener::poll() {
     std::vector<pollfd> watched{{signals.get(), POLLIN, 0},
                                 {reception.listeningDescriptor(Clock::now()), POLLIN, 0},
-                                {reception.waitingDescriptor(), POLLIN, 0}};
+                                {reception.waitingDescriptor(), POLLIN, 0},
+                                {zygotes.descriptor(), POLLIN, 0}};
     const std::size_t firstStatus = watched.size();
     std::vector<std::pair<pid_t, SessionTable::Entry*>> entries;
     for (auto& item : sessions.all()) {
@@ -217,6 +214,9 @@ void Listener::poll() {
     if (watched[2].revents != 0) {
         reception.look();
     }
+    if (watched[3].revents != 0) {
+        zygotes.takeFollower();
+    }
 }
 
 void Listener::serveNext() {
@@ -239,13 +239,16 @@ void Listener::serve(WaitingRoom::Guest guest) {
     for (UniqueFd& kept : reserve) {
         kept.reset();
     }
-    int ends[2];
-    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) {
+    UniqueFd line[2];
+    UniqueFd network[2];
+    if (!localmessages::makePair(line) || !localmessages::makePair(network) ||
+        !zygotes.serve(guest.connection.get(), network[1].get(),
+                       tlssocket::peerOf(guest.connection.get()),
+                       guest.acceptedAt + Reception::kHandshakeTime)) {
         reception.pause("cannot serve a connection", Clock::now());
         return;
     }
-    UniqueFd own(ends[0]);
-    UniqueFd theirs(ends[1]);
+    network[1].reset();
     const std::string source = guest.source;
     const pid_t pid = ::fork();
     if (pid < 0) {
@@ -253,15 +256,14 @@ void Listener::serve(WaitingRoom::Guest guest) {
         return;
     }
     if (pid == 0) {
-        own.reset();
-        becomeSession(std::move(guest), std::move(theirs));
+        becomeSession(std::move(guest), std::move(network[0]), std::move(line[1]));
     }
-    SessionTable::Entry& entry = sessions.add(pid, source, std::move(own), guest.acceptedAt);
+    SessionTable::Entry& entry = sessions.add(pid, source, std::move(line[0]), guest.acceptedAt);
     entry.rules = authorization;
     entry.generation = generation;
 }
 
-void Listener::becomeSession(WaitingRoom::Guest guest, UniqueFd line) {
+void Listener::becomeSession(WaitingRoom::Guest guest, UniqueFd network, UniqueFd line) {
     // First the signals: a session must never take part in the listener's end.
     Session::installSignals();
     ::prctl(PR_SET_NAME, "kelnode-session");
@@ -269,13 +271,12 @@ void Listener::becomeSession(WaitingRoom::Guest guest, UniqueFd line) {
     ::closelog();
     sandbox::boundMemoryOfSession();
     std::vector<int> kept = authorization->descriptors();
-    kept.insert(kept.end(), {guest.connection.get(), line.get(), log.descriptor(),
-                             confinement.emptyDirectory->get()});
+    kept.insert(kept.end(), {guest.connection.get(), network.get(), line.get(), log.descriptor()});
     descriptors::closeAllBut(kept);
     ListeningSocket::watchForDeadPeer(guest.connection.get());
     {
         Session session(std::move(guest.connection), context, config, *authorization, jobSettings,
-                        log, confinement, std::move(line), guest.acceptedAt, guest.refusal);
+                        log, std::move(network), std::move(line), guest.acceptedAt, guest.refusal);
         session.run();
     }
     ::_exit(EXIT_SUCCESS);
@@ -381,6 +382,9 @@ void Listener::reap() {
 }
 
 void Listener::noteEnd(pid_t pid, int status) {
+    if (zygotes.noteEnd(pid)) {
+        return;
+    }
     SessionTable::Entry* entry = sessions.find(pid);
     const bool wasKilled = WIFSIGNALED(status);
     if (entry != nullptr) {
@@ -426,7 +430,7 @@ void Listener::reload() {
     }
     try {
         std::shared_ptr<TlsContext> freshContext = loadContext(fresh);
-        if (isRevoking(*context) && !isRevoking(*freshContext)) {
+        if (context->isRevoking() && !freshContext->isRevoking()) {
             throw CException(
                 "there is no " + certificateexpiry::revocationListBeside(fresh.certificateFile) +
                 " any more, and what it revoked would be let in (to do without it, start the"
@@ -434,6 +438,7 @@ void Listener::reload() {
         }
         std::shared_ptr<const Authorization> freshRules = loadAuthorization(fresh);
         AuditLog(fresh.auditFile).check();
+        zygotes.renew(freshContext);
         reopenSocket(fresh);
         context = std::move(freshContext);
         authorization = std::move(freshRules);

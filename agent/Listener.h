@@ -10,6 +10,7 @@
 #include "AgentLog.h"
 #include "Authorization.h"
 #include "Job.h"
+#include "NetworkZygotes.h"
 #include "Reception.h"
 #include "RefusalLog.h"
 #include "RunDirectory.h"
@@ -62,7 +63,7 @@ private:
     void serveNext();
     void serve(WaitingRoom::Guest guest);
     void keepReserve();
-    [[noreturn]] void becomeSession(WaitingRoom::Guest guest, UniqueFd line);
+    [[noreturn]] void becomeSession(WaitingRoom::Guest guest, UniqueFd network, UniqueFd line);
     void readStatus(pid_t pid, SessionTable::Entry& entry);
     void take(SessionReport& report, pid_t pid, SessionTable::Entry& entry);
     // Cuts the session off if its master would not be let in as it is any more.
@@ -83,6 +84,7 @@ private:
     JobSettings jobSettings;
     RunDirectory runDirectory;
     sandbox::Settings confinement;  // of what faces the network
+    NetworkZygotes zygotes;
     std::shared_ptr<TlsContext> context;
     std::shared_ptr<const Authorization> authorization;
     unsigned int generation = 0;  // counts what was loaded
@@ -93,7 +95,7 @@ private:
     Reception reception;
     // Given up for the socket of a session: connections that wait must not take the last
     // descriptors from those that speak.
-    UniqueFd reserve[2];
+    UniqueFd reserve[4];
 
     bool hangUp = false;
     bool terminate = false;

@@ -74,16 +74,15 @@ std::string quoted(const std::string& text) {
 
 Session::Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
                  const AgentConfig& agentConfig, const Authorization& rules,
-                 const JobSettings& settings, const EventLog& agentLog,
-                 const sandbox::Settings& confinement, UniqueFd toListener,
-                 FrameChannel::Clock::time_point accepted, std::string refusal)
+                 const JobSettings& settings, const EventLog& agentLog, UniqueFd network,
+                 UniqueFd toListener, FrameChannel::Clock::time_point accepted, std::string refusal)
     : socket(std::move(connection)),
       context(std::move(tlsContext)),
       config(agentConfig),
       authorization(rules),
       jobSettings(settings),
       log(agentLog),
-      confinementOfNetwork(confinement),
+      networkSocket(std::move(network)),
       line(std::move(toListener)),
       acceptedAt(accepted),
       turnedAway(std::move(refusal)),
@@ -119,7 +118,8 @@ void Session::run() noexcept {
         ownIp = addressOf(socket.get(), true);
         peer = peerIp;
         const std::string address = tlssocket::peerOf(socket.get());
-        NetworkSide network(std::move(socket), context, confinementOfNetwork, address,
+        socket.reset();
+        NetworkSide network(std::move(networkSocket), context, address,
                             acceptedAt + std::chrono::milliseconds(limits.handshakeMs));
         const HandshakeWitness::Master master = network.authenticate();
         channel = network.openChannel();

@@ -15,7 +15,6 @@
 #include "Protocol.h"
 #include "RequestAudit.h"
 #include "RunDirectory.h"
-#include "Sandbox.h"
 #include "SessionLine.h"
 #include "TlsContext.h"
 #include "UniqueFd.h"
@@ -40,11 +39,11 @@ public:
 
     // toListener: for SessionLine.
     // accepted: when the connection was; the time for the handshake counts from there.
-    // confinement: of the process that faces the network; stays the caller's.
+    // network: the socket to the process that faces the network and serves the connection.
     // refusal: what the shell is told in place of being served; mostly empty.
     Session(UniqueFd connection, std::shared_ptr<TlsContext> tlsContext,
             const AgentConfig& agentConfig, const Authorization& rules, const JobSettings& settings,
-            const EventLog& agentLog, const sandbox::Settings& confinement, UniqueFd toListener,
+            const EventLog& agentLog, UniqueFd network, UniqueFd toListener,
             FrameChannel::Clock::time_point accepted, std::string refusal);
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -100,7 +99,7 @@ private:
     const Authorization& authorization;
     const JobSettings& jobSettings;
     const EventLog& log;
-    const sandbox::Settings& confinementOfNetwork;
+    UniqueFd networkSocket;
     SessionLine line;
     const FrameChannel::Clock::time_point acceptedAt;
     const std::string turnedAway;

@@ -37,6 +37,16 @@ std::string receiveBytes(int local, std::size_t count, FrameChannel::Deadline de
 
 }  // namespace
 
+bool makePair(UniqueFd (&ends)[2]) {
+    int pair[2];
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, pair) != 0) {
+        return false;
+    }
+    ends[0].reset(pair[0]);
+    ends[1].reset(pair[1]);
+    return true;
+}
+
 void send(int local, char type, const std::string& body, FrameChannel::Deadline deadline) {
     const std::uint32_t length = htonl(static_cast<std::uint32_t>(body.size()));
     std::string bytes(1, type);

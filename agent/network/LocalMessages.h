@@ -4,6 +4,7 @@
 #include <string>
 
 #include "FrameChannel.h"
+#include "UniqueFd.h"
 
 // What the two halves of a session say to each other on their local socket before the conversation
 // with the master begins: messages, each a type, a length of 32 bits in network order, and so many
@@ -18,6 +19,9 @@ namespace localmessages {
 // written to it before a session ended.
 constexpr unsigned long kLastWordsMs = 1000;
 constexpr unsigned long kLastBytesMs = 10000;
+
+// Both ends of a local connection, which do not wait. False leaves the reason in errno.
+bool makePair(UniqueFd (&ends)[2]);
 
 // Both throw ChannelError. receive refuses a message that announces more than mostBytes.
 void send(int local, char type, const std::string& body, FrameChannel::Deadline deadline);

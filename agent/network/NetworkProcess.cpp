@@ -1,14 +1,19 @@
 #include "NetworkProcess.h"
 
 #include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
 #include <memory>
 #include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 #include <utility>
 #include <vector>
 
 #include "CException.h"
 #include "LocalMessages.h"
+#include "Posix.h"
 #include "SigningProxy.h"
 #include "TlsChannel.h"
 #include "TlsSocket.h"
@@ -24,6 +29,16 @@ constexpr std::size_t kProofMessages = 4;
 // No shell sends any after the handshake; each costs a change of keys.
 constexpr int kMostLaterMessages = 16;
 constexpr std::size_t kBufferBytes = std::size_t{64} * 1024;
+
+// The local socket is where the sandbox puts it.
+void onLocalSocket(int /*signal*/) {
+    const int savedErrno = errno;
+    pollfd watched{STDIN_FILENO, 0, 0};
+    if (::poll(&watched, 1, 0) > 0 && (watched.revents & (POLLHUP | POLLNVAL)) == POLLHUP) {
+        ::_exit(EXIT_SUCCESS);
+    }
+    errno = savedErrno;
+}
 
 // The messages of the handshake, and what the session is asked for about them.
 class Conversation {
@@ -198,7 +213,7 @@ private:
         }
     }
 
-    void wait() const {
+    void wait() {
         const bool reads = !peerEnded && toLocal.hasRoom();
         if (reads && !wireIsDry) {
             // Reading stopped for want of room: what TLS holds already is no event of the socket.
@@ -208,9 +223,14 @@ private:
             static_cast<short>((reads ? POLLIN : 0) | (toWire.isEmpty() ? 0 : POLLOUT));
         const short localEvents =
             static_cast<short>((toWire.isEmpty() ? POLLIN : 0) | (toLocal.isEmpty() ? 0 : POLLOUT));
+        // Looked at without events too, unless that is known already: whether the session has gone.
         pollfd watched[2] = {{wireEvents != 0 ? wire.descriptor() : -1, wireEvents, 0},
-                             {localEvents != 0 ? local : -1, localEvents, 0}};
-        ::poll(watched, 2, -1);
+                             {localEvents != 0 || !sessionGone ? local : -1, localEvents, 0}};
+        if (::poll(watched, 2, sessionGone ? static_cast<int>(localmessages::kLastBytesMs) : -1) ==
+            0) {
+            sessionEnded = true;
+        }
+        sessionGone = sessionGone || (watched[1].revents & POLLHUP) != 0;
     }
 
     TlsChannel& wire;
@@ -220,15 +240,22 @@ private:
     bool wireIsDry = false;
     bool peerEnded = false;
     bool toldEnd = false;
-    bool sessionEnded = false;
+    bool sessionEnded = false;  // and nothing more is there from it
+    bool sessionGone = false;
 };
 
 }  // namespace
 
+void endWithSession(int local) {
+    if (::signal(SIGIO, &onLocalSocket) == SIG_ERR || ::fcntl(local, F_SETOWN, ::getpid()) != 0 ||
+        ::fcntl(local, F_SETFL, O_NONBLOCK | O_ASYNC) != 0) {
+        Posix::throwErrno("cannot be tied to the session");
+    }
+}
+
 void run(UniqueFd connection, UniqueFd local, const std::string& peer,
          const std::shared_ptr<TlsContext>& context, Deadline deadline) noexcept {
     try {
-        context->forgetKey();
         Conversation conversation(local.get(), connection.get(), deadline);
         SSL_CTX* const shared = context->get();
         try {
@@ -240,6 +267,8 @@ void run(UniqueFd connection, UniqueFd local, const std::string& peer,
             const std::unique_ptr<TlsChannel> wire =
                 TlsChannel::acceptOver(std::move(connection), peer, context, deadline);
             conversation.prove();
+            // From here on the relay looks at the socket.
+            ::fcntl(local.get(), F_SETFL, O_NONBLOCK);
             Relay(*wire, local.get()).run();
         } catch (const ChannelError& fault) {
             localmessages::send(local.get(), 'F',

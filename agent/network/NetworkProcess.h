@@ -10,9 +10,13 @@
 // What the network side of a session does in its process.
 namespace networkprocess {
 
+// From now on this process ends with its session, whose end of the local socket closes then. Until
+// the handshake is over nobody would see that otherwise.
+void endWithSession(int local);
+
 // Makes the handshake and passes bytes on until one end closes. The connection is prepared, and
 // peer its far end, for texts. The context must be this process's own, with a stand-in for its
-// private key (signingproxy); the key is forgotten before a byte is read. Throws nothing.
+// private key (signingproxy). Throws nothing.
 void run(UniqueFd connection, UniqueFd local, const std::string& peer,
          const std::shared_ptr<TlsContext>& context, FrameChannel::Deadline deadline) noexcept;
 

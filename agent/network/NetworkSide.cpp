@@ -17,52 +17,9 @@
 
 namespace {
 
-constexpr char kProcessName[] = "kelnode-network";
 constexpr std::size_t kMaxFailureBytes = 4096;
 
-[[noreturn]] void become(UniqueFd connection, UniqueFd local,
-                         const std::shared_ptr<TlsContext>& context,
-                         const sandbox::Settings& settings, const std::string& peer, pid_t parent,
-                         FrameChannel::Deadline deadline) {
-    ::prctl(PR_SET_NAME, kProcessName);
-    // It ends with its session, and in no other way.
-    ::signal(SIGTERM, SIG_IGN);
-    std::string fault;
-    try {
-        tlssocket::prepare(connection.get(), peer);
-        fault = sandbox::enter(settings, parent, local.release(), connection.release());
-    } catch (const CException& failed) {
-        fault = failed.getErrMsg();
-    }
-    if (!fault.empty()) {
-        ::_exit(EXIT_FAILURE);
-    }
-    networkprocess::run(UniqueFd(1), UniqueFd(0), peer, context, deadline);
-    ::_exit(EXIT_SUCCESS);
-}
-
 }  // namespace
-
-NetworkSide::NetworkSide(UniqueFd connection, std::shared_ptr<TlsContext> ownContext,
-                         const sandbox::Settings& settings, std::string peerAddress,
-                         FrameChannel::Deadline deadline)
-    : context(std::move(ownContext)), peer(std::move(peerAddress)), limit(deadline) {
-    int ends[2];
-    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) != 0) {
-        throw CException(std::string("cannot make a pair of sockets: ") + std::strerror(errno));
-    }
-    socket.reset(ends[0]);
-    UniqueFd other(ends[1]);
-    const pid_t parent = ::getpid();
-    const pid_t pid = ::fork();
-    if (pid < 0) {
-        throw CException(std::string("cannot start the network side: ") + std::strerror(errno));
-    }
-    if (pid == 0) {
-        socket.reset();
-        become(std::move(connection), std::move(other), context, settings, peer, parent, limit);
-    }
-}
 
 NetworkSide::NetworkSide(UniqueFd local, std::shared_ptr<TlsContext> ownContext,
                          std::string peerAddress, FrameChannel::Deadline deadline)

@@ -5,7 +5,6 @@
 
 #include "FrameChannel.h"
 #include "HandshakeWitness.h"
-#include "Sandbox.h"
 #include "TlsContext.h"
 #include "UniqueFd.h"
 
@@ -15,11 +14,6 @@
 // little to be trusted as the network. Both speak as LocalMessages.h says.
 class NetworkSide {
 public:
-    // Starts the process, which takes the connection over; it must make its handshake until the
-    // deadline. peerAddress is for messages. Throws CException when it cannot be started.
-    NetworkSide(UniqueFd connection, std::shared_ptr<TlsContext> ownContext,
-                const sandbox::Settings& settings, std::string peerAddress,
-                FrameChannel::Deadline deadline);
     // The session's end of the local socket, to be spoken to directly.
     NetworkSide(UniqueFd local, std::shared_ptr<TlsContext> ownContext, std::string peerAddress,
                 FrameChannel::Deadline deadline);

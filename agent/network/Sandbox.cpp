@@ -378,27 +378,28 @@ Settings probePatiently(const std::string& emptyDirectory, std::list<std::string
     }
 }
 
-std::string enter(const Settings& settings, pid_t parent, int first, int second) {
+std::string leaveRoot(const Settings& settings, const std::vector<int>& kept) {
     if (settings.changesUser && !changeRoot(settings)) {
         return failed("cannot change the root directory");
     }
-    if (!keepTwo(first, second)) {
-        return failed("cannot keep the sockets apart");
-    }
+    descriptors::closeAllBut(kept);
     if (settings.changesUser && !changeUser(settings)) {
         return failed("cannot become the unprivileged user");
     }
     if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 || ::prctl(PR_SET_DUMPABLE, 0) != 0 ||
-        !limit(RLIMIT_CORE, 0) || !limit(RLIMIT_FSIZE, 0) || !limit(RLIMIT_NOFILE, kDescriptors) ||
-        !limit(RLIMIT_DATA, kDataBytes) || (settings.changesUser && !limit(RLIMIT_NPROC, 0))) {
+        !limit(RLIMIT_CORE, 0) || !limit(RLIMIT_FSIZE, 0) || !limit(RLIMIT_DATA, kDataBytes)) {
         return failed("cannot give up rights");
     }
-    // After the change of user, which forgets it.
-    if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0) {
-        return failed("cannot be tied to the session");
+    theFilter();
+    return "";
+}
+
+std::string confine(const Settings& settings, int first, int second) {
+    if (!keepTwo(first, second)) {
+        return failed("cannot keep the sockets apart");
     }
-    if (::getppid() != parent) {
-        return "the session has ended";
+    if (!limit(RLIMIT_NOFILE, kDescriptors) || (settings.changesUser && !limit(RLIMIT_NPROC, 0))) {
+        return failed("cannot give up rights");
     }
     if (settings.filtersCalls && !filterCalls()) {
         return failed("cannot confine the system calls");

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 #include <sys/types.h>
+#include <vector>
 
 #include "UniqueFd.h"
 
@@ -37,11 +38,15 @@ Settings probe(const std::string& emptyDirectory, std::list<std::string>& missin
 // been for want of a process or of memory.
 Settings probePatiently(const std::string& emptyDirectory, std::list<std::string>& missing);
 
-// For a process just forked: it keeps two descriptors, which become 0 and 1, and may read, write,
-// wait and end; no file can be opened, no socket made, no process begun or signalled. It dies with
-// its parent. Returns an empty text, or what failed: then the process must end.
-//   parent  the process id of who forked it
-std::string enter(const Settings& settings, pid_t parent, int first, int second);
+// For a process that makes others of that kind, in two steps, each of which returns an empty text
+// or what failed: then the process must end.
+//
+// First the maker itself gives up user, root directory, memory and files. It keeps the descriptors
+// named, and may still begin processes.
+std::string leaveRoot(const Settings& settings, const std::vector<int>& kept);
+// Then each process it has forked. It keeps two descriptors, which become 0 and 1, and may read,
+// write, wait and end; no file can be opened, no socket made, no process begun or signalled.
+std::string confine(const Settings& settings, int first, int second);
 
 // For a session itself, which is not confined: how much memory it may write to. The hard limit
 // stays, so that a job gets back what the agent has found.

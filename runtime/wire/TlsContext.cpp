@@ -89,6 +89,17 @@ int refusePassPhrase(char* /*buffer*/, int /*size*/, int /*writing*/, void* aske
     return -1;
 }
 
+std::string derOf(const X509* certificate) {
+    unsigned char* bytes = nullptr;
+    const int count = i2d_X509(certificate, &bytes);
+    if (count < 0) {
+        failed("Cannot hand on a certificate");
+    }
+    const std::string der(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count));
+    OPENSSL_free(bytes);
+    return der;
+}
+
 std::vector<Certificate> readCertificates(const PemText& text, const std::string& file) {
     std::vector<Certificate> certificates;
     const Bio bio = text.bio();
@@ -220,20 +231,35 @@ std::shared_ptr<TlsContext> TlsContext::server(const TlsFiles& files) {
 TlsContext::TlsContext(const TlsFiles& givenFiles, bool server)
     : files(givenFiles), serverSide(server) {
     Material material(files);
+    makeEmpty();
+    useMaterial(material);
+    key = std::move(material.key);
+    useRevocationList();
+}
+
+TlsContext::TlsContext(const std::vector<std::string>& parts)
+    : files{parts.at(0), "", ""}, serverSide(true) {
+    makeEmpty();
+    useShown(TlsContext::parse(parts.at(1)));
+    useTrusted(TlsContext::parse(parts.at(2)));
+    if (!parts.at(3).empty()) {
+        const Bio lists(BIO_new_mem_buf(parts.at(3).data(), static_cast<int>(parts.at(3).size())));
+        useRevocationLists(lists.get(), "crl.pem");
+    }
+}
+
+void TlsContext::makeEmpty() {
     ERR_clear_error();
-    context.reset(SSL_CTX_new(server ? TLS_server_method() : TLS_client_method()));
+    context.reset(SSL_CTX_new(serverSide ? TLS_server_method() : TLS_client_method()));
     if (!context) {
         failed("Cannot set up TLS");
     }
     configureCommon();
-    if (server) {
+    if (serverSide) {
         configureServer();
     } else {
         configureClient();
     }
-    useMaterial(material);
-    key = std::move(material.key);
-    useRevocationList();
 }
 
 TlsContext::~TlsContext() = default;
@@ -277,12 +303,9 @@ void TlsContext::configureServer() {
 }
 
 void TlsContext::useMaterial(const Material& material) {
-    SSL_CTX* ctx = context.get();
     const std::string named = "\"" + files.certificateFile + "\"";
-    if (SSL_CTX_use_certificate(ctx, material.chain.front().get()) != 1) {
-        failed("Cannot use the certificate in " + named);
-    }
-    if (SSL_CTX_use_PrivateKey(ctx, material.key.get()) != 1) {
+    useShown(material.chain);
+    if (SSL_CTX_use_PrivateKey(context.get(), material.key.get()) != 1) {
         failed("Cannot use the private key for " + named);
     }
     const int keyType = EVP_PKEY_get_base_id(material.key.get());
@@ -290,16 +313,28 @@ void TlsContext::useMaterial(const Material& material) {
         throw CException("The private key for " + named +
                          " is neither EC nor RSA, and an agent can use no other.");
     }
-    for (std::size_t i = 1; i < material.chain.size(); ++i) {
-        X509* link = material.chain[i].get();
+    useTrusted(material.authorities);
+}
+
+void TlsContext::useShown(const std::vector<Certificate>& chain) {
+    SSL_CTX* ctx = context.get();
+    const std::string named = "\"" + files.certificateFile + "\"";
+    if (chain.empty() || SSL_CTX_use_certificate(ctx, chain.front().get()) != 1) {
+        failed("Cannot use the certificate in " + named);
+    }
+    for (std::size_t i = 1; i < chain.size(); ++i) {
+        X509* link = chain[i].get();
         // The peer has the roots; only what lies between helps it.
         if ((X509_get_extension_flags(link) & EXFLAG_SS) == 0 &&
             SSL_CTX_add1_chain_cert(ctx, link) != 1) {
             failed("Cannot use the chain in " + named);
         }
     }
-    X509_STORE* store = SSL_CTX_get_cert_store(ctx);
-    for (const Certificate& authority : material.authorities) {
+}
+
+void TlsContext::useTrusted(const std::vector<Certificate>& authorities) {
+    X509_STORE* store = SSL_CTX_get_cert_store(context.get());
+    for (const Certificate& authority : authorities) {
         if (X509_check_ca(authority.get()) == 0) {
             throw CException("The file \"" +
                              (files.caFile.empty() ? files.certificateFile : files.caFile) +
@@ -307,7 +342,7 @@ void TlsContext::useMaterial(const Material& material) {
                              tlsfault::subject(authority.get()) + ") among those to be trusted.");
         }
         if (X509_STORE_add_cert(store, authority.get()) != 1) {
-            failed("Cannot trust the CA in " + named);
+            failed("Cannot trust the CA in \"" + files.certificateFile + "\"");
         }
     }
     // The CAs named are trusted as they are, be they roots or not.
@@ -321,11 +356,14 @@ void TlsContext::useRevocationList() {
         return;
     }
     const PemText text(file);
-    const Bio bio = text.bio();
+    useRevocationLists(text.bio().get(), file);
+}
+
+void TlsContext::useRevocationLists(BIO* bio, const std::string& file) {
     X509_STORE* store = SSL_CTX_get_cert_store(context.get());
     int lists = 0;
     ERR_clear_error();
-    while (X509_CRL* next = PEM_read_bio_X509_CRL(bio.get(), nullptr, nullptr, nullptr)) {
+    while (X509_CRL* next = PEM_read_bio_X509_CRL(bio, nullptr, nullptr, nullptr)) {
         const FreedBy<X509_CRL, X509_CRL_free> list(next);
         if (X509_STORE_add_crl(store, list.get()) != 1) {
             failed("Cannot use the revocation list \"" + file + "\"");
@@ -337,6 +375,63 @@ void TlsContext::useRevocationList() {
     }
     ERR_clear_error();
     X509_STORE_set_flags(store, X509_V_FLAG_CRL_CHECK);
+}
+
+bool TlsContext::isRevoking() const {
+    X509_VERIFY_PARAM* const parameters =
+        X509_STORE_get0_param(SSL_CTX_get_cert_store(context.get()));
+    return (X509_VERIFY_PARAM_get_flags(parameters) & X509_V_FLAG_CRL_CHECK) != 0;
+}
+
+std::string TlsContext::publicParts() const {
+    std::string shown = derOf(SSL_CTX_get0_certificate(context.get()));
+    STACK_OF(X509)* chain = nullptr;
+    SSL_CTX_get0_chain_certs(context.get(), &chain);
+    for (int i = 0; i < sk_X509_num(chain); ++i) {
+        shown += derOf(sk_X509_value(chain, i));
+    }
+    std::string trusted;
+    const Bio lists(BIO_new(BIO_s_mem()));
+    const STACK_OF(X509_OBJECT)* const objects =
+        X509_STORE_get0_objects(SSL_CTX_get_cert_store(context.get()));
+    for (int i = 0; i < sk_X509_OBJECT_num(objects); ++i) {
+        const X509_OBJECT* const object = sk_X509_OBJECT_value(objects, i);
+        if (X509_OBJECT_get_type(object) == X509_LU_X509) {
+            trusted += derOf(X509_OBJECT_get0_X509(object));
+        } else if (!lists ||
+                   PEM_write_bio_X509_CRL(lists.get(), X509_OBJECT_get0_X509_CRL(object)) != 1) {
+            failed("Cannot hand on a revocation list");
+        }
+    }
+    char* bytes = nullptr;
+    const long count = BIO_get_mem_data(lists.get(), &bytes);
+    std::string all;
+    for (const std::string& part : {files.certificateFile, shown, trusted,
+                                    std::string(bytes, static_cast<std::size_t>(count))}) {
+        const auto length = static_cast<std::uint32_t>(part.size());
+        all.append(reinterpret_cast<const char*>(&length), sizeof length);
+        all += part;
+    }
+    return all;
+}
+
+std::shared_ptr<TlsContext> TlsContext::serverOf(const std::string& publicParts) {
+    std::vector<std::string> parts;
+    std::size_t at = 0;
+    for (int i = 0; i < 4; ++i) {
+        std::uint32_t length = 0;
+        if (publicParts.size() - at < sizeof length) {
+            throw CException("The parts of a TLS context are incomplete.");
+        }
+        std::memcpy(&length, &publicParts[at], sizeof length);
+        at += sizeof length;
+        if (publicParts.size() - at < length) {
+            throw CException("The parts of a TLS context are incomplete.");
+        }
+        parts.push_back(publicParts.substr(at, length));
+        at += length;
+    }
+    return std::shared_ptr<TlsContext>(new TlsContext(parts));
 }
 
 std::string TlsContext::describeOwnCertificate() const {

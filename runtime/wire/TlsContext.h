@@ -25,8 +25,8 @@ struct TlsFiles {
 // list. TLS 1.3 only, ALPN "kelsh/1", both ends show a certificate, nothing but the CAs named in
 // the files is trusted. Nothing resumes: every connection proves who is at its ends.
 //
-// Immutable once made, forgetKey() apart: one context serves any number of threads. Connections
-// hold it through the shared_ptr, because they may outlive the settings when the files change
+// Immutable once made: one context serves any number of threads. Connections hold it through the
+// shared_ptr, because they may outlive the settings when the files change
 // under a running process.
 class TlsContext {
 public:
@@ -38,18 +38,21 @@ public:
     static std::shared_ptr<TlsContext> client(const TlsFiles& files);
     // The same for a server.
     static std::shared_ptr<TlsContext> server(const TlsFiles& files);
+    // What a server's context shows and trusts, without its key, as bytes for another process; and
+    // a context made of them. Both throw CException.
+    std::string publicParts() const;
+    static std::shared_ptr<TlsContext> serverOf(const std::string& publicParts);
 
     TlsContext(const TlsContext&) = delete;
     TlsContext& operator=(const TlsContext&) = delete;
     ~TlsContext();
 
     SSL_CTX* get() const { return context.get(); }
-    // Null once it is forgotten.
+    // Null for one made of public parts.
     EVP_PKEY* privateKey() const { return key.get(); }
-    // Frees and wipes the private key, where something else signs for the connections
-    // (signingproxy). For a process that shares this object with no other thread.
-    void forgetKey() { key.reset(); }
     bool isServer() const { return serverSide; }
+    // Whether a revocation list is enforced.
+    bool isRevoking() const;
     // The own certificate for messages: file, subject and validity.
     std::string describeOwnCertificate() const;
 
@@ -69,11 +72,16 @@ private:
     struct Material;
 
     TlsContext(const TlsFiles& files, bool server);
+    explicit TlsContext(const std::vector<std::string>& parts);
+    void makeEmpty();
     void configureCommon();
     void configureClient();
     void configureServer();
     void useMaterial(const Material& material);
+    void useShown(const std::vector<Certificate>& chain);
+    void useTrusted(const std::vector<Certificate>& authorities);
     void useRevocationList();
+    void useRevocationLists(BIO* lists, const std::string& file);
 
     const TlsFiles files;
     const bool serverSide;

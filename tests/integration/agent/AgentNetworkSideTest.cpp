@@ -30,6 +30,17 @@ std::string statusField(pid_t pid, const std::string& field) {
     return "no such field";
 }
 
+// Where program, heap, libraries and stack begin.
+std::string placesOf(pid_t pid) {
+    std::istringstream maps(LocalAgent::read("/proc/" + std::to_string(pid) + "/maps"));
+    std::string line;
+    std::string places;
+    while (std::getline(maps, line)) {
+        places += line.substr(0, line.find('-')) + "\n";
+    }
+    return places;
+}
+
 bool isConfinedHere(const LocalAgent& agent) {
     return agent.log().find("the network side of a session") == std::string::npos;
 }
@@ -228,6 +239,46 @@ TEST_F(AgentNetworkSide, ItsDeathLeavesAFlashAlone) {
     ::kill(networkSide(), SIGKILL);
     EXPECT_TRUE(waitFor([&] { return std::filesystem::exists(agent.nodePath() + "flashed"); }));
     EXPECT_TRUE(agent.waitForLog("ended with exit code 0"));
+}
+
+TEST_F(AgentNetworkSide, ReloadChangesTheLayoutOfItsAddresses) {
+    const auto first = agent.openChannel();
+    const std::string before = placesOf(networkSide());
+    const std::string own = placesOf(agent.listenerPid());
+    EXPECT_NE(own.substr(0, own.find('\n')), before.substr(0, before.find('\n')));
+    agent.signal(SIGHUP);
+    ASSERT_TRUE(agent.waitForLog("read anew"));
+    const auto second = agent.openChannel();
+    ASSERT_TRUE(waitFor([&] { return agent.processes("kelnode-network").size() == 2; }));
+    const std::vector<pid_t> both = agent.processes("kelnode-network");
+    // The first line is the beginning of the program.
+    const std::string one = placesOf(both.at(0));
+    const std::string other = placesOf(both.at(1));
+    EXPECT_NE(one.substr(0, one.find('\n')), other.substr(0, other.find('\n')));
+    EXPECT_EQ(TlsChannel::Peer::kSilent, first->lookAtPeer());
+}
+
+TEST_F(AgentNetworkSide, DeathOfTheZygoteIsMadeGood) {
+    const auto kept = agent.openChannel();
+    ASSERT_EQ(1U, agent.processes("kelnode-zygote").size());
+    ::kill(agent.processes("kelnode-zygote").front(), SIGKILL);
+    ASSERT_TRUE(agent.waitForLog("has ended; it is started anew"));
+    EXPECT_EQ(TlsChannel::Peer::kSilent, kept->lookAtPeer());
+    EXPECT_EQ("served\n", echo());
+    EXPECT_EQ(1U, agent.processes("kelnode-zygote").size());
+}
+
+TEST_F(AgentNetworkSide, BegunHandshakeEndsWithItsSession) {
+    const UniqueFd peer = tlssocket::connect(agent.ip(), agent.port(), LocalAgent::soon());
+    std::string half = std::string("\x16\x03\x01\x01\x00\x01\x00\x00\xfc\x03\x03", 11);
+    half.resize(200, 'r');
+    ASSERT_EQ(200, ::send(peer.get(), half.data(), half.size(), MSG_NOSIGNAL));
+    networkSide();
+    const auto start = TlsChannel::Clock::now();
+    ::kill(agent.processes("kelnode-session").at(0), SIGKILL);
+    EXPECT_TRUE(isTidy());
+    // Long before the time for the handshake is over.
+    EXPECT_LT(TlsChannel::Clock::now() - start, std::chrono::milliseconds(3000));
 }
 
 TEST_F(AgentNetworkSide, EndsWithItsSession) {
