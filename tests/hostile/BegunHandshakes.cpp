@@ -139,13 +139,14 @@ private:
 };
 
 // One command over a connection of its own.
-bool isServed(const LocalAgent& agent, const std::string& certificateFile) {
+bool isServed(const LocalAgent& agent, const std::string& certificateFile,
+              unsigned long connectMs = kConnectMs) {
     try {
         TlsFiles files;
         files.certificateFile = certificateFile;
         const auto channel = TlsChannel::connect(
-            agent.ip(), agent.port(), TlsContext::client(files), TlsChannel::after(kConnectMs));
-        channel->receiveFrame(TlsChannel::after(kConnectMs));
+            agent.ip(), agent.port(), TlsContext::client(files), TlsChannel::after(connectMs));
+        channel->receiveFrame(TlsChannel::after(connectMs));
         protocol::Exec exec;
         exec.commandLine = "echo served";
         channel->sendFrame(protocol::encode(protocol::ShellHello()) + protocol::encode(exec, 0),
@@ -154,7 +155,7 @@ bool isServed(const LocalAgent& agent, const std::string& certificateFile) {
         const bool served =
             output.header.type == protocol::FrameType::kOutput && output.body == "served\n" &&
             channel->receiveFrame(LocalAgent::soon()).header.type == protocol::FrameType::kResult;
-        channel->close(TlsChannel::after(kConnectMs));
+        channel->close(TlsChannel::after(connectMs));
         return served;
     } catch (const CException&) {
         return false;
@@ -162,13 +163,13 @@ bool isServed(const LocalAgent& agent, const std::string& certificateFile) {
 }
 
 // So many commands, one every tenth of a second; how long each took, those that failed left out.
-std::vector<long> command(const LocalAgent& agent, long count) {
+std::vector<long> command(const LocalAgent& agent, long count, unsigned long connectMs) {
     std::vector<long> latencies;
     const Clock::time_point start = Clock::now();
     for (long i = 0; i < count; ++i) {
         std::this_thread::sleep_until(start + milliseconds(i * 100));
         const Clock::time_point asked = Clock::now();
-        if (isServed(agent, agent.masterCertificate())) {
+        if (isServed(agent, agent.masterCertificate(), connectMs)) {
             latencies.push_back(static_cast<long>(
                 std::chrono::duration_cast<milliseconds>(Clock::now() - asked).count()));
         }
@@ -231,14 +232,15 @@ Figure holdSessions(const std::string& name, const std::string& rules, long trie
 std::vector<Figure> attackWithBegunHandshakes(const Scale& scale) {
     const long commands = scale.pick(600, 50);
     LocalAgent agent;
-    const std::vector<long> idle = command(agent, commands / 4);
+    const auto connectMs = static_cast<unsigned long>(scale.lenient(kConnectMs));
+    const std::vector<long> idle = command(agent, commands / 4, connectMs);
     Figure figure;
     figure.attack = "handshakes begun from four addresses, all that one core can";
     figure.tries = commands;
     const Clock::time_point start = Clock::now();
     Beginners beginners(agent);
     static_cast<void>(waitFor([&] { return beginners.greeted() > 1000; }));
-    const std::vector<long> attacked = command(agent, commands);
+    const std::vector<long> attacked = command(agent, commands, connectMs);
     beginners.stop();
     const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
     const Clock::time_point over = Clock::now();
