@@ -46,9 +46,8 @@ private:
     }
     // The library passes over a peer that has closed before it has its ticket.
     static bool isThere(int connection) {
-        char byte = 0;
-        const ssize_t got = ::recv(connection, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
-        return got > 0 || (got < 0 && (errno == EAGAIN || errno == EINTR));
+        pollfd watched{connection, POLLRDHUP, 0};
+        return ::poll(&watched, 1, 0) == 0;
     }
     static bool make(SSL* ssl, Noise noise) {
         if (noise == Noise::kTickets) {
