@@ -269,7 +269,7 @@ TEST_F(AgentNetworkSide, DeathOfTheZygoteIsMadeGood) {
 }
 
 TEST_F(AgentNetworkSide, BegunHandshakeEndsWithItsSession) {
-    const UniqueFd peer = tlssocket::connect(agent.ip(), agent.port(), LocalAgent::soon());
+    const UniqueFd peer = SocketDial::connect(agent.ip(), agent.port(), LocalAgent::soon());
     std::string half = std::string("\x16\x03\x01\x01\x00\x01\x00\x00\xfc\x03\x03", 11);
     half.resize(200, 'r');
     ASSERT_EQ(200, ::send(peer.get(), half.data(), half.size(), MSG_NOSIGNAL));
