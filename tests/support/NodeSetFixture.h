@@ -8,7 +8,7 @@
 
 #include "CNode.h"
 #include "CommandSetFixture.h"
-#include "ScriptedAgent.h"
+#include "ScriptedClient.h"
 #include "TempDir.h"
 
 // A built-in set, a node behind a scripted agent, and a file on the master.
@@ -16,14 +16,14 @@ template <class Set>
 class NodeSetFixture : public CommandSetFixture<Set> {
 protected:
     void SetUp() override {
-        ScriptedAgent::reset();
+        ScriptedClient::reset();
         agent.answer("echo $KELNODE_PATH", "/opt/kelnode/\n");
         agent.answer("uname -i", "x86_64\n");
         std::ofstream(file) << "image";
     }
 
     void TearDown() override {
-        EXPECT_EQ(agent.liveClients, 0) << "a connection was left behind";
+        EXPECT_EQ(0, agent.liveClients) << "a connection was left behind";
         EXPECT_LE(agent.mostLiveClients, 1) << "one connection at a time serves a command";
     }
 
@@ -43,6 +43,6 @@ protected:
     TempDir directory;
     // In the text of requests and messages; an ordinary name.
     std::string file = directory.file("image.bin");
-    ScriptedAgent& agent = ScriptedAgent::instance();
+    ScriptedClient& agent = ScriptedClient::instance();
     CNode node{"node_0000", "", "127.0.0.1", 4422};
 };

@@ -1,4 +1,3 @@
-
 #include <gtest/gtest.h>
 
 #include "CSSLConfig.h"
@@ -48,6 +47,8 @@ TEST_F(CSSLConfigTest, ClonesAllFields) {
     EXPECT_EQ("/k", copy.getPrivateKeyFile());
     EXPECT_EQ("/p", copy.getPublicKeyFile());
     EXPECT_EQ("/c", copy.getCertificateFile());
+    copy.setCertificateFile("/d");
+    EXPECT_EQ("/c", config->getCertificateFile());
 }
 
 TEST_F(CSSLConfigTest, CloneOfItselfOrOfNothingChangesNothing) {

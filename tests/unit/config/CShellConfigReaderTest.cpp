@@ -80,39 +80,6 @@ protected:
 
 }  // namespace
 
-TEST_F(CShellConfigReaderTest, ReadsTheSslSettings) {
-    readSsl("# key material\n\nPRIVATE_KEY_FILE=/k\nPUBLIC_KEY_FILE=/p\nCERTIFICATE_FILE=/c=1 \n");
-    EXPECT_THAT(messages(), IsEmpty());
-    EXPECT_EQ("/k", CSSLConfig::getInstance()->getPrivateKeyFile());
-    EXPECT_EQ("/p", CSSLConfig::getInstance()->getPublicKeyFile());
-    EXPECT_EQ("/c=1 ", CSSLConfig::getInstance()->getCertificateFile());
-}
-
-TEST_F(CShellConfigReaderTest, TakesSslKeysInAnyCase) {
-    readSsl("certificate_file=/x/y.crt\nPrivate_Key_File=/k");
-    EXPECT_THAT(messages(), IsEmpty());
-    EXPECT_EQ("/x/y.crt", CSSLConfig::getInstance()->getCertificateFile());
-    EXPECT_EQ("/k", CSSLConfig::getInstance()->getPrivateKeyFile());
-}
-
-TEST_F(CShellConfigReaderTest, ReportsUnknownSslSettings) {
-    readSsl("CERTIFICATE_FILE = /x/y.crt\nno setting\n=value\nca_file=/ca\n CERTIFICATE_FILE=/x\n");
-    EXPECT_THAT(messages(),
-                ElementsAre("Unknown setting for SSL configuration: CERTIFICATE_FILE ",
-                            "Unknown setting for SSL configuration: no setting",
-                            "Unknown setting for SSL configuration: =value",
-                            "Unknown setting for SSL configuration: CA_FILE",
-                            "Unknown setting for SSL configuration:  CERTIFICATE_FILE"));
-    EXPECT_EQ(5, errors.getSize(CONFIG_ERROR));
-    EXPECT_EQ("", CSSLConfig::getInstance()->getCertificateFile());
-}
-
-TEST_F(CShellConfigReaderTest, TakesTheLaterOfTwoSslSettings) {
-    readSsl("CERTIFICATE_FILE=/a\nCERTIFICATE_FILE=/b\nPUBLIC_KEY_FILE=/p\nPUBLIC_KEY_FILE=\n");
-    EXPECT_EQ("/b", CSSLConfig::getInstance()->getCertificateFile());
-    EXPECT_EQ("", CSSLConfig::getInstance()->getPublicKeyFile());
-}
-
 TEST_F(CShellConfigReaderTest, CutsLongSslLines) {
     const std::string name(511 - sizeof "CERTIFICATE_FILE=" + 1, 'x');
     readSsl("CERTIFICATE_FILE=" + name + "rest\n");
@@ -201,31 +168,6 @@ TEST_F(CShellConfigReaderTest, MissesTheNodeAndTheSslFileButNotTheCommandFile) {
     EXPECT_THAT(messages(),
                 ElementsAre(unreadable(dir.file("nodes")), unreadableSsl(dir.file("ssl"))));
     EXPECT_EQ(2, errors.getSize(CONFIG_ERROR));
-}
-
-TEST_F(CShellConfigReaderTest, ResolvesAnOption) {
-    EXPECT_THAT(CShellConfigReader::resolveOptionToken("[-f|--force|01] do it "),
-                ElementsAre("f", "force", "01", "do it"));
-    EXPECT_THAT(CShellConfigReader::resolveOptionToken("[ -f | --force | 01 ]"),
-                ElementsAre("f", "force", "01", ""));
-    EXPECT_THAT(CShellConfigReader::resolveOptionToken("[-f||10]x [y] | z"),
-                ElementsAre("f", "", "10", "x [y] | z"));
-}
-
-TEST_F(CShellConfigReaderTest, CountsNamesWithoutDashesAsEmpty) {
-    EXPECT_THAT(CShellConfigReader::resolveOptionToken("[f|force|01]d"),
-                ElementsAre("", "", "01", "d"));
-    EXPECT_THAT(CShellConfigReader::resolveOptionToken("[--f|-force|01]d"),
-                ElementsAre("-f", "", "01", "d"));
-    EXPECT_THAT(CShellConfigReader::resolveOptionToken("[-|--|00]"), ElementsAre("", "", "00", ""));
-}
-
-TEST_F(CShellConfigReaderTest, RefusesOptionsOfAnotherShape) {
-    for (const char* token :
-         {"", "-f|--force|01", "[-f|--force|01", "-f|--force|01]", "]-f|--f|00[", "[-f|--force]",
-          "[-f|--force|01|x]", "[]", "[-f --force 01]"}) {
-        EXPECT_THAT(CShellConfigReader::resolveOptionToken(token), IsEmpty()) << token;
-    }
 }
 
 TEST_F(CShellConfigReaderTest, ResolvesTheParentsOfASet) {

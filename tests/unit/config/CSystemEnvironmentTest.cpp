@@ -1,3 +1,4 @@
+#include <ostream>
 #include <thread>
 #include <vector>
 
@@ -6,55 +7,60 @@
 #include "CSystemEnvironment.h"
 #include "ScopedEnvironment.h"
 
-TEST(CSystemEnvironment, UsesTheDefaultsWhereNothingIsSet) {
-    const ScopedEnvironment kelsh("KELSH_PATH", nullptr);
+namespace {
+
+struct Path {
+    const char* value;
+    const char* kelsh;
+    const char* kelnode;
+    bool isDefault;
+};
+
+void PrintTo(const Path& path, std::ostream* out) {
+    *out << (path.value == nullptr ? "unset" : path.value);
+}
+
+}  // namespace
+
+class InstallPath : public testing::TestWithParam<Path> {};
+
+TEST_P(InstallPath, EndsWithASlashAndKnowsWhetherItIsTheDefault) {
+    const ScopedEnvironment kelsh("KELSH_PATH", GetParam().value);
+    const ScopedEnvironment kelnode("KELNODE_PATH", GetParam().value);
+    const CSystemEnvironment environment;
+    EXPECT_EQ(GetParam().kelsh, environment.getKelshPath());
+    EXPECT_EQ(GetParam().kelnode, environment.getKelnodePath());
+    EXPECT_EQ(GetParam().isDefault, environment.isDefaultKelshPathUsed());
+    EXPECT_EQ(GetParam().isDefault, environment.isDefaultKelnodePathUsed());
+}
+
+INSTANTIATE_TEST_SUITE_P(CSystemEnvironment, InstallPath,
+                         testing::Values(Path{nullptr, "/opt/kelsh/", "/opt/kelnode/", true},
+                                         Path{"", "/opt/kelsh/", "/opt/kelnode/", true},
+                                         Path{"/srv/k", "/srv/k/", "/srv/k/", false},
+                                         Path{"/srv/k/", "/srv/k/", "/srv/k/", false},
+                                         Path{"rel", "rel/", "rel/", false},
+                                         Path{"/", "/", "/", false},
+                                         Path{"//a//b//", "//a//b//", "//a//b//", false},
+                                         Path{" ", " /", " /", false},
+                                         Path{"/opt/kelsh/", "/opt/kelsh/", "/opt/kelsh/", false}));
+
+TEST(CSystemEnvironment, StateBelongsToTheProcessAndChangesOnlyByReload) {
     const ScopedEnvironment kelnode("KELNODE_PATH", nullptr);
-    const CSystemEnvironment environment;
-    EXPECT_EQ("/opt/kelsh/", environment.getKelshPath());
-    EXPECT_TRUE(environment.isDefaultKelshPathUsed());
-    EXPECT_EQ("/opt/kelnode/", environment.getKelnodePath());
-    EXPECT_TRUE(environment.isDefaultKelnodePathUsed());
-}
-
-TEST(CSystemEnvironment, CountsAnEmptyValueAsUnset) {
-    const ScopedEnvironment kelsh("KELSH_PATH", "");
-    const ScopedEnvironment kelnode("KELNODE_PATH", "");
-    const CSystemEnvironment environment;
-    EXPECT_EQ("/opt/kelsh/", environment.getKelshPath());
-    EXPECT_TRUE(environment.isDefaultKelshPathUsed());
-    EXPECT_EQ("/opt/kelnode/", environment.getKelnodePath());
-    EXPECT_TRUE(environment.isDefaultKelnodePathUsed());
-}
-
-TEST(CSystemEnvironment, AppendsTheMissingSlash) {
-    const ScopedEnvironment kelsh("KELSH_PATH", "/srv/k");
-    const ScopedEnvironment kelnode("KELNODE_PATH", "/srv/n");
-    const CSystemEnvironment environment;
-    EXPECT_EQ("/srv/k/", environment.getKelshPath());
-    EXPECT_FALSE(environment.isDefaultKelshPathUsed());
-    EXPECT_EQ("/srv/n/", environment.getKelnodePath());
-    EXPECT_FALSE(environment.isDefaultKelnodePathUsed());
-}
-
-TEST(CSystemEnvironment, KeepsAValueThatEndsInASlash) {
-    const ScopedEnvironment kelsh("KELSH_PATH", "/srv/k/");
-    EXPECT_EQ("/srv/k/", CSystemEnvironment().getKelshPath());
-}
-
-TEST(CSystemEnvironment, ChecksNothingElse) {
-    const ScopedEnvironment kelsh("KELSH_PATH", "../relative//path//");
-    EXPECT_EQ("../relative//path//", CSystemEnvironment().getKelshPath());
-}
-
-TEST(CSystemEnvironment, SharesOneStateAmongAllObjects) {
-    const ScopedEnvironment kelsh("KELSH_PATH", "/one");
-    const CSystemEnvironment first;
-    const ScopedEnvironment changed("KELSH_PATH", "/two");
+    const ScopedEnvironment before("KELSH_PATH", "/one");
+    CSystemEnvironment first;
+    const ScopedEnvironment after("KELSH_PATH", "/two");
     EXPECT_EQ("/one/", first.getKelshPath());
-    CSystemEnvironment second;
+    {
+        const CSystemEnvironment second;
+        EXPECT_EQ("/two/", second.getKelshPath());
+    }
     EXPECT_EQ("/two/", first.getKelshPath());
-    const ScopedEnvironment again("KELSH_PATH", nullptr);
-    second.reload();
+    EXPECT_TRUE(first.isDefaultKelnodePathUsed());
+    EXPECT_FALSE(first.isDefaultKelshPathUsed());
+    const ScopedEnvironment unset("KELSH_PATH", nullptr);
+    first.reload();
+    EXPECT_EQ("/opt/kelsh/", first.getKelshPath());
     EXPECT_TRUE(first.isDefaultKelshPathUsed());
 }
 

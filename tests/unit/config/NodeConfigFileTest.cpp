@@ -314,3 +314,19 @@ TEST_F(NodeConfigFileTest, ReadsAHugeFile) {
     EXPECT_THAT(faults(), IsEmpty());
     EXPECT_EQ(20000U, context.getNodeMap().size());
 }
+
+TEST_F(NodeConfigFileTest, TakesALineForWhatItsSectionHolds) {
+    read("[node]\nn:m,i:1\n # no comment\nn=m,i:1\n[group]\n[cmd]\nN=n\n");
+    EXPECT_THAT(faults(), ElementsAre("2:Line:2, Invalid format: n:m,i:1",
+                                      "2:Line:3, Invalid format:  # no comment",
+                                      "2:Line:6, Invalid format: [cmd]"));
+    EXPECT_THAT(groups(), ElementsAre("N=n,"));
+}
+
+TEST_F(NodeConfigFileTest, KnowsTheNodesThatTheContextHeldBefore) {
+    context.getNodeMap()["old"] = new CNode("old", "M", "10.0.0.1");
+    read("[group]\ng=old\n[node]\nold=m,10.0.0.2:1\n");
+    EXPECT_THAT(faults(), ElementsAre("2:Line:4, Error! Node name \"old\" has been used."));
+    EXPECT_THAT(groups(), ElementsAre("g=old,"));
+    EXPECT_EQ("10.0.0.1", context.getNodeMap()["old"]->getIp());
+}

@@ -98,13 +98,13 @@ protected:
 TEST_F(NodeConfigWriterTest, AddsTheNodeBeforeTheGroups) {
     EXPECT_EQ("# top\n[node]\nn1=m,10.0.0.1:1\n" + line + "[group]\ng=n1\n",
               add("# top\n[node]\nn1=m,10.0.0.1:1\n[group]\ng=n1\n"));
-    EXPECT_EQ(added(), printed);
+    EXPECT_EQ(printed, added());
     EXPECT_TRUE(copyIsGone());
 }
 
 TEST_F(NodeConfigWriterTest, AddsTheNodeAtTheEndWithoutGroups) {
     EXPECT_EQ("[node]\nn1=m,10.0.0.1:1\n" + line, add("[node]\nn1=m,10.0.0.1:1\n"));
-    EXPECT_EQ(added(), printed);
+    EXPECT_EQ(printed, added());
 }
 
 TEST_F(NodeConfigWriterTest, AddsTheNodeOnceBeforeTheFirstGroupsBehindANodeSection) {
@@ -264,4 +264,20 @@ TEST_F(NodeConfigWriterTest, LeavesTheFileWhenTheDiskIsFull) {
     EXPECT_EQ("Fail to write: " + file + ".tmp\n", printed);
     EXPECT_EQ(text, readFile(file));
     EXPECT_TRUE(copyIsGone());
+}
+
+TEST_F(NodeConfigWriterTest, LooksForNameAndAddressAnywhereInALine) {
+    // The text n9 is in n99 and 10.0.0.9 in 10.0.0.99, so that line's MAC is what gets corrected.
+    EXPECT_EQ("[node]\nn99=02:00:00:00:00:09,10.0.0.99:1\n[group]\n",
+              add("[node]\nn99=02:00:00:FF:FF:FF,10.0.0.99:1\n[group]\n"));
+    for (const char* other :
+         {"[node]\nx=02:00:00:00:00:99,10.0.0.99:1\n", "[node]\nx=02:00:00:00:00:09,10.0.0.9:1"}) {
+        EXPECT_EQ(other, add(other));
+        EXPECT_EQ("", printed);
+    }
+}
+
+TEST_F(NodeConfigWriterTest, CorrectsNoCommentLine) {
+    EXPECT_EQ("# n9 stands at 10.0.0.9\nn9=02:00:00:00:00:09,10.0.0.9:1 #x\n",
+              correct("# n9 stands at 10.0.0.9\nn9=02:00:00:FF:FF:FF,10.0.0.9:1 #x\n"));
 }

@@ -1,8 +1,11 @@
 #include <chrono>
 #include <csignal>
 #include <fstream>
+#include <string>
 #include <sys/time.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -19,18 +22,23 @@ std::string changed(std::string text, Function function) {
     function(text);
     return text;
 }
+
 std::string trimmed(const std::string& text) {
     return changed(text, [](std::string& t) { CUtil::trim(t); });
 }
+
 std::string collapsed(const std::string& text) {
     return changed(text, [](std::string& t) { CUtil::trimTwoSpace(t); });
 }
+
 std::string neat(const std::string& text) {
     return changed(text, [](std::string& t) { CUtil::makeNeatString(&t); });
 }
+
 std::string withoutNewline(const std::string& text) {
     return changed(text, [](std::string& t) { CUtil::removeTailNewline(&t); });
 }
+
 std::string withoutQuestionMark(const std::string& text) {
     return changed(text, [](std::string& t) { CUtil::removeTailQuestionMark(&t); });
 }
@@ -42,11 +50,13 @@ TEST(CUtil, TrimRemovesWhiteSpaceAtBothEndsOnly) {
     EXPECT_EQ("", trimmed(" \t "));
     EXPECT_EQ("", trimmed(""));
     EXPECT_EQ("x", trimmed("x"));
+    EXPECT_EQ("a\nb", trimmed("a\nb\n"));
 }
 
 TEST(CUtil, TrimTwoSpaceCollapsesRunsOfBlanksOnly) {
     EXPECT_EQ(" a b ", collapsed("   a  b  "));
     EXPECT_EQ("a\t\tb", collapsed("a\t\tb"));
+    EXPECT_EQ("\t a\n\n", collapsed("\t a\n\n"));
     EXPECT_EQ("", collapsed(""));
 }
 
@@ -61,6 +71,7 @@ TEST(CUtil, RemoveTailNewlineRemovesAllAtTheEnd) {
 TEST(CUtil, RemoveTailQuestionMarkRemovesOne) {
     EXPECT_EQ("list ?", withoutQuestionMark("list ??"));
     EXPECT_EQ("a?b", withoutQuestionMark("a?b"));
+    EXPECT_EQ("a? ", withoutQuestionMark("a? "));
     EXPECT_EQ("", withoutQuestionMark("?"));
     EXPECT_EQ("", withoutQuestionMark(""));
     CUtil::removeTailQuestionMark(nullptr);
@@ -70,6 +81,8 @@ TEST(CUtil, MakeNeatStringLeavesOneBlankBetweenWords) {
     EXPECT_EQ("list node", neat("\t list \n  node "));
     EXPECT_EQ("", neat("  "));
     EXPECT_EQ("a", neat("a"));
+    EXPECT_EQ("a b", neat("a\nb\n"));
+    EXPECT_EQ("what?", neat("what?"));
     CUtil::makeNeatString(nullptr);
 }
 
@@ -83,6 +96,8 @@ TEST(CUtil, CaseConversionTouchesAsciiLettersOnly) {
 
 TEST(CUtil, SplitForTokensDropsEmptyTokens) {
     EXPECT_EQ((Tokens{"a", "b", "c"}), CUtil::splitForTokens("  a b;;c;", " ;"));
+    EXPECT_EQ((Tokens{"a", "b"}), CUtil::splitForTokens(",a,,b,", ","));
+    EXPECT_EQ(Tokens{"a\tb"}, CUtil::splitForTokens("a\tb", " "));
     EXPECT_EQ(Tokens{}, CUtil::splitForTokens("", " "));
     EXPECT_EQ(Tokens{}, CUtil::splitForTokens("   ", " "));
     EXPECT_EQ(Tokens{"a b"}, CUtil::splitForTokens("a b", ""));
@@ -92,13 +107,14 @@ TEST(CUtil, SplitForTokensKeepsQuotedStretchesWhole) {
     EXPECT_EQ((Tokens{"-f", "my file", "x"}), CUtil::splitForTokens("-f \"my file\" x", " "));
     EXPECT_EQ(Tokens{"ab cd"}, CUtil::splitForTokens("a\"b c\"d", " "));
     EXPECT_EQ(Tokens{"x"}, CUtil::splitForTokens("\"\" x", " "));
+    EXPECT_EQ((Tokens{"a,b", "c"}), CUtil::splitForTokens("\"a,b\",c", ","));
     EXPECT_EQ((Tokens{"say", "\"hi", "there"}), CUtil::splitForTokens("say \"hi there", " "));
 }
 
 TEST(CUtil, SplitForTokensAppendsInItsOtherForm) {
     Tokens tokens{"first"};
     CUtil::splitForTokens(tokens, ",", "a,b");
-    EXPECT_EQ((Tokens{"first", "a", "b"}), tokens);
+    EXPECT_EQ(tokens, (Tokens{"first", "a", "b"}));
 }
 
 TEST(CUtil, ExecCmdCapturesStandardOutputWithItsNewline) {
@@ -107,6 +123,12 @@ TEST(CUtil, ExecCmdCapturesStandardOutputWithItsNewline) {
     EXPECT_EQ("hello\n", output);
     EXPECT_EQ(7, CUtil::exec_cmd("exit 7", &output));
     EXPECT_EQ("", output);
+    EXPECT_EQ(7, CUtil::exec_cmd("printf x; exit 7", &output));
+    EXPECT_EQ("x", output);
+    EXPECT_EQ(0, CUtil::exec_cmd("echo one; echo two", &output));
+    EXPECT_EQ("one\ntwo\n", output);
+    EXPECT_EQ(0, CUtil::exec_cmd("printf '%s' \"a|b\" | tr a c", &output));
+    EXPECT_EQ("c|b", output);
     EXPECT_EQ(0, CUtil::exec_cmd("echo dropped", nullptr));
     EXPECT_EQ(128 + SIGTERM, CUtil::exec_cmd("kill -TERM $$", &output));
 }
@@ -248,4 +270,19 @@ TEST(CUtilValidators, HostNameRange) {
     }
     EXPECT_FALSE(CUtil::validateHostnameRangeFormat(std::string(61, 'a') + "[100]"));
     EXPECT_TRUE(CUtil::validateHostnameRangeFormat(std::string(60, 'a') + "[100]"));
+}
+
+TEST(CUtil, RunsCommandsOnManyThreadsAtOnce) {
+    std::vector<std::string> outputs(8);
+    std::vector<std::thread> threads;
+    for (std::size_t at = 0; at < outputs.size(); ++at) {
+        threads.emplace_back(
+            [&outputs, at] { CUtil::exec_cmd("echo " + std::to_string(at), &outputs[at]); });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (std::size_t at = 0; at < outputs.size(); ++at) {
+        EXPECT_EQ(outputs[at], std::to_string(at) + "\n");
+    }
 }

@@ -1,13 +1,18 @@
+#include <algorithm>
 #include <csignal>
 #include <functional>
 #include <sys/ioctl.h>
+#include <tuple>
 
 #include <gtest/gtest.h>
 #include <pty.h>
 
 #include "AbstractCommandLineRetriever.h"
 #include "EditorKeys.h"
+#include "PlainScreen.h"
+#include "StandardInput.h"
 #include "StandardStreams.h"
+#include "UniqueFd.h"
 
 namespace {
 
@@ -52,30 +57,30 @@ protected:
 };
 
 TEST_F(AbstractCommandLineRetrieverTest, PrimitivesWriteTheirBytes) {
-    EXPECT_EQ(writtenBy([&] { editor.putUp(); }), "\x1b[A");
-    EXPECT_EQ(writtenBy([&] { editor.putDown(); }), "\x1b[B");
-    EXPECT_EQ(writtenBy([&] { editor.putRight(); }), "\x1b[C");
-    EXPECT_EQ(writtenBy([&] { editor.putLeft(); }), "\x1b[D");
-    EXPECT_EQ(writtenBy([&] { editor.putEnter(); }), "\n");
-    EXPECT_EQ(writtenBy([&] { editor.putSpace(); }), " ");
-    EXPECT_EQ(writtenBy([&] { editor.putBeep(); }), "\a");
+    EXPECT_EQ("\x1b[A", writtenBy([&] { editor.putUp(); }));
+    EXPECT_EQ("\x1b[B", writtenBy([&] { editor.putDown(); }));
+    EXPECT_EQ("\x1b[C", writtenBy([&] { editor.putRight(); }));
+    EXPECT_EQ("\x1b[D", writtenBy([&] { editor.putLeft(); }));
+    EXPECT_EQ("\n", writtenBy([&] { editor.putEnter(); }));
+    EXPECT_EQ(" ", writtenBy([&] { editor.putSpace(); }));
+    EXPECT_EQ("\a", writtenBy([&] { editor.putBeep(); }));
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, PlaceholdersNameTheirKeys) {
-    EXPECT_EQ(writtenBy([&] { editor.upPressed(); }), "Up\n");
-    EXPECT_EQ(writtenBy([&] { editor.downPressed(); }), "Down\n");
-    EXPECT_EQ(writtenBy([&] { editor.tabPressed(); }), "Tab\n");
+    EXPECT_EQ("Up\n", writtenBy([&] { editor.upPressed(); }));
+    EXPECT_EQ("Down\n", writtenBy([&] { editor.downPressed(); }));
+    EXPECT_EQ("Tab\n", writtenBy([&] { editor.tabPressed(); }));
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, MovingRightWrapsAtEveryMultipleOfTheWidth) {
     unsigned int pos = 78;
-    EXPECT_EQ(writtenBy([&] { editor.moveRightInConsole(&pos); }), "");
-    EXPECT_EQ(pos, 79U);
+    EXPECT_EQ("", writtenBy([&] { editor.moveRightInConsole(&pos); }));
+    EXPECT_EQ(79U, pos);
     EXPECT_EQ(writtenBy([&] { editor.moveRightInConsole(&pos); }), times(80, left) + down);
-    EXPECT_EQ(pos, 80U);
+    EXPECT_EQ(80U, pos);
     pos = 159;
     EXPECT_EQ(writtenBy([&] { editor.moveRightInConsole(&pos); }), times(80, left) + down);
-    EXPECT_EQ(pos, 160U);
+    EXPECT_EQ(160U, pos);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, MovingRightFollowsTheCurrentWidth) {
@@ -84,15 +89,15 @@ TEST_F(AbstractCommandLineRetrieverTest, MovingRightFollowsTheCurrentWidth) {
     EXPECT_EQ(writtenBy([&] { editor.moveRightInConsole(&pos); }), left + left + left + down);
     colNum = 1;
     EXPECT_EQ(writtenBy([&] { editor.moveRightInConsole(&pos); }), left + down);
-    EXPECT_EQ(pos, 4U);
+    EXPECT_EQ(4U, pos);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, MovingLeftClimbsAtTheFirstColumn) {
     unsigned int pos = 81;
-    EXPECT_EQ(writtenBy([&] { editor.moveIndexLeftInConsole(&pos); }), left);
-    EXPECT_EQ(pos, 80U);
+    EXPECT_EQ(left, writtenBy([&] { editor.moveIndexLeftInConsole(&pos); }));
+    EXPECT_EQ(80U, pos);
     EXPECT_EQ(writtenBy([&] { editor.moveIndexLeftInConsole(&pos); }), times(80, right) + up);
-    EXPECT_EQ(pos, 79U);
+    EXPECT_EQ(79U, pos);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, MovingTakesNull) {
@@ -112,126 +117,119 @@ TEST_F(AbstractCommandLineRetrieverTest, MovingLeftTakesZeroForAFirstColumnToo) 
 TEST_F(AbstractCommandLineRetrieverTest, EraseBlanksCellByCell) {
     editor.cursorPos = 3;
     EXPECT_EQ(writtenBy([&] { editor.erase(2); }), left + blankBack + left + blankBack);
-    EXPECT_EQ(editor.cursorPos, 1U);
+    EXPECT_EQ(1U, editor.cursorPos);
     editor.cursorPos = 80;
     EXPECT_EQ(writtenBy([&] { editor.erase(1); }), times(80, right) + up + blankBack);
-    EXPECT_EQ(editor.cursorPos, 79U);
-    EXPECT_EQ(writtenBy([&] { editor.erase(0); }), "");
+    EXPECT_EQ(79U, editor.cursorPos);
+    EXPECT_EQ("", writtenBy([&] { editor.erase(0); }));
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, KeyInAppendsWithoutDrawing) {
-    EXPECT_EQ(writtenBy([&] {
+    EXPECT_EQ("", writtenBy([&] {
                   editor.keyIn("abc");
                   editor.keyIn("def");
-              }),
-              "");
-    EXPECT_EQ(editor.line.str(), "abcdef");
-    EXPECT_EQ(edit("g<lf>"), "abcdefg");
-}
-
-TEST_F(AbstractCommandLineRetrieverTest, StartsInInsertMode) {
-    EXPECT_TRUE(editor.insertMode);
-    EXPECT_EQ(editor.cursorPos, 0U);
-    EXPECT_EQ(editor.cursorIndex, 0);
+              }));
+    EXPECT_EQ("abcdef", editor.line.str());
+    EXPECT_EQ("abcdefg", edit("g<lf>"));
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, DrawsTypedTextAndLeavesTheLineFeedToTheCaller) {
-    EXPECT_EQ(edit("list -a<lf>"), "list -a");
-    EXPECT_EQ(drawn, "list -a");
-    EXPECT_EQ(editor.resets, 1);
+    EXPECT_EQ("list -a", edit("list -a<lf>"));
+    EXPECT_EQ("list -a", drawn);
+    EXPECT_EQ(1, editor.resets);
     EXPECT_FALSE(editor.isEndOfInput());
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, EachLineStartsEmpty) {
-    EXPECT_EQ(edit("first<left><left><lf>"), "first");
-    EXPECT_EQ(editor.line.str(), "");
-    EXPECT_EQ(edit("2<lf>"), "2");
-    EXPECT_EQ(drawn, "2");
+    EXPECT_EQ("first", edit("first<left><left><lf>"));
+    EXPECT_EQ("", editor.line.str());
+    EXPECT_EQ("2", edit("2<lf>"));
+    EXPECT_EQ("2", drawn);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, FillingTheLastColumnGoesToTheNextScreenLine) {
     const std::string full(80, 'x');
-    EXPECT_EQ(edit(full + "<lf>"), full);
+    EXPECT_EQ(full, edit(full + "<lf>"));
     EXPECT_EQ(drawn, full + times(80, left) + down);
     EXPECT_EQ(edit(full.substr(1) + "<lf>"), full.substr(1));
     EXPECT_EQ(drawn, full.substr(1));
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, BackspaceAtTheStartSoundsTheBell) {
-    EXPECT_EQ(edit("<bs><lf>"), "");
+    EXPECT_EQ("", edit("<bs><lf>"));
     EXPECT_EQ(drawn, bell);
-    EXPECT_EQ(edit("ab<left><left><bs><lf>"), "ab");
-    EXPECT_EQ(drawn, "ab" + left + left + bell);
+    EXPECT_EQ("ab", edit("ab<left><left><bs><lf>"));
+    EXPECT_EQ("ab" + left + left + bell, drawn);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, DeleteAtTheEndSoundsTheBell) {
-    EXPECT_EQ(edit("<del><lf>"), "");
+    EXPECT_EQ("", edit("<del><lf>"));
     EXPECT_EQ(drawn, bell);
-    EXPECT_EQ(edit("ab<del><lf>"), "ab");
-    EXPECT_EQ(drawn, "ab" + bell);
+    EXPECT_EQ("ab", edit("ab<del><lf>"));
+    EXPECT_EQ("ab" + bell, drawn);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, BackspaceAtTheEndBlanksOneCell) {
-    EXPECT_EQ(edit("abc<bs><lf>"), "ab");
-    EXPECT_EQ(drawn, "abc" + left + " " + left);
+    EXPECT_EQ("ab", edit("abc<bs><lf>"));
+    EXPECT_EQ("abc" + left + " " + left, drawn);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, BackspaceInsideRedrawsTheRest) {
-    EXPECT_EQ(edit("abcd<left><left><bs><lf>"), "acd");
-    EXPECT_EQ(drawn, "abcd" + left + left + left + " " + left + "cd " + times(3, left));
+    EXPECT_EQ("acd", edit("abcd<left><left><bs><lf>"));
+    EXPECT_EQ("abcd" + left + left + left + " " + left + "cd " + times(3, left), drawn);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, DeleteInsideRedrawsTheRest) {
-    EXPECT_EQ(edit("abcd<left><left><del><lf>"), "abd");
-    EXPECT_EQ(drawn, "abcd" + left + left + "d " + left + left);
+    EXPECT_EQ("abd", edit("abcd<left><left><del><lf>"));
+    EXPECT_EQ("abcd" + left + left + "d " + left + left, drawn);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, InsertingInsideRedrawsTheRest) {
-    EXPECT_EQ(edit("ac<left>b<lf>"), "abc");
-    EXPECT_EQ(drawn, "ac" + left + "bc" + left);
+    EXPECT_EQ("abc", edit("ac<left>b<lf>"));
+    EXPECT_EQ("ac" + left + "bc" + left, drawn);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, InsertKeyTogglesOverwriting) {
-    EXPECT_EQ(edit("abcd<left><left><left><ins>XY<ins>Z<lf>"), "aXYZd");
-    EXPECT_EQ(drawn, "abcd" + times(3, left) + "XY" + "Zd" + left);
+    EXPECT_EQ("aXYZd", edit("abcd<left><left><left><ins>XY<ins>Z<lf>"));
+    EXPECT_EQ("abcd" + times(3, left) + "XY" + "Zd" + left, drawn);
     EXPECT_TRUE(editor.insertMode);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, OverwritingGoesOnBehindTheEnd) {
-    EXPECT_EQ(edit("ab<left><ins>XYZ<lf>"), "aXYZ");
+    EXPECT_EQ("aXYZ", edit("ab<left><ins>XYZ<lf>"));
     EXPECT_FALSE(editor.insertMode);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, LeftAndRightStopAtBothEnds) {
-    EXPECT_EQ(edit("<left><right>ab<right><left><left><left><right>x<lf>"), "axb");
-    EXPECT_EQ(drawn, "ab" + left + left + right + "xb" + left);
+    EXPECT_EQ("axb", edit("<left><right>ab<right><left><left><left><right>x<lf>"));
+    EXPECT_EQ("ab" + left + left + right + "xb" + left, drawn);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, HomeAndEndMoveCharacterByCharacter) {
-    EXPECT_EQ(edit("abc<home>x<end>y<lf>"), "xabcy");
-    EXPECT_EQ(drawn, "abc" + times(3, left) + "xabc" + times(3, left) + times(3, right) + "y");
+    EXPECT_EQ("xabcy", edit("abc<home>x<end>y<lf>"));
+    EXPECT_EQ("abc" + times(3, left) + "xabc" + times(3, left) + times(3, right) + "y", drawn);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, UpDownAndTabReachTheVirtualOperations) {
-    EXPECT_EQ(edit("<up><down><tab><lf>"), "");
-    EXPECT_EQ(drawn, "Up\nDown\nTab\n" + bell);
+    EXPECT_EQ("", edit("<up><down><tab><lf>"));
+    EXPECT_EQ("Up\nDown\nTab\n" + bell, drawn);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, UnknownEscapeShowsItsSecondByte) {
-    EXPECT_EQ(edit("<esc>xyab<lf>"), "ab");
-    EXPECT_EQ(drawn, "c1=120\nab");
-    EXPECT_EQ(edit("<esc><esc>[A<lf>"), "A");
-    EXPECT_EQ(drawn, "c1=27\nA");
+    EXPECT_EQ("ab", edit("<esc>xyab<lf>"));
+    EXPECT_EQ("c1=120\nab", drawn);
+    EXPECT_EQ("A", edit("<esc><esc>[A<lf>"));
+    EXPECT_EQ("c1=27\nA", drawn);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, UnlistedSequencesAreIgnored) {
-    EXPECT_EQ(edit("a<esc>[H<esc>[F<esc>[Z<esc>OP<esc>OAb<lf>"), "ab");
-    EXPECT_EQ(drawn, "ab");
+    EXPECT_EQ("ab", edit("a<esc>[H<esc>[F<esc>[Z<esc>OP<esc>OAb<lf>"));
+    EXPECT_EQ("ab", drawn);
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, OtherControlBytesAreText) {
     const std::string control("a\0b\x03\x04\x08\r\x0c", 8);
-    EXPECT_EQ(edit(control + "<lf>"), control);
+    EXPECT_EQ(control, edit(control + "<lf>"));
     EXPECT_EQ(drawn, control);
 }
 
@@ -240,23 +238,23 @@ TEST_F(AbstractCommandLineRetrieverTest, EveryByteAboveAsciiIsKept) {
     for (int c = 0x80; c <= 0xff; ++c) {
         all += static_cast<char>(c);
     }
-    EXPECT_EQ(edit(all + "<lf>"), all);
+    EXPECT_EQ(all, edit(all + "<lf>"));
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, EndOfInputHandsOverWhatWasTyped) {
-    EXPECT_EQ(edit("quit"), "quit");
+    EXPECT_EQ("quit", edit("quit"));
     EXPECT_TRUE(editor.isEndOfInput());
-    EXPECT_EQ(editor.resets, 1);
-    EXPECT_EQ(edit(""), "");
+    EXPECT_EQ(1, editor.resets);
+    EXPECT_EQ("", edit(""));
     EXPECT_TRUE(editor.isEndOfInput());
-    EXPECT_EQ(edit("<lf>"), "");
+    EXPECT_EQ("", edit("<lf>"));
     EXPECT_FALSE(editor.isEndOfInput());
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, EndOfInputInsideAnEscapeSequenceIsJustTheEnd) {
     for (const char* part : {"<esc>", "<esc>[", "<esc>O", "<esc>x", "<esc>[2", "<esc>[3"}) {
-        EXPECT_EQ(edit("ab<left>" + std::string(part)), "ab") << part;
-        EXPECT_EQ(drawn, "ab" + left) << part;
+        EXPECT_EQ("ab", edit("ab<left>" + std::string(part))) << part;
+        EXPECT_EQ("ab" + left, drawn) << part;
         EXPECT_TRUE(editor.isEndOfInput()) << part;
         EXPECT_TRUE(editor.insertMode) << part;
     }
@@ -268,61 +266,32 @@ TEST_F(AbstractCommandLineRetrieverTest, TypingAtTheEndWritesEachCharacterOnce) 
     for (int i = 0; i < 100000; ++i) {
         text += static_cast<char>('a' + i % 26);
     }
-    EXPECT_EQ(edit(text + "<lf>"), text);
+    EXPECT_EQ(text, edit(text + "<lf>"));
     const std::size_t wraps = text.size() / 80;
     EXPECT_EQ(drawn.size(), text.size() + wraps * (80 + 1) * left.size());
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, LongLineCanBeEditedAtItsStart) {
     const std::string text(20000, 'x');
-    EXPECT_EQ(edit(text + "<home>ab<bs><del><end>c<lf>"), "a" + text.substr(1) + "c");
+    EXPECT_EQ("a" + text.substr(1) + "c", edit(text + "<home>ab<bs><del><end>c<lf>"));
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, InputThatIsNoTerminalLeavesTheRestToOthers) {
     int ends[2];
-    ASSERT_EQ(pipe(ends), 0);
+    ASSERT_EQ(0, pipe(ends));
     UniqueFd readEnd(ends[0]);
     UniqueFd writeEnd(ends[1]);
-    ASSERT_EQ(write(writeEnd.get(), "one\ntwo\n", 8), 8);
+    ASSERT_EQ(8, write(writeEnd.get(), "one\ntwo\n", 8));
     std::string first;
     {
         const RedirectedFd input(STDIN_FILENO, readEnd.get());
         CapturedOutput output;
         first = editor.getCommandLine();
     }
-    EXPECT_EQ(first, "one");
+    EXPECT_EQ("one", first);
     char rest[16];
-    ASSERT_EQ(read(readEnd.get(), rest, sizeof rest), 4);
-    EXPECT_EQ(std::string(rest, 4), "two\n");
-}
-
-TEST_F(AbstractCommandLineRetrieverTest, SizeComesFromTheTerminalOnStandardInput) {
-    int master = -1;
-    int slave = -1;
-    winsize size = {};
-    size.ws_row = 33;
-    size.ws_col = 99;
-    ASSERT_EQ(openpty(&master, &slave, nullptr, nullptr, &size), 0);
-    const UniqueFd masterEnd(master);
-    const UniqueFd slaveEnd(slave);
-    const RedirectedFd input(STDIN_FILENO, slave);
-    AbstractCommandLineRetriever::handleWindowSizeChange(SIGWINCH);
-    EXPECT_EQ(rowNum, 33);
-    EXPECT_EQ(colNum, 99);
-
-    size.ws_row = 2;
-    size.ws_col = 0;
-    ASSERT_EQ(ioctl(slave, TIOCSWINSZ, &size), 0);
-    AbstractCommandLineRetriever::handleWindowSizeChange(SIGWINCH);
-    EXPECT_EQ(rowNum, 2);
-    EXPECT_EQ(colNum, 80);
-
-    size.ws_row = 0;
-    size.ws_col = 1;
-    ASSERT_EQ(ioctl(slave, TIOCSWINSZ, &size), 0);
-    AbstractCommandLineRetriever::handleWindowSizeChange(SIGWINCH);
-    EXPECT_EQ(rowNum, 25);
-    EXPECT_EQ(colNum, 1);
+    ASSERT_EQ(4, read(readEnd.get(), rest, sizeof rest));
+    EXPECT_EQ("two\n", std::string(rest, 4));
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, SizeIsTheDefaultWithoutATerminal) {
@@ -330,16 +299,115 @@ TEST_F(AbstractCommandLineRetrieverTest, SizeIsTheDefaultWithoutATerminal) {
     colNum = 4;
     const TypedInput input("");
     AbstractCommandLineRetriever::handleWindowSizeChange(SIGWINCH);
-    EXPECT_EQ(rowNum, 25);
-    EXPECT_EQ(colNum, 80);
+    EXPECT_EQ(25, rowNum);
+    EXPECT_EQ(80, colNum);
 }
 
-TEST_F(AbstractCommandLineRetrieverTest, ReadingALineCatchesResizes) {
-    std::signal(SIGWINCH, SIG_DFL);
+TEST_F(AbstractCommandLineRetrieverTest, StartsAsStated) {
+    EXPECT_TRUE(editor.insertMode);
+    EXPECT_EQ(0u, editor.cursorPos);
+    EXPECT_EQ(0, editor.cursorIndex);
+    EXPECT_EQ("", editor.line.str());
+    EXPECT_EQ(25, rowNum);
+    EXPECT_EQ(80, colNum);
+    EXPECT_EQ(2u, sizeof rowNum);
+}
+
+TEST_F(AbstractCommandLineRetrieverTest, SizeOfTheTerminalIsTakenOver) {
+    int master = -1;
+    int terminal = -1;
+    ASSERT_EQ(0, ::openpty(&master, &terminal, nullptr, nullptr, nullptr));
+    const UniqueFd ends[] = {UniqueFd(master), UniqueFd(terminal)};
+    const StandardInput input(terminal);
+    for (const auto& [size, rows, columns] :
+         {std::tuple<winsize, int, int>{{40, 132, 0, 0}, 40, 132},
+          {{0, 132, 0, 0}, 25, 132},
+          {{40, 0, 0, 0}, 40, 80},
+          {{0, 0, 0, 0}, 25, 80}}) {
+        ASSERT_EQ(0, ::ioctl(master, TIOCSWINSZ, &size));
+        AbstractCommandLineRetriever::handleWindowSizeChange(SIGWINCH);
+        EXPECT_EQ(rowNum, rows);
+        EXPECT_EQ(colNum, columns);
+    }
+}
+
+TEST_F(AbstractCommandLineRetrieverTest, ReadingListensForResizes) {
+    ::signal(SIGWINCH, SIG_DFL);
     edit("<lf>");
-    struct sigaction now = {};
-    ASSERT_EQ(sigaction(SIGWINCH, nullptr, &now), 0);
-    EXPECT_EQ(now.sa_handler, &AbstractCommandLineRetriever::handleWindowSizeChange);
+    struct sigaction installed = {};
+    ASSERT_EQ(0, ::sigaction(SIGWINCH, nullptr, &installed));
+    EXPECT_EQ(installed.sa_handler, &AbstractCommandLineRetriever::handleWindowSizeChange);
+    rowNum = 1;
+    ::raise(SIGWINCH);
+    EXPECT_NE(rowNum, 1);
+    ::signal(SIGWINCH, SIG_DFL);
+}
+
+struct Typed {
+    std::string keys;
+    std::string line;
+    long bells;
+};
+
+void PrintTo(const Typed& row, std::ostream* out) {
+    *out << row.keys;
+}
+
+class TypedLineOnScreen : public AbstractCommandLineRetrieverTest,
+                          public ::testing::WithParamInterface<Typed> {};
+
+TEST_P(TypedLineOnScreen, IsWhatTheScreenShowed) {
+    EXPECT_EQ(GetParam().line, edit(GetParam().keys + "<lf>"));
+    EXPECT_EQ(GetParam().bells, std::count(drawn.begin(), drawn.end(), '\a'));
+    PlainScreen screen(200, 80);
+    screen.take(drawn);
+    EXPECT_EQ(GetParam().line, screen.text());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Keys, TypedLineOnScreen,
+    ::testing::Values(
+        Typed{"", "", 0}, Typed{"abc", "abc", 0}, Typed{"<bs>", "", 1}, Typed{"<del>", "", 1},
+        Typed{"abc<bs>", "ab", 0}, Typed{"abc<del>", "abc", 1}, Typed{"a<bs><bs><bs>", "", 2},
+        Typed{"abc<left><bs>", "ac", 0}, Typed{"abc<home><bs>", "abc", 1},
+        Typed{"abc<home><del>", "bc", 0}, Typed{"abc<home><del><del><del><del>", "", 1},
+        Typed{"abc<left><left>X", "aXbc", 0}, Typed{"abc<home>XY", "XYabc", 0},
+        Typed{"abc<home>X<end>Y", "XabcY", 0}, Typed{"abc<ins><home>XY", "XYc", 0},
+        Typed{"abc<ins><home>VWXYZ", "VWXYZ", 0}, Typed{"abc<ins><ins><home>X", "Xabc", 0},
+        Typed{"abc<right><right>d", "abcd", 0}, Typed{"abc<left><left><left><left>X", "Xabc", 0},
+        Typed{"<home><end><left><right>", "", 0}, Typed{"ab<esc>[Hc", "abc", 0},
+        Typed{"ab<esc>[Zc", "abc", 0}, Typed{"ab<esc>OAc", "abc", 0},
+        Typed{"hello world<left><left><left><left><left><bs>,", "hello,world", 0}));
+
+TEST_F(AbstractCommandLineRetrieverTest, InsertModeLastsBeyondTheLine) {
+    edit("<ins><lf>");
+    EXPECT_FALSE(editor.insertMode);
+    EXPECT_EQ("Xbc", edit("abc<home>X<lf>"));
+}
+
+// The question itself goes to terminals only; the answer is taken wherever it comes from.
+TEST_F(AbstractCommandLineRetrieverTest, WrapOnTheLastRowScrolls) {
+    for (const auto& [reply, scrolls] : {std::pair<std::string, bool>{"<esc>[25;1R", true},
+                                         std::pair<std::string, bool>{"<esc>[24;1R", false}}) {
+        EXPECT_EQ(edit(times(80, "m") + reply + "z<lf>"), times(80, "m") + "z");
+        EXPECT_EQ(drawn, times(80, "m") + times(80, keys::left) + keys::down +
+                             (scrolls ? "\n" : "") + "z");
+    }
+}
+
+TEST_F(AbstractCommandLineRetrieverTest, EditsAcrossTheWrap) {
+    const std::string text = times(20, "0123456789");
+    std::string expected = text;
+    expected.insert(75, "X");
+    expected.erase(79, 3);
+    // 125 to the left of the end, one in, three on, three out.
+    EXPECT_EQ(expected, edit(text + times(125, "<left>") + "X" + times(3, "<right>") +
+                             "<del><del><del><lf>"));
+    EXPECT_EQ(0, std::count(drawn.begin(), drawn.end(), '\a'));
+    PlainScreen screen(10, 80);
+    screen.take(drawn);
+    EXPECT_EQ(expected, screen.text());
+    EXPECT_EQ(79, screen.row() * 80 + screen.column());
 }
 
 }  // namespace

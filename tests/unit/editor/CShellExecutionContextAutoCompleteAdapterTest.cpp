@@ -1,128 +1,105 @@
-#include <string>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include "CShellCommand.h"
 #include "CShellCommandSet.h"
 #include "CShellExecutionContext.h"
 #include "CShellExecutionContextAutoCompleteAdapter.h"
-
-using testing::ElementsAre;
-using testing::IsEmpty;
+#include "Observed.h"
 
 namespace {
 
-class CShellExecutionContextAutoCompleteAdapterTest : public testing::Test {
+CShellCommandSet* set(const char* name, const Words& commands) {
+    auto* made = new CShellCommandSet(name, "");
+    for (const std::string& command : commands) {
+        made->addSupportedCommand(new CShellCommand(command, "", "line", SCRIPT, SLAVE));
+    }
+    return made;
+}
+
+class Completing : public testing::Test {
 protected:
-    // The sets are added in an order that is not the alphabet's.
-    void SetUp() override {
-        tools = add("tools", {"uptime", "cat"});
-        basic = add("BASIC", {"quit", "list node", "list", "cd"});
-        add("ipmi", {"reset"});
-        addChild("mem", {});
-        addChild("disk", {"usage"});
-        addChild("disk2", {});
-    }
-
-    CShellCommandSet* add(const std::string& name, std::initializer_list<const char*> commands) {
-        CShellCommandSet* set = make(name, commands);
-        context.addCommandSet(set);
-        return set;
-    }
-
-    void addChild(const std::string& name, std::initializer_list<const char*> commands) {
-        CShellCommandSet* set = make(name, commands);
-        tools->addChildCommand(set);
-        context.addCommandSet(set);
-    }
-
-    static CShellCommandSet* make(const std::string& name,
-                                  std::initializer_list<const char*> commands) {
-        auto* set = new CShellCommandSet(name, "text");
-        for (const char* command : commands) {
-            set->addSupportedCommand(new CShellCommand(command, "text", "true", SCRIPT, SLAVE));
+    Completing() {
+        context.addCommandSet(set("zeta", {"zap"}));
+        context.addCommandSet(basic);
+        CShellCommandSet* tools = set("tools", {"uptime", "usage", "list all"});
+        for (const char* child : {"disk", "data", "d"}) {
+            tools->addChildCommand(set(child, {}));
         }
-        return set;
+        context.addCommandSet(tools);
+        context.addCommandSet(set("toolsmith", {}));
+        context.addCommandSet(set("cdset", {"cd deep", "x"}));
     }
+    Words offered(std::string typed) { return asVector(adapter.getPossibleCommandList(typed)); }
 
-    std::list<std::string> offer(const std::string& typed) {
-        return adapter.getPossibleCommandList(typed);
-    }
-
+    CShellCommandSet* basic = set("BASIC", {"list node", "list", "help"});
     CShellExecutionContext context;
     CShellExecutionContextAutoCompleteAdapter adapter{&context};
-    CShellCommandSet* tools = nullptr;
-    CShellCommandSet* basic = nullptr;
 };
 
 }  // namespace
 
-TEST_F(CShellExecutionContextAutoCompleteAdapterTest, OffersAllBasicCommandsAtTheRoot) {
-    EXPECT_THAT(offer(""), ElementsAre("cd", "list", "list node", "quit"));
+TEST_F(Completing, OffersBasicCommandsAtTheRoot) {
+    EXPECT_EQ((Words{"help", "list", "list node"}), offered(""));
+    EXPECT_EQ((Words{"list", "list node"}), offered("list"));
+    EXPECT_EQ((Words{"list node"}), offered("list "));
+    EXPECT_EQ(Words{}, offered("L"));
+    EXPECT_EQ(Words{}, offered("z"));
+    EXPECT_EQ(Words{}, offered("cd"));
 }
 
-TEST_F(CShellExecutionContextAutoCompleteAdapterTest, OffersALevelsCommandsAndThenTheBasicOnes) {
+TEST_F(Completing, OffersTheLevelsCommandsAndThenBasicOnes) {
     context.toLowerLevel("tools");
-    EXPECT_THAT(offer(""), ElementsAre("cat", "uptime", "cd", "list", "list node", "quit"));
+    EXPECT_EQ((Words{"list all", "uptime", "usage", "help", "list", "list node"}), offered(""));
+    EXPECT_EQ((Words{"list all", "list", "list node"}), offered("list"));
+    EXPECT_EQ((Words{"uptime", "usage"}), offered("u"));
+    EXPECT_EQ((Words{"help"}), offered("h"));
 }
 
-TEST_F(CShellExecutionContextAutoCompleteAdapterTest, OffersCommandsThatBeginWithTheText) {
-    EXPECT_THAT(offer("li"), ElementsAre("list", "list node"));
-    EXPECT_THAT(offer("list"), ElementsAre("list", "list node"));
-    EXPECT_THAT(offer("list "), ElementsAre("list node"));
-    EXPECT_THAT(offer("List"), IsEmpty());
-    EXPECT_THAT(offer("uptime"), IsEmpty());
+TEST_F(Completing, OffersSetsBehindCd) {
+    EXPECT_EQ((Words{"zeta", "tools", "toolsmith", "cdset"}), offered("cd "));
+    EXPECT_EQ((Words{"tools", "toolsmith"}), offered("cd t"));
+    EXPECT_EQ((Words{"toolsmith"}), offered("cd tools"));
+    EXPECT_EQ(Words{}, offered("cd toolsmith"));
+    EXPECT_EQ(Words{}, offered("cd B"));
+    EXPECT_EQ(Words{}, offered("cd  t"));
+    EXPECT_EQ(Words{}, offered("cd T"));
     context.toLowerLevel("tools");
-    EXPECT_THAT(offer("c"), ElementsAre("cat", "cd"));
+    EXPECT_EQ((Words{"disk", "data", "d"}), offered("cd "));
+    EXPECT_EQ((Words{"disk", "data"}), offered("cd d"));
+    context.toLowerLevel("disk");
+    EXPECT_EQ(Words{}, offered("cd "));
 }
 
-TEST_F(CShellExecutionContextAutoCompleteAdapterTest, OffersTheRootSetsAfterCd) {
-    EXPECT_THAT(offer("cd "), ElementsAre("tools", "ipmi"));
-    EXPECT_THAT(offer("cd to"), ElementsAre("tools"));
-    EXPECT_THAT(offer("cd B"), IsEmpty());
+TEST_F(Completing, OffersNoSetsWhenACommandBeginsLikeThat) {
+    context.toLowerLevel("cdset");
+    EXPECT_EQ((Words{"cd deep"}), offered("cd d"));
+    EXPECT_EQ((Words{"cd deep"}), offered("cd "));
 }
 
-TEST_F(CShellExecutionContextAutoCompleteAdapterTest, DoesNotOfferASetThatIsTypedOut) {
-    EXPECT_THAT(offer("cd tools"), IsEmpty());
-    context.toLowerLevel("tools");
-    EXPECT_THAT(offer("cd disk"), ElementsAre("disk2"));
-}
-
-TEST_F(CShellExecutionContextAutoCompleteAdapterTest, OffersChildSetsBelowTheRoot) {
-    context.toLowerLevel("tools");
-    EXPECT_THAT(offer("cd "), ElementsAre("mem", "disk", "disk2"));
-    EXPECT_THAT(offer("cd d"), ElementsAre("disk", "disk2"));
-    EXPECT_THAT(offer("cd t"), IsEmpty());
-}
-
-TEST_F(CShellExecutionContextAutoCompleteAdapterTest, OffersCommandsOnlyWhereOneBeginsWithCd) {
-    basic->addSupportedCommand(new CShellCommand("cd tower", "text", "true", SCRIPT, SLAVE));
-    EXPECT_THAT(offer("cd to"), ElementsAre("cd tower"));
-    EXPECT_THAT(offer("cd i"), ElementsAre("ipmi"));
-}
-
-TEST_F(CShellExecutionContextAutoCompleteAdapterTest, AppendsBasicCommandsBehindTheSets) {
-    basic->addSupportedCommand(new CShellCommand("cd disk drive", "text", "true", SCRIPT, SLAVE));
-    context.toLowerLevel("tools");
-    EXPECT_THAT(offer("cd d"), ElementsAre("disk", "disk2", "cd disk drive"));
-}
-
-TEST_F(CShellExecutionContextAutoCompleteAdapterTest, DoesNotOfferBasicCommandsTwiceInTheirOwnSet) {
+TEST_F(Completing, OffersBasicCommandsOnceInsideBasic) {
     context.toLowerLevel("BASIC");
-    EXPECT_THAT(offer("l"), ElementsAre("list", "list node"));
-    EXPECT_THAT(offer("cd "), IsEmpty());
+    EXPECT_EQ((Words{"help", "list", "list node"}), offered(""));
+    EXPECT_EQ(Words{}, offered("cd "));
 }
 
-TEST_F(CShellExecutionContextAutoCompleteAdapterTest, KeepsDuplicates) {
-    add("more", {"list"});
-    context.toLowerLevel("more");
-    EXPECT_THAT(offer("list"), ElementsAre("list", "list", "list node"));
-}
-
-TEST(CShellExecutionContextAutoCompleteAdapter, OffersNothingInAnEmptyContext) {
+TEST(CShellExecutionContextAutoCompleteAdapter, OffersNothingWithoutSets) {
     CShellExecutionContext context;
     CShellExecutionContextAutoCompleteAdapter adapter(&context);
-    EXPECT_THAT(adapter.getPossibleCommandList(""), IsEmpty());
-    EXPECT_THAT(adapter.getPossibleCommandList("cd "), IsEmpty());
+    EXPECT_TRUE(adapter.getPossibleCommandList("").empty());
+    EXPECT_TRUE(adapter.getPossibleCommandList("cd ").empty());
+}
+
+TEST_F(Completing, OffersCommandsOnlyWhereOneBeginsWithCd) {
+    basic->addSupportedCommand(new CShellCommand("cd tower", "", "line", SCRIPT, SLAVE));
+    EXPECT_EQ((Words{"cd tower"}), offered("cd to"));
+    EXPECT_EQ((Words{"zeta"}), offered("cd z"));
+}
+
+TEST_F(Completing, AppendsBasicCommandsBehindTheSets) {
+    basic->addSupportedCommand(new CShellCommand("cd disk drive", "", "line", SCRIPT, SLAVE));
+    context.toLowerLevel("tools");
+    EXPECT_EQ((Words{"disk", "data", "cd disk drive"}), offered("cd d"));
+}
+
+TEST_F(Completing, KeepsDuplicates) {
+    context.addCommandSet(set("more", {"list"}));
+    context.toLowerLevel("more");
+    EXPECT_EQ((Words{"list", "list", "list node"}), offered("list"));
 }

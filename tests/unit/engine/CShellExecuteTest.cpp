@@ -19,6 +19,7 @@
 #include "CommandSequence.h"
 #include "RequestParser.h"
 #include "ResultBlocks.h"
+#include "RunTimes.h"
 #include "ShellFixture.h"
 #include "ShellLogging.h"
 #include "StandardStreams.h"
@@ -52,62 +53,11 @@ TEST_F(CShellExecute, MasterCommandReportsUnderLocal) {
     EXPECT_TRUE(request->isExecuted());
 }
 
-TEST_F(CShellExecute, FailureShowsStatusExitCodeAndName) {
-    set->behaviour = [](const auto&, CResult& result) {
-        result.setRunStatus(EXEC_FAILURE);
-        result.setExitCode(13);
-        result.setRunSummary("no such disk");
-    };
-    EXPECT_EQ(2, execute("here"));
-    EXPECT_EQ("[local] (ms)\nExitCode:2/13[FAILURE], summary: no such disk\n",
-              withoutTimes(output));
-}
-
-TEST_F(CShellExecute, RequestKeepsItsTextWhileTheWorkerGetsTheBareCommand) {
-    context->toRootLevel();
-    EXPECT_EQ(0, execute("lab/here"));
-    EXPECT_EQ("here", set->calls().at(0).request);
-    EXPECT_EQ("lab/here", request->getCommandRequest());
-}
-
 TEST_F(CShellExecute, SlaveCommandWithoutNodesIsRefused) {
     EXPECT_EQ(1, execute("there"));
     EXPECT_EQ("Please specify node(s) or group(s) for executing command \"there\".\n", output);
     EXPECT_FALSE(request->isExecuted());
     EXPECT_TRUE(request->isValidCommand());
-}
-
-TEST_F(CShellExecute, ReportsNodesInNameOrderAndReturnsTheLastStatus) {
-    addNodes(3);
-    set->behaviour = [](const auto& call, CResult& result) {
-        if (call.node == "n1") {
-            holdFor(20);
-        }
-        result.setRunSummary(call.node);
-        result.setRunStatus(call.node == "n3" ? EXEC_SUCCESS : EXEC_FAILURE);
-    };
-    EXPECT_EQ(0, execute("there -n n3,n1,n2"));
-    EXPECT_EQ(
-        "[n1] (ms)\nExitCode:2/0[FAILURE], summary: n1\n"
-        "[n2] (ms)\nExitCode:2/0[FAILURE], summary: n2\n"
-        "[n3] (ms)\nn3\n",
-        withoutTimes(output));
-    EXPECT_TRUE(request->isExecuted());
-}
-
-TEST_F(CShellExecute, TimeOutComesFromRequestThenCommandThenSetThenDefault) {
-    EXPECT_EQ(0, execute("here"));
-    EXPECT_EQ(0, execute("here -t 0"));
-    set->setTimeOut(4000);
-    EXPECT_EQ(0, execute("here"));
-    master->setTimeOut(3000);
-    EXPECT_EQ(0, execute("here -t 0"));
-    EXPECT_EQ(0, execute("here -t 2000"));
-    std::vector<unsigned> timeOuts;
-    for (const ScriptedSet::Call& call : set->calls()) {
-        timeOuts.push_back(call.timeOut);
-    }
-    EXPECT_EQ((std::vector<unsigned>{30000, 30000, 4000, 3000, 2000}), timeOuts);
 }
 
 TEST_F(CShellExecute, HungNodeReportsTimedOutWithTheTimeOutAsRunTime) {
@@ -267,98 +217,6 @@ TEST_F(CShellExecute, ThousandNodesRunAtOnce) {
     EXPECT_EQ(0U, CShell::runningWorkers());
 }
 
-TEST_F(CShellExecute, MasterCommandIsNeverConfirmed) {
-    master->setCommandConfirmType(ONCE);
-    EXPECT_EQ(0, execute("here", ""));
-    EXPECT_EQ("[local] (ms)\nhere on master\n", withoutTimes(output));
-}
-
-TEST_F(CShellExecute, ConfirmOnceAsksAgainUntilItGetsAnAnswer) {
-    addNodes(2);
-    slave->setCommandConfirmType(ONCE);
-    slave->setCommandConfirmMessage("Really reset?");
-    EXPECT_EQ(0, execute("there -n n1,n2", "x\nY"));
-    const std::string prompt = "Really reset for 2 node(s)? [Yes/No]\n";
-    EXPECT_EQ(prompt + prompt + prompt + "[n1] (ms)\nthere on n1\n[n2] (ms)\nthere on n2\n",
-              withoutTimes(output));
-}
-
-TEST_F(CShellExecute, ConfirmOnceDeclinedStartsNothing) {
-    addNodes(2);
-    slave->setCommandConfirmType(ONCE);
-    for (const char* keys : {"n", "N", ""}) {
-        EXPECT_EQ(1, execute("there -n n1,n2", keys));
-        EXPECT_EQ(
-            "Do you really want to execute this command for 2 node(s)? [Yes/No]\n"
-            "Command \"there\" is canceled for 2 node(s).\n",
-            output);
-        EXPECT_FALSE(request->isExecuted());
-        EXPECT_TRUE(request->isValidCommand());
-    }
-    EXPECT_TRUE(set->calls().empty());
-}
-
-TEST_F(CShellExecute, ConfirmEachYesThenCancelRunsTheFirstNodeOnly) {
-    addNodes(3);
-    slave->setCommandConfirmType(EACH);
-    slave->setCommandConfirmMessage("Reset?");
-    EXPECT_EQ(0, execute("there -n n1,n2,n3", "yc"));
-    EXPECT_EQ(
-        "Reset for n1? [Yes/No/Cancel]\n"
-        "Reset for n2? [Yes/No/Cancel]\n"
-        "Command \"there\" is canceled for 2 node(s).\n"
-        "[n1] (ms)\nthere on n1\n",
-        withoutTimes(output));
-    EXPECT_EQ(1U, set->calls().size());
-}
-
-TEST_F(CShellExecute, ConfirmEachSkipsDeclinedNodesAndAsksAgainAfterOtherKeys) {
-    addNodes(3);
-    slave->setCommandConfirmType(EACH);
-    EXPECT_EQ(0, execute("there -n n1,n2,n3", "n?yY"));
-    const std::string question = "Do you really want to execute this command for ";
-    EXPECT_EQ(question + "n1? [Yes/No/Cancel]\nCommand \"there\" is canceled for n1.\n" + question +
-                  "n2? [Yes/No/Cancel]\n" + question + "n2? [Yes/No/Cancel]\n" + question +
-                  "n3? [Yes/No/Cancel]\n" + "[n2] (ms)\nthere on n2\n[n3] (ms)\nthere on n3\n",
-              withoutTimes(output));
-}
-
-TEST_F(CShellExecute, EveryNodeDeclinedGivesSeven) {
-    addNodes(2);
-    slave->setCommandConfirmType(EACH);
-    EXPECT_EQ(7, execute("there -n n1,n2", "nN"));
-    EXPECT_TRUE(request->isExecuted());
-    EXPECT_TRUE(set->calls().empty());
-}
-
-TEST_F(CShellExecute, EndOfInputAtAPromptForEachNodeCancels) {
-    addNodes(3);
-    slave->setCommandConfirmType(EACH);
-    EXPECT_EQ(0, execute("there -n n1,n2,n3", "y"));
-    EXPECT_NE(std::string::npos,
-              output.find("Command \"there\" is canceled for 2 node(s).\n[n1] ("));
-}
-
-TEST_F(CShellExecute, EarlierNodesRunWhileLaterPromptsAreAsked) {
-    addNodes(2);
-    slave->setCommandConfirmType(EACH);
-    int ends[2];
-    ASSERT_EQ(0, ::pipe2(ends, O_CLOEXEC));
-    const UniqueFd readEnd(ends[0]);
-    const UniqueFd writeEnd(ends[1]);
-    const StandardInput typed(readEnd.get());
-    // The answer for the second node is only typed by the first one's worker.
-    set->behaviour = [&](const auto& call, CResult& result) {
-        if (call.node == "n1") {
-            EXPECT_EQ(1, ::write(writeEnd.get(), "y", 1));
-        }
-        result.setRunSummary("ok");
-    };
-    ASSERT_EQ(1, ::write(writeEnd.get(), "y", 1));
-    EXPECT_EQ(0, execute("there -n n1,n2"));
-    EXPECT_EQ(2U, set->calls().size());
-}
-
 TEST_F(CShellExecute, InterruptWhileAResultIsPrintedLosesNothing) {
     const std::string text(1000000, 'x');
     set->behaviour = [&](const auto&, CResult& result) { result.setRunSummary(text); };
@@ -457,3 +315,103 @@ TEST_F(CommandEngineFaults, FaultOfTheEngineItselfIsReported) {
     EXPECT_EQ("Thread interrupted in CShell::execute()....\n", output);
     EXPECT_EQ(0U, CShell::runningWorkers());
 }
+
+namespace {
+
+void outcome(CResult& result, int status, int exitCode, const std::string& summary) {
+    result.setRunStatus(status);
+    result.setExitCode(exitCode);
+    result.setRunSummary(summary);
+}
+
+std::string statusName(int status) {
+    CResult result;
+    result.setRunStatus(status);
+    return result.getStatusEnumString();
+}
+
+TEST_F(CShellExecute, FailureBlockNamesStatusAndExitCode) {
+    for (const int status : {1, 2, 5}) {
+        set->behaviour = [=](const ScriptedSet::Call&, CResult& result) {
+            outcome(result, status, 42, "line 1\nline 2\n");
+        };
+        EXPECT_EQ(status, execute("here"));
+        EXPECT_EQ("[local] (ms)\nExitCode:" + std::to_string(status) + "/42[" + statusName(status) +
+                      "], summary: line 1\nline 2\n\n",
+                  withoutTimes(output));
+    }
+}
+
+TEST_F(CShellExecute, MasterCommandIgnoresTargetsAndIsNeverConfirmed) {
+    addNodes(2);
+    master->setCommandConfirmType(ONCE);
+    EXPECT_EQ(0, execute("here -n n1,n2", "n"));
+    EXPECT_EQ("[local] (ms)\nhere on master\n", withoutTimes(output));
+    EXPECT_EQ(1u, set->calls().size());
+}
+
+TEST_F(CShellExecute, BlocksComeInNameOrderAndTheLastDecides) {
+    addNodes(3);
+    set->behaviour = [this](const ScriptedSet::Call& call, CResult& result) {
+        if (call.node == "n1") {
+            waitFor([this] { return set->calls().size() == 3; });
+            outcome(result, 2, 3, "bad");
+        } else {
+            outcome(result, 0, 0, "fine on " + call.node);
+        }
+    };
+    EXPECT_EQ(0, execute("there -n n3,n1,n2"));
+    EXPECT_EQ("[n1] (ms)\nExitCode:2/3[" + statusName(2) +
+                  "], summary: bad\n[n2] (ms)\nfine on n2\n"
+                  "[n3] (ms)\nfine on n3\n",
+              withoutTimes(output));
+    EXPECT_TRUE(request->isExecuted());
+}
+
+TEST_F(CShellExecute, LastNodesFailureIsTheStatus) {
+    addNodes(2);
+    set->behaviour = [](const ScriptedSet::Call& call, CResult& result) {
+        outcome(result, call.node == "n2" ? 2 : 0, 0, "");
+    };
+    EXPECT_EQ(2, execute("there -n n1,n2"));
+}
+
+struct TimeOutLevels {
+    std::string option;
+    unsigned command;
+    unsigned set;
+    unsigned effective;
+};
+
+class EffectiveTimeOut : public EngineFixture,
+                         public ::testing::WithParamInterface<TimeOutLevels> {};
+
+TEST_P(EffectiveTimeOut, FirstThatIsNotZeroHolds) {
+    master->setTimeOut(GetParam().command);
+    set->setTimeOut(GetParam().set);
+    execute("here" + GetParam().option);
+    ASSERT_EQ(1u, set->calls().size());
+    EXPECT_EQ(set->calls()[0].timeOut, GetParam().effective);
+}
+
+INSTANTIATE_TEST_SUITE_P(Levels, EffectiveTimeOut,
+                         ::testing::Values(TimeOutLevels{"", 0, 0, 30000},
+                                           TimeOutLevels{" -t 0", 0, 0, 30000},
+                                           TimeOutLevels{"", 0, 7000, 7000},
+                                           TimeOutLevels{"", 8000, 7000, 8000},
+                                           TimeOutLevels{" -t 9000", 8000, 7000, 9000},
+                                           TimeOutLevels{" -t 0", 8000, 7000, 8000},
+                                           TimeOutLevels{" -t x", 0, 7000, 7000}));
+
+TEST_F(CShellExecute, WorkerGetsTheWordsWithoutThePath) {
+    addNodes(1);
+    context->toRootLevel();
+    EXPECT_EQ(0, execute("lab/there -n n1"));
+    ASSERT_EQ(1u, set->calls().size());
+    EXPECT_EQ("there", set->calls()[0].request);
+    EXPECT_EQ("lab/there", request->getCommandRequest());
+    EXPECT_EQ(1, execute("/lab/there"));
+    EXPECT_EQ("Please specify node(s) or group(s) for executing command \"there\".\n", output);
+}
+
+}  // namespace

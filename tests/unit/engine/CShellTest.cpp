@@ -71,22 +71,6 @@ TEST_F(CShellTest, ValidateCollectsTheErrorsOfOneFile) {
     EXPECT_TRUE(shell.getExecutionContext().getNodeMap().empty());
 }
 
-TEST_F(CShellTest, ProgramOptionNamesTheNodeFile) {
-    CShell shell;
-    CShellExecutionContext& context = shell.getExecutionContext();
-    ConfigErrorCollector errors;
-    Words words{"list", "-cfg", "a.cfg", "--configuration", "b.cfg", "node"};
-    EXPECT_EQ(0, shell.processProgramOption(words, context, &errors));
-    EXPECT_EQ((Words{"list", "node"}), words);
-    EXPECT_EQ("b.cfg", context.getNodeCfgFileName());
-    EXPECT_EQ(0, errors.getSize());
-
-    words = {"list", "-cfg"};
-    EXPECT_EQ(0, shell.processProgramOption(words, context, &errors));
-    EXPECT_EQ((Words{"list", "-cfg"}), words);
-    EXPECT_EQ("b.cfg", context.getNodeCfgFileName());
-}
-
 TEST_F(CShellTest, ConfigurationNamesGetTheInstallPathInFront) {
     put("other.cfg", "[node]\nn1=02:00:00:00:00:01,127.0.0.1:1\n");
     CShell shell;
@@ -172,18 +156,6 @@ TEST_F(CShellTest, WarningsAloneStopNothing) {
     EXPECT_THAT(output, Not(HasSubstr("Can not connect")));
 }
 
-TEST_F(CShellTest, BuiltInSetsAreRegisteredInOrder) {
-    put("cmd.cfg", kCommands);
-    CShell shell;
-    Words words;
-    ASSERT_TRUE(shell.init(words, shell.getExecutionContext()));
-    std::string names;
-    for (const CShellCommandSet* set : shell.getExecutionContext().getRootCommandSetList()) {
-        names += set->getCommandSetName() + " ";
-    }
-    EXPECT_EQ("BASIC biosfw r3biosfw ipmifw tools ", names);
-}
-
 TEST_F(CShellTest, PipedLineRunsAsACommand) {
     const StandardInput piped = StandardInput::holding(" list   group \nquit\n");
     EXPECT_EQ(0, run({}));
@@ -240,47 +212,6 @@ TEST_F(CShellTest, CommandLineTakesItsNumberAfterwards) {
     EXPECT_EQ("2", content("cmdseq.cfg"));
 }
 
-TEST_F(CShellTest, RequestTakesTargetsAndTimeOutOutOfTheLine) {
-    CShell shell;
-    CShellExecutionContext& context = shell.getExecutionContext();
-    for (const char* name : {"a", "b", "c"}) {
-        context.getNodeMap()[name] = new CNode(name, "", "");
-    }
-    auto* group = new CNodeGroup("g");
-    group->addNode(context.getNodeMap()["c"]);
-    context.getNodeGroupList().push_back(group);
-    ConfigErrorCollector errors;
-    const std::unique_ptr<CCommandExecutionContext> request(shell.processCommandOption(
-        "  reset  -t 70 the   fan --node a,,b --group g -x ", context, &errors));
-    EXPECT_EQ("reset the fan -x", request->getCommandRequest());
-    EXPECT_EQ(70U, request->getTimeOut());
-    EXPECT_EQ(3U, request->getNodeMap().size());
-    EXPECT_EQ(0, errors.getSize());
-}
-
-TEST_F(CShellTest, UnknownTargetsAreErrorsOneByOne) {
-    CShell shell;
-    ConfigErrorCollector errors;
-    Words words{"reset", "-n", "x,y", "-g", "z", "--node", "-t"};
-    const std::unique_ptr<CCommandExecutionContext> request(
-        shell.processCommandOption(words, shell.getExecutionContext(), &errors));
-    EXPECT_EQ(
-        "Error! node \"x\" does not exist.\nError! node \"y\" does not exist.\n"
-        "Error! group \"z\" does not exist.\nError! node \"-t\" does not exist.\n",
-        errors.toString());
-    EXPECT_EQ(Words{"reset"}, words);
-}
-
-TEST_F(CShellTest, OptionWithoutAValueStaysInTheLine) {
-    CShell shell;
-    ConfigErrorCollector errors;
-    Words words{"reset", "-n"};
-    const std::unique_ptr<CCommandExecutionContext> request(
-        shell.processCommandOption(words, shell.getExecutionContext(), &errors));
-    EXPECT_EQ("reset -n", request->getCommandRequest());
-    EXPECT_EQ(0, errors.getSize());
-}
-
 TEST_F(CShellTest, ValueThatEqualsAnEarlierWordLeavesThatWordInItsPlace) {
     CShell shell;
     CShellExecutionContext& context = shell.getExecutionContext();
@@ -289,16 +220,6 @@ TEST_F(CShellTest, ValueThatEqualsAnEarlierWordLeavesThatWordInItsPlace) {
     const std::unique_ptr<CCommandExecutionContext> request(
         shell.processCommandOption("copy a b -n a", context, &errors));
     EXPECT_EQ("copy a b", request->getCommandRequest());
-}
-
-TEST_F(CShellTest, EmptyWordListGivesAnEmptyRequest) {
-    CShell shell;
-    ConfigErrorCollector errors;
-    Words words;
-    const std::unique_ptr<CCommandExecutionContext> request(
-        shell.processCommandOption(words, shell.getExecutionContext(), &errors));
-    EXPECT_EQ("", request->getCommandRequest());
-    EXPECT_FALSE(request->isValidCommand());
 }
 
 TEST_F(CShellTest, TimeOutsAreReadAsStated) {
@@ -358,14 +279,6 @@ TEST_F(CShellTest, ValidRequestsNameACommandUsableAtTheLevel) {
     EXPECT_FALSE(valid("gree"));
 }
 
-TEST_F(CShellTest, RemoveOneArgTakesTheFirstExactMatch) {
-    Words words{"ab", "a", "b", "a"};
-    removeOneArg(&words, "a");
-    EXPECT_EQ((Words{"ab", "b", "a"}), words);
-    removeOneArg(&words, "c");
-    EXPECT_EQ((Words{"ab", "b", "a"}), words);
-}
-
 TEST_F(CShellTest, SignalHandlerOnlyTalks) {
     ::testing::internal::CaptureStdout();
     errno = EAGAIN;
@@ -409,26 +322,4 @@ TEST_F(CShellTest, LockCallbackLocksAndUnlocks) {
     CShell::kill_locks();
     CShell::kill_locks();
     EXPECT_EQ(static_cast<unsigned long>(::pthread_self()), CShell::thread_id());
-}
-
-TEST_F(CShellTest, SequenceFileLiesUnderTheInstallPathOnlyWhenItIsSet) {
-    {
-        CShell shell;
-        shell.writeCmdSeqToFile(41);
-        EXPECT_EQ("41", content("cmdseq.cfg"));
-        EXPECT_EQ(41U, shell.readCmdSeqFromFile());
-        EXPECT_EQ(41U, shell.getNextCmdSeq());
-        EXPECT_EQ("42", content("cmdseq.cfg"));
-    }
-    const TempDir elsewhere;
-    const std::filesystem::path before = std::filesystem::current_path();
-    std::filesystem::current_path(elsewhere.path());
-    ::unsetenv("KELSH_PATH");
-    std::ofstream("kelsh_version.cfg") << "VERSION=1\nBUILD=2\n";
-    {
-        CShell shell;
-        EXPECT_EQ(0U, shell.getNextCmdSeq());
-    }
-    EXPECT_TRUE(std::filesystem::exists(elsewhere.file("cmdseq.cfg")));
-    std::filesystem::current_path(before);
 }

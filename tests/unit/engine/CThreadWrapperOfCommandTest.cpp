@@ -120,6 +120,15 @@ TEST_F(CThreadWrapperOfCommandTest, InterruptionEndsQuietly) {
     EXPECT_EQ(EXEC_TIMED_OUT, result.getRunStatus());
 }
 
+TEST_F(CThreadWrapperOfCommandTest, MayBeCopiedBeforeItRuns) {
+    auto original = std::make_unique<CThreadWrapperOfCommand>("look", set, nullptr, &result, 1000);
+    CThreadWrapperOfCommand copy(*original);
+    original.reset();
+    copy();
+    EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus());
+    EXPECT_EQ("look on master", result.getRunSummary());
+}
+
 TEST_F(CThreadWrapperOfCommandTest, ClosedPlaceTakesNoOutcome) {
     const auto place = std::make_shared<CommandOutcome>();
     EXPECT_FALSE(place->close(nullptr));

@@ -52,44 +52,6 @@ TEST_F(CommandSequenceTest, ReadingAMissingFileMakesItWithZero) {
     EXPECT_EQ("0", content());
 }
 
-TEST_F(CommandSequenceTest, CommentsAndEmptyLinesAreSkippedAndNotKept) {
-    put("# the counter\n41\n");
-    CommandSequence sequence(file, name);
-    EXPECT_EQ(41U, sequence.next());
-    EXPECT_EQ("42", content());
-    put("\n\n#\n  7 apples\n9\n");
-    EXPECT_EQ(7U, sequence.next());
-    EXPECT_EQ("8", content());
-}
-
-TEST_F(CommandSequenceTest, LineWithoutDigitsCountsAsZero) {
-    put("abc");
-    CommandSequence sequence(file, name);
-    EXPECT_EQ(0U, sequence.next());
-    EXPECT_EQ("1", content());
-    put("# nothing else\n");
-    EXPECT_EQ(0U, sequence.next());
-    EXPECT_EQ("1", content());
-}
-
-TEST_F(CommandSequenceTest, NumbersAreCutToThirtyTwoBitsAndWrap) {
-    put("4294967295");
-    CommandSequence sequence(file, name);
-    EXPECT_EQ(4294967295U, sequence.next());
-    EXPECT_EQ("0", content());
-    put("4294967301");
-    EXPECT_EQ(5U, sequence.readFromFile());
-}
-
-TEST_F(CommandSequenceTest, UnwritableFileIsReportedAndCountsAsZero) {
-    ASSERT_EQ(0, ::mkdir(file.c_str(), 0700));
-    CommandSequence sequence(file, name);
-    ::testing::internal::CaptureStdout();
-    EXPECT_EQ(0U, sequence.next());
-    EXPECT_EQ("ERROR!!! fopen(cmdSeqFilePath.data(), \"wt\") returns NULL....\n",
-              ::testing::internal::GetCapturedStdout());
-}
-
 TEST_F(CommandSequenceTest, FileThatCannotBeMadeReadsAsZeroInSilence) {
     const CommandSequence sequence(directory.file("missing/cmdseq.cfg"), name);
     ::testing::internal::CaptureStdout();

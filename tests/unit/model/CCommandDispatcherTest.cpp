@@ -1,258 +1,268 @@
-#include <gtest/gtest.h>
+#include <ostream>
 
 #include "CAlreadyExistException.h"
 #include "CCommandDispatcher.h"
 #include "CShellCommandSet.h"
 #include "ConfigErrorCollector.h"
+#include "Observed.h"
 
 namespace {
 
-CShellCommand* add(CShellCommandSet& set, const std::string& name, COMMAND_TYPE type = SCRIPT_OPT) {
-    auto* cmd = new CShellCommand(name, "", "run", type, SLAVE);
-    if (type == SCRIPT_OPT) {
-        cmd->addOption(new CCommandOption("n", "node", 0, 1, ""));
-    }
-    set.addSupportedCommand(cmd);
-    return cmd;
+struct Part {
+    const char* line;
+    const char* commandAndOptions;
+    const char* command;
+};
+
+void PrintTo(const Part& part, std::ostream* out) {
+    *out << '"' << part.line << '"';
 }
 
-CShellCommandSet* addChild(CShellCommandSet& parent, const std::string& name) {
-    auto* child = new CShellCommandSet(name, "");
-    parent.addChildCommand(child);
-    return child;
+CShellCommand* add(CShellCommandSet& set, const char* name, COMMAND_TYPE type = SCRIPT) {
+    auto* command = new CShellCommand(name, "d", "line", type, SLAVE);
+    set.addSupportedCommand(command);
+    return command;
 }
 
-// BASIC (list node, reset) with a child ipmi (reset, on); tools (up) with disk (usage); my-set
-// (go).
-class CCommandDispatcherLookUp : public testing::Test {
+}  // namespace
+
+class LinePart : public testing::TestWithParam<Part> {};
+
+TEST_P(LinePart, IsFreeOfPathAndOptions) {
+    EXPECT_EQ(GetParam().commandAndOptions,
+              CCommandDispatcher::getCommandAndOptionPart(std::string(GetParam().line)));
+    EXPECT_EQ(GetParam().command, CCommandDispatcher::getCommandPart(std::string(GetParam().line)));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    CCommandDispatcher, LinePart,
+    testing::Values(Part{"", "", ""}, Part{"  reset  ", "reset", "reset"},
+                    Part{"reset -n node1", "reset -n node1", "reset"},
+                    Part{"a/b/reset -f /tmp/x", "reset -f /tmp/x", "reset"},
+                    Part{"x/y -v a/b", "y -v a/b", "y"}, Part{"/a/b", "b", "b"}, Part{"a/", "", ""},
+                    Part{"/", "", ""}, Part{"//x", "x", "x"}, Part{"-f /x", "-f /x", "-f /x"},
+                    // A dash anywhere before a slash ends the path, within a word too.
+                    Part{"a-b/c", "a-b/c", "a-b/c"}, Part{"x/a-b/c -n y", "a-b/c -n y", "a-b/c"},
+                    Part{"a/ b c  -x", "b c  -x", "b c"},
+                    Part{"list node --x", "list node --x", "list node"},
+                    Part{"a/--help", "--help", "--help"}, Part{"a-b -c", "a-b -c", "a-b"},
+                    Part{"a -", "a -", "a"}, Part{"//x// reset ", "reset", "reset"},
+                    Part{"my-set/go", "my-set/go", "my-set/go"}, Part{"a/- x", "- x", "- x"},
+                    Part{"a/b/reset   --node x/y", "reset   --node x/y", "reset"},
+                    Part{"re-set -n a", "re-set -n a", "re-set"}, Part{"-n a", "-n a", "-n a"}));
+
+class Dispatching : public testing::Test {
 protected:
-    CCommandDispatcherLookUp() : basic("BASIC", ""), tools("tools", ""), dashed("my-set", "") {
+    Dispatching() {
+        list = add(basic, "list");
         listNode = add(basic, "list node");
-        ipmi = addChild(basic, "ipmi");
-        ipmiReset = add(*ipmi, "reset");
-        up = add(tools, "up", SCRIPT);
-        disk = addChild(tools, "disk");
+        save = add(basic, "save", SCRIPT_OPT);
+        save->addOption(new CCommandOption("f", "file", 1, 1));
+        uptime = add(tools, "uptime");
+        ping = add(tools, "ping", SCRIPT_OPT);
+        ping->addOption(new CCommandOption("c", "count", 0, 1));
         usage = add(*disk, "usage");
-        go = add(dashed, "go");
-        for (CShellCommandSet* set : {&basic, ipmi, &tools, disk, &dashed}) {
+        tools.addChildCommand(disk);
+        reset = add(*ipmi, "reset", SCRIPT_OPT);
+        reset->addOption(new CCommandOption("n", "node", 0, 1));
+        basic.addChildCommand(ipmi);
+        dashed = add(dash, "go", SCRIPT_OPT);
+        dashed->addOption(new CCommandOption("v", "", 0, 1));
+        for (CShellCommandSet* set : {&basic, &tools, disk, ipmi, &dash}) {
             dispatcher.registerCommand(set);
         }
     }
 
-    // The command found, with what the line became; the line must stay when nothing is found.
-    CShellCommand* find(const std::string& level, const std::string& typed) {
-        line = typed;
-        errors.clear();
-        CShellCommand* found = dispatcher.findExeCommand(level, line, &errors);
-        if (found == nullptr) {
-            EXPECT_EQ(typed, line);
-        }
-        return found;
+    void expectFound(std::string level, std::string typed, CShellCommand* command,
+                     const std::string& rest) {
+        ConfigErrorCollector errors;
+        std::string line = typed;
+        EXPECT_EQ(command, dispatcher.findExeCommand(level, line, &errors))
+            << level << " + " << typed;
+        EXPECT_EQ(line, rest) << level << " + " << typed;
+        EXPECT_EQ(0, errors.getSize()) << errors.toString();
+    }
+    void expectNothing(std::string level, std::string typed, const std::string& findings = "") {
+        ConfigErrorCollector errors;
+        std::string line = typed;
+        EXPECT_EQ(nullptr, dispatcher.findExeCommand(level, line, &errors))
+            << level << " + " << typed;
+        EXPECT_EQ(line, typed);
+        EXPECT_EQ(findings, errors.toString()) << level << " + " << typed;
     }
 
-    CShellCommandSet basic;
-    CShellCommandSet tools;
-    CShellCommandSet dashed;
-    CShellCommandSet* ipmi = nullptr;
-    CShellCommandSet* disk = nullptr;
-    CShellCommand* listNode = nullptr;
-    CShellCommand* ipmiReset = nullptr;
-    CShellCommand* up = nullptr;
-    CShellCommand* usage = nullptr;
-    CShellCommand* go = nullptr;
     CCommandDispatcher dispatcher;
-    ConfigErrorCollector errors;
-    std::string line;
+    CShellCommandSet basic{"BASIC", ""};
+    CShellCommandSet tools{"tools", ""};
+    CShellCommandSet dash{"my-set", ""};
+    CShellCommandSet* disk = new CShellCommandSet("disk", "");
+    CShellCommandSet* ipmi = new CShellCommandSet("ipmi", "");
+    CShellCommand* list;
+    CShellCommand* listNode;
+    CShellCommand* save;
+    CShellCommand* uptime;
+    CShellCommand* ping;
+    CShellCommand* usage;
+    CShellCommand* reset;
+    CShellCommand* dashed;
 };
 
-}  // namespace
-
-TEST(CCommandDispatcher, StripsThePathFromALine) {
-    const auto strip = &CCommandDispatcher::getCommandAndOptionPart;
-    EXPECT_EQ("reset -f /tmp/x", strip("a/b/reset -f /tmp/x"));
-    EXPECT_EQ("y -v a/b", strip("x/y -v a/b"));
-    EXPECT_EQ("reset", strip("  reset "));
-    EXPECT_EQ("reset", strip("/reset"));
-    EXPECT_EQ("reset", strip("//x// reset "));
-    EXPECT_EQ("my-set/go", strip("my-set/go"));
-    EXPECT_EQ("", strip(""));
-    EXPECT_EQ("", strip("a/"));
-    EXPECT_EQ("- x", strip("a/- x"));
+TEST_F(Dispatching, FindsRelativeLines) {
+    expectFound("", "tools/uptime", uptime, "uptime");
+    expectFound("tools", "uptime", uptime, "uptime");
+    expectFound("/tools", "uptime", uptime, "uptime");
+    expectFound("/tools/disk", "usage", usage, "usage");
+    expectFound("tools/", "uptime", uptime, "uptime");
+    expectFound("tools/", "ping -c 3", ping, "ping -c 3");
+    expectFound("tools/", "ping --count a/b", ping, "ping --count a/b");
+    expectFound("tools/", "disk/usage", usage, "usage");
+    expectFound("tools", "disk/usage", usage, "usage");
+    expectFound("tools/disk/", "usage", usage, "usage");
+    expectFound("/ipmi", "reset -n node1", reset, "reset -n node1");
+    expectFound("ipmi/", "reset -n node1", reset, "reset -n node1");
+    expectFound("BASIC/ipmi/", "reset -n node1", reset, "reset -n node1");
 }
 
-TEST(CCommandDispatcher, CutsTheOptionsFromALine) {
-    const auto cut = &CCommandDispatcher::getCommandPart;
-    EXPECT_EQ("reset", cut("reset -n node1"));
-    EXPECT_EQ("reset", cut("a/b/reset   --node x/y"));
-    EXPECT_EQ("save file", cut("save file"));
-    EXPECT_EQ("re-set", cut("re-set -n a"));
-    EXPECT_EQ("-n a", cut("-n a"));
-    EXPECT_EQ("", cut(""));
-}
-
-TEST(CCommandDispatcher, NameOfARootCommandIsRefusedInAnotherSet) {
-    CShellCommandSet basic("BASIC", "");
-    CShellCommandSet tools("tools", "");
-    add(basic, "reset");
-    add(tools, "a");
-    add(tools, "reset");
-    CCommandDispatcher dispatcher;
-    dispatcher.registerCommand(&basic);
-    try {
-        dispatcher.registerCommand(&tools);
-        FAIL() << "a second reset was accepted";
-    } catch (const CAlreadyExistException& fault) {
-        EXPECT_EQ("Command \"reset\" already exists!", fault.getErrMsg());
+TEST_F(Dispatching, FindsAbsoluteLinesFromEveryLevel) {
+    for (const char* level : {"", "tools/", "tools/disk/", "ipmi/"}) {
+        expectFound(level, "/tools/uptime", uptime, "uptime");
+        expectFound(level, "/tools/disk/usage", usage, "usage");
+        expectFound(level, "/ipmi/reset -n x", reset, "reset -n x");
+        expectFound(level, "/list node", listNode, "list node");
+        expectFound(level, "/save -f /tmp/x", save, "save -f /tmp/x");
     }
-    EXPECT_EQ(0, dispatcher.unregisterCommand(&tools));
-    EXPECT_EQ(1, dispatcher.unregisterCommand(&basic));
 }
 
-TEST(CCommandDispatcher, ClashIsOnlySeenWhenTheRootCameFirst) {
-    CShellCommandSet basic("BASIC", "");
-    CShellCommandSet tools("tools", "");
-    add(basic, "reset");
-    add(tools, "reset");
-    CCommandDispatcher dispatcher;
-    dispatcher.registerCommand(&tools);
-    EXPECT_NO_THROW(dispatcher.registerCommand(&basic));
-}
-
-TEST(CCommandDispatcher, OtherSetsMayRepeatAName) {
-    CShellCommandSet one("one", "");
-    CShellCommandSet two("two", "");
-    add(one, "reset");
-    add(two, "reset");
-    CCommandDispatcher dispatcher;
-    dispatcher.registerCommand(&one);
-    EXPECT_NO_THROW(dispatcher.registerCommand(&two));
-    EXPECT_EQ(1, dispatcher.unregisterCommand(&one));
-    EXPECT_EQ(1, dispatcher.unregisterCommand(&two));
-    EXPECT_EQ(0, dispatcher.unregisterCommand(&two));
-}
-
-TEST(CCommandDispatcher, FullKeyBelongsToOneSetOnly) {
-    CShellCommandSet one("tools", "");
-    CShellCommandSet two("tools", "");
-    add(one, "up");
-    add(two, "a");
-    add(two, "up");
-    CCommandDispatcher dispatcher;
-    dispatcher.registerCommand(&one);
-    try {
-        dispatcher.registerCommand(&two);
-        FAIL() << "a second tools/up was accepted";
-    } catch (const CAlreadyExistException& fault) {
-        EXPECT_EQ("Command \"up\" already exists!", fault.getErrMsg());
+TEST_F(Dispatching, FindsRootCommandsFromEveryLevel) {
+    for (const char* level :
+         {"", "BASIC/", "tools/", "tools/disk/", "my-set/", "/ipmi", "no/such/level"}) {
+        expectFound(level, "list", list, "list");
+        expectFound(level, "list node", listNode, "list node");
+        expectFound(level, "save -f /tmp/x", save, "save -f /tmp/x");
     }
-    EXPECT_EQ(0, dispatcher.unregisterCommand(&two));
-    EXPECT_NO_THROW(dispatcher.registerCommand(&one));
+    expectFound("tools/", "BASIC/list node", listNode, "list node");
+    expectFound("tools/", "/BASIC/list node", listNode, "list node");
 }
 
-TEST_F(CCommandDispatcherLookUp, CommandOfTheWorkingLevelComesFirst) {
-    add(basic, "on");
-    CShellCommand* on = add(*ipmi, "on");
-    dispatcher.registerCommand(ipmi);
-    EXPECT_EQ(ipmiReset, find("/ipmi", "reset -n node1"));
-    EXPECT_EQ("reset -n node1", line);
-    EXPECT_EQ(on, find("/ipmi", "on"));
-    EXPECT_EQ(ipmiReset, find("ipmi/", "reset"));
-    EXPECT_EQ(ipmiReset, find("BASIC/ipmi/", "reset"));
+TEST_F(Dispatching, FindsNoCommandOfAnotherLevel) {
+    expectNothing("", "uptime");
+    expectNothing("tools/disk/", "uptime");
+    expectNothing("", "reset");
+    expectNothing("", "/uptime");
+    expectNothing("", "ghost");
+    expectNothing("tools/", "/ghost -x");
+    expectNothing("", "");
+    expectNothing("", "/");
+    expectNothing("tools/", "UPTIME");
+    expectNothing("tools/", "usage");
+    expectNothing("", "ghost/uptime");
+    expectNothing("tools/", "/uptime");
+    expectNothing("tools/", "/disk/usage");
+    expectNothing("tools/", "/");
 }
 
-TEST_F(CCommandDispatcherLookUp, RootCommandsAreFoundFromEveryLevel) {
-    for (const char* level : {"", "BASIC/", "ipmi/", "tools/", "tools/disk/", "my-set/", "ghost"}) {
-        EXPECT_EQ(listNode, find(level, "list node -n a/b")) << level;
-        EXPECT_EQ("list node -n a/b", line) << level;
-    }
-    EXPECT_EQ(listNode, find("tools/", "/list node"));
-    EXPECT_EQ("list node", line);
-    EXPECT_EQ(listNode, find("tools/", "BASIC/list node"));
-    EXPECT_EQ(listNode, find("tools/", "/BASIC/list node"));
+TEST_F(Dispatching, LeavesTheFindingsOfAKnownCommand) {
+    expectNothing("", "save", "Option [-f|--file] must be provided.\n");
+    expectNothing("tools/", "ping -c", "Option [-c|--count] must have option value.\n");
+    expectNothing("tools/", "ping -z");
+    expectNothing("tools/", "ping all");
+    expectNothing("tools/", "uptime all");
+    expectNothing("tools/", "/tools/uptime -x");
 }
 
-TEST_F(CCommandDispatcherLookUp, OtherCommandsNeedTheirLevelOrPath) {
-    EXPECT_EQ(up, find("tools/", "up"));
-    EXPECT_EQ(up, find("", "tools/up"));
-    EXPECT_EQ("up", line);
-    EXPECT_EQ(usage, find("tools", "disk/usage -n a"));
-    EXPECT_EQ("usage -n a", line);
-    EXPECT_EQ(usage, find("tools/disk/", "usage"));
-    EXPECT_EQ(nullptr, find("", "up"));
-    EXPECT_EQ(nullptr, find("tools/disk/", "up"));
-    EXPECT_EQ(nullptr, find("tools/", "usage"));
-    EXPECT_EQ(nullptr, find("", "ghost/up"));
+TEST_F(Dispatching, ServesSetsWhoseNamesHoldDashes) {
+    expectFound("my-set/", "go", dashed, "go");
+    expectFound("my-set/", "go -v a/b", dashed, "go -v a/b");
+    expectFound("", "my-set/go", dashed, "go");
+    expectFound("tools/", "/my-set/go -v 1", dashed, "go -v 1");
 }
 
-TEST_F(CCommandDispatcherLookUp, AbsoluteLinesStartAtTheRoot) {
-    EXPECT_EQ(ipmiReset, find("tools/", "/ipmi/reset -n a/b"));
-    EXPECT_EQ("reset -n a/b", line);
-    EXPECT_EQ(usage, find("tools/disk/", "/tools/disk/usage"));
-    EXPECT_EQ(up, find("my-set/", "/tools/up"));
-    EXPECT_EQ(nullptr, find("tools/", "/up"));
-    EXPECT_EQ(nullptr, find("tools/", "/disk/usage"));
-    EXPECT_EQ(nullptr, find("tools/", "/ghost"));
-    EXPECT_EQ(nullptr, find("tools/", "/"));
+TEST_F(Dispatching, PrefersTheCommandOfTheLevelToTheRootOne) {
+    CShellCommandSet other("other", "");
+    CCommandDispatcher fresh;
+    CShellCommand* own = add(other, "list");
+    // Before the root's commands are known, its names are still free.
+    fresh.registerCommand(&other);
+    fresh.registerCommand(&basic);
+    ConfigErrorCollector errors;
+    std::string line = "list";
+    EXPECT_EQ(own, fresh.findExeCommand("other/", line, &errors));
+    line = "/list";
+    EXPECT_EQ(list, fresh.findExeCommand("other/", line, &errors));
 }
 
-TEST_F(CCommandDispatcherLookUp, SetNamesMayHoldDashes) {
-    EXPECT_EQ(go, find("my-set/", "go -n a/b"));
-    EXPECT_EQ("go -n a/b", line);
-    EXPECT_EQ(go, find("", "my-set/go"));
-    EXPECT_EQ("go", line);
-    EXPECT_EQ(go, find("tools/", "/my-set/go -n x"));
-    EXPECT_EQ("go -n x", line);
+TEST_F(Dispatching, FindsACommandWhoseNameLooksLikeAnOption) {
+    CShellCommandSet odd("odd", "");
+    CShellCommand* all = add(odd, "show -all");
+    CShellCommand* help = add(odd, "--what");
+    dispatcher.registerCommand(&odd);
+    expectFound("odd/", "show -all", all, "show -all");
+    expectFound("odd/", "--what", help, "--what");
+    expectFound("", "/odd/show -all", all, "show -all");
+    expectNothing("", "show -all");
+    dispatcher.unregisterCommand(&odd);
 }
 
-TEST_F(CCommandDispatcherLookUp, FaultsOfTheCommandFoundAreReported) {
-    EXPECT_EQ(nullptr, find("ipmi/", "reset -n"));
-    EXPECT_EQ("Option [-n|--node] must have option value.\n", errors.toString());
-    EXPECT_EQ(nullptr, find("ipmi/", "reset all"));
-    EXPECT_EQ(nullptr, find("ipmi/", "reset -x"));
-    EXPECT_EQ(0, errors.getSize());
+TEST_F(Dispatching, RefusesTheNameOfARootCommandWithoutEnteringAnything) {
+    CShellCommandSet clash("clash", "");
+    add(clash, "aaa");
+    add(clash, "list");
+    EXPECT_EQ("Command \"list\" already exists!",
+              messageOf<CAlreadyExistException>([&] { dispatcher.registerCommand(&clash); }));
+    EXPECT_EQ(0, dispatcher.unregisterCommand(&clash));
+    EXPECT_EQ("Command \"list\" already exists!",
+              messageOf<CAlreadyExistException>([&] { dispatcher.registerCommand(&basic); }));
 }
 
-TEST_F(CCommandDispatcherLookUp, ExactCommandsTakeNoOptions) {
-    EXPECT_EQ(nullptr, find("tools/", "up -n a"));
-    EXPECT_EQ(nullptr, find("tools/", "up all"));
+TEST_F(Dispatching, AcceptsOneNameInTwoOtherSets) {
+    CShellCommandSet other("other", "");
+    CShellCommand* second = add(other, "uptime");
+    EXPECT_NO_THROW(dispatcher.registerCommand(&other));
+    expectFound("other/", "uptime", second, "uptime");
+    expectFound("tools/", "uptime", uptime, "uptime");
+    EXPECT_EQ(1, dispatcher.unregisterCommand(&other));
+    expectNothing("other/", "uptime");
+    EXPECT_EQ(0, dispatcher.unregisterCommand(&other));
 }
 
-TEST_F(CCommandDispatcherLookUp, NamesWithOptionLikeWordsAreFoundByTheirKey) {
-    CShellCommand* glued = add(tools, "fw -show", SCRIPT);
+TEST_F(Dispatching, RefusesAFullKeyOfAnotherSet) {
+    CShellCommandSet twin("tools", "");
+    add(twin, "uptime");
+    EXPECT_EQ("Command \"uptime\" already exists!",
+              messageOf<CAlreadyExistException>([&] { dispatcher.registerCommand(&twin); }));
+    expectFound("tools/", "uptime", uptime, "uptime");
+    EXPECT_EQ(0, dispatcher.unregisterCommand(&twin));
+    EXPECT_NO_THROW(dispatcher.registerCommand(&tools));
+}
+
+TEST_F(Dispatching, CountsWhatItTakesOut) {
+    EXPECT_EQ(3, dispatcher.unregisterCommand(&basic));
+    expectNothing("", "list");
+    EXPECT_EQ(2, dispatcher.unregisterCommand(&tools));
+    EXPECT_EQ(0, dispatcher.unregisterCommand(nullptr));
+    expectFound("tools/disk/", "usage", usage, "usage");
+}
+
+TEST_F(Dispatching, EarlierFindingsEndTheSearchByKey) {
+    add(tools, "fw -show");
     dispatcher.registerCommand(&tools);
-    EXPECT_EQ(glued, find("tools/", "fw -show"));
-    EXPECT_EQ("fw -show", line);
-    EXPECT_EQ(glued, find("", "/tools/fw -show"));
-    EXPECT_EQ("fw -show", line);
-    EXPECT_EQ(nullptr, find("", "fw -show"));
-}
-
-TEST_F(CCommandDispatcherLookUp, EarlierFindingsEndTheSearchByKey) {
-    add(tools, "fw -show", SCRIPT);
-    dispatcher.registerCommand(&tools);
-    std::string typed = "tools/fw -show";
+    ConfigErrorCollector errors;
     errors.addError(0, "earlier");
+    std::string typed = "tools/fw -show";
     EXPECT_EQ(nullptr, dispatcher.findExeCommand("", typed, &errors));
     EXPECT_EQ("tools/fw -show", typed);
     EXPECT_EQ(1, errors.getSize());
 }
 
-TEST_F(CCommandDispatcherLookUp, BlanksAroundTheLineDoNotMatter) {
-    EXPECT_EQ(up, find("tools/", "  up  "));
-    EXPECT_EQ("up", line);
-    EXPECT_EQ(nullptr, find("tools/", ""));
-    EXPECT_EQ(nullptr, find("tools/", "   "));
+TEST_F(Dispatching, BlanksAroundTheLineDoNotMatter) {
+    expectFound("tools/", "  uptime  ", uptime, "uptime");
+    expectNothing("tools/", "");
+    expectNothing("tools/", "   ");
 }
 
-TEST_F(CCommandDispatcherLookUp, UnregisteredCommandsAreGone) {
-    EXPECT_EQ(1, dispatcher.unregisterCommand(&tools));
-    EXPECT_EQ(nullptr, find("tools/", "up"));
-    EXPECT_EQ(usage, find("tools/", "disk/usage"));
-}
-
-TEST_F(CCommandDispatcherLookUp, WorksWithoutACollector) {
-    line = "reset -n";
-    EXPECT_EQ(nullptr, dispatcher.findExeCommand("ipmi/", line, nullptr));
-    line = "reset -n a";
-    EXPECT_EQ(ipmiReset, dispatcher.findExeCommand("ipmi/", line, nullptr));
+TEST_F(Dispatching, WorksWithoutACollector) {
+    std::string line = "ping -c";
+    EXPECT_EQ(nullptr, dispatcher.findExeCommand("tools/", line, nullptr));
+    line = "ping -c 1";
+    EXPECT_EQ(ping, dispatcher.findExeCommand("tools/", line, nullptr));
 }

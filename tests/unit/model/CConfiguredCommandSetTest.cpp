@@ -3,14 +3,14 @@
 #include "CConfiguredCommandSet.h"
 #include "CNode.h"
 #include "CResult.h"
-#include "ScriptedSSLClient.h"
+#include "ScriptedClient.h"
 
 namespace {
 
 class CConfiguredCommandSetRun : public testing::Test {
 protected:
     CConfiguredCommandSetRun() : set("tools", ""), node("n1", "00:00", "127.0.0.9") {
-        scripted::reset();
+        ScriptedClient::reset();
         set.addSupportedCommand(new CShellCommand("up", "", "uptime", SCRIPT, SLAVE));
         auto* df = new CShellCommand("df", "", "df -h", SCRIPT_OPT, SLAVE);
         df->addOption(new CCommandOption("p", "path", 0, 1, ""));
@@ -30,12 +30,12 @@ protected:
     }
 
     std::string lineFor(const std::string& command) {
-        scripted::node().calls.clear();
+        agent.calls.clear();
         run(command);
-        return scripted::node().calls.empty() ? "nothing"
-                                              : scripted::node().calls.back().commandLine;
+        return agent.calls.empty() ? "nothing" : agent.calls.back().commandLine;
     }
 
+    ScriptedClient& agent = ScriptedClient::instance();
     CConfiguredCommandSet set;
     CNode node;
 };
@@ -52,9 +52,9 @@ TEST_F(CConfiguredCommandSetRun, OptionsReachTheLineAsTyped) {
 }
 
 TEST_F(CConfiguredCommandSetRun, OptionsReachTheLineOfThePlatform) {
-    scripted::node().answer("uname -i", 0, "x86_64\n");
+    agent.answer("uname -i", "x86_64\n");
     EXPECT_EQ("line64 --all", lineFor("both --all"));
-    scripted::node().answer("uname -i", 0, "i386\n");
+    agent.answer("uname -i", "i386\n");
     EXPECT_EQ("line32 -a", lineFor("both -a"));
 }
 
@@ -73,11 +73,11 @@ TEST_F(CConfiguredCommandSetRun, WrongLinesReachNoNode) {
                   result.getRunSummary());
     }
     EXPECT_EQ("Command is empty.", run("").getRunSummary());
-    EXPECT_TRUE(scripted::node().calls.empty());
+    EXPECT_TRUE(agent.calls.empty());
 }
 
 TEST_F(CConfiguredCommandSetRun, FailedConnectionBecomesTheSummary) {
-    scripted::node().connectFailure = "n1: no route";
+    agent.connectFailure = "n1: no route";
     const CResult result = run("df -p /");
     EXPECT_EQ(EXEC_FAILURE, result.getRunStatus());
     EXPECT_EQ("n1: no route", result.getRunSummary());

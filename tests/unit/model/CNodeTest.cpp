@@ -1,55 +1,41 @@
-#include <gtest/gtest.h>
-
 #include "CNode.h"
+#include "Observed.h"
 
-TEST(CNode, TakesTheMacBeforeTheIp) {
-    const CNode node("n1", "02:00:00:AA:BB:01", "192.168.10.1", 5000);
-    EXPECT_EQ("n1", node.getName());
-    EXPECT_EQ("02:00:00:AA:BB:01", node.getMac());
-    EXPECT_EQ("192.168.10.1", node.getIp());
-    EXPECT_EQ(5000U, node.getPort());
+TEST(CNode, TakesTheMacBeforeTheAddress) {
+    const CNode full(std::string("n1"), "AA", "10.0.0.1", 4294967295U);
+    EXPECT_EQ("n1", full.getName());
+    EXPECT_EQ("AA", full.getMac());
+    EXPECT_EQ("10.0.0.1", full.getIp());
+    EXPECT_EQ(4294967295U, full.getPort());
+    const CNode three("n1", "AA", "10.0.0.1");
+    EXPECT_EQ("AA", three.getMac());
+    EXPECT_EQ("10.0.0.1", three.getIp());
+    EXPECT_EQ(4422U, three.getPort());
+    const CNode two("n1", "AA");
+    EXPECT_EQ("AA", two.getMac());
+    EXPECT_EQ("", two.getIp());
+    EXPECT_EQ(4422U, two.getPort());
 }
 
-TEST(CNode, DefaultsToTheAgentsPort) {
-    const CNode node("n1", "mac", "ip");
-    EXPECT_EQ("ip", node.getIp());
-    EXPECT_EQ(4422U, node.getPort());
+TEST(CNode, SettersReplaceExactlyOneFieldAsGiven) {
+    CNode node("n", "m", "i", 1);
+    node.setMac(" aa ");
+    node.setIp("h");
+    node.setPort(0U);
+    EXPECT_EQ("n", node.getName());
+    EXPECT_EQ(" aa ", node.getMac());
+    EXPECT_EQ("h", node.getIp());
+    EXPECT_EQ(0U, node.getPort());
 }
 
-TEST(CNode, MayLackAnAddress) {
-    const CNode node("n1", "mac");
-    EXPECT_EQ("mac", node.getMac());
-    EXPECT_EQ("", node.getIp());
-    EXPECT_EQ(4422U, node.getPort());
-}
-
-TEST(CNode, SettersReplaceAllButTheName) {
-    CNode node("n1", "mac", "ip");
-    node.setMac("other mac");
-    node.setIp("other ip");
-    node.setPort(7);
-    EXPECT_EQ("n1", node.getName());
-    EXPECT_EQ("other mac", node.getMac());
-    EXPECT_EQ("other ip", node.getIp());
-    EXPECT_EQ(7U, node.getPort());
-}
-
-TEST(CNode, AssignmentCopiesAllFields) {
-    const CNode source("n1", "mac", "ip", 9);
-    CNode target("n2", "x", "y", 1);
-    target = source;
-    EXPECT_EQ("n1", target.getName());
-    EXPECT_EQ("mac", target.getMac());
-    EXPECT_EQ("ip", target.getIp());
-    EXPECT_EQ(9U, target.getPort());
-}
-
-TEST(CNode, AssignmentToItselfChangesNothing) {
-    CNode node("n1", "mac", "ip", 9);
-    const CNode& same = node;
-    node = same;
-    EXPECT_EQ("n1", node.getName());
-    EXPECT_EQ("mac", node.getMac());
-    EXPECT_EQ("ip", node.getIp());
-    EXPECT_EQ(9U, node.getPort());
+TEST(CNode, AssignmentCopiesAllFieldsTheNameToo) {
+    const CNode source("a", "m", "i", 7);
+    CNode target("b", "x");
+    CNode& returned = (target = source);
+    EXPECT_EQ(&returned, &target);
+    EXPECT_EQ("ami", target.getName() + target.getMac() + target.getIp());
+    EXPECT_EQ(7U, target.getPort());
+    const CNode& self = target;
+    target = self;
+    EXPECT_EQ("ami", target.getName() + target.getMac() + target.getIp());
 }

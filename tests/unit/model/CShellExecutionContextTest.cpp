@@ -12,6 +12,7 @@
 #include "CShellExecutionContext.h"
 #include "ConfigErrorCollector.h"
 #include "ConfigFiles.h"
+#include "Observed.h"
 #include "ScopedEnvironment.h"
 #include "ScopedWorkingDirectory.h"
 #include "TempDir.h"
@@ -83,85 +84,6 @@ protected:
 
 }  // namespace
 
-TEST_F(CShellExecutionContextTest, StartsEmptyWithTheDefaultFileNames) {
-    EXPECT_EQ("node.cfg", context->getNodeCfgFileName());
-    EXPECT_EQ("cmd.cfg", context->getCmdCfgFileName());
-    EXPECT_EQ("ssl_master.cfg", context->getSslCfgFileName());
-    EXPECT_EQ("", context->getHostName());
-    EXPECT_THAT(context->getRootCommandSetList(), IsEmpty());
-    EXPECT_THAT(context->getNodeMap(), IsEmpty());
-    EXPECT_THAT(context->getNodeGroupList(), IsEmpty());
-    EXPECT_THAT(context->getCWL(), IsEmpty());
-    EXPECT_EQ(nullptr, context->getBasicCommandSet());
-}
-
-TEST_F(CShellExecutionContextTest, HoldsTheNamesItIsGiven) {
-    context->setNodeCfgFileName("/a");
-    context->setCmdCfgFileName("/b");
-    context->setSslCfgFileName("/c");
-    context->setHostName("master");
-    EXPECT_EQ("/a", context->getNodeCfgFileName());
-    EXPECT_EQ("/b", context->getCmdCfgFileName());
-    EXPECT_EQ("/c", context->getSslCfgFileName());
-    EXPECT_EQ("master", context->getHostName());
-}
-
-TEST_F(CShellExecutionContextTest, OnlySetsWithoutParentBecomeRoots) {
-    fillTree();
-    std::list<std::string> names;
-    for (CShellCommandSet* set : context->getRootCommandSetList()) {
-        names.push_back(set->getCommandSetName());
-    }
-    EXPECT_THAT(names, ElementsAre("BASIC", "tools", "ipmi"));
-    ASSERT_NE(nullptr, context->getBasicCommandSet());
-    EXPECT_EQ("BASIC", context->getBasicCommandSet()->getCommandSetName());
-}
-
-TEST_F(CShellExecutionContextTest, GivesNoTextForThePathAtTheRoot) {
-    EXPECT_EQ("", context->cwlToString());
-    EXPECT_EQ("", context->getPathToWorkingCommandSet());
-}
-
-TEST_F(CShellExecutionContextTest, StepsDownThePath) {
-    fillTree();
-    context->toLowerLevel("tools");
-    context->toLowerLevel("disk");
-    EXPECT_THAT(context->getCWL(), ElementsAre("tools", "disk"));
-    EXPECT_EQ("/tools/disk", context->cwlToString());
-    EXPECT_EQ("tools/disk/", context->getPathToWorkingCommandSet());
-    EXPECT_THAT(context->getWorkingCommandSet(), ElementsAre(disk));
-}
-
-TEST_F(CShellExecutionContextTest, StepsUpAndBackToTheRoot) {
-    fillTree();
-    context->toLowerLevel("tools");
-    context->toLowerLevel("disk");
-    context->toUpperLevel();
-    EXPECT_EQ("/tools", context->cwlToString());
-    context->toLowerLevel("disk");
-    context->toRootLevel();
-    EXPECT_EQ("", context->cwlToString());
-    EXPECT_EQ(3U, context->getWorkingCommandSet().size());
-}
-
-TEST_F(CShellExecutionContextTest, StaysAtTheRootInSilence) {
-    CaptureStdout();
-    context->toUpperLevel();
-    EXPECT_EQ("", GetCapturedStdout());
-    EXPECT_THAT(context->getCWL(), IsEmpty());
-}
-
-TEST_F(CShellExecutionContextTest, RefusesAnUnknownLevel) {
-    fillTree();
-    EXPECT_EQ("Can not find command set: nothing", errorOf("nothing"));
-    EXPECT_THAT(context->getCWL(), IsEmpty());
-    context->toLowerLevel("tools");
-    EXPECT_EQ("Can not find command set: tools", errorOf("tools"));
-    EXPECT_EQ("Can not find command set: Disk", errorOf("Disk"));
-    EXPECT_EQ("Can not find command set: ", errorOf(""));
-    EXPECT_EQ("/tools", context->cwlToString());
-}
-
 TEST_F(CShellExecutionContextTest, ReportsAWorkingLevelThatIsGone) {
     fillTree();
     context->toLowerLevel("tools");
@@ -186,41 +108,7 @@ TEST_F(CShellExecutionContextTest, ReportsAWorkingLevelThatIsGone) {
     EXPECT_EQ("/tools/disk", context->cwlToString());
 }
 
-TEST_F(CShellExecutionContextTest, ListsTheRoot) {
-    fillTree();
-    EXPECT_EQ("cd   list   \n[tools]   [ipmi]   ", context->listWorkingCommandSet());
-}
-
-TEST_F(CShellExecutionContextTest, ListsTheRootInTheOrderOfAddition) {
-    context->addCommandSet(makeSet("tools", {"uptime"}));
-    context->addCommandSet(makeSet("BASIC", {"list"}));
-    EXPECT_EQ("[tools]   list   \n", context->listWorkingCommandSet());
-}
-
-TEST_F(CShellExecutionContextTest, ListsALevel) {
-    fillTree();
-    context->toLowerLevel("tools");
-    EXPECT_EQ("free   uptime   \n[disk]   ", context->listWorkingCommandSet());
-    context->toLowerLevel("disk");
-    EXPECT_EQ("usage   \n", context->listWorkingCommandSet());
-    context->toRootLevel();
-    context->toLowerLevel("ipmi");
-    EXPECT_EQ("\n", context->listWorkingCommandSet());
-}
-
-TEST_F(CShellExecutionContextTest, FindsTheCommandOfALine) {
-    fillTree();
-    ConfigErrorCollector errors;
-    std::string line = "uptime";
-    CShellCommand* command = context->findExeCommand("tools/", line, &errors);
-    ASSERT_NE(nullptr, command);
-    EXPECT_EQ("uptime", command->getName());
-    line = "tools/uptime";
-    EXPECT_EQ(command, context->findExeCommand("", line, &errors));
-    EXPECT_EQ("uptime", line);
-}
-
-TEST_F(CShellExecutionContextTest, PrintsTheDispatchersComplaintAndKeepsBothSets) {
+TEST_F(CShellExecutionContextTest, TakesTheLaterBasicSetForTheBasicOne) {
     context->addCommandSet(makeSet("BASIC", {"list"}));
     CShellCommandSet* second = makeSet("BASIC", {"list"});
     CaptureStdout();
@@ -228,14 +116,6 @@ TEST_F(CShellExecutionContextTest, PrintsTheDispatchersComplaintAndKeepsBothSets
     EXPECT_EQ("Command \"list\" already exists!\n", GetCapturedStdout());
     EXPECT_EQ(2U, context->getRootCommandSetList().size());
     EXPECT_EQ(second, context->getBasicCommandSet());
-}
-
-TEST_F(CShellExecutionContextTest, KeepsTwoConfiguredSetsOfOneName) {
-    context->addCommandSet(makeSet("tools", {"uptime"}));
-    CaptureStdout();
-    context->addCommandSet(makeSet("tools", {"uptime"}));
-    EXPECT_EQ("Command \"uptime\" already exists!\n", GetCapturedStdout());
-    EXPECT_EQ(2U, context->getRootCommandSetList().size());
 }
 
 TEST_F(CShellExecutionContextTest, ExplainsItself) {
@@ -259,9 +139,13 @@ TEST_F(CShellExecutionContextTest, ExplainsTheWorkingLevelAlone) {
     context->toLowerLevel("tools");
     context->toLowerLevel("disk");
     EXPECT_EQ("[tools/disk]  disk commands\nusage:  does usage\n", context->getCWLUsage());
+    context->toUpperLevel();
+    EXPECT_EQ(tools->getUsage(), context->getCWLUsage());
     context->toRootLevel();
+    CaptureStdout();
     EXPECT_EQ("cd:  does cd\nlist:  does list\n" + tools->getUsage() + "[ipmi]  ipmi commands\n",
               context->getCWLUsage());
+    EXPECT_EQ("", GetCapturedStdout()) << "the text is returned, not printed";
 }
 
 TEST_F(CShellExecutionContextTest, DeclaresItself) {
@@ -284,6 +168,7 @@ TEST_F(CShellExecutionContextTest, ClearDeletesEverythingItOwnsOnce) {
     context->getNodeGroupList().push_back(new CNodeGroup("g"));
     context->clear();
     EXPECT_EQ(2, destroyed);
+    context->clear();
     EXPECT_THAT(context->getRootCommandSetList(), IsEmpty());
     EXPECT_THAT(context->getNodeMap(), IsEmpty());
     EXPECT_THAT(context->getNodeGroupList(), IsEmpty());
@@ -358,4 +243,160 @@ TEST_F(CShellExecutionContextTest, AScratchContextDoesNotRepeatTheVersionComplai
         }
         EXPECT_EQ(kVersionComplaint, GetCapturedStdout());
     }
+}
+
+namespace {
+
+CShellCommandSet* set(const char* name, const Words& commands) {
+    auto* made = new CShellCommandSet(name, std::string("about ") + name);
+    for (const std::string& command : commands) {
+        made->addSupportedCommand(
+            new CShellCommand(command, "does " + command, "line", SCRIPT, SLAVE));
+    }
+    return made;
+}
+
+// BASIC (help, list), tools (uptime; children disk (usage) and deep), zeta; without version file.
+class ContextTree : public testing::Test {
+protected:
+    ContextTree() {
+        CShellCommandSet* child = set("disk", {"usage"});
+        tools->addChildCommand(child);
+        tools->addChildCommand(set("deep", {}));
+        for (CShellCommandSet* added : {zeta, basic, tools, child}) {
+            context->addCommandSet(added);
+        }
+    }
+
+    TempDir directory;
+    ScopedEnvironment home{"KELSH_PATH", nullptr};
+    ScopedWorkingDirectory place{directory.path()};
+    CShellCommandSet* zeta = set("zeta", {"b", "a"});
+    CShellCommandSet* basic = set("BASIC", {"list", "help"});
+    CShellCommandSet* tools = set("tools", {"uptime"});
+    std::unique_ptr<CShellExecutionContext> context = std::make_unique<CShellExecutionContext>();
+};
+
+}  // namespace
+
+TEST_F(ContextTree, HasDefaultsAndSetters) {
+    CShellExecutionContext fresh;
+    EXPECT_EQ("node.cfg", fresh.getNodeCfgFileName());
+    EXPECT_EQ("cmd.cfg", fresh.getCmdCfgFileName());
+    EXPECT_EQ("ssl_master.cfg", fresh.getSslCfgFileName());
+    EXPECT_EQ("", fresh.getHostName());
+    EXPECT_EQ(nullptr, fresh.getBasicCommandSet());
+    EXPECT_TRUE(fresh.getRootCommandSetList().empty());
+    EXPECT_TRUE(fresh.getNodeMap().empty());
+    EXPECT_TRUE(fresh.getNodeGroupList().empty());
+    EXPECT_TRUE(fresh.getCWL().empty());
+    fresh.setNodeCfgFileName("1");
+    fresh.setCmdCfgFileName("2");
+    fresh.setSslCfgFileName("3");
+    fresh.setHostName("4");
+    EXPECT_EQ("1234", fresh.getNodeCfgFileName() + fresh.getCmdCfgFileName() +
+                          fresh.getSslCfgFileName() + fresh.getHostName());
+}
+
+TEST_F(ContextTree, KeepsRootsInOrderAndRemembersBasic) {
+    EXPECT_EQ((std::vector<CShellCommandSet*>{zeta, basic, tools}),
+              asVector(context->getRootCommandSetList()));
+    EXPECT_EQ(basic, context->getBasicCommandSet());
+    EXPECT_EQ((std::vector<CShellCommandSet*>{zeta, basic, tools}),
+              asVector(context->getWorkingCommandSet()));
+    context->getWorkingCommandSet().clear();
+    EXPECT_EQ(3U, context->getRootCommandSetList().size());
+}
+
+TEST_F(ContextTree, WalksDownAndUp) {
+    EXPECT_EQ("", context->cwlToString());
+    EXPECT_EQ("", context->getPathToWorkingCommandSet());
+    EXPECT_EQ("", printedBy([&] { context->toUpperLevel(); }));
+    EXPECT_TRUE(context->getCWL().empty());
+    context->toLowerLevel("tools");
+    context->toLowerLevel(std::string("disk"));
+    EXPECT_EQ("/tools/disk", context->cwlToString());
+    EXPECT_EQ("tools/disk/", context->getPathToWorkingCommandSet());
+    EXPECT_EQ((Words{"tools", "disk"}), asVector(context->getCWL()));
+    EXPECT_EQ((std::vector<CShellCommandSet*>{tools->getChildCommands().front()}),
+              asVector(context->getWorkingCommandSet()));
+    context->toUpperLevel();
+    EXPECT_EQ("/tools", context->cwlToString());
+    context->toLowerLevel("deep");
+    context->toRootLevel();
+    EXPECT_EQ("", context->cwlToString());
+    context->toLowerLevel("BASIC");
+    EXPECT_EQ("/BASIC", context->cwlToString());
+}
+
+TEST_F(ContextTree, RefusesAnUnknownLevel) {
+    const auto step = [&](const char* name) {
+        return messageOf<CDoesNotExistException>([&] { context->toLowerLevel(name); });
+    };
+    for (const char* name : {"ghost", "Tools", "", "tools/disk", "disk", "..", "tools "}) {
+        EXPECT_EQ(std::string("Can not find command set: ") + name, step(name));
+    }
+    EXPECT_EQ("", context->cwlToString());
+    context->toLowerLevel("tools");
+    EXPECT_EQ("Can not find command set: zeta", step("zeta"));
+    EXPECT_EQ("/tools", context->cwlToString());
+}
+
+TEST_F(ContextTree, ListsTheWorkingLevel) {
+    std::string text;
+    EXPECT_EQ("", printedBy([&] { text = context->listWorkingCommandSet(); }));
+    EXPECT_EQ("[zeta]   help   list   \n[tools]   ", text);
+    context->toLowerLevel("tools");
+    EXPECT_EQ("uptime   \n[disk]   [deep]   ", context->listWorkingCommandSet());
+    context->toLowerLevel("deep");
+    EXPECT_EQ("\n", context->listWorkingCommandSet());
+    context->toRootLevel();
+    context->toLowerLevel("zeta");
+    EXPECT_EQ("a   b   \n", context->listWorkingCommandSet());
+}
+
+TEST_F(ContextTree, PrintsTheDispatchersComplaintAndKeepsBothSets) {
+    CShellCommandSet* clash = set("clash", {"help"});
+    EXPECT_EQ("Command \"help\" already exists!\n",
+              printedBy([&] { context->addCommandSet(clash); }));
+    CShellCommandSet* twin = set("tools", {"uptime"});
+    EXPECT_EQ("Command \"uptime\" already exists!\n",
+              printedBy([&] { context->addCommandSet(twin); }));
+    EXPECT_EQ((std::vector<CShellCommandSet*>{zeta, basic, tools, clash, twin}),
+              asVector(context->getRootCommandSetList()));
+    context->toLowerLevel("tools");
+    EXPECT_EQ(tools, context->getWorkingCommandSet().front());
+}
+
+TEST_F(ContextTree, FindsCommandsThroughTheDispatcher) {
+    ConfigErrorCollector errors;
+    std::string line = "usage";
+    EXPECT_EQ(context->findExeCommand("tools/disk/", line, &errors),
+              tools->getChildCommands().front()->getSupportedCommands().at("usage"));
+    line = "help";
+    EXPECT_EQ(context->findExeCommand("tools/disk/", line, &errors),
+              basic->getSupportedCommands().at("help"));
+    // A set that was never added is not found even though its parent was.
+    tools->getChildCommands().back()->addSupportedCommand(
+        new CShellCommand("late", "", "", SCRIPT, SLAVE));
+    line = "tools/deep/late";
+    EXPECT_EQ(nullptr, context->findExeCommand("", line, &errors));
+    EXPECT_EQ("tools/deep/late", line);
+}
+
+TEST_F(ContextTree, ReportsALevelThatIsGone) {
+    context->toLowerLevel("tools");
+    context->toLowerLevel("deep");
+    CShellCommandSet* deep = tools->getChildCommands().back();
+    tools->removeChildCommand(deep);
+    delete deep;
+    const auto has = [](const std::string& text, const char* part) {
+        return text.find(part) != std::string::npos;
+    };
+    EXPECT_TRUE(has(printedBy([&] { context->listWorkingCommandSet(); }),
+                    "Error! There should be only one working command set.\n"));
+    EXPECT_TRUE(
+        has(printedBy([&] { EXPECT_THROW(context->toLowerLevel("x"), CDoesNotExistException); }),
+            "ERROR!!!!! There must be only one working command set.\n"));
+    EXPECT_EQ("/tools/deep", context->cwlToString());
 }

@@ -1,178 +1,210 @@
+#include <ostream>
+
 #include <gtest/gtest.h>
 
 #include "CmdStrWithOption.h"
 #include "ConfigErrorCollector.h"
+#include "Observed.h"
 
 namespace {
 
-using Words = std::list<std::string>;
-
-struct Verdict {
-    bool accepted;
-    std::string findings;
+struct Split {
+    const char* line;
+    const char* command;
+    const char* rest;
+    Words words;
 };
 
-Verdict check(const std::string& synopsis, const std::string& typed) {
-    ConfigErrorCollector errors;
-    const bool accepted = CmdStrWithOption(synopsis).isExecutableCommand2(typed, &errors);
-    EXPECT_EQ(errors.getSize(), errors.getSize(CONFIG_ERROR));
-    return {accepted, errors.toString()};
-}
-
-void expectNames(const std::string& word, const std::string& shortName,
-                 const std::string& longName) {
-    std::string foundShort = "untouched";
-    std::string foundLong = "untouched";
-    CmdStrWithOption("").checkShortLongOptionFormat(&foundShort, &foundLong, word);
-    EXPECT_EQ(shortName, foundShort) << word;
-    EXPECT_EQ(longName, foundLong) << word;
+void PrintTo(const Split& split, std::ostream* out) {
+    *out << '"' << split.line << '"';
 }
 
 }  // namespace
 
-TEST(CmdStrWithOption, SplitsATypedLine) {
-    CmdStrWithOption line("reset -n node1");
-    EXPECT_EQ("reset", line.getCommand());
-    EXPECT_EQ("-n node1", line.getOptionAndValue());
-    EXPECT_EQ((Words{"-n", "node1"}), line.getOptionList());
+class SynopsisSplit : public testing::TestWithParam<Split> {};
+
+TEST_P(SynopsisSplit, CutsTheLineIntoCommandAndWords) {
+    CmdStrWithOption split{std::string(GetParam().line)};
+    EXPECT_EQ(GetParam().command, split.getCommand());
+    EXPECT_EQ(GetParam().rest, split.getOptionAndValue());
+    EXPECT_EQ(GetParam().words, asVector(split.getOptionList()));
 }
 
-TEST(CmdStrWithOption, LineWithoutDashIsAllCommand) {
-    EXPECT_EQ("status", CmdStrWithOption("  status ").getCommand());
-    EXPECT_TRUE(CmdStrWithOption("status").getOptionList().empty());
-    EXPECT_EQ("power on", CmdStrWithOption("power on").getCommand());
-    EXPECT_EQ("", CmdStrWithOption("").getCommand());
+INSTANTIATE_TEST_SUITE_P(
+    CmdStrWithOption, SynopsisSplit,
+    testing::Values(
+        Split{"reset -n node1", "reset", "-n node1", {"-n", "node1"}},
+        Split{"show-log", "", "", {}}, Split{"status", "status", "", {}},
+        Split{"  status  ", "status", "", {}}, Split{"", "", "", {}},
+        Split{"list node --x a\t b  ", "list node", "--x a\t b", {"--x", "a", "b"}},
+        Split{"reset [-a|--all]", "reset", "[-a|--all]", {"[-a|--all]"}},
+        Split{"reset [-a|--all] [-b]", "reset", "[-a|--all] [-b]", {"[-a|--all]", "[-b]"}},
+        // A brace wins over a bracket wherever it stands.
+        Split{"reset [-a|--all] {-n|--node}", "reset [-a|--all]", "{-n|--node}", {"{-n|--node}"}},
+        Split{"reset {-n} [-a]", "reset", "{-n} [-a]", {"{-n}", "[-a]"}},
+        // The character before a bracket goes, whatever it is.
+        Split{"reset{-n}", "rese", "{-n}", {"{-n}"}}, Split{"reset[-a]", "rese", "[-a]", {"[-a]"}},
+        Split{"{-n}", "", "{-n}", {"{-n}"}}, Split{"[-a]", "", "[-a]", {"[-a]"}},
+        // Only the first hyphen is looked at.
+        Split{"-n x", "", "", {}}, Split{"reset - n", "", "", {}},
+        Split{"show-log -n x", "", "", {}}, Split{"reset - -n", "", "", {}},
+        Split{"reset -n a-b -c", "reset", "-n a-b -c", {"-n", "a-b", "-c"}},
+        Split{"reset -", "reset", "-", {"-"}}, Split{"power on", "power on", "", {}},
+        Split{"a - b", "", "", {}}, Split{"x[-n]", "", "[-n]", {"[-n]"}},
+        Split{"reset [-a|--all]   {-n|--node} \t {-t} ",
+              "reset [-a|--all]",
+              "{-n|--node} \t {-t}",
+              {"{-n|--node}", "{-t}"}}));
+
+TEST(CmdStrWithOption, SortsAnOptionWordByItsDashes) {
+    std::string shortName = "s";
+    std::string longName = "l";
+    checkForShortAndLongOption(&shortName, &longName, "");
+    checkForShortAndLongOption(&shortName, &longName, "word");
+    checkForShortAndLongOption(&shortName, &longName, " -x");
+    EXPECT_EQ("sl", shortName + longName);
+    checkForShortAndLongOption(&shortName, &longName, "-x");
+    EXPECT_EQ("-xl", shortName + longName);
+    checkForShortAndLongOption(&shortName, &longName, "--xx");
+    EXPECT_EQ("-x--xx", shortName + longName);
+    checkForShortAndLongOption(&shortName, &longName, "-");
+    checkForShortAndLongOption(&shortName, &longName, "--");
+    EXPECT_EQ("---", shortName + longName);
 }
 
-TEST(CmdStrWithOption, DashInsideAWordEmptiesTheCommand) {
-    for (const char* text : {"show-log", "show-log -n a", "-n a", "a - b"}) {
-        EXPECT_EQ("", CmdStrWithOption(text).getCommand()) << text;
-        EXPECT_EQ("", CmdStrWithOption(text).getOptionAndValue()) << text;
-        EXPECT_TRUE(CmdStrWithOption(text).getOptionList().empty()) << text;
+TEST(CmdStrWithOption, TellsValueOptionsByTheirBraces) {
+    const CmdStrWithOption any("x");
+    EXPECT_TRUE(any.hasValueOptionFormat("{-n|--node}"));
+    EXPECT_TRUE(any.hasValueOptionFormat("  {-n}\t"));
+    for (const char* other : {"[-a]", " [-a] ", "-a", "", "{-n", "-n}", "{-n]", "[-n}", "{"}) {
+        EXPECT_FALSE(any.hasValueOptionFormat(other)) << other;
     }
 }
 
-TEST(CmdStrWithOption, SplitsASynopsis) {
-    CmdStrWithOption synopsis("reset [-a|--all]");
-    EXPECT_EQ("reset", synopsis.getCommand());
-    EXPECT_EQ((Words{"[-a|--all]"}), synopsis.getOptionList());
+namespace {
+
+struct Names {
+    const char* word;
+    const char* shortName;
+    const char* longName;
+};
+
+void PrintTo(const Names& names, std::ostream* out) {
+    *out << names.word;
 }
 
-TEST(CmdStrWithOption, BraceIsTheFirstPlaceToSplit) {
-    CmdStrWithOption synopsis("reset [-a|--all]   {-n|--node} \t {-t} ");
-    EXPECT_EQ("reset [-a|--all]", synopsis.getCommand());
-    EXPECT_EQ("{-n|--node} \t {-t}", synopsis.getOptionAndValue());
-    EXPECT_EQ((Words{"{-n|--node}", "{-t}"}), synopsis.getOptionList());
+}  // namespace
+
+class SynopsisNames : public testing::TestWithParam<Names> {};
+
+TEST_P(SynopsisNames, AreTakenOutOfTheBrackets) {
+    std::string shortName = "s";
+    std::string longName = "l";
+    CmdStrWithOption("x").checkShortLongOptionFormat(&shortName, &longName,
+                                                     std::string(GetParam().word));
+    EXPECT_EQ(GetParam().shortName, shortName);
+    EXPECT_EQ(GetParam().longName, longName);
 }
 
-TEST(CmdStrWithOption, CharacterInFrontOfTheBracketIsDropped) {
-    EXPECT_EQ("rese", CmdStrWithOption("reset{-n}").getCommand());
-    EXPECT_EQ("", CmdStrWithOption("[-n]").getCommand());
-    EXPECT_EQ("", CmdStrWithOption("x[-n]").getCommand());
+INSTANTIATE_TEST_SUITE_P(
+    CmdStrWithOption, SynopsisNames,
+    testing::Values(Names{"{-n|--node}", "-n", "--node"}, Names{"[-a|--all]", "-a", "--all"},
+                    Names{"[--all]", "s", "--all"}, Names{"[-a]", "-a", "l"}, Names{"-x", "s", "l"},
+                    Names{"--long", "s", "l"}, Names{"[|--all]", "s", "--all"},
+                    Names{"{-n|}", "-n", "l"}, Names{"[--all|-a]", "-a", "--all"},
+                    Names{"[]", "s", "l"}, Names{"{|}", "s", "l"}, Names{"[a|b]", "s", "l"},
+                    Names{"[-a|--b|--c]", "-a", "--b|--c"}, Names{"", "s", "l"},
+                    Names{"[all]", "s", "l"}, Names{"[-a", "s", "l"}));
+
+namespace {
+
+struct Typed {
+    const char* synopsis;
+    const char* line;
+    bool accepted;
+    const char* findings;
+};
+
+void PrintTo(const Typed& typed, std::ostream* out) {
+    *out << '"' << typed.synopsis << "\" <- \"" << typed.line << '"';
+}
+
+}  // namespace
+
+class SynopsisCheck : public testing::TestWithParam<Typed> {};
+
+TEST_P(SynopsisCheck, JudgesTheTypedLine) {
+    ConfigErrorCollector errors;
+    CmdStrWithOption synopsis{std::string(GetParam().synopsis)};
+    EXPECT_EQ(GetParam().accepted,
+              synopsis.isExecutableCommand2(std::string(GetParam().line), &errors));
+    EXPECT_EQ(GetParam().findings, errors.toString());
+    EXPECT_EQ(errors.getSize(static_cast<CONFIGERROR_LEVEL>(2)), errors.getSize());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    CmdStrWithOption, SynopsisCheck,
+    testing::Values(Typed{"status", "status", true, ""}, Typed{"status", "status -a", false, ""},
+                    Typed{"status", "Status", false, ""}, Typed{"reset [-a]", "rese -a", false, ""},
+                    Typed{"reset [-a|--all]", "reset -a", true, ""},
+                    Typed{"reset [-a|--all]", "reset --all", true, ""},
+                    Typed{"reset [-a|--all]", "reset", false,
+                          "Error! One option should be provided:\n[-a|--all]\n"},
+                    Typed{"reset [-a|--all]", "reset -b", false,
+                          "Error! Can not find matched option for [-a|--all]\n"},
+                    // Once removed, a second occurrence is an unknown word; so is a value.
+                    Typed{"reset [-a|--all]", "reset -a -a", false, ""},
+                    Typed{"reset [-a|--all]", "reset -a --all", false, ""},
+                    Typed{"reset [-a|--all]", "reset -a x", false, ""},
+                    Typed{"reset {-n|--node}", "reset -n node1 node2", true, ""},
+                    Typed{"reset {-n|--node}", "reset -n node-1", true, ""},
+                    Typed{"reset {-n|--node}", "reset --node", true, ""},
+                    Typed{"reset {-n|--node}", "reset -n node1 -x", false, ""},
+                    Typed{"reset [-a|--all] {-n|--node}", "reset -a -n node1", true, ""},
+                    Typed{"reset [-a|--all] {-n|--node}", "reset -n node1 node2 -a", true, ""},
+                    Typed{"reset [-a|--all] {-n|--node}", "reset -n node1", false,
+                          "Error! Can not find matched option for [-a|--all]\n"},
+                    Typed{"reset [-a] {-n}", "reset -z", false,
+                          "Error! Can not find matched option for [-a]\n"
+                          "Error! Can not find matched option for {-n}\n"},
+                    Typed{"reset [-a|--all] {-n|--node}", "reset --node node1 --all", true, ""},
+                    Typed{"reset {-n|--node} [-a|--all]", "reset -a -n x", true, ""},
+                    Typed{"reset [-a|--all]", "reset all -a", false, ""},
+                    Typed{"reset [-a|--all]", "RESET -a", false, ""},
+                    Typed{"reset [-a|--all]", "", false, ""},
+                    Typed{"reset [-a|--all]", "reset-a", false, ""},
+                    Typed{"reset -x", "reset -x", false,
+                          "Error! Can not find matched option for -x\n"},
+                    Typed{"reset [-a|--all]", "reset -a -x", false, ""},
+                    Typed{"reset {-n} [-a]", "reset -n x y -a", true, ""},
+                    Typed{"reset {-n} [-a]", "reset -n x y -a z", false, ""}));
+
+TEST(CmdStrWithOption, EarlierFindingsMakeTheAnswerFalse) {
+    ConfigErrorCollector errors;
+    errors.addError(0, static_cast<CONFIGERROR_LEVEL>(1), "earlier");
+    EXPECT_FALSE(CmdStrWithOption("reset [-a]").isExecutableCommand2("reset -a", &errors));
+    EXPECT_EQ(1, errors.getSize());
+}
+
+TEST(CmdStrWithOption, CheckingLeavesTheSynopsisAsItWas) {
+    CmdStrWithOption synopsis("reset [-a]");
+    for (int round = 0; round < 2; ++round) {
+        ConfigErrorCollector errors;
+        EXPECT_TRUE(synopsis.isExecutableCommand2("reset -a", &errors));
+    }
+    EXPECT_EQ((Words{"[-a]"}), asVector(synopsis.getOptionList()));
 }
 
 TEST(CmdStrWithOption, OptionListIsTheListItself) {
     CmdStrWithOption line("reset -n node1");
     line.getOptionList().pop_back();
-    EXPECT_EQ((Words{"-n"}), line.getOptionList());
-}
-
-TEST(CmdStrWithOption, StoresOptionWordsByTheirDashes) {
-    std::string shortName;
-    std::string longName;
-    checkForShortAndLongOption(&shortName, &longName, "");
-    checkForShortAndLongOption(&shortName, &longName, "node");
-    EXPECT_EQ("", shortName + longName);
-    checkForShortAndLongOption(&shortName, &longName, "-n");
-    checkForShortAndLongOption(&shortName, &longName, "--node");
-    EXPECT_EQ("-n", shortName);
-    EXPECT_EQ("--node", longName);
-    checkForShortAndLongOption(&shortName, &longName, "-");
-    EXPECT_EQ("-", shortName);
-}
-
-TEST(CmdStrWithOption, BracesMeanAValue) {
-    const CmdStrWithOption line("");
-    EXPECT_TRUE(line.hasValueOptionFormat("{-n|--node}"));
-    EXPECT_TRUE(line.hasValueOptionFormat(" {-n} "));
-    EXPECT_FALSE(line.hasValueOptionFormat("[-n|--node]"));
-    for (const char* word : {"", "-n", "{", "}", "{-n]", "{-n", "-n}"}) {
-        EXPECT_FALSE(line.hasValueOptionFormat(word)) << word;
-    }
-}
-
-TEST(CmdStrWithOption, FindsTheNamesInASynopsisWord) {
-    expectNames("{-n|--node}", "-n", "--node");
-    expectNames("[--all|-a]", "-a", "--all");
-    expectNames("[--all]", "untouched", "--all");
-    expectNames("[-a]", "-a", "untouched");
-    expectNames("[|--all]", "untouched", "--all");
-    expectNames("{-a|}", "-a", "untouched");
-    expectNames("-x", "untouched", "untouched");
-    expectNames("[]", "untouched", "untouched");
-    expectNames("[all]", "untouched", "untouched");
-    expectNames("[-a", "untouched", "untouched");
-    expectNames("", "untouched", "untouched");
-}
-
-TEST(CmdStrWithOption, AcceptsACompleteLine) {
-    const std::string synopsis = "reset [-a|--all] {-n|--node}";
-    EXPECT_TRUE(check(synopsis, "reset -a -n node1 node2").accepted);
-    EXPECT_TRUE(check(synopsis, "reset --node node1 --all").accepted);
-    EXPECT_EQ("", check(synopsis, "reset --node node1 --all").findings);
-    EXPECT_TRUE(check("reset {-n|--node} [-a|--all]", "reset -a -n x").accepted);
-}
-
-TEST(CmdStrWithOption, AnotherCommandIsRefusedWithoutAFinding) {
-    for (const char* typed : {"rese -a", "reset all -a", "RESET -a", "", "reset-a"}) {
-        EXPECT_FALSE(check("reset [-a|--all]", typed).accepted) << typed;
-        EXPECT_EQ("", check("reset [-a|--all]", typed).findings) << typed;
-    }
-}
-
-TEST(CmdStrWithOption, OneMissingOptionIsNamed) {
-    const Verdict verdict = check("reset [-a|--all]", "reset");
-    EXPECT_FALSE(verdict.accepted);
-    EXPECT_EQ("Error! One option should be provided:\n[-a|--all]\n", verdict.findings);
+    EXPECT_EQ((Words{"-n"}), asVector(line.getOptionList()));
 }
 
 TEST(CmdStrWithOption, SeveralMissingOptionsAreNamedOnePerLine) {
-    const Verdict verdict = check("reset [-a|--all] {-n|--node}", "reset");
-    EXPECT_FALSE(verdict.accepted);
-    EXPECT_EQ("Error! 2 options should be provided:\n[-a|--all]\n{-n|--node}\n", verdict.findings);
-}
-
-TEST(CmdStrWithOption, EachUnmatchedOptionIsReported) {
-    const Verdict verdict = check("reset [-a|--all] {-n|--node}", "reset -x");
-    EXPECT_FALSE(verdict.accepted);
-    EXPECT_EQ(
-        "Error! Can not find matched option for [-a|--all]\n"
-        "Error! Can not find matched option for {-n|--node}\n",
-        verdict.findings);
-    EXPECT_EQ("Error! Can not find matched option for -x\n",
-              check("reset -x", "reset -x").findings);
-}
-
-TEST(CmdStrWithOption, LeftOverWordsAreRefused) {
-    for (const char* typed : {"reset -a -x", "reset -a -a", "reset -a word"}) {
-        EXPECT_FALSE(check("reset [-a|--all]", typed).accepted) << typed;
-        EXPECT_EQ("", check("reset [-a|--all]", typed).findings) << typed;
-    }
-}
-
-TEST(CmdStrWithOption, ValueEndsAtTheNextOption) {
-    EXPECT_TRUE(check("reset {-n} [-a]", "reset -n x y -a").accepted);
-    EXPECT_FALSE(check("reset {-n} [-a]", "reset -n x y -a z").accepted);
-}
-
-TEST(CmdStrWithOption, SynopsisWithoutOptionsTakesNone) {
-    EXPECT_TRUE(check("status", "status").accepted);
-    EXPECT_FALSE(check("status", "status -a").accepted);
-}
-
-TEST(CmdStrWithOption, EarlierFindingsKeepTheLineFromBeingAccepted) {
     ConfigErrorCollector errors;
-    errors.addError(0, "earlier");
-    EXPECT_FALSE(CmdStrWithOption("reset [-a]").isExecutableCommand2("reset -a", &errors));
-    EXPECT_EQ(1, errors.getSize());
+    EXPECT_FALSE(
+        CmdStrWithOption("reset [-a|--all] {-n|--node}").isExecutableCommand2("reset", &errors));
+    ASSERT_EQ(1, errors.getSize());
+    EXPECT_EQ("Error! 2 options should be provided:\n[-a|--all]\n{-n|--node}\n", errors.toString());
 }

@@ -1,82 +1,76 @@
-#include <gtest/gtest.h>
-
+#include "ConfigError.h"
 #include "ConfigErrorCollector.h"
+#include "Observed.h"
 
 namespace {
 
-class WatchedError : public ConfigError {
+constexpr auto kWarning = static_cast<CONFIGERROR_LEVEL>(1);
+constexpr auto kError = static_cast<CONFIGERROR_LEVEL>(2);
+
+class CountedError : public ConfigError {
 public:
-    explicit WatchedError(int* counter) : ConfigError(1, "watched"), deleted(counter) {}
-    WatchedError(const WatchedError&) = delete;
-    WatchedError& operator=(const WatchedError&) = delete;
-    ~WatchedError() override { ++*deleted; }
+    explicit CountedError(int& aliveCount) : ConfigError(3, "counted"), alive(aliveCount) {
+        ++alive;
+    }
+    CountedError(const CountedError&) = delete;
+    CountedError& operator=(const CountedError&) = delete;
+    ~CountedError() override { --alive; }
 
 private:
-    int* deleted;
+    int& alive;
 };
 
 }  // namespace
 
-TEST(ConfigErrorCollector, StartsEmpty) {
-    const ConfigErrorCollector errors;
+TEST(ConfigErrorCollector, CountsAndPrintsAllOrOneLevelInOrder) {
+    ConfigErrorCollector errors;
     EXPECT_EQ(0, errors.getSize());
     EXPECT_EQ("", errors.toString());
     EXPECT_TRUE(errors.getErrorList().empty());
+    errors.addError(4, kError, "e4");
+    errors.addError(2, kWarning, "w2");
+    errors.addError(0, "e0");
+    errors.addError(new ConfigError(9, "e9"));
+    EXPECT_EQ(4, errors.getSize());
+    EXPECT_EQ(1, errors.getSize(kWarning));
+    EXPECT_EQ(3, errors.getSize(kError));
+    EXPECT_EQ(0, errors.getSize(static_cast<CONFIGERROR_LEVEL>(3)));
+    EXPECT_EQ("Line:4, e4\nLine:2, w2\ne0\nLine:9, e9\n", errors.toString());
+    EXPECT_EQ("Line:2, w2\n", errors.toString(kWarning));
+    EXPECT_EQ("Line:4, e4\ne0\nLine:9, e9\n", errors.toString(kError));
 }
 
-TEST(ConfigErrorCollector, CountsAllOrOneLevel) {
+TEST(ConfigErrorCollector, OneLevelOfNoEntriesIsEmptyText) {
     ConfigErrorCollector errors;
-    errors.addError(1, CONFIG_WARNING, "a");
-    errors.addError(2, CONFIG_ERROR, "b");
-    errors.addError(3, "c");
-    EXPECT_EQ(3, errors.getSize());
-    EXPECT_EQ(2, errors.getSize(CONFIG_ERROR));
-    EXPECT_EQ(1, errors.getSize(CONFIG_WARNING));
+    errors.addError(1, "e");
+    EXPECT_EQ("", errors.toString(kWarning));
+    EXPECT_EQ(0, errors.getSize(kWarning));
 }
 
-TEST(ConfigErrorCollector, PrintsEachEntryOnItsLineInTheOrderAdded) {
-    ConfigErrorCollector errors;
-    errors.addError(7, "later line first");
-    errors.addError(0, CONFIG_WARNING, "no line");
-    errors.addError(new ConfigError(3, "given"));
-    EXPECT_EQ("Line:7, later line first\nno line\nLine:3, given\n", errors.toString());
-    EXPECT_EQ("no line\n", errors.toString(CONFIG_WARNING));
-    EXPECT_EQ("Line:7, later line first\nLine:3, given\n", errors.toString(CONFIG_ERROR));
-}
-
-TEST(ConfigErrorCollector, PrintsNothingForALevelWithoutEntries) {
-    ConfigErrorCollector errors;
-    errors.addError(3, "only an error");
-    EXPECT_EQ("", errors.toString(CONFIG_WARNING));
-}
-
-TEST(ConfigErrorCollector, ListIsACopyOfThePointers) {
-    ConfigErrorCollector errors;
-    errors.addError(1, "kept");
-    std::list<ConfigError*> list = errors.getErrorList();
-    ASSERT_EQ(1U, list.size());
-    EXPECT_EQ("kept", list.front()->getErrorMessage());
-    list.clear();
-    EXPECT_EQ(1, errors.getSize());
-}
-
-TEST(ConfigErrorCollector, ClearDeletesTheEntries) {
-    int deleted = 0;
-    ConfigErrorCollector errors;
-    errors.addError(new WatchedError(&deleted));
-    errors.addError(new WatchedError(&deleted));
-    errors.clear();
-    EXPECT_EQ(2, deleted);
-    EXPECT_EQ(0, errors.getSize());
-    errors.addError(new WatchedError(&deleted));
-    EXPECT_EQ(1, errors.getSize());
-}
-
-TEST(ConfigErrorCollector, DestructorDeletesTheEntries) {
-    int deleted = 0;
+TEST(ConfigErrorCollector, OwnsItsEntriesUntilClearedOrDestroyed) {
+    int alive = 0;
     {
         ConfigErrorCollector errors;
-        errors.addError(new WatchedError(&deleted));
+        errors.addError(new CountedError(alive));
+        errors.addError(new CountedError(alive));
+        ASSERT_EQ(2, alive);
+        errors.clear();
+        EXPECT_EQ(0, alive);
+        EXPECT_EQ(0, errors.getSize());
+        EXPECT_EQ("", errors.toString());
+        errors.addError(new CountedError(alive));
+        EXPECT_EQ(1, errors.getSize());
     }
-    EXPECT_EQ(1, deleted);
+    EXPECT_EQ(0, alive);
+}
+
+TEST(ConfigErrorCollector, HandsOutACopyOfItsListOfItsOwnEntries) {
+    ConfigErrorCollector errors;
+    auto* added = new ConfigError(1, "a");
+    errors.addError(added);
+    std::list<ConfigError*> copy = errors.getErrorList();
+    EXPECT_EQ((std::vector<ConfigError*>{added}), asVector(copy));
+    copy.clear();
+    EXPECT_EQ(1, errors.getSize());
+    EXPECT_EQ(added, errors.getErrorList().front());
 }

@@ -2,21 +2,26 @@
 
 #include "ConfigError.h"
 
-TEST(ConfigError, PrintsBareMessageForLineZero) {
-    EXPECT_EQ("message", ConfigError(0, "message").toString());
+namespace {
+
+constexpr auto kWarning = static_cast<CONFIGERROR_LEVEL>(1);
+
+}  // namespace
+
+TEST(ConfigError, PrintsItsLineUnlessItIsZero) {
+    EXPECT_EQ("Line:12, text", ConfigError(12, "text").toString());
+    EXPECT_EQ("text", ConfigError(0, "text").toString());
+    EXPECT_EQ("Line:-1, text", ConfigError(-1, "text").toString());
+    EXPECT_EQ("Line:7, ", ConfigError(7, "").toString());
+    EXPECT_EQ("", ConfigError(0, "").toString());
 }
 
-TEST(ConfigError, PrintsLineNumberInFrontOfMessage) {
-    EXPECT_EQ("Line:7, message", ConfigError(7, "message").toString());
-    EXPECT_EQ("Line:-1, message", ConfigError(-1, "message").toString());
-}
-
-TEST(ConfigError, IsAnErrorUnlessToldOtherwise) {
-    const ConfigError error(12, "message");
-    EXPECT_EQ(12, error.getLine());
-    EXPECT_EQ(CONFIG_ERROR, error.getLevel());
-    EXPECT_EQ("message", error.getErrorMessage());
-    EXPECT_EQ(CONFIG_WARNING, ConfigError(12, CONFIG_WARNING, "message").getLevel());
+TEST(ConfigError, KeepsWhatItWasMadeOfAndIsAnErrorByDefault) {
+    const ConfigError warning(5, kWarning, "w");
+    EXPECT_EQ(5, warning.getLine());
+    EXPECT_EQ(1, warning.getLevel());
+    EXPECT_EQ("w", warning.getErrorMessage());
+    EXPECT_EQ(2, ConfigError(5, std::string("e")).getLevel());
 }
 
 TEST(ConfigError, LevelsHaveFixedNumbers) {

@@ -17,15 +17,14 @@ TEST(KelshEnum, ValuesAreFixed) {
     EXPECT_EQ(3, EACH);
 }
 
-TEST(KelshEnum, ResolvesConfirmKeywordsInAnyCase) {
-    EXPECT_EQ(NO, KelshEnum::resolveConformType("NO"));
-    EXPECT_EQ(INHERITANCE, KelshEnum::resolveConformType("INHERITANCE"));
-    EXPECT_EQ(ONCE, KelshEnum::resolveConformType("once"));
-    EXPECT_EQ(EACH, KelshEnum::resolveConformType("Each"));
-}
-
-TEST(KelshEnum, AnyOtherConfirmKeywordMeansNo) {
-    EXPECT_EQ(NO, KelshEnum::resolveConformType(""));
-    EXPECT_EQ(NO, KelshEnum::resolveConformType("YES"));
-    EXPECT_EQ(NO, KelshEnum::resolveConformType(" EACH"));
+TEST(KelshEnum, ResolvesTheFourWordsInAnyCaseAndNothingElse) {
+    EXPECT_EQ(0, KelshEnum::resolveConformType("NO"));
+    EXPECT_EQ(1, KelshEnum::resolveConformType("Inheritance"));
+    EXPECT_EQ(2, KelshEnum::resolveConformType("once"));
+    EXPECT_EQ(3, KelshEnum::resolveConformType(std::string("eAcH")));
+    for (const char* other : {"", " once", "once ", "always", "2", "ONCES"}) {
+        EXPECT_EQ(0, KelshEnum::resolveConformType(other)) << other;
+    }
+    KelshEnum instance;
+    EXPECT_EQ(EACH, instance.resolveConformType("EACH"));
 }

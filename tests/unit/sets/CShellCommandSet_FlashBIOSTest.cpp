@@ -24,10 +24,10 @@ using CShellCommandSet_FlashBIOSTest = NodeSetFixture<CShellCommandSet_FlashBIOS
 }  // namespace
 
 TEST_F(CShellCommandSet_FlashBIOSTest, HoldsEveryRowOfItsTable) {
-    EXPECT_EQ(set.getCommandSetName(), "biosfw");
-    EXPECT_EQ(set.getDescription(), "Commands for BIOS firmware.");
-    EXPECT_EQ(set.getTimeOut(), 0U);
-    EXPECT_EQ(set.getCommandSetConfirmType(), NO);
+    EXPECT_EQ("biosfw", set.getCommandSetName());
+    EXPECT_EQ("Commands for BIOS firmware.", set.getDescription());
+    EXPECT_EQ(0U, set.getTimeOut());
+    EXPECT_EQ(NO, set.getCommandSetConfirmType());
     expectCommands(
         set,
         {
@@ -74,8 +74,8 @@ TEST_F(CShellCommandSet_FlashBIOSTest, UnknownLineLeavesTheResultUntouched) {
     set.execute("clear cmos", nullptr, result, 1000);
     set.execute("flash bios fw -f", nullptr, result, 1000);
     set.execute("dump cmos memory -x", nullptr, result, 1000);
-    EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS);
-    EXPECT_EQ(result.getRunSummary(), "untouched");
+    EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus());
+    EXPECT_EQ("untouched", result.getRunSummary());
 }
 
 TEST_F(CShellCommandSet_FlashBIOSTest, OnlyOnePlatformIsServed) {
@@ -92,13 +92,17 @@ TEST_F(CShellCommandSet_FlashBIOSTest, OnlyOnePlatformIsServed) {
 
 TEST_F(CShellCommandSet_FlashBIOSTest, OpeningFindsTheNodePathAndThePlatform) {
     execute("dump cmos memory", 1234);
-    EXPECT_EQ(agent.requests,
-              (std::vector<std::string>{
+    EXPECT_EQ((std::vector<std::string>{
                   "run: echo $KELNODE_PATH", "run: uname -i",
                   "tool: romtool.x86_64.enc in /opt/kelnode/: | -D > /var/tmp/dump_cmos_memory.log",
-                  "run: cat /var/tmp/dump_cmos_memory.log"}));
-    EXPECT_EQ(agent.timeOutsMs.front(), 1234U);
-    EXPECT_EQ(agent.timeOutsMs.back(), 1234U);
+                  "run: cat /var/tmp/dump_cmos_memory.log"}),
+              agent.requests);
+    EXPECT_EQ(1234U, agent.timeOutsMs.front());
+    EXPECT_EQ(1234U, agent.timeOutsMs.back());
+    agent.answer("echo $KELNODE_PATH", "/srv/kel\n");
+    execute("dump cmos memory");
+    EXPECT_EQ("tool: romtool.x86_64.enc in /srv/kel/: | -D > /var/tmp/dump_cmos_memory.log",
+              requestsAfterOpening()[2]);
 }
 
 TEST_F(CShellCommandSet_FlashBIOSTest, UnreachableNodeIsAFailureWithItsReason) {
@@ -109,9 +113,10 @@ TEST_F(CShellCommandSet_FlashBIOSTest, UnreachableNodeIsAFailureWithItsReason) {
 TEST_F(CShellCommandSet_FlashBIOSTest, MemoryChipIsWhatTheProbeFound) {
     agent.answer("cat /var/tmp/check_bios_mem_chip.txt", "Found chip \"Winbond W25X64\".\n");
     expectSuccess(execute("check bios memory chip"), "Found chip \"Winbond W25X64\".\n");
-    EXPECT_EQ(requestsAfterOpening().front(),
-              "tool: flashrom.x86_64.enc in /opt/kelnode/: || grep -i \"found chip\" > "
-              "/var/tmp/check_bios_mem_chip.txt");
+    EXPECT_EQ(
+        "tool: flashrom.x86_64.enc in /opt/kelnode/: || grep -i \"found chip\" > "
+        "/var/tmp/check_bios_mem_chip.txt",
+        requestsAfterOpening().front());
 }
 
 TEST_F(CShellCommandSet_FlashBIOSTest, MemoryChipThatIsNotFoundIsAFailure) {
@@ -124,11 +129,11 @@ TEST_F(CShellCommandSet_FlashBIOSTest, ChecksumIsClearedByTheExitCode) {
     const std::string readBack = "cat /var/tmp/clear_cmos_checksum.log";
     agent.answer(readBack, "0\n");
     expectSuccess(execute("clear cmos checksum"), "Successfully clear the CMOS checksum.");
-    EXPECT_EQ(requestsAfterOpening(),
-              (std::vector<std::string>{
+    EXPECT_EQ((std::vector<std::string>{
                   "tool uninterruptibly: romtool.x86_64.enc in /opt/kelnode/: | -C;echo $? > "
                   "/var/tmp/clear_cmos_checksum.log",
-                  "run: " + readBack}));
+                  "run: " + readBack}),
+              requestsAfterOpening());
     agent.answer(readBack, "255\n");
     expectFailure(execute("clear cmos checksum"), "Failed to clear the CMOS checksum.");
     agent.answer(readBack, "17\n");
@@ -164,11 +169,11 @@ TEST_F(CShellCommandSet_FlashBIOSTest, IdIsValidatedByTheExitCode) {
     const std::string readBack = "cat /var/tmp/validate_bios_id.txt";
     agent.answer(readBack, "0\n");
     expectSuccess(execute("validate bios id -f " + file), "The BIOS ID is valid.");
-    EXPECT_EQ(requestsAfterOpening(),
-              (std::vector<std::string>{"run: [savefile]" + file, "exists: " + file,
+    EXPECT_EQ((std::vector<std::string>{"run: [savefile]" + file, "exists: " + file,
                                         "tool: chipprobe.x86_64.enc in /opt/kelnode/: | -i -f " +
                                             file + ";echo $? 2>&1 > /var/tmp/validate_bios_id.txt",
-                                        "run: " + readBack}));
+                                        "run: " + readBack}),
+              requestsAfterOpening());
     agent.answer(readBack, "255\n");
     expectFailure(execute("validate bios id -f " + file), "The BIOS ID is invalid!");
     agent.answer(readBack, "127\n");
@@ -181,10 +186,10 @@ TEST_F(CShellCommandSet_FlashBIOSTest, CmosIsSavedIntoTheNamedFileAndFetched) {
                   "File \"" + file +
                       "\" already exists in local site!\nfetched\n"
                       "Over write the original file.\n");
-    EXPECT_EQ(requestsAfterOpening(),
-              (std::vector<std::string>{"run: mkdir -p " + directory.path(),
+    EXPECT_EQ((std::vector<std::string>{"run: mkdir -p " + directory.path(),
                                         "tool: romtool.x86_64.enc in /opt/kelnode/: |-D > " + file,
-                                        "run: [getfile]" + file}));
+                                        "run: [getfile]" + file}),
+              requestsAfterOpening());
 }
 
 TEST_F(CShellCommandSet_FlashBIOSTest, FailedSaveOfTheCmosFetchesNothing) {
@@ -192,19 +197,19 @@ TEST_F(CShellCommandSet_FlashBIOSTest, FailedSaveOfTheCmosFetchesNothing) {
     expectFailure(execute("save cmos memory -f " + file),
                   "Failed to save the content of the current CMOS memory to " + file +
                       ".\nromtool: no access\n");
-    EXPECT_EQ(requestsAfterOpening().size(), 2U);
+    EXPECT_EQ(2U, requestsAfterOpening().size());
 }
 
 TEST_F(CShellCommandSet_FlashBIOSTest, CmosIsFlashedByTheExitCode) {
     const std::string readBack = "cat /var/tmp/flash_cmos_mem.txt";
     agent.answer(readBack, "0\n");
     expectSuccess(execute("flash cmos memory -f " + file), "Flash CMOS successfully.");
-    EXPECT_EQ(requestsAfterOpening(),
-              (std::vector<std::string>{
+    EXPECT_EQ((std::vector<std::string>{
                   "run: [savefile]" + file, "exists: " + file,
                   "tool uninterruptibly: romtool.x86_64.enc in /opt/kelnode/: | -F " + file +
                       ";echo $? > /var/tmp/flash_cmos_mem.txt",
-                  "run: " + readBack}));
+                  "run: " + readBack}),
+              requestsAfterOpening());
     for (const char* answer : {"255\n", "1\n", ""}) {
         agent.answer(readBack, answer);
         expectFailure(execute("flash cmos memory -f " + file), "Failed to flash CMOS.");
@@ -215,11 +220,11 @@ TEST_F(CShellCommandSet_FlashBIOSTest, LayoutIsWhatTheToolFound) {
     const std::string readBack = "cat /var/tmp/layoutcfg.txt";
     agent.answer(readBack, "00000000:0001ffff area1\n");
     expectSuccess(execute("check bios layout -f " + file), "00000000:0001ffff area1\n");
-    EXPECT_EQ(requestsAfterOpening(),
-              (std::vector<std::string>{"run: [savefile]" + file, "exists: " + file,
+    EXPECT_EQ((std::vector<std::string>{"run: [savefile]" + file, "exists: " + file,
                                         "tool: romlayout.x86_64.enc in /opt/kelnode/: |" + file +
                                             " 2>&1 > /var/tmp/layoutcfg.txt",
-                                        "run: " + readBack}));
+                                        "run: " + readBack}),
+              requestsAfterOpening());
     agent.answer(readBack, "");
     expectSuccess(execute("check bios layout -f " + file), "No detected reserved area!!");
     agent.answerTool("romlayout.x86_64.enc", 139, "Segmentation fault\n");
@@ -238,9 +243,9 @@ TEST_F(CShellCommandSet_FlashBIOSTest, MissingFileHasTheMessageOfItsCommand) {
         expectFailure(execute(command + " -f /"), what + ", /, does not exist!");
         agent.missingFiles = {file};
         expectFailure(execute(command + " -f " + file), what + ", " + file + ", does not exist!");
-        EXPECT_EQ(agent.requests.back(), "exists: " + file);
+        EXPECT_EQ("exists: " + file, agent.requests.back());
     }
-    EXPECT_EQ(printed, "");
+    EXPECT_EQ("", printed);
 }
 
 TEST_F(CShellCommandSet_FlashBIOSTest, FailedCopyRunsNothing) {
@@ -248,7 +253,7 @@ TEST_F(CShellCommandSet_FlashBIOSTest, FailedCopyRunsNothing) {
     for (const char* command :
          {"validate bios id", "flash bios fw", "flash cmos memory", "check bios layout"}) {
         expectFailure(execute(std::string(command) + " -f " + file), "no space left on the node");
-        EXPECT_EQ(agent.requests.back(), "run: [savefile]" + file);
+        EXPECT_EQ("run: [savefile]" + file, agent.requests.back());
     }
 }
 
@@ -270,14 +275,14 @@ TEST_F(CShellCommandSet_FlashBIOSTest, SaveReadsTheChipAndFetchesTheImage) {
     agent.answer("cat /var/tmp/save_current_bios.txt", kVerified);
     expectSuccess(execute("save bios fw -f " + file),
                   "Successfully save the content of current BIOS into " + file + ".");
-    EXPECT_EQ(requestsAfterOpening(),
-              (std::vector<std::string>{
+    EXPECT_EQ((std::vector<std::string>{
                   "run: mkdir -p " + directory.path(),
                   std::string("tool: ") + kWriteTools + " in /opt/kelnode/: | -y -B " + file +
                       " 2>&1 > /var/tmp/save_current_bios.txt"
                       ";rm -f /opt/kelnode/tools/flashrom.x86_64",
-                  "run: cat /var/tmp/save_current_bios.txt", "run: [getfile]" + file}));
-    EXPECT_EQ(printed, "");
+                  "run: cat /var/tmp/save_current_bios.txt", "run: [getfile]" + file}),
+              requestsAfterOpening());
+    EXPECT_EQ("", printed);
 }
 
 TEST_F(CShellCommandSet_FlashBIOSTest, SaveWithoutThePhraseOrTheFileIsAFailure) {
@@ -299,13 +304,13 @@ TEST_F(CShellCommandSet_FlashBIOSTest, FlashChecksTheIdFirst) {
                       " has been successfully flashed.\n"
                       "You must reboot the system for the changes to take effect!");
     EXPECT_EQ(
-        requestsAfterOpening(),
         (std::vector<std::string>{"run: [savefile]" + file, "exists: " + file,
                                   "tool: chipprobe.x86_64.enc in /opt/kelnode/: | -i -f " + file +
                                       ";echo $? 2>&1 > /var/tmp/r2_flash_bios.txt",
                                   std::string("run: ") + kIdReadBack, flashRun("-y -F ", file),
-                                  std::string("run: ") + kFlashReadBack}));
-    EXPECT_EQ(printed, "Please wait for flashing BIOS....[node_0000]\n");
+                                  std::string("run: ") + kFlashReadBack}),
+        requestsAfterOpening());
+    EXPECT_EQ("Please wait for flashing BIOS....[node_0000]\n", printed);
 }
 
 TEST_F(CShellCommandSet_FlashBIOSTest, WrongIdFlashesNothing) {
@@ -317,8 +322,8 @@ TEST_F(CShellCommandSet_FlashBIOSTest, WrongIdFlashesNothing) {
         expectFailure(execute("flash bios fw -f " + file),
                       "Failed to flash BIOS ROM file " + file + ".");
     }
-    EXPECT_EQ(agent.requests.back(), std::string("run: ") + kIdReadBack);
-    EXPECT_EQ(printed, "");
+    EXPECT_EQ(std::string("run: ") + kIdReadBack, agent.requests.back());
+    EXPECT_EQ("", printed);
 }
 
 TEST_F(CShellCommandSet_FlashBIOSTest, IdIsNotCheckedOnlyWhereTheLineHoldsTheShortOption) {
@@ -327,11 +332,11 @@ TEST_F(CShellCommandSet_FlashBIOSTest, IdIsNotCheckedOnlyWhereTheLineHoldsTheSho
     for (const std::string& line :
          {"flash bios fw -x -f " + file, "flash bios fw -f " + file + " -x"}) {
         agent.requests.clear();
-        EXPECT_EQ(execute(line).getRunStatus(), EXEC_SUCCESS);
+        EXPECT_EQ(EXEC_SUCCESS, execute(line).getRunStatus());
         EXPECT_EQ(requestsAfterOpening().at(2), flashRun("-y -x -F ", file)) << line;
     }
     agent.requests.clear();
-    EXPECT_EQ(execute("flash bios fw --skipid -f " + file).getRunStatus(), EXEC_SUCCESS);
+    EXPECT_EQ(EXEC_SUCCESS, execute("flash bios fw --skipid -f " + file).getRunStatus());
     EXPECT_EQ(requestsAfterOpening().at(4), flashRun("-y -F ", file));
 }
 
@@ -340,7 +345,7 @@ TEST_F(CShellCommandSet_FlashBIOSTest, FlashThatIsNotVerifiedIsAFailureAndDoesNo
     agent.answer(kFlashReadBack, "Verifying flash... FAILED at 0x0!\n");
     expectFailure(execute("flash bios fw -r -f " + file),
                   "Failed to flash BIOS ROM file " + file + ".");
-    EXPECT_EQ(agent.requests.back(), std::string("run: ") + kFlashReadBack);
+    EXPECT_EQ(std::string("run: ") + kFlashReadBack, agent.requests.back());
 }
 
 TEST_F(CShellCommandSet_FlashBIOSTest, AnyDashRAsksForTheReboot) {
@@ -356,7 +361,7 @@ TEST_F(CShellCommandSet_FlashBIOSTest, AnyDashRAsksForTheReboot) {
         expectSuccess(execute(line), "BIOS ROM file " + image +
                                          " has been successfully flashed.\n"
                                          "The system is rebooting");
-        EXPECT_EQ(agent.requests.back(), "run: reboot") << line;
+        EXPECT_EQ("run: reboot", agent.requests.back()) << line;
     }
 }
 
@@ -364,7 +369,7 @@ TEST_F(CShellCommandSet_FlashBIOSTest, NameWithADashXAndABlankSkipsTheIdCheck) {
     agent.answer(kFlashReadBack, kVerified);
     const std::string named = directory.file("my-x image");
     std::ofstream(named) << "image";
-    EXPECT_EQ(execute("flash bios fw -f \"" + named + "\"").getRunStatus(), EXEC_SUCCESS);
+    EXPECT_EQ(EXEC_SUCCESS, execute("flash bios fw -f \"" + named + "\"").getRunStatus());
     EXPECT_EQ(requestsAfterOpening().at(2), flashRun("-y -x -F ", "'" + named + "'"));
 }
 
@@ -375,10 +380,11 @@ TEST_F(CShellCommandSet_FlashBIOSTest, FlashThatOutlivesItsTimeOutGoesOnAndSaysS
     late.setRunStatus(EXEC_TIMED_OUT);
     agent.toolAnswers["romwrite.sh.enc"] = late;
     const CResult result = execute("flash bios fw -f " + file, 700);
-    EXPECT_EQ(result.getRunStatus(), EXEC_TIMED_OUT);
-    EXPECT_EQ(result.getRunSummary(),
-              "romwrite.sh did not end within its time-out of 700 ms. It is not interrupted and "
-              "goes on at the node; its log is /var/tmp/flashing_bios.txt there.");
+    EXPECT_EQ(EXEC_TIMED_OUT, result.getRunStatus());
+    EXPECT_EQ(
+        "romwrite.sh did not end within its time-out of 700 ms. It is not interrupted and "
+        "goes on at the node; its log is /var/tmp/flashing_bios.txt there.",
+        result.getRunSummary());
 }
 
 TEST_F(CShellCommandSet_FlashBIOSTest, ReadingRunThatOutlivesItsTimeOutWasEnded) {
@@ -386,9 +392,9 @@ TEST_F(CShellCommandSet_FlashBIOSTest, ReadingRunThatOutlivesItsTimeOutWasEnded)
     late.setRunStatus(EXEC_TIMED_OUT);
     agent.toolAnswers["romtool.x86_64.enc"] = late;
     const CResult result = execute("dump cmos memory", 700);
-    EXPECT_EQ(result.getRunStatus(), EXEC_TIMED_OUT);
-    EXPECT_EQ(result.getRunSummary(),
-              "romtool.x86_64 did not end within its time-out of 700 ms. It was ended.");
+    EXPECT_EQ(EXEC_TIMED_OUT, result.getRunStatus());
+    EXPECT_EQ("romtool.x86_64 did not end within its time-out of 700 ms. It was ended.",
+              result.getRunSummary());
 }
 
 TEST_F(CShellCommandSet_FlashBIOSTest, BiosInformationIsWhatTheNodeAnswers) {
@@ -397,7 +403,9 @@ TEST_F(CShellCommandSet_FlashBIOSTest, BiosInformationIsWhatTheNodeAnswers) {
         "\"Vendor:\\|Version:\\|Release Date:\\|ROM Size:\\|BIOS Revision:\"";
     agent.answer(line, "\tVendor: AMI\n");
     expectSuccess(execute("check bios info"), "\tVendor: AMI\n");
-    EXPECT_EQ(requestsAfterOpening(), std::vector<std::string>{"run: " + line});
+    EXPECT_EQ(std::vector<std::string>{"run: " + line}, requestsAfterOpening());
+    agent.answer(line, "");
+    expectSuccess(execute("check bios info"), "");
     agent.answer(line, "sh: 1: dmidecode: not found\n", 1);
     expectFailure(execute("check bios info"), "sh: 1: dmidecode: not found\n");
 }

@@ -28,8 +28,8 @@ ExpectedCommand row(const std::string& name, const std::string& description,
 
 TEST(CShellCommandSet_IPMI, HoldsItsCommands) {
     CShellCommandSet_IPMI set;
-    EXPECT_EQ(set.getCommandSetName(), "ipmi");
-    EXPECT_EQ(set.getDescription(), "Commands for IPMI firmware.");
+    EXPECT_EQ("ipmi", set.getCommandSetName());
+    EXPECT_EQ("Commands for IPMI firmware.", set.getDescription());
     ExpectedCommand raw = row("raw command", "Execute specific IPMI raw command.",
                               "Do you really want to execute the specified IPMI raw command?");
     raw.options.push_back({"rc", "raw-command", true, true, "The IPMI raw command."});
@@ -80,15 +80,16 @@ TEST_F(IpmiSet, SendsEachRequestExactly) {
         expected += "ipmitool [-I] [lanplus] [-H] [127.2.0.9] [raw] " + std::string(bytes) +
                     " [-U] [admin] [-P] [secret]\n";
     }
-    EXPECT_EQ(tools.calls(), expected);
+    EXPECT_EQ(expected, tools.calls());
 }
 
 TEST_F(IpmiSet, HandsTheRemainderOnAsTyped) {
     tools.add("ipmitool", "echo done");
     run("power on --user 'a b' --password secret");
-    EXPECT_EQ(tools.calls(),
-              "ipmitool [-I] [lanplus] [-H] [127.2.0.9] [raw] [0x00] [0x02] [0x01] [--user] [a b] "
-              "[--password] [secret]\n");
+    EXPECT_EQ(
+        "ipmitool [-I] [lanplus] [-H] [127.2.0.9] [raw] [0x00] [0x02] [0x01] [--user] [a b] "
+        "[--password] [secret]\n",
+        tools.calls());
 }
 
 TEST_F(IpmiSet, RunsRawCommands) {
@@ -100,43 +101,49 @@ TEST_F(IpmiSet, RunsRawCommands) {
         tools.add("ipmitool", "echo done");
         const std::string before = tools.calls();
         const CResult result = run(line);
-        EXPECT_EQ(tools.calls(), before + expected) << line;
-        EXPECT_EQ(result.getRunSummary(), "done\n");
+        EXPECT_EQ(before + expected, tools.calls()) << line;
+        EXPECT_EQ("done\n", result.getRunSummary());
     }
+    const std::string before = tools.calls();
+    run("raw command -U u -P p -rc \"0x06 0x01\"");
+    EXPECT_EQ(
+        tools.calls(),
+        before +
+            "ipmitool [-I] [lanplus] [-H] [127.2.0.9] [-U] [u] [-P] [p] [raw] [0x06] [0x01]\n");
 }
 
 TEST_F(IpmiSet, KeepsRunStatusZeroAndRecordsTheExitCode) {
     tools.add("ipmitool", "echo part; echo 'Error: no session' >&2; exit 1");
     const CResult result = run("power on" + std::string(kUser));
-    EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS);
-    EXPECT_EQ(result.getExitCode(), 1);
-    EXPECT_EQ(result.getRunSummary(), "part\nError: no session\n");
+    EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus());
+    EXPECT_EQ(1, result.getExitCode());
+    EXPECT_EQ("part\nError: no session\n", result.getRunSummary());
 }
 
 TEST_F(IpmiSet, TellsTheDeviceTypeFromStandardOutputOnly) {
     tools.add("ipmitool", "echo 'Error: Unable to establish' >&2; exit 1");
-    EXPECT_EQ(run("check device type" + std::string(kUser)).getRunSummary(), "No IPMI device");
+    EXPECT_EQ("No IPMI device", run("check device type" + std::string(kUser)).getRunSummary());
     tools.add("ipmitool", "echo noise >&2; echo ' 37 30 30 31 5a 51 00 00'");
-    EXPECT_EQ(run("check device type" + std::string(kUser)).getRunSummary(), "Module type 3");
+    EXPECT_EQ("Module type 3", run("check device type" + std::string(kUser)).getRunSummary());
     tools.add("ipmitool", "printf ' 02 00 00 ff fe 00 00 00 08 09 0a 0b 0c 0d 0e 0f\\n'");
-    EXPECT_EQ(run("check device type" + std::string(kUser)).getRunSummary(),
-              "Module type 1 with KVM");
+    EXPECT_EQ("Module type 1 with KVM",
+              run("check device type" + std::string(kUser)).getRunSummary());
     tools.add("ipmitool", "printf ' 37 30 30'");
-    EXPECT_EQ(run("check device type" + std::string(kUser)).getRunSummary(), "Unknown IPMI device");
+    EXPECT_EQ("Unknown IPMI device", run("check device type" + std::string(kUser)).getRunSummary());
 }
 
 TEST_F(IpmiSet, ShowsThatIpmitoolIsMissing) {
     const ScopedEnvironment nowhere("PATH", tools.path().c_str());
     const CResult result = run("power on" + std::string(kUser));
-    EXPECT_EQ(result.getExitCode(), 127);
+    EXPECT_EQ(127, result.getExitCode());
     EXPECT_NE(result.getRunSummary().find("ipmitool: not found"), std::string::npos);
-    EXPECT_EQ(run("check device type" + std::string(kUser)).getRunSummary(), "No IPMI device");
+    EXPECT_EQ("No IPMI device", run("check device type" + std::string(kUser)).getRunSummary());
 }
 
 TEST_F(IpmiSet, GivesIpmitoolNoTerminalAndNoPosixMode) {
     const ScopedEnvironment posix("POSIXLY_CORRECT", "1");
     tools.add("ipmitool", "readlink /proc/$$/fd/0; echo \"posix=${POSIXLY_CORRECT-unset}\"");
-    EXPECT_EQ(run("power on" + std::string(kUser)).getRunSummary(), "/dev/null\nposix=unset\n");
+    EXPECT_EQ("/dev/null\nposix=unset\n", run("power on" + std::string(kUser)).getRunSummary());
 }
 
 TEST_F(IpmiSet, LeavesNoShellWithThePasswordWaiting) {
@@ -144,14 +151,14 @@ TEST_F(IpmiSet, LeavesNoShellWithThePasswordWaiting) {
     tools.add("ipmitool", "tr '\\0' ' ' < /proc/$PPID/cmdline");
     const std::string parent = run("power on" + std::string(kUser)).getRunSummary();
     EXPECT_NE(parent, "");
-    EXPECT_EQ(parent.find("secret"), std::string::npos) << parent;
+    EXPECT_EQ(std::string::npos, parent.find("secret")) << parent;
 }
 
 TEST_F(IpmiSet, LeavesTheResultOfAnUnknownNameUntouched) {
     CResult result;
     result.setRunSummary("as before");
     set.execute("power up -U a -P b", &node, result, 1000);
-    EXPECT_EQ(result.getRunSummary(), "as before");
+    EXPECT_EQ("as before", result.getRunSummary());
 }
 
 }  // namespace

@@ -8,8 +8,8 @@ namespace {
 
 TEST(CShellCommandSet_Mem, HoldsItsCommand) {
     CShellCommandSet_Mem set;
-    EXPECT_EQ(set.getCommandSetName(), "mem");
-    EXPECT_EQ(set.getDescription(), "Commands for checking memory information.");
+    EXPECT_EQ("mem", set.getCommandSetName());
+    EXPECT_EQ("Commands for checking memory information.", set.getDescription());
     expectCommands(set, {{"mem",
                           "Check the memory usage by using top.",
                           SCRIPT,
@@ -26,8 +26,9 @@ using MemSet = NodeSetFixture<CShellCommandSet_Mem>;
 TEST_F(MemSet, ShowsWhatTopSaysWithinItsOwnTimeOut) {
     agent.answer("top -bn 1 | grep Mem:", "Mem: 1 total\n");
     expectSuccess(execute("mem", 600000), "Mem: 1 total\n");
-    EXPECT_EQ(requestsAfterOpening(), std::vector<std::string>{"run: top -bn 1 | grep Mem:"});
-    EXPECT_EQ(agent.timeOutsMs, std::vector<unsigned int>{5000});
+    expectSuccess(execute("mem", 1000), "Mem: 1 total\n");
+    EXPECT_EQ(std::vector<std::string>(2, "run: top -bn 1 | grep Mem:"), requestsAfterOpening());
+    EXPECT_EQ((std::vector<unsigned int>{5000, 5000}), agent.timeOutsMs);
 }
 
 TEST_F(MemSet, AsksAgainWhereTopWritesTheNameApart) {

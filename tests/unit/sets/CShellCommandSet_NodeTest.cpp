@@ -22,8 +22,8 @@ ExpectedCommand row(const std::string& name, const std::string& description,
 
 TEST(CShellCommandSet_Node, HoldsItsCommands) {
     CShellCommandSet_Node set;
-    EXPECT_EQ(set.getCommandSetName(), "node");
-    EXPECT_EQ(set.getDescription(), "Commands for node management.");
+    EXPECT_EQ("node", set.getCommandSetName());
+    EXPECT_EQ("Commands for node management.", set.getDescription());
     expectCommands(
         set,
         {row("add nodes", "add new slave nodes configuration on Perceus.",
@@ -82,9 +82,9 @@ protected:
     void expectRefused(const std::string& line, const std::string& message) {
         const std::string before = scripts.calls();
         const CResult result = run(line);
-        EXPECT_EQ(result.getRunStatus(), EXEC_FAILURE) << line;
-        EXPECT_EQ(printed, message + "\n") << line;
-        EXPECT_EQ(scripts.calls(), before) << "a script ran for " << line;
+        EXPECT_EQ(EXEC_FAILURE, result.getRunStatus()) << line;
+        EXPECT_EQ(message + "\n", printed) << line;
+        EXPECT_EQ(before, scripts.calls()) << "a script ran for " << line;
     }
 
     ToolDirectory scripts;
@@ -94,15 +94,15 @@ protected:
 
 TEST_F(NodeSet, AddsANode) {
     run("add node -h node01 -m " + std::string(kMac) + " -i 192.168.1.9 -I img");
-    EXPECT_EQ(scripts.calls(),
-              "add_perceus_slave_node.sh [node01] [00:11:22:33:44:55] [192.168.1.9] [img]\n");
-    EXPECT_EQ(printed, "");
+    EXPECT_EQ("add_perceus_slave_node.sh [node01] [00:11:22:33:44:55] [192.168.1.9] [img]\n",
+              scripts.calls());
+    EXPECT_EQ("", printed);
 }
 
 TEST_F(NodeSet, TakesTheOptionsInAnyOrder) {
     run("add node -I img -i 192.168.1.9 -m " + std::string(kMac) + " -h node01");
-    EXPECT_EQ(scripts.calls(),
-              "add_perceus_slave_node.sh [node01] [00:11:22:33:44:55] [192.168.1.9] [img]\n");
+    EXPECT_EQ("add_perceus_slave_node.sh [node01] [00:11:22:33:44:55] [192.168.1.9] [img]\n",
+              scripts.calls());
 }
 
 TEST_F(NodeSet, LeavesTwoBlanksWhereTheAddressIsMissing) {
@@ -111,46 +111,59 @@ TEST_F(NodeSet, LeavesTwoBlanksWhereTheAddressIsMissing) {
     EXPECT_EQ(printed, scripts.path() +
                            "/add_perceus_slave_node_and_deploy.sh node01 00:11:22:33:44:55  img 10 "
                            "20\n");
+    EXPECT_EQ("add_perceus_slave_node_and_deploy.sh [node01] [00:11:22:33:44:55] [img] [10] [20]\n",
+              scripts.calls());
+}
+
+TEST_F(NodeSet, AddsANodeAndWaitsForIt) {
+    run("add node and deploy -t1 60 -t2 600 -h node01 -m " + std::string(kMac) +
+        " -i 10.0.0.1 -I img");
     EXPECT_EQ(
-        scripts.calls(),
-        "add_perceus_slave_node_and_deploy.sh [node01] [00:11:22:33:44:55] [img] [10] [20]\n");
+        "add_perceus_slave_node_and_deploy.sh [node01] [00:11:22:33:44:55] [10.0.0.1] [img] "
+        "[60] [600]\n",
+        scripts.calls());
+    EXPECT_EQ(printed, scripts.path() +
+                           "/add_perceus_slave_node_and_deploy.sh node01 00:11:22:33:44:55 "
+                           "10.0.0.1 img 60 600\n");
 }
 
 TEST_F(NodeSet, RecordsTheScriptsOutcomeWithRunStatusZero) {
     const CResult result = run("add node -h node01 -m " + std::string(kMac) + " -I img");
-    EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS);
-    EXPECT_EQ(result.getExitCode(), 3);
-    EXPECT_EQ(result.getExitOutput(), "said\ncomplained\n");
-    EXPECT_EQ(result.getRunSummary(), "said\ncomplained\n");
+    EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus());
+    EXPECT_EQ(3, result.getExitCode());
+    EXPECT_EQ("said\ncomplained\n", result.getExitOutput());
+    EXPECT_EQ("said\ncomplained\n", result.getRunSummary());
 }
 
 TEST_F(NodeSet, AddsManyNodes) {
     const std::string options =
         "-c 2 -h node[01-02] -m 00:11:22:33:44:55,00:11:22:33:44:56 -i 10.0.0.1,10.0.0.2 -I img";
     run("add nodes " + options);
-    EXPECT_EQ(scripts.calls(),
-              "add_perceus_slave_nodes.sh [-c] [2] [-h] [node[01-02]] [-m] "
-              "[00:11:22:33:44:55,00:11:22:33:44:56] [-i] [10.0.0.1,10.0.0.2] [-I] [img]\n");
+    EXPECT_EQ(
+        "add_perceus_slave_nodes.sh [-c] [2] [-h] [node[01-02]] [-m] "
+        "[00:11:22:33:44:55,00:11:22:33:44:56] [-i] [10.0.0.1,10.0.0.2] [-I] [img]\n",
+        scripts.calls());
 }
 
 TEST_F(NodeSet, AddsNodesFromAFile) {
     run("add nodes from file -f /srv/nodes.list");
-    EXPECT_EQ(scripts.calls(), "add_perceus_slave_nodes.sh [-f] [/srv/nodes.list]\n");
+    EXPECT_EQ("add_perceus_slave_nodes.sh [-f] [/srv/nodes.list]\n", scripts.calls());
 }
 
 TEST_F(NodeSet, DeletesANodeAndShowsTheLine) {
     run("del node -h node01");
-    EXPECT_EQ(scripts.calls(), "delete_perceus_slave_node.sh [node01]\n");
-    EXPECT_EQ(printed, scripts.path() + "/delete_perceus_slave_node.sh node01\n");
+    EXPECT_EQ("delete_perceus_slave_node.sh [node01]\n", scripts.calls());
+    EXPECT_EQ(scripts.path() + "/delete_perceus_slave_node.sh node01\n", printed);
 }
 
 TEST_F(NodeSet, ListsTheStatusOfOneOrAllNodes) {
     run("list node status");
     run("list node status -a");
     run("list node status -h node01");
-    EXPECT_EQ(scripts.calls(),
-              "list_perceus_slave_node_status.sh [-a]\nlist_perceus_slave_node_status.sh [-a]\n"
-              "list_perceus_slave_node_status.sh [node01]\n");
+    EXPECT_EQ(
+        "list_perceus_slave_node_status.sh [-a]\nlist_perceus_slave_node_status.sh [-a]\n"
+        "list_perceus_slave_node_status.sh [node01]\n",
+        scripts.calls());
 }
 
 TEST_F(NodeSet, DoesNotFindValuesOfLongNames) {
@@ -219,21 +232,21 @@ TEST_F(NodeSet, ShowsThatAScriptIsMissing) {
     CShellCommandSet_Node elsewhere("/nonexistent/");
     CResult result;
     elsewhere.execute("list node status", nullptr, result, 30000);
-    EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS);
-    EXPECT_EQ(result.getExitCode(), 127);
+    EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus());
+    EXPECT_EQ(127, result.getExitCode());
     EXPECT_NE(result.getRunSummary().find("not found"), std::string::npos);
 }
 
 TEST_F(NodeSet, TakesMegabytesOfOutput) {
     scripts.add("list_perceus_slave_node_status.sh", "head -c 3000000 /dev/zero | tr '\\0' x");
-    EXPECT_EQ(run("list node status").getExitOutput().size(), 3000000U);
+    EXPECT_EQ(3000000U, run("list node status").getExitOutput().size());
 }
 
 TEST_F(NodeSet, LeavesTheResultOfAnUnknownNameUntouched) {
     CResult result;
     result.setRunSummary("as before");
     set.execute("remove node -h n", nullptr, result, 1000);
-    EXPECT_EQ(result.getRunSummary(), "as before");
+    EXPECT_EQ("as before", result.getRunSummary());
 }
 
 }  // namespace

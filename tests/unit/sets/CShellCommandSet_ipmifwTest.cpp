@@ -2,6 +2,7 @@
 
 #include "CResult.h"
 #include "CShellCommandSet_ipmifw.h"
+#include "CUtil.h"
 #include "CommandChecklist.h"
 #include "NodeSetFixture.h"
 
@@ -9,8 +10,8 @@ namespace {
 
 TEST(CShellCommandSet_ipmifw, HoldsItsCommands) {
     CShellCommandSet_ipmifw set;
-    EXPECT_EQ(set.getCommandSetName(), "ipmifw");
-    EXPECT_EQ(set.getDescription(), "Commands for IPMI Firmware Flash.");
+    EXPECT_EQ("ipmifw", set.getCommandSetName());
+    EXPECT_EQ("Commands for IPMI Firmware Flash.", set.getDescription());
     expectCommands(set,
                    {{"get ipmi fw revision",
                      "get ipmi fw revision on system",
@@ -75,34 +76,35 @@ TEST_F(Revision, JoinsMakerRevisionAndAuxiliaryRevision) {
         "run: cat /var/tmp/ipmiauxver.txt",
         kTool + std::string("-raw 0x06 0x37 2>&1 > /var/tmp/get_ipmivendor.txt"),
         "run: cat /var/tmp/get_ipmivendor.txt"};
-    EXPECT_EQ(requestsAfterOpening(), expected);
+    EXPECT_EQ(expected, requestsAfterOpening());
 }
 
 TEST_F(Revision, NamesTheOtherMakerOrNone) {
     for (const char* guid : {kAmi, kOtherAmi}) {
         agent.answer("cat /var/tmp/get_ipmivendor.txt", guid);
-        EXPECT_EQ(revision(), "AMI IPMI Firmware Revision: 1.23 00 0a 0b 0c");
+        EXPECT_EQ("AMI IPMI Firmware Revision: 1.23 00 0a 0b 0c", revision());
     }
     agent.answer("cat /var/tmp/get_ipmivendor.txt", " 11 22\n");
-    EXPECT_EQ(revision(), "Firmware Revision: 1.23 00 0a 0b 0c");
+    EXPECT_EQ("Firmware Revision: 1.23 00 0a 0b 0c", revision());
 }
 
 TEST_F(Revision, LeavesOutAnAuxiliaryRevisionThatIsNotThere) {
     for (const char* answer : {"", " 00 03 09 08 02 9f 91 12 00 02 0f\n", "cut sh"}) {
         agent.answer("cat /var/tmp/ipmiauxver.txt", answer);
-        EXPECT_EQ(revision(), "ATEN IPMI Firmware Revision: 1.23");
+        EXPECT_EQ("ATEN IPMI Firmware Revision: 1.23", revision());
     }
 }
 
 TEST_F(Revision, SaysThatItCanNotBeRead) {
     agent.answer("tail /var/tmp/ipmifwver.txt | grep \"Firmware Revision:\"", "");
     expectFailure(execute("get ipmi fw revision"), "Can not get IPMI firmware revioson!!");
+    EXPECT_EQ(2U, requestsAfterOpening().size());
 }
 
 TEST_F(Revision, DoesNotReadALogOfAnEarlierRun) {
     agent.toolFailures["bmcconf-linux.x86_64.enc"] = "package is damaged";
     expectFailure(execute("get ipmi fw revision"), "package is damaged");
-    EXPECT_EQ(requestsAfterOpening().size(), 1U);
+    EXPECT_EQ(1U, requestsAfterOpening().size());
 }
 
 class Flash : public FirmwareSet {
@@ -119,7 +121,7 @@ protected:
     void expectRequests(const std::vector<std::string>& behindOpening) {
         std::vector<std::string> expected = opening();
         expected.insert(expected.end(), behindOpening.begin(), behindOpening.end());
-        EXPECT_EQ(requestsAfterOpening(), expected);
+        EXPECT_EQ(expected, requestsAfterOpening());
     }
 };
 
@@ -141,11 +143,12 @@ TEST_F(AtenFlash, Flashes) {
          "kcs.cfg in /opt/kelnode/: |-i kcs -f " +
              file + " 2>&1 > /var/tmp/image.bin.log",
          "run: " + verdict});
-    EXPECT_EQ(printed,
-              "IPMI GUID: 37 30 30 31 5a 51 00 00 08 09 0a 0b 0c 0d 0e 0f\n"
-              "ATEN IPMI Firmware [node_0000]\n"
-              "Please wait for flashing IPMI firmware....\n"
-              "Don't power off the system or remove AC power! [node_0000]\n");
+    EXPECT_EQ(
+        "IPMI GUID: 37 30 30 31 5a 51 00 00 08 09 0a 0b 0c 0d 0e 0f\n"
+        "ATEN IPMI Firmware [node_0000]\n"
+        "Please wait for flashing IPMI firmware....\n"
+        "Don't power off the system or remove AC power! [node_0000]\n",
+        printed);
 }
 
 TEST_F(AtenFlash, ShowsTheLogFromItsFifthLineOnFailure) {
@@ -189,11 +192,12 @@ TEST_F(AmiFlash, Flashes) {
          "|-cd " +
              file + " < /opt/kelnode/tools/y.txt 2>&1 > /var/tmp/ipmi_flash_log.log",
          "run: " + verdict, "run: rm -f /opt/kelnode/tools/y.txt"});
-    EXPECT_EQ(printed,
-              "IPMI GUID: 39 30 30 31 5A 51 00 00 08 09 0a 0b 0c 0d 0e 0f\n"
-              "AMI IPMI Firmware [node_0000]\n"
-              "Please wait for flashing IPMI firmware....\n"
-              "Don't power off the system or remove AC power![node_0000]\n");
+    EXPECT_EQ(
+        "IPMI GUID: 39 30 30 31 5A 51 00 00 08 09 0a 0b 0c 0d 0e 0f\n"
+        "AMI IPMI Firmware [node_0000]\n"
+        "Please wait for flashing IPMI firmware....\n"
+        "Don't power off the system or remove AC power![node_0000]\n",
+        printed);
 }
 
 TEST_F(AmiFlash, KnowsBothMarks) {
@@ -206,10 +210,10 @@ TEST_F(AmiFlash, RemovesTheAnswerFileInEveryOutcome) {
     const std::string removal = "run: rm -f /opt/kelnode/tools/y.txt";
     agent.answer("tail -n +5 /var/tmp/ipmi_flash_log.log", "rejected\n");
     expectFailure(flash(), "rejected\n");
-    EXPECT_EQ(agent.requests.back(), removal);
+    EXPECT_EQ(removal, agent.requests.back());
     agent.toolFailures["bmcflash64.enc"] = "another firmware job is running";
     expectFailure(flash(), "another firmware job is running");
-    EXPECT_EQ(agent.requests.back(), removal);
+    EXPECT_EQ(removal, agent.requests.back());
 }
 
 TEST_F(AmiFlash, EndsBeforeThePreparationWithoutItsAnswerFile) {
@@ -238,7 +242,10 @@ TEST_F(Flash, RefusesOtherControllers) {
         agent.requests.clear();
         agent.answer(kReadGuid, guid);
         expectFailure(flash(), "Can not support this IPMI device type....");
-        EXPECT_EQ(requestsAfterOpening().size(), 2U);
+        EXPECT_EQ(2U, requestsAfterOpening().size());
+        std::string shown = guid;
+        CUtil::removeTailNewline(&shown);
+        EXPECT_EQ("IPMI GUID:" + shown + "\n", printed);
     }
 }
 

@@ -1,11 +1,10 @@
 // What the shell makes of the words of one command, before anything runs.
-#include <csignal>
 #include <memory>
 
 #include <gtest/gtest.h>
 
 #include "CNodeGroup.h"
-#include "Contract.h"
+#include "Observed.h"
 #include "ShellFixture.h"
 
 namespace {
@@ -23,7 +22,7 @@ void PrintTo(const TypedRequest& row, std::ostream* out) {
 }
 
 // Nodes a, b, c; groups g1 = {a, b}, g2 = {c and g1}, empty.
-class RequestContract : public EngineFixture {
+class RequestOfALine : public EngineFixture {
 protected:
     void SetUp() override {
         EngineFixture::SetUp();
@@ -55,17 +54,17 @@ protected:
     }
 };
 
-class TypedRequestContract : public RequestContract,
-                             public ::testing::WithParamInterface<TypedRequest> {};
+class TypedRequestParts : public RequestOfALine,
+                          public ::testing::WithParamInterface<TypedRequest> {};
 
-TEST_P(TypedRequestContract, IsTakenApart) {
+TEST_P(TypedRequestParts, IsTakenApart) {
     const TypedRequest& row = GetParam();
     const auto made = make(row.line);
     ASSERT_NE(made, nullptr);
-    EXPECT_EQ(made->getCommandRequest(), row.request);
-    EXPECT_EQ(namesOf(*made), row.nodes);
-    EXPECT_EQ(made->getTimeOut(), row.timeOut);
-    EXPECT_EQ(errors.toString(), row.complaints);
+    EXPECT_EQ(row.request, made->getCommandRequest());
+    EXPECT_EQ(row.nodes, namesOf(*made));
+    EXPECT_EQ(row.timeOut, made->getTimeOut());
+    EXPECT_EQ(row.complaints, errors.toString());
     EXPECT_FALSE(made->isValidCommand());
     EXPECT_FALSE(made->isExecuted());
 }
@@ -74,7 +73,7 @@ const std::string noNode = "Error! node \"ghost\" does not exist.\n";
 const std::string noGroup = "Error! group \"ghost\" does not exist.\n";
 
 INSTANTIATE_TEST_SUITE_P(
-    Lines, TypedRequestContract,
+    Lines, TypedRequestParts,
     ::testing::Values(
         TypedRequest{"", "", {}, 0, ""}, TypedRequest{"   ", "", {}, 0, ""},
         TypedRequest{"uptime", "uptime", {}, 0, ""},
@@ -98,7 +97,12 @@ INSTANTIATE_TEST_SUITE_P(
         TypedRequest{"u -n ghost -g ghost", "u", {}, 0, noNode + noGroup},
         TypedRequest{
             "u -n ghost -t -1 -g ghost", "u", {}, 0, noNode + "Invalid time out: -1\n" + noGroup},
-        TypedRequest{"u -t 2500", "u", {}, 2500, ""},
+        TypedRequest{"u -n ghost -g ghost --node -t",
+                     "u",
+                     {},
+                     0,
+                     noNode + noGroup + "Error! node \"-t\" does not exist.\n"},
+        TypedRequest{"u -t 12ms", "u", {}, 12, ""}, TypedRequest{"u -t 2500", "u", {}, 2500, ""},
         TypedRequest{"u --timeout 1 -t 9", "u", {}, 9, ""}, TypedRequest{"u -t 0", "u", {}, 0, ""},
         TypedRequest{"u -t x", "u", {}, 0, ""}, TypedRequest{"u -t 12abc", "u", {}, 12, ""},
         TypedRequest{"u -t 00", "u", {}, 0, "Invalid time out: 00\n"},
@@ -111,37 +115,19 @@ INSTANTIATE_TEST_SUITE_P(
         // Only whole words are options.
         TypedRequest{"u -na --nodes=a -N a", "u -na --nodes=a -N a", {}, 0, ""}));
 
-TEST_F(RequestContract, ListOfWordsIsWhatRemains) {
+TEST_F(RequestOfALine, ListOfWordsIsWhatRemains) {
     std::list<std::string> words = {"save", "-n", "a", "file", "-f", "/x", "--timeout", "8"};
     const std::unique_ptr<CCommandExecutionContext> made(
         shell->processCommandOption(words, *context, &errors));
-    EXPECT_EQ(asVector(words), (Words{"save", "file", "-f", "/x"}));
-    EXPECT_EQ(made->getCommandRequest(), "save file -f /x");
-    EXPECT_EQ(made->getTimeOut(), 8u);
+    EXPECT_EQ((Words{"save", "file", "-f", "/x"}), asVector(words));
+    EXPECT_EQ("save file -f /x", made->getCommandRequest());
+    EXPECT_EQ(8u, made->getTimeOut());
 }
 
-TEST_F(RequestContract, UnknownNameIsAnErrorWithoutALine) {
+TEST_F(RequestOfALine, UnknownNameIsAnErrorWithoutALine) {
     make("u -n ghost");
-    EXPECT_EQ(errors.getSize(), 1);
-    EXPECT_EQ(errors.getSize(CONFIG_ERROR), 1);
-}
-
-TEST_F(RequestContract, ANewRequestIsBlankAndCanBecomeSoAgain) {
-    CCommandExecutionContext fresh;
-    EXPECT_EQ(fresh.getDefaultTimeOut(), 30000u);
-    EXPECT_EQ(fresh.getTimeOut(), 0u);
-    EXPECT_FALSE(fresh.isExecuted());
-    EXPECT_FALSE(fresh.isValidCommand());
-    const auto used = make("u -g g2 -t 4");
-    used->setExecuted(true);
-    used->setValidCommand(true);
-    used->reset();
-    EXPECT_EQ(used->getCommandRequest(), "");
-    EXPECT_TRUE(used->getNodeMap().empty());
-    EXPECT_EQ(used->getTimeOut(), 0u);
-    EXPECT_EQ(used->getDefaultTimeOut(), 30000u);
-    EXPECT_FALSE(used->isExecuted());
-    EXPECT_FALSE(used->isValidCommand());
+    EXPECT_EQ(1, errors.getSize());
+    EXPECT_EQ(1, errors.getSize(CONFIG_ERROR));
 }
 
 struct Validity {
@@ -154,9 +140,9 @@ void PrintTo(const Validity& row, std::ostream* out) {
     *out << row.level << "> " << row.line;
 }
 
-class ValidityContract : public RequestContract, public ::testing::WithParamInterface<Validity> {};
+class RequestValidity : public RequestOfALine, public ::testing::WithParamInterface<Validity> {};
 
-TEST_P(ValidityContract, FollowsTheWorkingLevel) {
+TEST_P(RequestValidity, FollowsTheWorkingLevel) {
     context->toRootLevel();
     if (!GetParam().level.empty()) {
         context->toLowerLevel(GetParam().level);
@@ -164,11 +150,11 @@ TEST_P(ValidityContract, FollowsTheWorkingLevel) {
     const auto made = make(GetParam().line);
     made->setValidCommand(!GetParam().valid);
     shell->validateCommand(made.get());
-    EXPECT_EQ(made->isValidCommand(), GetParam().valid);
+    EXPECT_EQ(GetParam().valid, made->isValidCommand());
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Lines, ValidityContract,
+    Lines, RequestValidity,
     ::testing::Values(Validity{"lab", "there -n ghost", true}, Validity{"lab", "there", true},
                       Validity{"lab", "elsewhere -n ghost", false},
                       Validity{"", "there -n ghost", false},
@@ -180,21 +166,14 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(RemoveOneArg, TakesTheFirstWholeWordOnly) {
     std::list<std::string> words = {"an", "-n", "a", "-n", "-N"};
     removeOneArg(&words, "-n");
-    EXPECT_EQ(asVector(words), (Words{"an", "a", "-n", "-N"}));
+    EXPECT_EQ((Words{"an", "a", "-n", "-N"}), asVector(words));
     removeOneArg(&words, "n");
     removeOneArg(&words, "-n ");
     removeOneArg(&words, "");
-    EXPECT_EQ(asVector(words), (Words{"an", "a", "-n", "-N"}));
+    EXPECT_EQ((Words{"an", "a", "-n", "-N"}), asVector(words));
     std::list<std::string> none;
     removeOneArg(&none, "x");
     EXPECT_TRUE(none.empty());
-}
-
-TEST(SignalHandler, SpeaksAndReturns) {
-    EXPECT_EQ(printedBy([] { signalHandler(SIGINT); }),
-              "Do not use Ctrl+C to terminate this program.\n");
-    EXPECT_EQ(printedBy([] { signalHandler(SIGUSR1); }), "Catch a signal 10\n");
-    EXPECT_EQ(printedBy([] { signalHandler(0); }), "Catch a signal 0\n");
 }
 
 struct ProgramWords {
@@ -207,24 +186,23 @@ void PrintTo(const ProgramWords& row, std::ostream* out) {
     *out << ::testing::PrintToString(row.given);
 }
 
-class ProgramOptionContract : public ShellFixture,
-                              public ::testing::WithParamInterface<ProgramWords> {};
+class ProgramOption : public ShellFixture, public ::testing::WithParamInterface<ProgramWords> {};
 
-TEST_P(ProgramOptionContract, NamesTheNodeFile) {
+TEST_P(ProgramOption, NamesTheNodeFile) {
     CShell shell;
     CShellExecutionContext context;
     ConfigErrorCollector errors;
     std::list<std::string> words(GetParam().given.begin(), GetParam().given.end());
-    EXPECT_EQ(shell.processProgramOption(words, context, &errors), 0);
-    EXPECT_EQ(asVector(words), GetParam().left);
-    EXPECT_EQ(context.getNodeCfgFileName(), GetParam().nodeFile);
-    EXPECT_EQ(context.getCmdCfgFileName(), "cmd.cfg");
-    EXPECT_EQ(context.getSslCfgFileName(), "ssl_master.cfg");
-    EXPECT_EQ(errors.getSize(), 0);
+    EXPECT_EQ(0, shell.processProgramOption(words, context, &errors));
+    EXPECT_EQ(GetParam().left, asVector(words));
+    EXPECT_EQ(GetParam().nodeFile, context.getNodeCfgFileName());
+    EXPECT_EQ("cmd.cfg", context.getCmdCfgFileName());
+    EXPECT_EQ("ssl_master.cfg", context.getSslCfgFileName());
+    EXPECT_EQ(0, errors.getSize());
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Words, ProgramOptionContract,
+    Words, ProgramOption,
     ::testing::Values(ProgramWords{{}, {}, "node.cfg"},
                       ProgramWords{{"-cfg", "x.cfg"}, {}, "x.cfg"},
                       ProgramWords{{"--configuration", "/a/b"}, {}, "/a/b"},

@@ -7,11 +7,21 @@
 
 #include "CResult.h"
 
-// The agent of one node as the built-in sets see it, chosen when the test program is linked: a
-// program that compiles ScriptedAgent.cpp gets this SSLClient in place of the real one. It answers
-// from a script and writes down what was asked, in order. One thread at a time.
-class ScriptedAgent {
+// The client of the node agent without a network, chosen when the test program is linked: a program
+// that compiles ScriptedClient.cpp gets this SSLClient in place of the real one. It answers from a
+// script and writes down what was asked, in order. Every address has the same agent behind it. One
+// thread at a time.
+class ScriptedClient {
 public:
+    // A command line with where it went.
+    struct Call {
+        std::string ip;
+        int port = 0;
+        std::string certificateFile;
+        std::string commandLine;
+        unsigned int timeOutMs = 0;
+    };
+
     // One line of text per request:
     //   "run: LINE", "run uninterruptibly: LINE", "exists: PATH"
     //   "tool: PROGRAM[+MORE...] [with COMPANIONS] in NODEPATH: PRECOMMAND|ARGUMENTS"
@@ -20,6 +30,9 @@ public:
     std::vector<std::string> requests;
     // The time-outs that went with run and tool requests, in milliseconds.
     std::vector<unsigned int> timeOutsMs;
+    // The command lines alone, and the time allowed for each connection.
+    std::vector<Call> calls;
+    std::vector<unsigned int> connectTimeOutsMs;
 
     // What a command line gives; any other gives an empty success.
     std::map<std::string, CResult> answers;
@@ -34,6 +47,7 @@ public:
     std::map<std::string, std::string> lineFailures;
     // Paths that are missing on the node although they were copied there.
     std::set<std::string> missingFiles;
+    // What connecting throws; nothing while it is empty.
     std::string connectFailure;
     int liveClients = 0;
     int mostLiveClients = 0;
@@ -43,7 +57,7 @@ public:
     void answer(const std::string& commandLine, const std::string& output, int exitCode = 0);
     void answerTool(const std::string& package, int exitCode, const std::string& output = "");
 
-    // The agent of every address.
-    static ScriptedAgent& instance();
+    // The script of every client of the process.
+    static ScriptedClient& instance();
     static void reset();
 };

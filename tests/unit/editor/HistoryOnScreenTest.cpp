@@ -1,4 +1,4 @@
-// Prompt, history and completion: keys in, line and screen out.
+// History and completion: keys in, line and screen out.
 #include <algorithm>
 #include <memory>
 
@@ -9,28 +9,12 @@
 #include "CShellCommandSet_Basic.h"
 #include "CShellExecutionContext.h"
 #include "CShellExecutionContextAutoCompleteAdapter.h"
-#include "Contract.h"
 #include "EditorKeys.h"
+#include "Observed.h"
 #include "PlainScreen.h"
 #include "StandardInput.h"
 
 namespace {
-
-TEST(CmdHistoryContract, KeepsEverythingInOrder) {
-    CCmdHistory history;
-    EXPECT_EQ(history.size(), 0u);
-    EXPECT_EQ(history.getCmd(0), "");
-    EXPECT_EQ(history.getCmd(1), "");
-    EXPECT_EQ(printedBy([&] { history.listIt(); }), "The history of command execution is empty.\n");
-    for (const char* line : {"list", "list", "", "  cd  tools "}) {
-        history.add(line);
-    }
-    EXPECT_EQ(history.size(), 4u);
-    EXPECT_EQ(history.getCmd(4), "  cd  tools ");
-    EXPECT_EQ(history.getCmd(5), "");
-    EXPECT_EQ(history.getCmd(4294967295u), "");
-    EXPECT_EQ(printedBy([&] { history.listIt(); }), "1  list\n2  list\n3  \n4    cd  tools \n");
-}
 
 class Editor : public AutoHistoryCommandLineRetriever {
 public:
@@ -42,9 +26,9 @@ public:
 };
 
 // Sets tools (disk, dish below it), tooling, power, alone.
-class HistoryContract : public ::testing::Test {
+class HistoryOnScreen : public ::testing::Test {
 protected:
-    HistoryContract() {
+    HistoryOnScreen() {
         context.setHostName("mst");
         context.addCommandSet(new CShellCommandSet_Basic(&context));
         auto* tools = new CShellCommandSet("tools", "");
@@ -87,26 +71,6 @@ protected:
     PlainScreen screen{1, 1};
 };
 
-TEST_F(HistoryContract, PromptNamesHostAndLevel) {
-    EXPECT_EQ(printedBy([&] { editor->printCommandPrompt(); }), "[mst]$ ");
-    EXPECT_EQ(printedBy([&] { editor->printCommandPrompt(12); }), "[mst(12)]$ ");
-    context.toLowerLevel("tools");
-    context.toLowerLevel("disk");
-    EXPECT_EQ(printedBy([&] { editor->printCommandPrompt(); }), "[mst/tools/disk]$ ");
-    EXPECT_EQ(printedBy([&] { editor->printCommandPrompt(0); }), "[mst/tools/disk(0)]$ ");
-}
-
-TEST_F(HistoryContract, AdjustedTextIsTheWholeLine) {
-    editor->keyIn("something else");
-    EXPECT_EQ(printedBy([&] { editor->adjustCursorIndexAndPosition("abc"); }), "abc");
-    EXPECT_EQ(editor->line.str(), "abc");
-    EXPECT_EQ(editor->cursorIndex, 3);
-    EXPECT_EQ(editor->cursorPos, 3u);
-    editor->historyIndex = 2;
-    editor->resetHistoryIndex();
-    EXPECT_EQ(editor->historyIndex, 0u);
-}
-
 struct Browsing {
     unsigned entries;  // "one", "two and more", "three"
     std::string keys;
@@ -118,26 +82,24 @@ void PrintTo(const Browsing& row, std::ostream* out) {
     *out << row.entries << ": " << row.keys;
 }
 
-class BrowsingContract : public HistoryContract, public ::testing::WithParamInterface<Browsing> {};
+class BrowsingOnScreen : public HistoryOnScreen, public ::testing::WithParamInterface<Browsing> {};
 
-TEST_P(BrowsingContract, ShowsTheEntry) {
+TEST_P(BrowsingOnScreen, ShowsTheEntry) {
     const char* entries[] = {"one", "two and more", "three"};
     for (unsigned i = 0; i < GetParam().entries; ++i) {
         history.add(entries[i]);
     }
-    EXPECT_EQ(reads(GetParam().keys + "<lf>"), GetParam().line);
-    EXPECT_EQ(bells(), GetParam().bells);
-    EXPECT_EQ(screen.text(), GetParam().line);
-    EXPECT_EQ(editor->historyIndex, 0u);
+    EXPECT_EQ(GetParam().line, reads(GetParam().keys + "<lf>"));
+    EXPECT_EQ(GetParam().bells, bells());
+    EXPECT_EQ(GetParam().line, screen.text());
+    EXPECT_EQ(0u, editor->historyIndex);
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Keys, BrowsingContract,
-    ::testing::Values(Browsing{0, "typed<up>", "typed", 1}, Browsing{0, "typed<down>", "", 0},
-                      Browsing{0, "typed<down>x<down>", "x", 1}, Browsing{0, "<up><up>", "", 2},
-                      Browsing{1, "<up>", "one", 0}, Browsing{1, "<up><up>", "one", 1},
-                      Browsing{3, "<up>", "three", 0}, Browsing{3, "<up><up>", "two and more", 0},
-                      Browsing{3, "<up><up><down>", "three", 0},
+    Keys, BrowsingOnScreen,
+    ::testing::Values(Browsing{0, "<up><up>", "", 2}, Browsing{1, "<up>", "one", 0},
+                      Browsing{1, "<up><up>", "one", 1}, Browsing{3, "<up>", "three", 0},
+
                       Browsing{3, "<up><up><up><up><up>", "one", 2},
                       Browsing{3, "<up><down>", "", 0}, Browsing{3, "<up><down><down>", "", 1},
                       Browsing{3, "<down>", "", 0}, Browsing{3, "<down><down>", "", 1},
@@ -147,20 +109,13 @@ INSTANTIATE_TEST_SUITE_P(
                       Browsing{3, "<up><home>X<up>", "two and more", 0},
                       Browsing{3, "<up><home>X<up><down>", "three", 0}));
 
-TEST_F(HistoryContract, BrowsingStartsAnewOnEachLine) {
-    history.add("a");
-    history.add("b");
-    EXPECT_EQ(reads("<up><up><lf>"), "a");
-    EXPECT_EQ(reads("<up><lf>"), "b");
-}
-
-TEST_F(HistoryContract, WrappedEntryIsErasedCellByCell) {
+TEST_F(HistoryOnScreen, WrappedEntryIsErasedCellByCell) {
     history.add("x");
     history.add(keys::times(17, "0123456789"));
-    EXPECT_EQ(reads("<up><home><up><lf>"), "x");
-    EXPECT_EQ(screen.row(), 0);
-    EXPECT_EQ(screen.column(), 1);
-    EXPECT_EQ(blanked(), 170);
+    EXPECT_EQ("x", reads("<up><home><up><lf>"));
+    EXPECT_EQ(0, screen.row());
+    EXPECT_EQ(1, screen.column());
+    EXPECT_EQ(170, blanked());
 }
 
 struct Completed {
@@ -175,20 +130,20 @@ void PrintTo(const Completed& row, std::ostream* out) {
     *out << row.level << "> " << row.keys;
 }
 
-class CompletionKeyContract : public HistoryContract,
-                              public ::testing::WithParamInterface<Completed> {};
+class CompletionOnScreen : public HistoryOnScreen,
+                           public ::testing::WithParamInterface<Completed> {};
 
-TEST_P(CompletionKeyContract, CompletesTheLine) {
+TEST_P(CompletionOnScreen, CompletesTheLine) {
     const Completed& row = GetParam();
     if (!row.level.empty()) {
         context.toLowerLevel(row.level);
     }
-    EXPECT_EQ(reads(row.keys + "<lf>"), row.line);
-    EXPECT_EQ(bells(), row.bells);
+    EXPECT_EQ(row.line, reads(row.keys + "<lf>"));
+    EXPECT_EQ(row.bells, bells());
     if (row.offered.empty()) {
         EXPECT_EQ(screen.text(), row.line.substr(0, row.line.find_last_not_of(' ') + 1));
     } else {
-        EXPECT_EQ(screen.line(1), row.offered);
+        EXPECT_EQ(row.offered, screen.line(1));
         const std::string prompt = "[mst" + context.cwlToString() + "]$ ";
         EXPECT_EQ(screen.line(2), (prompt + row.line).substr(0, screen.line(2).size()));
         EXPECT_EQ(screen.line(2).size(), (prompt + row.line).find_last_not_of(' ') + 1);
@@ -196,7 +151,7 @@ TEST_P(CompletionKeyContract, CompletesTheLine) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Keys, CompletionKeyContract,
+    Keys, CompletionOnScreen,
     ::testing::Values(
         Completed{"", "sa<tab>", "save file", 1, ""}, Completed{"", "qu<tab>x", "quitx", 1, ""},
         Completed{"", "zz<tab>", "zz", 2, ""}, Completed{"", "zz<tab>y", "zzy", 2, ""},
@@ -227,8 +182,8 @@ INSTANTIATE_TEST_SUITE_P(
         Completed{"power", "cd <tab>", "cd ", 2, ""},
         Completed{"power", "sa<tab>", "save file", 1, ""}));
 
-TEST_F(HistoryContract, EmptyLineOffersEverything) {
-    EXPECT_EQ(reads("<tab><lf>"), "");
+TEST_F(HistoryOnScreen, EmptyLineOffersEverything) {
+    EXPECT_EQ("", reads("<tab><lf>"));
     EXPECT_NE(shown.find("\n--help    ?    ??    clear    get file    help    history    list    "
                          "list group    list node    quit    save file\n[mst]$ "),
               std::string::npos)

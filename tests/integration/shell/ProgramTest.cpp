@@ -43,9 +43,9 @@ std::string content(const std::string& name) {
 
 // --- without a node
 
-class ProgramContract : public ::testing::Test {
+class Program : public ::testing::Test {
 protected:
-    ProgramContract() {
+    Program() {
         std::filesystem::create_directories(directory.file("home/cmdexedump"));
         std::filesystem::create_directories(directory.file("bin"));
         put("bin/hostname", "#!/bin/sh\necho master\n");
@@ -93,14 +93,14 @@ protected:
     std::string typed(const std::string& lines) {
         // An empty first line leaves no words: the rest is for the prompt.
         const Outcome outcome = kelsh("", "printf '\\n" + lines + "' |");
-        EXPECT_EQ(outcome.status, 7);
-        EXPECT_EQ(outcome.errors, "");
+        EXPECT_EQ(7, outcome.status);
+        EXPECT_EQ("", outcome.errors);
         const std::string opening =
             "0 node(s) are loaded ....\nLog property file: " + directory.file("home") +
             "/log4cxx.properties\n"
             "kelsh (A CLI interface for managing cluster.)\n"
             "Version 1.0, Build 7\n";
-        EXPECT_EQ(outcome.output.substr(0, opening.size()), opening);
+        EXPECT_EQ(opening, outcome.output.substr(0, opening.size()));
         return outcome.output.substr(std::min(opening.size(), outcome.output.size()));
     }
 
@@ -113,7 +113,7 @@ struct Words {
     std::string output;
 };
 
-TEST_F(ProgramContract, WordsGiveOutputAndStatus) {
+TEST_F(Program, WordsGiveOutputAndStatus) {
     const std::string needsFile = "It needs to provide configuration file for validation.\n";
     const std::string fine =
         "Configuration file node.cfg is OK.\nThere are 0 node definitions.\n"
@@ -153,113 +153,113 @@ TEST_F(ProgramContract, WordsGiveOutputAndStatus) {
     for (const Words& row : rows) {
         SCOPED_TRACE(row.words);
         const Outcome outcome = kelsh(row.words);
-        EXPECT_EQ(outcome.status, row.status);
-        EXPECT_EQ(outcome.output, row.output);
-        EXPECT_EQ(outcome.errors, "");
+        EXPECT_EQ(row.status, outcome.status);
+        EXPECT_EQ(row.output, outcome.output);
+        EXPECT_EQ("", outcome.errors);
     }
 }
 
-TEST_F(ProgramContract, ValidationNamesEveryFault) {
+TEST_F(Program, ValidationNamesEveryFault) {
     put("home/bad.cfg", "[node]\nn1=zz,127.0.0.1\n");
     for (const char* words : {"--validate bad.cfg", "--validate none.cfg"}) {
         const Outcome outcome = kelsh(words);
         const std::string file = std::string(words).substr(11);
-        EXPECT_EQ(outcome.status, 2);
-        EXPECT_EQ(outcome.output.find("Error! Configuration file " + file + " is not OK.\n"), 0u);
+        EXPECT_EQ(2, outcome.status);
+        EXPECT_EQ(0u, outcome.output.find("Error! Configuration file " + file + " is not OK.\n"));
         EXPECT_THAT(outcome.output, ::testing::EndsWith("Total error(s): 1\n"));
     }
     EXPECT_FALSE(std::filesystem::exists(directory.file("home/kelsh.log")))
         << "validation does not configure logging";
 }
 
-TEST_F(ProgramContract, ConfigurationWithErrorsEndsTheProcess) {
+TEST_F(Program, ConfigurationWithErrorsEndsTheProcess) {
     const std::string end = "Something wrong in init()....! The program is terminated.\n";
     for (const char* words : {"list", "-cfg none.cfg list", ""}) {
         if (std::string(words).find("none") == std::string::npos) {
             put("home/node.cfg", "[node]\nn1=zz,127.0.0.1\n");
         }
         const Outcome outcome = kelsh(words);
-        EXPECT_EQ(outcome.status, 2);
+        EXPECT_EQ(2, outcome.status);
         EXPECT_THAT(outcome.output, ::testing::EndsWith("\n" + end));
         EXPECT_THAT(outcome.output, ::testing::Not(HasSubstr("[local]")));
     }
 }
 
-TEST_F(ProgramContract, PipedLineStandsForWords) {
+TEST_F(Program, PipedLineStandsForWords) {
     const std::string total = "[local] (Nms)\nTotal: 0\n";
-    EXPECT_EQ(kelsh("", "echo 'list node' |").output, total);
-    EXPECT_EQ(kelsh("", "printf '  list \\t node  ' |").output, total);
-    EXPECT_EQ(kelsh("list", "echo node |").output, total);
-    EXPECT_EQ(kelsh("", "printf 'list node\\nquit\\n' |").output, total) << "one line only";
-    EXPECT_EQ(kelsh("", "echo --validate node.cfg |").status, 0);
-    EXPECT_EQ(kelsh("--validate", "echo node.cfg |").status, 0);
-    EXPECT_EQ(kelsh("", "echo nothing |").status, 2);
+    EXPECT_EQ(total, kelsh("", "echo 'list node' |").output);
+    EXPECT_EQ(total, kelsh("", "printf '  list \\t node  ' |").output);
+    EXPECT_EQ(total, kelsh("list", "echo node |").output);
+    EXPECT_EQ(total, kelsh("", "printf 'list node\\nquit\\n' |").output) << "one line only";
+    EXPECT_EQ(0, kelsh("", "echo --validate node.cfg |").status);
+    EXPECT_EQ(0, kelsh("--validate", "echo node.cfg |").status);
+    EXPECT_EQ(2, kelsh("", "echo nothing |").status);
 }
 
-TEST_F(ProgramContract, LostOutputIsReported) {
+TEST_F(Program, LostOutputIsReported) {
     const Outcome full = kelsh("tools fail >/dev/full");
-    EXPECT_EQ(full.status, 2) << "the status stays the command's";
-    EXPECT_EQ(full.errors,
-              "kelsh: standard output could not be written; results are missing from it.\n");
-    EXPECT_EQ(kelsh("tools hello >/dev/full").status, 2) << "the result was lost, and that shows";
+    EXPECT_EQ(2, full.status) << "the status stays the command's";
+    EXPECT_EQ("kelsh: standard output could not be written; results are missing from it.\n",
+              full.errors);
+    EXPECT_EQ(2, kelsh("tools hello >/dev/full").status) << "the result was lost, and that shows";
     const Outcome cut = kelsh("help | head -n 1");
-    EXPECT_EQ(cut.output, "[local] (Nms)\n");
-    EXPECT_EQ(cut.errors, "") << "who reads only the beginning wants no complaint";
+    EXPECT_EQ("[local] (Nms)\n", cut.output);
+    EXPECT_EQ("", cut.errors) << "who reads only the beginning wants no complaint";
 }
 
-TEST_F(ProgramContract, LogsOnAFullDiskCostNoResult) {
+TEST_F(Program, LogsOnAFullDiskCostNoResult) {
     const std::string missing = ": IO Exception : status code = 28(No space left on device)\n";
     const std::string dumpIncomplete = "kelsh: the log \"cmdresult\" is incomplete" + missing;
     const std::string logIncomplete = "kelsh: the log \"kelsh\" is incomplete" + missing;
     std::filesystem::create_symlink("/dev/full", directory.file("home/cmdexedump/cmd_0.log"));
     const Outcome dump = kelsh("tools hello");
-    EXPECT_EQ(dump.status, 0);
-    EXPECT_EQ(dump.output, "[local] (Nms)\nhello\n\n");
+    EXPECT_EQ(0, dump.status);
+    EXPECT_EQ("[local] (Nms)\nhello\n\n", dump.output);
     EXPECT_EQ(dump.errors, dumpIncomplete);
     std::filesystem::remove(directory.file("home/kelsh.log"));
     std::filesystem::create_symlink("/dev/full", directory.file("home/kelsh.log"));
     const Outcome both = kelsh("tools fail");
-    EXPECT_EQ(both.status, 2);
+    EXPECT_EQ(2, both.status);
     EXPECT_THAT(both.output, HasSubstr("ExitCode:2/1[FAILURE]"));
     EXPECT_THAT(both.errors, HasSubstr(logIncomplete));
     const Outcome prompt = kelsh("", "printf '\\ntools/hello\\ntools/hello\\nquit\\n' |");
-    EXPECT_EQ(prompt.status, 7);
+    EXPECT_EQ(7, prompt.status);
     EXPECT_THAT(prompt.output, ::testing::EndsWith("Bye bye.\n"));
     EXPECT_EQ(prompt.errors.find(logIncomplete), prompt.errors.rfind(logIncomplete))
         << "told once: " << prompt.errors;
 }
 
-TEST_F(ProgramContract, NoWordsAndNoInputEndsAsQuitDoes) {
+TEST_F(Program, NoWordsAndNoInputEndsAsQuitDoes) {
     EXPECT_THAT(typed(""), ::testing::EndsWith("[master]$ \nBye bye.\n"));
-    EXPECT_EQ(kelsh("").status, 7);
+    EXPECT_EQ(7, kelsh("").status);
 }
 
-TEST_F(ProgramContract, CommandLineNumbersComeAfterTheRun) {
+TEST_F(Program, CommandLineNumbersComeAfterTheRun) {
     put("home/cmdseq.cfg", "5");
     kelsh("tools hello");
     kelsh("tools far -n ghost");
     kelsh("nothing");
-    EXPECT_EQ(home("cmdseq.cfg"), "7") << "an unknown command takes no number";
+    EXPECT_EQ("7", home("cmdseq.cfg")) << "an unknown command takes no number";
     EXPECT_THAT(home("kelsh.log"), HasSubstr("INFO (5)[hello]\n"));
     EXPECT_THAT(home("kelsh.log"), HasSubstr("INFO (6)[far -n ghost]\n"));
-    EXPECT_EQ(timeless(home("cmdexedump/cmd_0.log")), "[local] (Nms)\nhello\n\n");
+    EXPECT_EQ("[local] (Nms)\nhello\n\n", timeless(home("cmdexedump/cmd_0.log")));
 }
 
-TEST_F(ProgramContract, InstallPathDecidesWhereFilesAre) {
+TEST_F(Program, InstallPathDecidesWhereFilesAre) {
     const std::string total = "[local] (Nms)\nTotal: 0\n";
-    EXPECT_EQ(kelsh("list node", "", "KELSH_PATH=.").output, total);
-    EXPECT_EQ(kelsh("list node", "cd / &&", "KELSH_PATH=" + directory.file("home/")).output, total);
+    EXPECT_EQ(total, kelsh("list node", "", "KELSH_PATH=.").output);
+    EXPECT_EQ(total, kelsh("list node", "cd / &&", "KELSH_PATH=" + directory.file("home/")).output);
     for (const char* none : {"KELSH_PATH=", "env -u KELSH_PATH"}) {
         std::filesystem::remove(directory.file("home/cmdseq.cfg"));
         std::filesystem::remove(directory.file("home/kelsh.log"));
         const Outcome here = kelsh("list node", "", none);
         EXPECT_EQ(here.output, total) << "files of the working directory";
-        EXPECT_EQ(here.errors, "");
-        EXPECT_EQ(home("cmdseq.cfg"), "1");
-        EXPECT_EQ(home("kelsh.log"), "") << "no logging without an install path";
+        EXPECT_EQ("", here.errors);
+        EXPECT_EQ("1", home("cmdseq.cfg"));
+        EXPECT_EQ("", home("kelsh.log")) << "no logging without an install path";
         const Outcome elsewhere = kelsh("list node", "cd " + directory.path() + " &&", none);
-        EXPECT_EQ(elsewhere.status, 2);
-        EXPECT_EQ(elsewhere.output.find("Error! Failed in loading kelsh_version.cfg....\n"), 0u);
+        EXPECT_EQ(2, elsewhere.status);
+        EXPECT_EQ(0u, elsewhere.output.find("Error! Failed in loading kelsh_version.cfg....\n"));
         EXPECT_THAT(kelsh("", "", none).output,
                     HasSubstr("\nLog property file: log4cxx.properties\n"));
     }
@@ -267,11 +267,8 @@ TEST_F(ProgramContract, InstallPathDecidesWhereFilesAre) {
 
 // --- typed lines
 
-TEST_F(ProgramContract, NavigationAndRecall) {
+TEST_F(Program, NavigationAndRecall) {
     EXPECT_EQ(
-        typed("history\\ncd tools\\nhello\\n!2\\ncd nowhere\\n!9\\n!0\\n!-3\\n!x\\n\\n"
-              "cd   ..  \\ncd tools\\ncd disk\\nsync all\\n!3\\ncd ..\\ncd\\nhistory\\nquit\\n"
-              "hello\\n"),
         "[master]$ history\nThe history of command execution is empty.\n"
         "[master]$ cd tools\n"
         "[master/tools]$ hello\n[local] (Nms)\nhello\n\n"
@@ -292,42 +289,47 @@ TEST_F(ProgramContract, NavigationAndRecall) {
         "[master/tools]$ cd\n"
         "[master]$ history\n1  cd tools\n2  hello\n3  hello\n4  cd   ..  \n5  cd tools\n"
         "6  cd disk\n7  sync all\n8  cd ..\n9  cd\n"
-        "[master]$ quit\nBye bye.\n");
+        "[master]$ quit\nBye bye.\n",
+        typed("history\\ncd tools\\nhello\\n!2\\ncd nowhere\\n!9\\n!0\\n!-3\\n!x\\n\\n"
+              "cd   ..  \\ncd tools\\ncd disk\\nsync all\\n!3\\ncd ..\\ncd\\nhistory\\nquit\\n"
+              "hello\\n"));
 }
 
-TEST_F(ProgramContract, TypedLinesTakeTheirNumbersBeforeTheyRun) {
+TEST_F(Program, TypedLinesTakeTheirNumbersBeforeTheyRun) {
     typed("cd tools\\nhello\\nhistory\\nnothing\\n!2\\ncd\\nquit\\n");
     // "hello", "nothing" and the recalled "hello".
-    EXPECT_EQ(home("cmdseq.cfg"), "3");
-    EXPECT_EQ(home("kelsh.log"),
-              "INFO >>>Enter interactive mode. [Version 1.0, Build 7]\n"
-              "INFO (0)cd tools\nINFO (0)hello\nINFO (2)hello\nINFO (2)cd\n"
-              "INFO <<<Exit interactive mode.\n");
-    EXPECT_EQ(timeless(home("cmdexedump/cmd_0.log")), "[local] (Nms)\nhello\n\n");
-    EXPECT_EQ(timeless(home("cmdexedump/cmd_2.log")), "[local] (Nms)\nhello\n\n");
+    EXPECT_EQ("3", home("cmdseq.cfg"));
+    EXPECT_EQ(
+        "INFO >>>Enter interactive mode. [Version 1.0, Build 7]\n"
+        "INFO (0)cd tools\nINFO (0)hello\nINFO (2)hello\nINFO (2)cd\n"
+        "INFO <<<Exit interactive mode.\n",
+        home("kelsh.log"));
+    EXPECT_EQ("[local] (Nms)\nhello\n\n", timeless(home("cmdexedump/cmd_0.log")));
+    EXPECT_EQ("[local] (Nms)\nhello\n\n", timeless(home("cmdexedump/cmd_2.log")));
     EXPECT_FALSE(std::filesystem::exists(directory.file("home/cmdexedump/cmd_1.log")));
 }
 
-TEST_F(ProgramContract, ErrorsOfTypedLines) {
-    EXPECT_EQ(typed("list -n ghost\\nlost -g ghost\\nsave file -f\\ntools\\n..\\ncd tools/disk\\n"
-                    "history\\nlast"),
-              "[master]$ list -n ghost\nError! node \"ghost\" does not exist.\n"
-              "[master]$ lost -g ghost\nError! group \"ghost\" does not exist.\n"
-              "Unknown command: lost -g ghost\nError! group \"ghost\" does not exist.\n"
-              "[master]$ save file -f\nUnknown command: save file -f\n"
-              "Option [-f|--file] must have option value.\n"
-              "[master]$ tools\nUnknown command: tools\n"
-              "[master]$ ..\nUnknown command: ..\n"
-              "[master]$ cd tools/disk\nCan not find command set: tools/disk\n"
-              "Unknown command: cd tools/disk\n"
-              "[master]$ history\n1  list -n ghost\n"
-              "[master]$ last\nUnknown command: last\nBye bye.\n");
+TEST_F(Program, ErrorsOfTypedLines) {
+    EXPECT_EQ(
+        "[master]$ list -n ghost\nError! node \"ghost\" does not exist.\n"
+        "[master]$ lost -g ghost\nError! group \"ghost\" does not exist.\n"
+        "Unknown command: lost -g ghost\nError! group \"ghost\" does not exist.\n"
+        "[master]$ save file -f\nUnknown command: save file -f\n"
+        "Option [-f|--file] must have option value.\n"
+        "[master]$ tools\nUnknown command: tools\n"
+        "[master]$ ..\nUnknown command: ..\n"
+        "[master]$ cd tools/disk\nCan not find command set: tools/disk\n"
+        "Unknown command: cd tools/disk\n"
+        "[master]$ history\n1  list -n ghost\n"
+        "[master]$ last\nUnknown command: last\nBye bye.\n",
+        typed("list -n ghost\\nlost -g ghost\\nsave file -f\\ntools\\n..\\ncd tools/disk\\n"
+              "history\\nlast"));
 }
 
-TEST_F(ProgramContract, HelpTextsAgree) {
+TEST_F(Program, HelpTextsAgree) {
     const std::string whole = kelsh("help").output;
-    EXPECT_EQ(kelsh("'?\?'").output, whole);
-    EXPECT_EQ(kelsh("--help").output, whole);
+    EXPECT_EQ(whole, kelsh("'?\?'").output);
+    EXPECT_EQ(whole, kelsh("--help").output);
     EXPECT_THAT(whole,
                 HasSubstr("(A CLI interface for managing cluster.)\nVersion 1.0, Build 7\nUsage:\n"
                           "\tOptions for commands executed on slave nodes:\n"
@@ -337,16 +339,17 @@ TEST_F(ProgramContract, HelpTextsAgree) {
     const std::string level = kelsh("tools disk '?'").output;
     EXPECT_THAT(level, HasSubstr("sync all"));
     EXPECT_THAT(level, ::testing::Not(HasSubstr("hello")));
-    EXPECT_EQ(kelsh("list").output,
-              "[local] (Nms)\n--help   ?   ??   clear   get file   help   history   list   "
-              "list group   list node   quit   save file   \n[biosfw]   [r3biosfw]   [ipmifw]   "
-              "[tools]   \n");
-    EXPECT_EQ(kelsh("tools list").output, "[local] (Nms)\nfail   far   hello   \n[disk]   \n");
+    EXPECT_EQ(
+        "[local] (Nms)\n--help   ?   ??   clear   get file   help   history   list   "
+        "list group   list node   quit   save file   \n[biosfw]   [r3biosfw]   [ipmifw]   "
+        "[tools]   \n",
+        kelsh("list").output);
+    EXPECT_EQ("[local] (Nms)\nfail   far   hello   \n[disk]   \n", kelsh("tools list").output);
 }
 
 // --- with nodes
 
-class NodesContract : public ::testing::Test {
+class ProgramOnNodes : public ::testing::Test {
 protected:
     static void SetUpTestSuite() { cluster = std::make_unique<LocalCluster>(3); }
     static void TearDownTestSuite() { cluster.reset(); }
@@ -358,26 +361,26 @@ protected:
     static std::unique_ptr<LocalCluster> cluster;
 };
 
-std::unique_ptr<LocalCluster> NodesContract::cluster;
+std::unique_ptr<LocalCluster> ProgramOnNodes::cluster;
 
-TEST_F(NodesContract, EveryNodeHasItsBlockInOrder) {
+TEST_F(ProgramOnNodes, EveryNodeHasItsBlockInOrder) {
     const LocalCluster::Run run = kelsh("lab path -g all -n node_0001");
     std::string blocks;
     for (int i = 0; i < 3; ++i) {
         blocks += "[" + LocalCluster::nodeName(i) + "] (Nms)\n" + cluster->nodePath(i) + "/\n\n";
     }
     EXPECT_EQ(run.output, blocks);
-    EXPECT_EQ(run.status, 0);
-    EXPECT_EQ(timeless(cluster->shellFile("cmdexedump/cmd_0.log")), blocks);
+    EXPECT_EQ(0, run.status);
+    EXPECT_EQ(blocks, timeless(cluster->shellFile("cmdexedump/cmd_0.log")));
 }
 
-TEST_F(NodesContract, HungCommandReportsItsTimeOut) {
+TEST_F(ProgramOnNodes, HungCommandReportsItsTimeOut) {
     const LocalCluster::Run run = cluster->kelsh("lab slow -n node_0000 -t 1500");
-    EXPECT_EQ(run.output, "[node_0000] (1500ms)\nExitCode:5/0[TIMED_OUT], summary: \n");
-    EXPECT_EQ(run.status, 5);
+    EXPECT_EQ("[node_0000] (1500ms)\nExitCode:5/0[TIMED_OUT], summary: \n", run.output);
+    EXPECT_EQ(5, run.status);
 }
 
-TEST_F(NodesContract, ForeignMachineIsNotGivenTheCommand) {
+TEST_F(ProgramOnNodes, ForeignMachineIsNotGivenTheCommand) {
     const std::string nodes = cluster->shellFile("node.cfg");
     // "node_0001=MAC,ADDRESS"
     const std::size_t mac = nodes.find("node_0001=") + std::string("node_0001=").size();
@@ -390,13 +393,14 @@ TEST_F(NodesContract, ForeignMachineIsNotGivenTheCommand) {
     cluster->writeShellFile("node.cfg", nodes);
     CResult rejected;
     rejected.setRunStatus(1);
-    EXPECT_EQ(run.output, "[node_0001] (Nms)\nExitCode:1/0[" + rejected.getStatusEnumString() +
-                              "], summary: Node node_0001: IP(" + ip +
-                              ") and MAC(02:00:00:00:00:99) are not matched!\n");
-    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ("[node_0001] (Nms)\nExitCode:1/0[" + rejected.getStatusEnumString() +
+                  "], summary: Node node_0001: IP(" + ip +
+                  ") and MAC(02:00:00:00:00:99) are not matched!\n",
+              run.output);
+    EXPECT_EQ(1, run.status);
 }
 
-TEST_F(NodesContract, ConfirmedFromAPipe) {
+TEST_F(ProgramOnNodes, ConfirmedFromAPipe) {
     const auto answered = [&](const std::string& keys) {
         // The first line of the pipe belongs to the words.
         return shell("cd / && printf '\\n" + keys + "' | " +
@@ -407,32 +411,31 @@ TEST_F(NodesContract, ConfirmedFromAPipe) {
         "[Yes/No]\n";
     const Outcome no = answered("xn");
     EXPECT_EQ(no.output, asked + asked + "Command \"sync\" is canceled for 3 node(s).\n");
-    EXPECT_EQ(no.status, 1);
+    EXPECT_EQ(1, no.status);
     const Outcome yes = answered("y");
-    EXPECT_EQ(yes.output,
-              asked + "[node_0000] (Nms)\n\n[node_0001] (Nms)\n\n[node_0002] (Nms)\n\n");
-    EXPECT_EQ(yes.status, 0);
+    EXPECT_EQ(asked + "[node_0000] (Nms)\n\n[node_0001] (Nms)\n\n[node_0002] (Nms)\n\n",
+              yes.output);
+    EXPECT_EQ(0, yes.status);
 }
 
-TEST_F(NodesContract, FileGoesOutAndComesBack) {
+TEST_F(ProgramOnNodes, FileGoesOutAndComesBack) {
     const TempDir files;
     const std::string file = files.file("payload");
     std::ofstream(file) << "payload";
     const LocalCluster::Run saved = kelsh("save file -f " + file + " -n node_0000");
-    EXPECT_EQ(saved.status, 0);
+    EXPECT_EQ(0, saved.status);
     const LocalCluster::Run fetched = kelsh("get file -f " + file + " -n node_0000");
-    EXPECT_EQ(fetched.status, 0);
-    EXPECT_EQ(fetched.output.find("[node_0000] (Nms)\nFile \"" + file +
-                                  "\" already exists in local site!\n"),
-              0u)
+    EXPECT_EQ(0, fetched.status);
+    EXPECT_EQ(0u, fetched.output.find("[node_0000] (Nms)\nFile \"" + file +
+                                      "\" already exists in local site!\n"))
         << fetched.output;
     EXPECT_THAT(fetched.output, HasSubstr("\nOver write the original file."));
     const std::string gone = files.file("gone");
-    EXPECT_EQ(kelsh("save file -f " + gone + " -n node_0000").output,
-              "[node_0000] (Nms)\nExitCode:2/0[FAILURE], summary: File \"" + gone +
-                  "\" does not exist!\n");
+    EXPECT_EQ("[node_0000] (Nms)\nExitCode:2/0[FAILURE], summary: File \"" + gone +
+                  "\" does not exist!\n",
+              kelsh("save file -f " + gone + " -n node_0000").output);
     const LocalCluster::Run refused = kelsh("get file -f " + files.path() + " -n node_0000");
-    EXPECT_EQ(refused.status, 2);
+    EXPECT_EQ(2, refused.status);
     EXPECT_THAT(refused.output,
                 HasSubstr("File \"" + files.path() + "\" already exists in local site!\n"));
     EXPECT_THAT(refused.output, ::testing::Not(HasSubstr("Over write")));
