@@ -35,14 +35,14 @@ struct ExpectedCommand {
 inline void expectOptions(const CShellCommand& command,
                           const std::vector<ExpectedOption>& expected) {
     const std::list<CCommandOption*> options = command.getOptions();
-    ASSERT_EQ(options.size(), expected.size());
+    ASSERT_EQ(expected.size(), options.size());
     auto option = options.begin();
     for (const ExpectedOption& row : expected) {
-        EXPECT_EQ((*option)->getShortOptName(), row.shortName);
-        EXPECT_EQ((*option)->getLongOptName(), row.longName);
-        EXPECT_EQ((*option)->getIsCompulsory(), row.compulsory) << row.shortName;
-        EXPECT_EQ((*option)->getHasOptValue(), row.hasValue) << row.shortName;
-        EXPECT_EQ((*option)->getDescription(), row.description);
+        EXPECT_EQ(row.shortName, (*option)->getShortOptName());
+        EXPECT_EQ(row.longName, (*option)->getLongOptName());
+        EXPECT_EQ(row.compulsory, (*option)->getIsCompulsory()) << row.shortName;
+        EXPECT_EQ(row.hasValue, (*option)->getHasOptValue()) << row.shortName;
+        EXPECT_EQ(row.description, (*option)->getDescription());
         ++option;
     }
 }
@@ -55,17 +55,17 @@ inline void expectCommands(CShellCommandSet& set, const std::vector<ExpectedComm
         const auto found = set.getSupportedCommands().find(row.name);
         ASSERT_NE(found, set.getSupportedCommands().end());
         const CShellCommand& command = *found->second;
-        EXPECT_EQ(command.getName(), row.name);
-        EXPECT_EQ(command.getDescription(), row.description);
-        EXPECT_EQ(command.getCommand(), "");
+        EXPECT_EQ(row.name, command.getName());
+        EXPECT_EQ(row.description, command.getDescription());
+        EXPECT_EQ("", command.getCommand());
         EXPECT_FALSE(command.needToCheck32Or64BitCommand());
-        EXPECT_EQ(command.getType(), row.type);
-        EXPECT_EQ(command.getDestination(), row.destination);
-        EXPECT_EQ(command.getCommandSet(), &set);
-        EXPECT_EQ(command.getTimeOut(), row.timeOutMs);
-        EXPECT_EQ(command.getCommandConfirmType(), row.confirmation);
-        EXPECT_EQ(command.getCommandConfirmMessage(), row.confirmMessage);
-        EXPECT_EQ(command.getExamples(), row.examples);
+        EXPECT_EQ(row.type, command.getType());
+        EXPECT_EQ(row.destination, command.getDestination());
+        EXPECT_EQ(&set, command.getCommandSet());
+        EXPECT_EQ(row.timeOutMs, command.getTimeOut());
+        EXPECT_EQ(row.confirmation, command.getCommandConfirmType());
+        EXPECT_EQ(row.confirmMessage, command.getCommandConfirmMessage());
+        EXPECT_EQ(row.examples, command.getExamples());
         expectOptions(command, row.options);
     }
 }

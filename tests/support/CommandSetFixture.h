@@ -38,7 +38,7 @@ protected:
 private:
     static void expectOutcome(const CResult& result, EXEC_STATUS_ENUM status,
                               const std::string& summary) {
-        EXPECT_EQ(result.getRunStatus(), status);
-        EXPECT_EQ(result.getRunSummary(), summary);
+        EXPECT_EQ(status, result.getRunStatus());
+        EXPECT_EQ(summary, result.getRunSummary());
     }
 };

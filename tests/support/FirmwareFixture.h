@@ -18,7 +18,7 @@ protected:
     void SetUp() override {
         CResult found;
         node.kelnode().connect(masterCertificate())->execute("command -v reboot", 10000, &found);
-        ASSERT_EQ(found.getRunSummary(), node.machine() + "/bin/reboot\n");
+        ASSERT_EQ(node.machine() + "/bin/reboot\n", found.getRunSummary());
     }
 
     void TearDown() override {

@@ -132,7 +132,7 @@ TEST_F(EditingTest, CompletesCommandsAndLevels) {
     const auto terminal = start();
     terminal->type("cd po<tab>");
     ASSERT_TRUE(terminal->untilLine("[master]$ cd power"));
-    EXPECT_EQ(terminal->bells(), 1);
+    EXPECT_EQ(1, terminal->bells());
     terminal->type("<cr>");
     ASSERT_TRUE(terminal->untilLine("[master/power]$ "));
     terminal->type("o<tab>");
@@ -173,7 +173,7 @@ TEST_F(EditingTest, WalksTheHistory) {
     ASSERT_TRUE(terminal->untilLine("[master]$ hello"));
     terminal->type("<down><down>");
     ASSERT_TRUE(terminal->untilLine("[master]$ "));
-    EXPECT_EQ(terminal->row(terminal->cursor().row), "[master]$");
+    EXPECT_EQ("[master]$", terminal->row(terminal->cursor().row));
     terminal->type("<down>");
     ASSERT_TRUE(terminal->until([&] { return terminal->bells() == bells + 2; }));
     quit(*terminal);
@@ -196,7 +196,7 @@ TEST_F(EditingTest, OverwritesAfterTheInsertKey) {
     terminal->type("abcd<home><ins>XY");
     ASSERT_TRUE(
         terminal->until([&] { return terminal->row(terminal->cursor().row) == "[master]$ XYcd"; }));
-    EXPECT_EQ(terminal->lineAtCursor(), "[master]$ XY");
+    EXPECT_EQ("[master]$ XY", terminal->lineAtCursor());
     terminal->type("<ins>Z");
     ASSERT_TRUE(terminal->until(
         [&] { return terminal->row(terminal->cursor().row) == "[master]$ XYZcd"; }));

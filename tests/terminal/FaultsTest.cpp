@@ -59,7 +59,7 @@ TEST_F(FaultsTest, PasteOfTwoHundredLines) {
     std::string::size_type at = 0;
     for (int i = 100; i < 300; ++i) {
         const std::string line = "unknown_" + std::to_string(i);
-        EXPECT_EQ(count(received, line), 2U) << line;
+        EXPECT_EQ(2U, count(received, line)) << line;
         at = received.find("[master]$ " + line + "\r\nUnknown command: " + line, at);
         ASSERT_NE(at, std::string::npos) << line;
     }
@@ -77,9 +77,9 @@ TEST_F(FaultsTest, PasteOfTwoHundredCommandsRunsEachOnce) {
     terminal->send(paste + "cd\r");
     ASSERT_TRUE(terminal->untilLine("[master]$ ", 60000));
     const std::string& received = terminal->received();
-    EXPECT_EQ(count(received, "[master/tools]$ hello"), 200U);
+    EXPECT_EQ(200U, count(received, "[master/tools]$ hello"));
     // What comes in while a command runs is echoed by the terminal besides.
-    EXPECT_EQ(count(received, "ms)\r\nhello\r\n"), 200U);
+    EXPECT_EQ(200U, count(received, "ms)\r\nhello\r\n"));
     quit(*terminal);
 }
 
@@ -244,11 +244,11 @@ TEST_F(FaultsTest, HangUpInsideAnEscapeSequenceEndsTheShell) {
 
 TEST_F(FaultsTest, InputThatIsNoTerminalMayEndAnywhere) {
     const std::string fifo = directory.file("fifo");
-    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
     PtyTerminal terminal({"/bin/sh", "-c", "exec " + program() + " <" + fifo}, options());
     UniqueFd writer(open(fifo.c_str(), O_WRONLY | O_CLOEXEC));
     ASSERT_TRUE(terminal.untilLine("[master]$ "));
-    ASSERT_EQ(write(writer.get(), "cd tools\nab\x1b[", 13), 13);
+    ASSERT_EQ(13, write(writer.get(), "cd tools\nab\x1b[", 13));
     writer.reset();
     expectQuit(terminal);
     EXPECT_TRUE(terminal.untilShown("Unknown command: ab"));
@@ -309,7 +309,7 @@ TEST_F(FaultsTest, CtrlCStopsAPaste) {
     ASSERT_TRUE(terminal->untilShown("Do not use Ctrl+C to terminate this program."));
     ASSERT_TRUE(terminal->untilLine("[master/tools]$ "));
     quit(*terminal);
-    EXPECT_EQ(count(terminal->received(), "$ hello"), 0U) << "the rest of the paste went on";
+    EXPECT_EQ(0U, count(terminal->received(), "$ hello")) << "the rest of the paste went on";
 }
 
 TEST_F(FaultsTest, CommandGetsTheTerminalAsItWas) {
@@ -322,7 +322,7 @@ TEST_F(FaultsTest, CommandGetsTheTerminalAsItWas) {
     terminal->type("to cat<cr><^D>");
     ASSERT_TRUE(terminal->untilLine("[master/tools]$ "));
     ASSERT_TRUE(terminal->until([&] { return terminal->inKeyMode(); }));
-    EXPECT_EQ(count(terminal->received(), "to cat"), 2U) << "echoed by the terminal, then by cat";
+    EXPECT_EQ(2U, count(terminal->received(), "to cat")) << "echoed by the terminal, then by cat";
     quit(*terminal);
     EXPECT_TRUE(terminal->echoes());
 }

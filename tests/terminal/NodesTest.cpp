@@ -68,7 +68,7 @@ TEST_F(NodesTest, NodesRecordTheUserAndTheNumberOfTheCommand) {
     EXPECT_TRUE(std::filesystem::exists(cluster.shellPath() + "/cmdexedump/cmd_1.log"));
     EXPECT_NE(line.find("\"certificate\":\"master\""), std::string::npos) << line;
     EXPECT_NE(line.find("\"user\":\""), std::string::npos) << line;
-    EXPECT_EQ(line.find("\"user\":\"\""), std::string::npos) << line;
+    EXPECT_EQ(std::string::npos, line.find("\"user\":\"\"")) << line;
 }
 
 TEST_F(NodesTest, CertificateAboutToEndIsAnnounced) {

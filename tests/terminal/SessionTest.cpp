@@ -119,9 +119,9 @@ protected:
                 return screen(terminal) == step.screen && terminal.cursor() == step.cursor;
             });
             if (!same) {
-                EXPECT_EQ(screen(terminal), step.screen);
-                EXPECT_EQ(terminal.cursor().row, step.cursor.row);
-                EXPECT_EQ(terminal.cursor().column, step.cursor.column);
+                EXPECT_EQ(step.screen, screen(terminal));
+                EXPECT_EQ(step.cursor.row, terminal.cursor().row);
+                EXPECT_EQ(step.cursor.column, terminal.cursor().column);
                 FAIL() << "at line " << step.line << ": " << step.symbols;
             }
         }

@@ -106,7 +106,7 @@ protected:
         const std::optional<int> status = terminal.end();
         ASSERT_TRUE(status.has_value()) << "the shell did not end";
         EXPECT_TRUE(WIFEXITED(*status));
-        EXPECT_EQ(WEXITSTATUS(*status), 7);
+        EXPECT_EQ(7, WEXITSTATUS(*status));
     }
 
     TempDir directory;

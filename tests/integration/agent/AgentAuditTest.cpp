@@ -72,13 +72,13 @@ TEST_F(AgentAudit, StartIsOnDiskBeforeTheJobRunsAndTheEndBeforeItsResult) {
     const std::string seen = run("cat " + file(), 77);
     EXPECT_NE(seen.find("\"event\":\"start\""), std::string::npos) << seen;
     EXPECT_NE(seen.find("\"what\":\"cat " + file() + "\""), std::string::npos) << seen;
-    EXPECT_EQ(seen.find("\"event\":\"end\""), std::string::npos) << seen;
+    EXPECT_EQ(std::string::npos, seen.find("\"event\":\"end\"")) << seen;
     EXPECT_TRUE(hasLine({"\"event\":\"end\"", "\"certificate\":\"master\"",
                          "\"address\":\"127.0.0.1\"", "\"user\":\"", "\"command\":77,",
                          "\"request\":\"EXEC\"", "\"outcome\":\"exit code 0\",\"ms\":"}))
         << text();
     std::string output;
-    EXPECT_EQ(verify(output), 0) << output;
+    EXPECT_EQ(0, verify(output)) << output;
     EXPECT_NE(output.find("2 lines"), std::string::npos) << output;
 }
 
@@ -90,9 +90,9 @@ TEST_F(AgentAudit, EveryKindOfRequestLeavesItsLines) {
     std::ofstream(path) << "content";
     CResult result;
     client->execute("[savefile]" + path, 20000, &result);
-    EXPECT_EQ(result.getRunStatus(), 0) << result.getRunSummary();
+    EXPECT_EQ(0, result.getRunStatus()) << result.getRunSummary();
     client->execute("[getfile]" + path, 20000, &result);
-    EXPECT_EQ(result.getRunStatus(), 0) << result.getRunSummary();
+    EXPECT_EQ(0, result.getRunStatus()) << result.getRunSummary();
     agent.packScript("tool", "#!/bin/sh\nexit 3\n");
     client->executeEncryptedBinary("", "--now", agent.nodePath(), {"tool.enc"}, {}, 20000, &result);
     EXPECT_THROW(
@@ -109,7 +109,7 @@ TEST_F(AgentAudit, EveryKindOfRequestLeavesItsLines) {
     EXPECT_TRUE(hasLine({"RUN_PACKAGED", "\"outcome\":\"exit code 3\""})) << text();
     EXPECT_TRUE(hasLine({"RUN_PACKAGED", "\"outcome\":\"not started: "})) << text();
     std::string output;
-    EXPECT_EQ(verify(output), 0) << output;
+    EXPECT_EQ(0, verify(output)) << output;
     EXPECT_NE(output.find("12 lines"), std::string::npos) << output;
 }
 
@@ -125,8 +125,8 @@ TEST_F(AgentAudit, PasswordsAppearNowhere) {
     }
     EXPECT_TRUE(agent.waitForLog("-P *** power status\" (HMAC " + hmac + "): exit code"))
         << agent.log();
-    EXPECT_EQ(text().find("hunter2"), std::string::npos);
-    EXPECT_EQ(agent.log().find("hunter2"), std::string::npos) << agent.log();
+    EXPECT_EQ(std::string::npos, text().find("hunter2"));
+    EXPECT_EQ(std::string::npos, agent.log().find("hunter2")) << agent.log();
 }
 
 TEST_F(AgentAudit, EndOfAJobIsWrittenWhateverBecomesOfItsShell) {
@@ -144,7 +144,7 @@ TEST_F(AgentAudit, EndOfAJobIsWrittenWhateverBecomesOfItsShell) {
     EXPECT_TRUE(waitForLine({"\"event\":\"end\"", "EXEC (uninterruptible)", "exit code 9"}))
         << text();
     std::string output;
-    EXPECT_EQ(verify(output), 0) << output;
+    EXPECT_EQ(0, verify(output)) << output;
 }
 
 TEST_F(AgentAudit, RefusedRequestsAreRecorded) {
@@ -154,7 +154,7 @@ TEST_F(AgentAudit, RefusedRequestsAreRecorded) {
     EXPECT_THROW(run("echo secret plan"), CException);
     EXPECT_TRUE(waitForLine({"\"event\":\"refused\"", "\"request\":\"EXEC\"", "(role observer)"}))
         << text();
-    EXPECT_EQ(text().find("secret plan"), std::string::npos);
+    EXPECT_EQ(std::string::npos, text().find("secret plan"));
 }
 
 // Whoever asks in vain without end, over several connections, fills neither log nor audit.
@@ -206,7 +206,7 @@ TEST_F(AgentAudit, WhoIsSentAwayIsRecorded) {
     EXPECT_THROW(run("echo secret plan"), CException);
     EXPECT_TRUE(waitForLine({"\"event\":\"refused\"", "\"request\":\"HELLO\"", "(role none)"}))
         << text();
-    EXPECT_EQ(text().find("secret plan"), std::string::npos);
+    EXPECT_EQ(std::string::npos, text().find("secret plan"));
 }
 
 TEST_F(AgentAudit, NothingIsDoneThatCannotBeRecorded) {
@@ -240,7 +240,7 @@ TEST_F(AgentAudit, SessionsWriteAtTheSameTime) {
         thread.join();
     }
     const AuditLog::Finding found = AuditLog::verifyFile(file());
-    EXPECT_EQ(found.text, "") << found.line;
+    EXPECT_EQ("", found.text) << found.line;
     EXPECT_EQ(found.lines, kSessions * kJobs * 2);
 }
 
@@ -251,7 +251,7 @@ TEST_F(AgentAudit, VerifyNamesTheFirstBadLine) {
     changed.replace(changed.find("echo two"), 8, "echo TWO");
     std::ofstream(file()) << changed;
     std::string output;
-    EXPECT_EQ(verify(output), 1) << output;
+    EXPECT_EQ(1, verify(output)) << output;
     EXPECT_NE(output.find("audit.log, line 3: the line was changed"), std::string::npos) << output;
     EXPECT_NE(
         CUtil::exec_cmd(std::string(KELSH_BINARY_DIR) + "/bin/kelnode --verify-audit /no/such",

@@ -66,7 +66,7 @@ protected:
     static protocol::Error errorOf(TlsChannel& channel) {
         protocol::Error error;
         const protocol::Frame frame = channel.receiveFrame(LocalAgent::soon());
-        EXPECT_EQ(frame.header.type, FrameType::kError);
+        EXPECT_EQ(FrameType::kError, frame.header.type);
         if (frame.header.type == FrameType::kError) {
             protocol::decode(frame.body, error);
         }
@@ -124,11 +124,11 @@ TEST_F(AgentAuthorization, RequestsAreRefusedBeforeTheyAreParsed) {
                          std::to_string(kRequests[i].flags));
             const protocol::Error error = errorFor(entry.first, kRequests[i]);
             if (i < entry.second) {
-                EXPECT_EQ(error.code, protocol::kErrorProtocol) << error.text;
+                EXPECT_EQ(protocol::kErrorProtocol, error.code) << error.text;
                 continue;
             }
             const std::string role = entry.first == "nobody" ? "none" : entry.first;
-            EXPECT_EQ(error.code, protocol::kErrorRefused) << error.text;
+            EXPECT_EQ(protocol::kErrorRefused, error.code) << error.text;
             EXPECT_NE(error.text.find("is not allowed to the certificate \"" + entry.first +
                                       "\" (role " + role + ")"),
                       std::string::npos)
@@ -142,7 +142,7 @@ TEST_F(AgentAuthorization, NoRoleChangesWhatHasNoPlace) {
         for (const FrameType type :
              {FrameType::kAgentHello, FrameType::kOutput, FrameType::kResult, FrameType::kData,
               FrameType::kEnd, FrameType::kFileInfo, FrameType::kAnswer, FrameType::kError}) {
-            EXPECT_EQ(errorFor(name, {type, 0}).code, protocol::kErrorProtocol)
+            EXPECT_EQ(protocol::kErrorProtocol, errorFor(name, {type, 0}).code)
                 << name << " " << protocol::name(type);
         }
     }
@@ -150,7 +150,7 @@ TEST_F(AgentAuthorization, NoRoleChangesWhatHasNoPlace) {
 
 TEST_F(AgentAuthorization, WhoHasNoRoleIsSentAwayAfterTheGreeting) {
     const auto channel = openAs("nobody");
-    EXPECT_EQ(errorOf(*channel).code, protocol::kErrorRefused);
+    EXPECT_EQ(protocol::kErrorRefused, errorOf(*channel).code);
     EXPECT_THROW(channel->receiveFrame(LocalAgent::soon()), ChannelError);
     EXPECT_TRUE(waitFor([&] { return agent.processes("kelnode-session").empty(); }));
 }
@@ -161,10 +161,10 @@ TEST_F(AgentAuthorization, ConnectionStaysUsableAfterARefusal) {
     exec.commandLine = "touch " + agent.nodePath() + "ran";
     for (int i = 0; i < 3; ++i) {
         channel->sendFrame(protocol::encode(exec, 0), LocalAgent::soon());
-        EXPECT_EQ(errorOf(*channel).code, protocol::kErrorRefused);
+        EXPECT_EQ(protocol::kErrorRefused, errorOf(*channel).code);
     }
     channel->sendFrame(protocol::encodeMacRequest(), LocalAgent::soon());
-    EXPECT_EQ(channel->receiveFrame(LocalAgent::soon()).header.type, FrameType::kAnswer);
+    EXPECT_EQ(FrameType::kAnswer, channel->receiveFrame(LocalAgent::soon()).header.type);
     EXPECT_FALSE(std::filesystem::exists(agent.nodePath() + "ran"));
 }
 
@@ -176,7 +176,7 @@ TEST_F(AgentAuthorization, RefusedUploadLeavesNothing) {
     channel->sendFrame(
         protocol::encode(put) + protocol::encodeHeader({4, FrameType::kData, 0}) + "evil",
         LocalAgent::soon());
-    EXPECT_EQ(errorOf(*channel).code, protocol::kErrorRefused);
+    EXPECT_EQ(protocol::kErrorRefused, errorOf(*channel).code);
     EXPECT_THROW(channel->receiveFrame(LocalAgent::soon()), ChannelError);
     EXPECT_FALSE(std::filesystem::exists(put.path));
 }
@@ -184,7 +184,7 @@ TEST_F(AgentAuthorization, RefusedUploadLeavesNothing) {
 TEST_F(AgentAuthorization, ReaderGetsFilesBelowItsPrefixesOnly) {
     const auto channel = openAs("reader");
     const std::string open = agent.nodePath() + "open/";
-    EXPECT_EQ(get(*channel, open + "file"), "for readers");
+    EXPECT_EQ("for readers", get(*channel, open + "file"));
     const std::string refused = get(*channel, agent.nodePath() + "secret");
     EXPECT_NE(refused.find("not allowed to the certificate \"reader\" (role reader): outside the "
                            "path prefixes"),
@@ -192,16 +192,16 @@ TEST_F(AgentAuthorization, ReaderGetsFilesBelowItsPrefixesOnly) {
         << refused;
     for (const std::string& path :
          {open + "../secret", open + "link", std::string("/etc/passwd"), open + "file/../link"}) {
-        EXPECT_EQ(get(*channel, path).rfind("2: ", 0), 0U) << path;
+        EXPECT_EQ(0U, get(*channel, path).rfind("2: ", 0)) << path;
     }
-    EXPECT_EQ(get(*channel, open + "missing").rfind("4: ", 0), 0U);
-    EXPECT_EQ(get(*channel, open + "file"), "for readers");
+    EXPECT_EQ(0U, get(*channel, open + "missing").rfind("4: ", 0));
+    EXPECT_EQ("for readers", get(*channel, open + "file"));
 }
 
 TEST_F(AgentAuthorization, OperatorGetsEverything) {
     const auto channel = openAs("operator");
-    EXPECT_EQ(get(*channel, agent.nodePath() + "secret"), "for operators");
-    EXPECT_EQ(get(*channel, agent.nodePath() + "open/link"), "for operators");
+    EXPECT_EQ("for operators", get(*channel, agent.nodePath() + "secret"));
+    EXPECT_EQ("for operators", get(*channel, agent.nodePath() + "open/link"));
 }
 
 TEST_F(AgentAuthorization, ReaderLearnsOfNothingOutsideItsPrefixes) {
@@ -241,9 +241,9 @@ TEST_F(AgentAuthorization, ReloadTakesNewRulesAndCutsOffWhoLosesRights) {
     EXPECT_THROW(loses->receiveFrame(TlsChannel::after(1000)), ChannelError);
     EXPECT_NE(agent.log().find("has fewer rights than before"), std::string::npos) << agent.log();
     keeps->sendFrame(protocol::encodeMacRequest(), LocalAgent::soon());
-    EXPECT_EQ(keeps->receiveFrame(LocalAgent::soon()).header.type, FrameType::kAnswer);
-    EXPECT_EQ(errorFor("operator", {FrameType::kExec, 0}).code, protocol::kErrorRefused);
-    EXPECT_EQ(errorFor("observer", {FrameType::kExec, 0}).code, protocol::kErrorProtocol);
+    EXPECT_EQ(FrameType::kAnswer, keeps->receiveFrame(LocalAgent::soon()).header.type);
+    EXPECT_EQ(protocol::kErrorRefused, errorFor("operator", {FrameType::kExec, 0}).code);
+    EXPECT_EQ(protocol::kErrorProtocol, errorFor("observer", {FrameType::kExec, 0}).code);
 }
 
 TEST_F(AgentAuthorization, BrokenRulesLeaveTheOldInForce) {
@@ -252,13 +252,13 @@ TEST_F(AgentAuthorization, BrokenRulesLeaveTheOldInForce) {
     EXPECT_NE(agent.log().find("authz.cfg, line 2: observer: \\\"king\\\" is not a role"),
               std::string::npos)
         << agent.log();
-    EXPECT_EQ(errorFor("nobody", {FrameType::kMac, 0}).code, protocol::kErrorRefused);
-    EXPECT_EQ(errorFor("observer", {FrameType::kMac, 0}).code, protocol::kErrorProtocol);
+    EXPECT_EQ(protocol::kErrorRefused, errorFor("nobody", {FrameType::kMac, 0}).code);
+    EXPECT_EQ(protocol::kErrorProtocol, errorFor("observer", {FrameType::kMac, 0}).code);
 }
 
 TEST_F(AgentAuthorization, CheckValidatesTheRules) {
     std::string output;
-    EXPECT_EQ(check(output), 0) << output;
+    EXPECT_EQ(0, check(output)) << output;
     std::ofstream(agent.nodePath() + "authz.cfg") << "observer=king\n";
     EXPECT_NE(check(output), 0);
     EXPECT_NE(output.find("authz.cfg, line 1: observer: "), std::string::npos) << output;
@@ -267,6 +267,6 @@ TEST_F(AgentAuthorization, CheckValidatesTheRules) {
     EXPECT_NE(check(output), 0);
     EXPECT_NE(output.find("can be written by others"), std::string::npos) << output;
     std::filesystem::remove(agent.nodePath() + "authz.cfg");
-    EXPECT_EQ(check(output), 0);
+    EXPECT_EQ(0, check(output));
     EXPECT_NE(output.find("every master of the cluster may do everything"), std::string::npos);
 }

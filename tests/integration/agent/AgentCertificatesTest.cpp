@@ -90,7 +90,7 @@ TEST_F(AgentCertificates, RevocationCutsLiveSessionsAndLeavesOthers) {
     EXPECT_TRUE(agent.waitForLog("is cut off: "));
     EXPECT_TRUE(
         waitFor([&] { return agent.processes("kelnode-job").empty(); }, std::chrono::seconds(10)));
-    EXPECT_EQ(agent.log().find("was ended by signal"), std::string::npos) << agent.log();
+    EXPECT_EQ(std::string::npos, agent.log().find("was ended by signal")) << agent.log();
 }
 
 TEST_F(AgentCertificates, RevocationCutsTheConnectionOfAFlashButNotTheFlash) {
@@ -113,24 +113,23 @@ TEST_F(AgentCertificates, SessionThatBeganBeforeTheReloadIsJudgedByTheNewList) {
     const auto connected = SocketDial::connect(agent.ip(), agent.port(), LocalAgent::soon());
     const std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context(
         SSL_CTX_new(TLS_client_method()), &SSL_CTX_free);
-    ASSERT_EQ(
-        SSL_CTX_use_certificate_file(context.get(), lost.certificateFile.c_str(), SSL_FILETYPE_PEM),
-        1);
-    ASSERT_EQ(SSL_CTX_use_PrivateKey_file(context.get(), lost.keyFile.c_str(), SSL_FILETYPE_PEM),
-              1);
+    ASSERT_EQ(1, SSL_CTX_use_certificate_file(context.get(), lost.certificateFile.c_str(),
+                                              SSL_FILETYPE_PEM));
+    ASSERT_EQ(1,
+              SSL_CTX_use_PrivateKey_file(context.get(), lost.keyFile.c_str(), SSL_FILETYPE_PEM));
     const unsigned char alpn[] = "\x07kelsh/1";
-    ASSERT_EQ(SSL_CTX_set_alpn_protos(context.get(), alpn, sizeof alpn - 1), 0);
+    ASSERT_EQ(0, SSL_CTX_set_alpn_protos(context.get(), alpn, sizeof alpn - 1));
     const std::unique_ptr<SSL, decltype(&SSL_free)> ssl(SSL_new(context.get()), &SSL_free);
-    ASSERT_EQ(SSL_set_fd(ssl.get(), connected.get()), 1);
+    ASSERT_EQ(1, SSL_set_fd(ssl.get(), connected.get()));
     // The greeting alone: a session begins with it.
-    ASSERT_EQ(SSL_connect(ssl.get()), -1);
-    ASSERT_EQ(SSL_get_error(ssl.get(), -1), SSL_ERROR_WANT_READ);
+    ASSERT_EQ(-1, SSL_connect(ssl.get()));
+    ASSERT_EQ(SSL_ERROR_WANT_READ, SSL_get_error(ssl.get(), -1));
     ASSERT_TRUE(waitFor([&] { return !agent.processes("kelnode-session").empty(); }));
     revoke({lost.serial});
     ASSERT_TRUE(reload());
     const int flags = ::fcntl(connected.get(), F_GETFL);
-    ASSERT_EQ(::fcntl(connected.get(), F_SETFL, flags & ~O_NONBLOCK), 0);
-    ASSERT_EQ(SSL_connect(ssl.get()), 1);
+    ASSERT_EQ(0, ::fcntl(connected.get(), F_SETFL, flags & ~O_NONBLOCK));
+    ASSERT_EQ(1, SSL_connect(ssl.get()));
     ASSERT_TRUE(agent.waitForLog("is cut off: "));
     char byte = 0;
     while (SSL_read(ssl.get(), &byte, 1) > 0) {
@@ -159,23 +158,23 @@ TEST_F(AgentCertificates, BundleOfTwoAuthoritiesRollsTheCaOver) {
     std::ofstream(agent.nodePath() + "ca.crt") << agent.pki().caText() << next.caText();
     ASSERT_TRUE(reload());
     EXPECT_TRUE(answers(*live));
-    EXPECT_EQ(agent.refusalOf(agent.masterCertificate()), "");
+    EXPECT_EQ("", agent.refusalOf(agent.masterCertificate()));
     std::ofstream(newMaster.certificateFile, std::ios::app) << agent.pki().caText();
-    EXPECT_EQ(agent.refusalOf(newMaster.certificateFile), "");
+    EXPECT_EQ("", agent.refusalOf(newMaster.certificateFile));
 
     // The node's own certificate changes over too.
     const TestPki::Identity newNode = next.node("node", agent.ip());
     useAsNode(newNode);
     ASSERT_TRUE(reload());
     EXPECT_TRUE(answers(*live));
-    EXPECT_EQ(agent.refusalOf(newMaster.certificateFile), "");
+    EXPECT_EQ("", agent.refusalOf(newMaster.certificateFile));
     EXPECT_NE(agent.refusalOf(agent.masterCertificate()), "");
 
     // The old authority goes: its masters are cut off and refused.
     std::ofstream(agent.nodePath() + "ca.crt") << next.caText();
     agent.signal(SIGHUP);
     expectCutWithinASecond(*live);
-    EXPECT_EQ(agent.refusalOf(newMaster.certificateFile), "");
+    EXPECT_EQ("", agent.refusalOf(newMaster.certificateFile));
 }
 
 TEST_F(AgentCertificates, MasterWithoutAPurposeIsRefused) {
@@ -184,12 +183,12 @@ TEST_F(AgentCertificates, MasterWithoutAPurposeIsRefused) {
     request.purpose = TestPki::Purpose::kAny;
     EXPECT_NE(agent.refusalOf(agent.pki().issue("anything", request).certificateFile), "");
     EXPECT_TRUE(agent.waitForLog("is not meant for a master (wrong purpose)"));
-    EXPECT_EQ(agent.refusalOf(agent.masterCertificate()), "");
+    EXPECT_EQ("", agent.refusalOf(agent.masterCertificate()));
 }
 
 TEST_F(AgentCertificates, EndOfACertificateIsAnnounced) {
     ASSERT_TRUE(reload());
-    EXPECT_EQ(agent.log().find("expires in"), std::string::npos) << agent.log();
+    EXPECT_EQ(std::string::npos, agent.log().find("expires in")) << agent.log();
     TestPki::Request request;
     request.commonName = "ending";
     request.purpose = TestPki::Purpose::kNode;

@@ -19,34 +19,34 @@ protected:
 
 TEST_F(AgentExec, OutputAndExitCodeOfTheShellComeBack) {
     const CResult result = execute("echo out; echo err >&2; echo out2; exit 3");
-    EXPECT_EQ(result.getRunSummary(), "out\nerr\nout2\n");
-    EXPECT_EQ(result.getExitCode(), 3);
-    EXPECT_EQ(static_cast<int>(result.getRunStatus()), 2);
+    EXPECT_EQ("out\nerr\nout2\n", result.getRunSummary());
+    EXPECT_EQ(3, result.getExitCode());
+    EXPECT_EQ(2, static_cast<int>(result.getRunStatus()));
 }
 
 TEST_F(AgentExec, ExitCodeZeroIsSuccess) {
     const CResult result = execute("true");
-    EXPECT_EQ(result.getRunSummary(), "");
-    EXPECT_EQ(result.getExitCode(), 0);
-    EXPECT_EQ(static_cast<int>(result.getRunStatus()), 0);
+    EXPECT_EQ("", result.getRunSummary());
+    EXPECT_EQ(0, result.getExitCode());
+    EXPECT_EQ(0, static_cast<int>(result.getRunStatus()));
 }
 
 TEST_F(AgentExec, EndBySignalIs128PlusItsNumber) {
-    EXPECT_EQ(execute("kill -SEGV $$").getExitCode(), 139);
+    EXPECT_EQ(139, execute("kill -SEGV $$").getExitCode());
 }
 
 TEST_F(AgentExec, UnknownProgramIsTheShells127) {
-    EXPECT_EQ(execute("no_such_program_here").getExitCode(), 127);
+    EXPECT_EQ(127, execute("no_such_program_here").getExitCode());
 }
 
 TEST_F(AgentExec, JobRunsInAPlainEnvironment) {
-    EXPECT_EQ(execute("pwd").getRunSummary(), "/\n");
-    EXPECT_EQ(execute("umask").getRunSummary(), "0022\n");
-    EXPECT_EQ(execute("echo $KELNODE_PATH").getRunSummary(), agent.nodePath() + "\n");
-    EXPECT_EQ(execute("readlink /proc/self/fd/0").getRunSummary(), "/dev/null\n");
-    EXPECT_EQ(execute("ls /proc/self/fd | wc -l").getRunSummary(), "4\n");
-    EXPECT_EQ(execute("grep -E 'Sig(Blk|Ign)' /proc/self/status").getRunSummary(),
-              "SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n");
+    EXPECT_EQ("/\n", execute("pwd").getRunSummary());
+    EXPECT_EQ("0022\n", execute("umask").getRunSummary());
+    EXPECT_EQ(agent.nodePath() + "\n", execute("echo $KELNODE_PATH").getRunSummary());
+    EXPECT_EQ("/dev/null\n", execute("readlink /proc/self/fd/0").getRunSummary());
+    EXPECT_EQ("4\n", execute("ls /proc/self/fd | wc -l").getRunSummary());
+    EXPECT_EQ("SigBlk:\t0000000000000000\nSigIgn:\t0000000000000000\n",
+              execute("grep -E 'Sig(Blk|Ign)' /proc/self/status").getRunSummary());
 }
 
 TEST(AgentJobEnvironment, IsTheSameWhateverTheAgentWasStartedWith) {
@@ -77,8 +77,8 @@ TEST_F(AgentExec, TimeOutIsReportedWithTheOutputSoFar) {
     const auto start = std::chrono::steady_clock::now();
     const CResult result = execute("echo begun; sleep 60", 500);
     const auto elapsed = std::chrono::steady_clock::now() - start;
-    EXPECT_EQ(static_cast<int>(result.getRunStatus()), 5);
-    EXPECT_EQ(result.getRunSummary(), "begun\n");
+    EXPECT_EQ(5, static_cast<int>(result.getRunStatus()));
+    EXPECT_EQ("begun\n", result.getRunSummary());
     EXPECT_LT(elapsed, std::chrono::milliseconds(5000));
 }
 
@@ -86,15 +86,15 @@ TEST_F(AgentExec, BackgroundProcessDoesNotHoldUpTheResultAndLivesOn) {
     const std::string mark = agent.nodePath() + "daemon-lives";
     const auto start = std::chrono::steady_clock::now();
     const CResult result = execute("(sleep 1; touch " + mark + ") >/dev/null 2>&1 & echo started");
-    EXPECT_EQ(result.getRunSummary(), "started\n");
+    EXPECT_EQ("started\n", result.getRunSummary());
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(900));
     EXPECT_TRUE(waitFor([&] { return std::filesystem::exists(mark); }));
 }
 
 TEST_F(AgentExec, BigOutputArrivesWhole) {
     const CResult result = execute("head -c 20000000 /dev/zero | tr '\\0' x", 60000);
-    EXPECT_EQ(result.getRunSummary().size(), 20000000U);
-    EXPECT_EQ(result.getExitCode(), 0);
+    EXPECT_EQ(20000000U, result.getRunSummary().size());
+    EXPECT_EQ(0, result.getExitCode());
 }
 
 TEST_F(AgentExec, RequestLeavesOneEscapedLogLine) {

@@ -38,8 +38,8 @@ protected:
     // Whatever else has gone wrong, nobody else may flash now.
     void expectSecondRefused() const {
         const auto second = sendFlash("echo second");
-        EXPECT_EQ(second->receiveFrame(LocalAgent::soon()).header.type,
-                  protocol::FrameType::kError);
+        EXPECT_EQ(protocol::FrameType::kError,
+                  second->receiveFrame(LocalAgent::soon()).header.type);
     }
 
     std::unique_ptr<TlsChannel> sendFlash(const std::string& line,
@@ -63,8 +63,8 @@ TEST_F(AgentFirmware, OutputAndOutcomeComeBack) {
     client->setUninterruptible(true);
     CResult result;
     client->execute(flash("0.2") + "7", 20000, &result);
-    EXPECT_EQ(result.getRunSummary(), "erasing\nwriting\n");
-    EXPECT_EQ(result.getExitCode(), 7);
+    EXPECT_EQ("erasing\nwriting\n", result.getRunSummary());
+    EXPECT_EQ(7, result.getExitCode());
     EXPECT_TRUE(agent.waitForLog("ended with exit code 7"));
     EXPECT_TRUE(agent.records().empty());
 }
@@ -86,12 +86,12 @@ TEST_F(AgentFirmware, SecondOneIsRefusedWithWhatIsRunning) {
     // An ordinary command is nobody's rival.
     client->setUninterruptible(false);
     client->execute("echo ordinary", 20000, &result);
-    EXPECT_EQ(result.getRunSummary(), "ordinary\n");
+    EXPECT_EQ("ordinary\n", result.getRunSummary());
     EXPECT_TRUE(completes());
     EXPECT_TRUE(waitFor([&] { return agent.records().empty(); }));
     client->setUninterruptible(true);
     client->execute("echo third", 20000, &result);
-    EXPECT_EQ(result.getRunSummary(), "third\n");
+    EXPECT_EQ("third\n", result.getRunSummary());
 }
 
 TEST_F(AgentFirmware, CompletesWhenTheConnectionIsCut) {
@@ -108,7 +108,7 @@ TEST_F(AgentFirmware, CompletesWhenItsTimeOutHasPassed) {
     client->setUninterruptible(true);
     CResult result;
     client->execute(flash(), 300, &result);
-    EXPECT_EQ(static_cast<int>(result.getRunStatus()), 5);
+    EXPECT_EQ(5, static_cast<int>(result.getRunStatus()));
     EXPECT_FALSE(std::filesystem::exists(mark()));
     expectSecondRefused();
     EXPECT_TRUE(completes());
@@ -125,7 +125,7 @@ TEST_F(AgentFirmware, CompletesAndReportsWhenTheListenerIsTerminated) {
     do {
         frame = channel->receiveFrame(afterTheFlash());
     } while (frame.header.type == protocol::FrameType::kOutput);
-    EXPECT_EQ(frame.header.type, protocol::FrameType::kResult);
+    EXPECT_EQ(protocol::FrameType::kResult, frame.header.type);
     EXPECT_TRUE(completes());
 }
 
@@ -141,12 +141,12 @@ TEST_F(AgentFirmware, AnswersWhatFollowsOnItsConnectionWhenTheListenerIsTerminat
     });
     client->execute(flash(), 20000, &result);
     terminating.join();
-    EXPECT_EQ(static_cast<int>(result.getRunStatus()), 0);
+    EXPECT_EQ(0, static_cast<int>(result.getRunStatus()));
     client->setUninterruptible(false);
     client->execute("echo outcome", 20000, &result);
-    EXPECT_EQ(result.getRunSummary(), "outcome\n");
+    EXPECT_EQ("outcome\n", result.getRunSummary());
     client->execute("echo again", 20000, &result);
-    EXPECT_EQ(result.getRunSummary(), "again\n");
+    EXPECT_EQ("again\n", result.getRunSummary());
 }
 
 TEST_F(AgentFirmware, CompletesWhenTheListenerIsKilled) {
@@ -183,7 +183,7 @@ TEST_F(AgentFirmware, CompletesWhenSessionSupervisorAndListenerAreKilled) {
     expectSecondRefused();
     EXPECT_TRUE(completes());
     EXPECT_TRUE(waitFor([&] { return agent.records().empty(); }, std::chrono::seconds(15)));
-    EXPECT_EQ(LocalAgent::read(agent.runPath() + "firmware.log"), "erasing\nwriting\n");
+    EXPECT_EQ("erasing\nwriting\n", LocalAgent::read(agent.runPath() + "firmware.log"));
 }
 
 TEST_F(AgentFirmware, DaemonItStartedDoesNotKeepTheLock) {
@@ -191,9 +191,9 @@ TEST_F(AgentFirmware, DaemonItStartedDoesNotKeepTheLock) {
     client->setUninterruptible(true);
     CResult result;
     client->execute("sleep 3 & echo first", 20000, &result);
-    EXPECT_EQ(result.getRunSummary(), "first\n");
+    EXPECT_EQ("first\n", result.getRunSummary());
     client->execute("echo second", 20000, &result);
-    EXPECT_EQ(result.getRunSummary(), "second\n");
+    EXPECT_EQ("second\n", result.getRunSummary());
 }
 
 TEST_F(AgentFirmware, DaemonOfAJobWhoseSupervisorWasKilledDoesNotKeepTheLock) {

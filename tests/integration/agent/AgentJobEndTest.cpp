@@ -66,7 +66,7 @@ TEST_P(AgentJobEscape, NothingSurvivesTheTimeOut) {
     const std::string token = uniqueToken();
     CResult result;
     agent.connect()->execute(escapeLine(GetParam(), token), 700, &result);
-    EXPECT_EQ(static_cast<int>(result.getRunStatus()), 5);
+    EXPECT_EQ(5, static_cast<int>(result.getRunStatus()));
     EXPECT_TRUE(waitFor([&] { return survivors(token) == 0; }, std::chrono::seconds(20)))
         << survivors(token) << " left";
     EXPECT_TRUE(waitFor([&] { return agent.records().empty(); }));
@@ -99,7 +99,7 @@ TEST_F(AgentJobEnd, KilledSessionIsNoticedAtOnceAndItsJobEnds) {
     sendExec(*channel, escapeLine("setsid", token));
     ASSERT_TRUE(waitFor([&] { return survivors(token) > 0; }));
     const std::vector<pid_t> sessions = agent.processes("kelnode-session");
-    ASSERT_EQ(sessions.size(), 1U);
+    ASSERT_EQ(1U, sessions.size());
     ::kill(sessions.front(), SIGKILL);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_THROW(channel->receiveFrame(LocalAgent::soon()), ChannelError);
@@ -116,8 +116,8 @@ TEST_F(AgentJobEnd, JobEndsEvenWhenSessionAndSupervisorAreKilled) {
     ASSERT_TRUE(waitFor([&] { return survivors(token) > 1; }));
     const std::vector<pid_t> sessions = agent.processes("kelnode-session");
     const std::vector<pid_t> supervisors = agent.processes("kelnode-job");
-    ASSERT_EQ(sessions.size(), 1U);
-    ASSERT_EQ(supervisors.size(), 1U);
+    ASSERT_EQ(1U, sessions.size());
+    ASSERT_EQ(1U, supervisors.size());
     ::kill(sessions.front(), SIGSTOP);
     ::kill(supervisors.front(), SIGKILL);
     ::kill(sessions.front(), SIGKILL);
@@ -132,10 +132,10 @@ TEST_F(AgentJobEnd, LostSupervisorIsReportedAndItsJobEnds) {
     ASSERT_TRUE(waitFor([&] { return survivors(token) > 1; }));
     ::kill(agent.processes("kelnode-job").at(0), SIGKILL);
     const protocol::Frame frame = channel->receiveFrame(LocalAgent::soon());
-    ASSERT_EQ(frame.header.type, protocol::FrameType::kResult);
+    ASSERT_EQ(protocol::FrameType::kResult, frame.header.type);
     protocol::Result result;
     protocol::decode(frame.body, result);
-    EXPECT_EQ(result.ending, protocol::Result::Ending::kCancelled);
+    EXPECT_EQ(protocol::Result::Ending::kCancelled, result.ending);
     EXPECT_NE(result.text.find("supervisor"), std::string::npos);
     EXPECT_TRUE(waitFor([&] { return survivors(token) == 0; })) << survivors(token) << " left";
 }
@@ -150,7 +150,7 @@ TEST_F(AgentJobEnd, SlowReaderBlocksTheJobAndNotTheTimeOut) {
     EXPECT_TRUE(agent.waitForLog("head -c"));
     CResult result;
     agent.connect()->execute("echo alive", 20000, &result);
-    EXPECT_EQ(result.getRunSummary(), "alive\n");
+    EXPECT_EQ("alive\n", result.getRunSummary());
 }
 
 TEST_F(AgentJobEnd, ReaderAsSlowAsItMayBeGetsEveryByteOfAFlood) {
@@ -162,21 +162,21 @@ TEST_F(AgentJobEnd, ReaderAsSlowAsItMayBeGetsEveryByteOfAFlood) {
         channel->receiveFrame(frame, LocalAgent::soon());
         bytes += frame.header.type == protocol::FrameType::kOutput ? frame.body.size() : 0;
     } while (frame.header.type == protocol::FrameType::kOutput);
-    EXPECT_EQ(frame.header.type, protocol::FrameType::kResult);
-    EXPECT_EQ(bytes, 67108864U);
+    EXPECT_EQ(protocol::FrameType::kResult, frame.header.type);
+    EXPECT_EQ(67108864U, bytes);
 }
 
 TEST_F(AgentJobEnd, AgentSurvivesAFloodOfAGigabyte) {
     CResult result;
     agent.connect()->execute("head -c 1073741824 /dev/zero", 240000, &result);
-    EXPECT_EQ(static_cast<int>(result.getRunStatus()), 0);
+    EXPECT_EQ(0, static_cast<int>(result.getRunStatus()));
     EXPECT_GT(result.getRunSummary().size(), 64U * 1024 * 1024 - 1);
 }
 
 TEST_F(AgentJobEnd, ClosedOutputDoesNotEndTheJob) {
     CResult result;
     agent.connect()->execute("exec >&- 2>&-; sleep 0.3; exit 4", 20000, &result);
-    EXPECT_EQ(result.getExitCode(), 4);
+    EXPECT_EQ(4, result.getExitCode());
 }
 
 TEST_F(AgentJobEnd, SigtermEndsTheListenerAndOrdinaryJobs) {
@@ -186,8 +186,8 @@ TEST_F(AgentJobEnd, SigtermEndsTheListenerAndOrdinaryJobs) {
     ASSERT_TRUE(waitFor([&] { return survivors(token) > 0; }));
     agent.signal(SIGTERM);
     EXPECT_TRUE(agent.waitForExit());
-    EXPECT_EQ(agent.exitStatus(), 0);
-    EXPECT_EQ(survivors(token), 0);
+    EXPECT_EQ(0, agent.exitStatus());
+    EXPECT_EQ(0, survivors(token));
     EXPECT_TRUE(agent.records().empty());
 }
 
@@ -199,7 +199,7 @@ TEST_F(AgentJobEnd, SessionOutlivesItsKilledListener) {
     agent.signal(SIGKILL);
     ASSERT_TRUE(agent.waitForExit());
     client->execute("echo still here", 20000, &result);
-    EXPECT_EQ(result.getRunSummary(), "still here\n");
+    EXPECT_EQ("still here\n", result.getRunSummary());
 }
 
 TEST_F(AgentJobEnd, JobThatStopsItsSupervisorEndsAtItsTimeOut) {

@@ -53,7 +53,7 @@ protected:
 TEST_F(AgentListener, SilentConnectionsLockNobodyOut) {
     const std::vector<UniqueFd> silent = dialMany(agent, 100);
     for (int i = 0; i < 5; ++i) {
-        EXPECT_EQ(echo(agent), "served\n");
+        EXPECT_EQ("served\n", echo(agent));
     }
 }
 
@@ -63,9 +63,9 @@ TEST_F(AgentListener, ConnectionsThatBeginNoHandshakeCostNoProcess) {
     const long before = processorTicks(agent.listenerPid());
     for (std::size_t length = 0; length < hello.size(); ++length) {
         for (const UniqueFd& connection : silent) {
-            ASSERT_EQ(::send(connection.get(), &hello[length], 1, MSG_NOSIGNAL), 1);
+            ASSERT_EQ(1, ::send(connection.get(), &hello[length], 1, MSG_NOSIGNAL));
         }
-        EXPECT_EQ(echo(agent), "served\n");
+        EXPECT_EQ("served\n", echo(agent));
         Dialer::process().pool().clear();
         EXPECT_TRUE(waitFor([&] { return agent.processes("kelnode-session").empty(); }));
     }
@@ -85,7 +85,7 @@ TEST_F(AgentListener, TimeForTheHandshakeCountsFromTheBeginning) {
     std::string half = std::string("\x16\x03\x01\x01\x00\x01\x00\x00\xfc\x03\x03", 11);
     half.resize(200, 'r');
     std::this_thread::sleep_until(start + std::chrono::milliseconds(3000));
-    ASSERT_EQ(::send(slow.get(), half.data(), half.size(), MSG_NOSIGNAL), 200);
+    ASSERT_EQ(200, ::send(slow.get(), half.data(), half.size(), MSG_NOSIGNAL));
     ASSERT_TRUE(waitFor([&] { return agent.processes("kelnode-session").size() == 1; }));
     EXPECT_TRUE(waitFor([&] { return agent.processes("kelnode-session").empty(); }));
     EXPECT_LT(TlsChannel::Clock::now() - start, std::chrono::milliseconds(7500));
@@ -94,8 +94,8 @@ TEST_F(AgentListener, TimeForTheHandshakeCountsFromTheBeginning) {
 TEST_F(AgentListener, WhoDoesNotSpeakTlsIsCutAtOnce) {
     const UniqueFd stranger = SocketDial::connect(agent.ip(), agent.port(), LocalAgent::soon());
     const std::string request = "GET / HTTP/1.1\r\n\r\n";
-    ASSERT_EQ(::write(stranger.get(), request.data(), request.size()),
-              static_cast<ssize_t>(request.size()));
+    ASSERT_EQ(static_cast<ssize_t>(request.size()),
+              ::write(stranger.get(), request.data(), request.size()));
     EXPECT_NE(tlssocket::wait(stranger.get(), POLLIN, TlsChannel::after(3000)), 0);
     EXPECT_TRUE(agent.waitForLog("does not speak TLS"));
 }
@@ -208,7 +208,7 @@ TEST_F(AgentListener, ManyShellsAreServedAtOnce) {
         thread.join();
     }
     for (const std::string& answer : answers) {
-        EXPECT_EQ(answer, "served\n");
+        EXPECT_EQ("served\n", answer);
     }
 }
 
@@ -216,7 +216,7 @@ TEST_F(AgentListener, MastersOfAnotherCaAreRefusedWithTheReason) {
     TempDir directory;
     TestPki other(directory.path(), "Other CA");
     EXPECT_NE(agent.refusalOf(other.master().certificateFile), "");
-    EXPECT_EQ(echo(agent), "served\n");
+    EXPECT_EQ("served\n", echo(agent));
 }
 
 TEST_F(AgentListener, UnfitMastersAreRefused) {
@@ -227,7 +227,7 @@ TEST_F(AgentListener, UnfitMastersAreRefused) {
     early.notBeforeSeconds = 3600;
     EXPECT_NE(agent.refusalOf(agent.pki().issue("early", early).certificateFile), "");
     EXPECT_NE(agent.refusalOf(agent.pki().node("thief").certificateFile), "");
-    EXPECT_EQ(echo(agent), "served\n");
+    EXPECT_EQ("served\n", echo(agent));
 }
 
 TEST_F(AgentListener, HangUpTakesANewCertificate) {
@@ -243,14 +243,14 @@ TEST_F(AgentListener, HangUpTakesANewCertificate) {
     }
     agent.signal(SIGHUP);
     ASSERT_TRUE(agent.waitForLog("read anew"));
-    EXPECT_EQ(agent.openChannel()->peerCommonName(), "renewed");
+    EXPECT_EQ("renewed", agent.openChannel()->peerCommonName());
 }
 
 TEST_F(AgentListener, HangUpWithABrokenCertificateKeepsTheOld) {
     std::ofstream(agent.nodePath() + "node.crt") << "no certificate\n";
     agent.signal(SIGHUP);
     ASSERT_TRUE(agent.waitForLog("the old configuration stays in force"));
-    EXPECT_EQ(echo(agent), "served\n");
+    EXPECT_EQ("served\n", echo(agent));
 }
 
 TEST_F(AgentListener, HangUpWithABrokenConfigurationKeepsTheOld) {
@@ -259,12 +259,12 @@ TEST_F(AgentListener, HangUpWithABrokenConfigurationKeepsTheOld) {
     ASSERT_TRUE(agent.waitForLog("the old configuration stays in force"));
     EXPECT_NE(agent.log().find("line 1"), std::string::npos) << agent.log();
     EXPECT_NE(agent.log().find("line 2"), std::string::npos) << agent.log();
-    EXPECT_EQ(echo(agent), "served\n");
+    EXPECT_EQ("served\n", echo(agent));
 }
 
 TEST_F(AgentListener, HangUpTakesARevocationAlsoFromKeptConnections) {
     const TestPki::Identity lost = agent.pki().master("lost");
-    EXPECT_EQ(echo(agent, lost.certificateFile), "served\n");
+    EXPECT_EQ("served\n", echo(agent, lost.certificateFile));
     agent.pki().revoke({lost.serial});
     std::filesystem::copy_file(
         std::filesystem::path(agent.pki().caFile()).parent_path() / "crl.pem",
@@ -274,7 +274,7 @@ TEST_F(AgentListener, HangUpTakesARevocationAlsoFromKeptConnections) {
     ASSERT_TRUE(agent.waitForLog("read anew"));
     EXPECT_TRUE(waitFor([&] { return !agent.refusalOf(lost.certificateFile).empty(); },
                         std::chrono::milliseconds(1000)));
-    EXPECT_EQ(echo(agent), "served\n");
+    EXPECT_EQ("served\n", echo(agent));
 }
 
 TEST_F(AgentListener, RevocationListThatDisappearsSwitchesNothingOff) {
@@ -304,19 +304,19 @@ TEST_F(AgentListener, DeathOfASessionIsLogged) {
     const auto client = agent.connect();
     ::kill(agent.processes("kelnode-session").at(0), SIGUSR1);
     EXPECT_TRUE(agent.waitForLog("was ended by signal 10"));
-    EXPECT_EQ(echo(agent), "served\n");
+    EXPECT_EQ("served\n", echo(agent));
 }
 
 TEST_F(AgentListener, SecondListenerOnThePortSaysSo) {
     std::string output;
     agent.writeConfiguration();
-    EXPECT_EQ(runKelnode(agent, "", output), 1);
+    EXPECT_EQ(1, runKelnode(agent, "", output));
     EXPECT_NE(output.find("cannot listen on"), std::string::npos) << output;
 }
 
 TEST_F(AgentListener, CheckAcceptsAGoodConfiguration) {
     std::string output;
-    EXPECT_EQ(runKelnode(agent, "--check", output), 0) << output;
+    EXPECT_EQ(0, runKelnode(agent, "--check", output)) << output;
     EXPECT_NE(output.find("is valid"), std::string::npos) << output;
 }
 
@@ -324,7 +324,7 @@ TEST_F(AgentListener, CheckNamesEveryFault) {
     std::string output;
     std::ofstream(agent.nodePath() + "kelnode.cfg") << "# comment\nMAX_SESSIONS=many\nCOLOUR=red\n"
                                                     << "CERTIFICATE_FILE=missing.crt\n";
-    EXPECT_EQ(runKelnode(agent, "--check", output), 1);
+    EXPECT_EQ(1, runKelnode(agent, "--check", output));
     EXPECT_NE(output.find("line 2: MAX_SESSIONS"), std::string::npos) << output;
     EXPECT_NE(output.find("line 3: unknown setting"), std::string::npos) << output;
     EXPECT_NE(output.find("missing.crt"), std::string::npos) << output;
@@ -339,22 +339,22 @@ TEST_F(AgentListener, CheckFindsWhatIsWrongWithTheCertificate) {
     const auto over = std::filesystem::copy_options::overwrite_existing;
     std::filesystem::copy_file(old.certificateFile, agent.nodePath() + "node.crt", over);
     std::filesystem::copy_file(old.keyFile, agent.nodePath() + "node.key", over);
-    EXPECT_EQ(runKelnode(agent, "--check", output), 1);
+    EXPECT_EQ(1, runKelnode(agent, "--check", output));
     EXPECT_NE(output.find("expired"), std::string::npos) << output;
     std::filesystem::copy_file(agent.masterCertificate(), agent.nodePath() + "node.crt", over);
-    EXPECT_EQ(runKelnode(agent, "--check", output), 1) << "a key that does not fit";
+    EXPECT_EQ(1, runKelnode(agent, "--check", output)) << "a key that does not fit";
     std::filesystem::copy_file(agent.masterIdentity().keyFile, agent.nodePath() + "node.key", over);
-    EXPECT_EQ(runKelnode(agent, "--check", output), 1);
+    EXPECT_EQ(1, runKelnode(agent, "--check", output));
     EXPECT_NE(output.find("server"), std::string::npos) << output;
 }
 
 TEST_F(AgentListener, OptionsAreExplained) {
     std::string output;
-    EXPECT_EQ(runKelnode(agent, "--help", output), 0);
+    EXPECT_EQ(0, runKelnode(agent, "--help", output));
     EXPECT_NE(output.find("Usage: kelnode"), std::string::npos);
-    EXPECT_EQ(runKelnode(agent, "--version", output), 0);
-    EXPECT_EQ(output.rfind("kelnode ", 0), 0U) << output;
-    EXPECT_EQ(runKelnode(agent, "--frobnicate", output), 2);
+    EXPECT_EQ(0, runKelnode(agent, "--version", output));
+    EXPECT_EQ(0U, output.rfind("kelnode ", 0)) << output;
+    EXPECT_EQ(2, runKelnode(agent, "--frobnicate", output));
     EXPECT_NE(output.find("unknown option \"--frobnicate\""), std::string::npos);
-    EXPECT_EQ(runKelnode(agent, "--ready-fd x", output), 2);
+    EXPECT_EQ(2, runKelnode(agent, "--ready-fd x", output));
 }

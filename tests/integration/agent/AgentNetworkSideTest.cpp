@@ -96,12 +96,12 @@ protected:
 TEST_F(AgentNetworkSide, HasNoPrivileges) {
     const auto channel = agent.openChannel();
     const pid_t pid = networkSide();
-    EXPECT_EQ(statusField(pid, "NoNewPrivs"), "1");
+    EXPECT_EQ("1", statusField(pid, "NoNewPrivs"));
     if (!isConfinedHere(agent)) {
         GTEST_SKIP() << "not confined here: " << agent.log();
     }
-    EXPECT_EQ(statusField(pid, "Seccomp"), "2");
-    EXPECT_EQ(statusField(pid, "Groups"), "");
+    EXPECT_EQ("2", statusField(pid, "Seccomp"));
+    EXPECT_EQ("", statusField(pid, "Groups"));
     for (const char* name : {"Uid", "Gid"}) {
         std::istringstream ids(statusField(pid, name));
         long id = 0;
@@ -110,16 +110,16 @@ TEST_F(AgentNetworkSide, HasNoPrivileges) {
             EXPECT_NE(id, 0) << name;
             ++count;
         }
-        EXPECT_EQ(count, 4) << name;
+        EXPECT_EQ(4, count) << name;
     }
     for (const char* name : {"CapEff", "CapPrm", "CapInh"}) {
-        EXPECT_EQ(statusField(pid, name), "0000000000000000") << name;
+        EXPECT_EQ("0000000000000000", statusField(pid, name)) << name;
     }
     const std::string proc = "/proc/" + std::to_string(pid);
-    EXPECT_EQ(std::filesystem::read_symlink(proc + "/root").string() + "/",
-              agent.runPath() + "empty/");
-    EXPECT_EQ(LocalAgent::list(proc + "/fd"), (std::vector<std::string>{"0", "1"}));
-    EXPECT_EQ(LocalAgent::list(proc + "/root"), std::vector<std::string>());
+    EXPECT_EQ(agent.runPath() + "empty/",
+              std::filesystem::read_symlink(proc + "/root").string() + "/");
+    EXPECT_EQ((std::vector<std::string>{"0", "1"}), LocalAgent::list(proc + "/fd"));
+    EXPECT_EQ(std::vector<std::string>(), LocalAgent::list(proc + "/root"));
 }
 
 TEST_F(AgentNetworkSide, MemoryOfBothHalvesIsBoundedAndThatOfJobsIsNot) {
@@ -164,7 +164,7 @@ TEST_F(AgentNetworkSide, SessionHoldsNoConnection) {
         const std::string target = std::filesystem::read_symlink(directory + "/" + name).string();
         if (target.rfind("socket:[", 0) == 0) {
             const std::string inode = target.substr(8, target.size() - 9);
-            EXPECT_EQ(sockets.find(" " + inode + " "), std::string::npos) << name;
+            EXPECT_EQ(std::string::npos, sockets.find(" " + inode + " ")) << name;
         }
     }
 }
@@ -182,7 +182,7 @@ TEST_F(AgentNetworkSide, KeyOfTheNodeIsNotInItsMemory) {
         PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, nullptr), &EVP_PKEY_free);
     ASSERT_TRUE(key);
     BIGNUM* number = nullptr;
-    ASSERT_EQ(EVP_PKEY_get_bn_param(key.get(), "priv", &number), 1);
+    ASSERT_EQ(1, EVP_PKEY_get_bn_param(key.get(), "priv", &number));
     std::string big(32, '\0');
     BN_bn2binpad(number, reinterpret_cast<unsigned char*>(&big[0]), 32);
     BN_clear_free(number);
@@ -226,7 +226,7 @@ TEST_F(AgentNetworkSide, ItsDeathEndsTheSessionAndItsJob) {
     EXPECT_TRUE(waitFor([&] { return agent.processes("kelnode-job").empty(); }));
     EXPECT_TRUE(agent.waitForLog("cancelled"));
     EXPECT_TRUE(waitFor([&] { return agent.records().empty(); }));
-    EXPECT_EQ(echo(), "served\n");
+    EXPECT_EQ("served\n", echo());
 }
 
 TEST_F(AgentNetworkSide, ItsDeathLeavesAFlashAlone) {
@@ -287,12 +287,12 @@ TEST_F(AgentNetworkSide, EndsWithItsSession) {
     ::kill(agent.processes("kelnode-session").at(0), SIGKILL);
     EXPECT_THROW(channel->receiveFrame(TlsChannel::after(1000)), ChannelError);
     EXPECT_TRUE(isTidy());
-    EXPECT_EQ(echo(), "served\n");
+    EXPECT_EQ("served\n", echo());
 }
 
 TEST_F(AgentNetworkSide, LeavesNobodyBehind) {
     for (int i = 0; i < 10; ++i) {
-        EXPECT_EQ(echo(), "served\n");
+        EXPECT_EQ("served\n", echo());
         Dialer::process().pool().clear();
     }
     EXPECT_TRUE(isTidy());
@@ -349,7 +349,7 @@ class ForgedNetworkSide : public testing::Test {
 protected:
     ForgedNetworkSide() {
         int ends[2] = {-1, -1};
-        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends), 0);
+        EXPECT_EQ(0, ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends));
         own.reset(ends[0]);
         theirs.reset(ends[1]);
         TlsFiles files;
@@ -358,8 +358,8 @@ protected:
     }
     // What comes of it when these bytes are all that is said.
     std::string fateOf(const std::string& bytes) {
-        EXPECT_EQ(::send(own.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
-                  static_cast<ssize_t>(bytes.size()));
+        EXPECT_EQ(static_cast<ssize_t>(bytes.size()),
+                  ::send(own.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL));
         ::shutdown(own.get(), SHUT_WR);
         NetworkSide side(std::move(theirs), context, "127.0.0.1:1", TlsChannel::after(200));
         try {
@@ -384,8 +384,8 @@ TEST_F(ForgedNetworkSide, FramesBeforeTheProofAreNoFrames) {
     protocol::ShellHello hello;
     protocol::Exec exec;
     exec.commandLine = "touch " + directory.file("never");
-    EXPECT_EQ(fateOf(protocol::encode(hello) + protocol::encode(exec, 0)).find("let in"),
-              std::string::npos);
+    EXPECT_EQ(std::string::npos,
+              fateOf(protocol::encode(hello) + protocol::encode(exec, 0)).find("let in"));
     EXPECT_FALSE(std::filesystem::exists(directory.file("never")));
 }
 

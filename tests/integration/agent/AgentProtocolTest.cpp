@@ -39,10 +39,10 @@ protected:
             frame = channel.receiveFrame(LocalAgent::soon());
         } while (frame.header.type == FrameType::kOutput ||
                  frame.header.type == FrameType::kAnswer);
-        ASSERT_EQ(frame.header.type, FrameType::kError);
+        ASSERT_EQ(FrameType::kError, frame.header.type);
         protocol::Error error;
         protocol::decode(frame.body, error);
-        EXPECT_EQ(error.code, protocol::kErrorProtocol) << error.text;
+        EXPECT_EQ(protocol::kErrorProtocol, error.code) << error.text;
         EXPECT_FALSE(error.text.empty());
         EXPECT_THROW(channel.receiveFrame(LocalAgent::soon()), ChannelError);
     }
@@ -84,7 +84,7 @@ TEST_F(AgentProtocol, ALaterGreetingMustBeWholeAndOfAVersionTheAgentSpeaks) {
     protocol::ShellHello hello;
     auto channel = agent.openChannel();
     channel->sendFrame(protocol::encode(hello) + protocol::encodeMacRequest(), LocalAgent::soon());
-    EXPECT_EQ(channel->receiveFrame(LocalAgent::soon()).header.type, FrameType::kAnswer);
+    EXPECT_EQ(FrameType::kAnswer, channel->receiveFrame(LocalAgent::soon()).header.type);
     hello.version = 2;
     expectRefused(*channel, protocol::encode(hello));
     expectRefused(*agent.openChannel(), frameOf(FrameType::kShellHello, "\x01\x02\x03"));
@@ -133,7 +133,7 @@ TEST_F(AgentProtocol, VersionThatTheAgentDoesNotSpeakIsNamed) {
     hello.version = 99;
     channel->sendFrame(protocol::encode(hello), LocalAgent::soon());
     const protocol::Frame frame = channel->receiveFrame(LocalAgent::soon());
-    ASSERT_EQ(frame.header.type, FrameType::kError);
+    ASSERT_EQ(FrameType::kError, frame.header.type);
     protocol::Error error;
     protocol::decode(frame.body, error);
     EXPECT_NE(error.text.find("99"), std::string::npos) << error.text;
@@ -148,12 +148,12 @@ TEST_F(AgentProtocol, GarbageInsteadOfTlsEndsOnlyThatConnection) {
     {
         const UniqueFd raw = SocketDial::connect(agent.ip(), agent.port(), LocalAgent::soon());
         const std::string garbage(1000, 'x');
-        ASSERT_EQ(::write(raw.get(), garbage.data(), garbage.size()), 1000);
+        ASSERT_EQ(1000, ::write(raw.get(), garbage.data(), garbage.size()));
         ASSERT_TRUE(agent.waitForLog("127.0.0.1"));
     }
     CResult result;
     agent.connect()->execute("echo fine", 20000, &result);
-    EXPECT_EQ(result.getRunSummary(), "fine\n");
+    EXPECT_EQ("fine\n", result.getRunSummary());
 }
 
 TEST_F(AgentProtocol, QuestionsAreAnswered) {
@@ -162,12 +162,12 @@ TEST_F(AgentProtocol, QuestionsAreAnswered) {
     EXPECT_TRUE(client->isFileExistedAtSlaveNode("/etc"));
     EXPECT_FALSE(client->isFileExistedAtSlaveNode("/no/such/file"));
     EXPECT_FALSE(client->isFileExistedAtSlaveNode(std::string(5000, 'x')));
-    EXPECT_EQ(client->getKelNodeMacAddress(agent.ip()), "");
+    EXPECT_EQ("", client->getKelNodeMacAddress(agent.ip()));
 }
 
 TEST(AgentMac, ConfiguredAddressWins) {
     LocalAgent::Options options;
     options.settings["MAC_ADDRESS"] = "02:ab:cd:ef:00:01";
     LocalAgent agent(options);
-    EXPECT_EQ(agent.connect()->getKelNodeMacAddress(agent.ip()), "02:AB:CD:EF:00:01");
+    EXPECT_EQ("02:AB:CD:EF:00:01", agent.connect()->getKelNodeMacAddress(agent.ip()));
 }

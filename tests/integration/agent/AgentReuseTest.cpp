@@ -47,7 +47,7 @@ protected:
     // A session's network side follows it, and with that the connection ends. Who is left without a
     // parent may stay as a zombie, without a connection.
     static bool haveEnded(const std::vector<pid_t>& networkSides) {
-        EXPECT_EQ(networkSides.size(), 1U);
+        EXPECT_EQ(1U, networkSides.size());
         return waitFor([&] {
             return std::none_of(networkSides.begin(), networkSides.end(), [](pid_t each) {
                 const std::string status =
@@ -74,11 +74,11 @@ protected:
 
 TEST_F(AgentReuse, OneSessionServesManyCommandsUnderTheirOwnNumbers) {
     for (const unsigned int number : {11U, 12U, 12U, 13U}) {
-        EXPECT_EQ(client(number)->getKelNodeMacAddress(agent.ip()), "");
-        EXPECT_EQ(run("echo as " + std::to_string(number), number),
-                  "as " + std::to_string(number) + "\n");
+        EXPECT_EQ("", client(number)->getKelNodeMacAddress(agent.ip()));
+        EXPECT_EQ("as " + std::to_string(number) + "\n",
+                  run("echo as " + std::to_string(number), number));
     }
-    EXPECT_EQ(agent.processes("kelnode-session").size(), 1U);
+    EXPECT_EQ(1U, agent.processes("kelnode-session").size());
     for (const unsigned int number : {11U, 12U, 13U}) {
         const std::string text = std::to_string(number);
         const std::size_t times = number == 12 ? 2 : 1;
@@ -92,57 +92,57 @@ TEST_F(AgentReuse, OneSessionServesManyCommandsUnderTheirOwnNumbers) {
         const std::size_t lines = 2 * times + (number == 11 ? 2 : 0);
         const auto recorded = [&] { return auditLinesWith("\"command\":" + text + ",").size(); };
         EXPECT_TRUE(waitFor([&] { return recorded() >= lines; })) << recorded();
-        EXPECT_EQ(recorded(), lines);
+        EXPECT_EQ(lines, recorded());
         const std::string logged = " #" + text + "): EXEC \"echo as " + text;
         EXPECT_TRUE(waitFor([&] { return agent.log().find(logged) != std::string::npos; }))
             << agent.log();
     }
-    EXPECT_EQ(auditLinesWith("\"command\":0,").size(), 0U);
+    EXPECT_EQ(0U, auditLinesWith("\"command\":0,").size());
 }
 
 TEST_F(AgentReuse, TheNextCommandWorksWhenTheSessionWasKilled) {
-    EXPECT_EQ(run("echo one"), "one\n");
+    EXPECT_EQ("one\n", run("echo one"));
     const std::vector<pid_t> before = agent.processes("kelnode-session");
-    ASSERT_EQ(before.size(), 1U);
+    ASSERT_EQ(1U, before.size());
     const std::vector<pid_t> networkSides = agent.processes("kelnode-network");
-    ASSERT_EQ(::kill(before.front(), SIGKILL), 0);
+    ASSERT_EQ(0, ::kill(before.front(), SIGKILL));
     ASSERT_TRUE(haveEnded(networkSides));
-    EXPECT_EQ(run("echo two"), "two\n");
+    EXPECT_EQ("two\n", run("echo two"));
 }
 
 TEST_F(AgentReuse, TheNextCommandWorksWhenTheAgentWasStartedAnew) {
-    EXPECT_EQ(run("echo one"), "one\n");
+    EXPECT_EQ("one\n", run("echo one"));
     const std::vector<pid_t> networkSides = agent.processes("kelnode-network");
     agent.signal(SIGTERM);
     ASSERT_TRUE(agent.waitForExit());
     ASSERT_TRUE(haveEnded(networkSides));
     EXPECT_NE(run("echo nobody").find("Can not connect"), std::string::npos);
     agent.start();
-    EXPECT_EQ(run("echo two"), "two\n");
+    EXPECT_EQ("two\n", run("echo two"));
 }
 
 TEST_F(AgentReuse, TheNextCommandWorksWhenTheAgentWasKilledAndStartedAnew) {
-    EXPECT_EQ(run("echo one"), "one\n");
+    EXPECT_EQ("one\n", run("echo one"));
     // The session outlives its listener: it serves on.
     agent.signal(SIGKILL);
     ASSERT_TRUE(agent.waitForExit());
     agent.start();
-    EXPECT_EQ(run("echo two"), "two\n");
-    EXPECT_EQ(run("echo three"), "three\n");
+    EXPECT_EQ("two\n", run("echo two"));
+    EXPECT_EQ("three\n", run("echo three"));
 }
 
 TEST_F(AgentReuse, AHungSessionCostsAQuestionOneNewConnection) {
-    EXPECT_EQ(run("echo one"), "one\n");
+    EXPECT_EQ("one\n", run("echo one"));
     const std::vector<pid_t> hung = agent.processes("kelnode-session");
-    ASSERT_EQ(hung.size(), 1U);
-    ASSERT_EQ(::kill(hung.front(), SIGSTOP), 0);
+    ASSERT_EQ(1U, hung.size());
+    ASSERT_EQ(0, ::kill(hung.front(), SIGSTOP));
     {
         SSLClient client(agent.ip(), agent.port(), agent.masterCertificate());
         client.initAndConnect(2000);
         EXPECT_TRUE(client.isFileExistedAtSlaveNode("/etc"));
     }
-    EXPECT_EQ(run("echo two"), "two\n");
-    ASSERT_EQ(::kill(hung.front(), SIGKILL), 0);
+    EXPECT_EQ("two\n", run("echo two"));
+    ASSERT_EQ(0, ::kill(hung.front(), SIGKILL));
 }
 
 TEST_F(AgentReuse, ASilentAgentServesTheNextAttemptWhenItIsBack) {
@@ -151,18 +151,18 @@ TEST_F(AgentReuse, ASilentAgentServesTheNextAttemptWhenItIsBack) {
         SSLClient client(agent.ip(), agent.port(), agent.masterCertificate());
         EXPECT_THROW(client.initAndConnect(SilentPeers::kSilenceMs), CException);
     }
-    EXPECT_EQ(Dialer::process().silentPeers().size(), 1U);
+    EXPECT_EQ(1U, Dialer::process().silentPeers().size());
     agent.signal(SIGCONT);
     EXPECT_TRUE(waitFor([&] { return run("echo one") == "one\n"; }));
-    EXPECT_EQ(Dialer::process().silentPeers().size(), 0U);
+    EXPECT_EQ(0U, Dialer::process().silentPeers().size());
 }
 
 TEST_F(AgentReuse, ARevokedMasterIsRefusedWhateverRests) {
     const TestPki::Identity lost = agent.pki().master("lost");
     CResult result;
     agent.connect(lost.certificateFile)->execute("true", 20000, &result);
-    EXPECT_EQ(run("echo other"), "other\n");
-    EXPECT_EQ(Dialer::process().pool().size(), 2U);
+    EXPECT_EQ("other\n", run("echo other"));
+    EXPECT_EQ(2U, Dialer::process().pool().size());
     agent.pki().revoke({lost.serial});
     // In force at the agent alone: the shell's files are as they were.
     const std::string made = std::filesystem::path(agent.pki().caFile()).parent_path() / "crl.pem";
@@ -180,7 +180,7 @@ TEST_F(AgentReuse, ARevokedMasterIsRefusedWhateverRests) {
     } catch (const CException& refused) {
         EXPECT_NE(refused.getErrMsg().find("revoked"), std::string::npos) << refused.getErrMsg();
     }
-    EXPECT_EQ(run("echo other"), "other\n");
+    EXPECT_EQ("other\n", run("echo other"));
 }
 
 TEST_F(AgentReuse, WhoWasRefusedFindsTheNewRightsAtOnce) {
@@ -193,7 +193,7 @@ TEST_F(AgentReuse, WhoWasRefusedFindsTheNewRightsAtOnce) {
     agent.signal(SIGHUP);
     ASSERT_TRUE(
         waitFor([&] { return agent.log().find("read anew", before) != std::string::npos; }));
-    EXPECT_EQ(run("echo yes"), "yes\n");
+    EXPECT_EQ("yes\n", run("echo yes"));
 }
 
 TEST_F(AgentReuse, FilesGoOverOneConnectionToo) {
@@ -202,13 +202,13 @@ TEST_F(AgentReuse, FilesGoOverOneConnectionToo) {
     for (int i = 0; i < 3; ++i) {
         CResult result;
         agent.connect()->execute("[savefile]" + path, 20000, &result);
-        EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS) << result.getRunSummary();
+        EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus()) << result.getRunSummary();
         agent.connect()->execute("[getfile]" + path, 20000, &result);
-        EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS) << result.getRunSummary();
+        EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus()) << result.getRunSummary();
         agent.connect()->execute("[getfile]" + path + ".missing", 20000, &result);
-        EXPECT_EQ(result.getRunStatus(), EXEC_FAILURE);
+        EXPECT_EQ(EXEC_FAILURE, result.getRunStatus());
     }
-    EXPECT_EQ(agent.processes("kelnode-session").size(), 1U);
+    EXPECT_EQ(1U, agent.processes("kelnode-session").size());
 }
 
 TEST_F(AgentReuse, AGreetingInBetweenNeedsNoAnswerAndNoRights) {
@@ -224,10 +224,10 @@ TEST_F(AgentReuse, AGreetingInBetweenNeedsNoAnswerAndNoRights) {
         LocalAgent::soon());
     // Refused, since an observer runs nothing; but the greetings were in their place.
     const protocol::Frame frame = channel->receiveFrame(LocalAgent::soon());
-    ASSERT_EQ(frame.header.type, protocol::FrameType::kError);
+    ASSERT_EQ(protocol::FrameType::kError, frame.header.type);
     protocol::Error error;
     protocol::decode(frame.body, error);
-    EXPECT_EQ(error.code, protocol::kErrorRefused) << error.text;
-    EXPECT_EQ(auditLinesWith("\"command\":99,").size(), 1U);
-    EXPECT_EQ(auditLinesWith("\"user\":\"second\"").size(), 1U);
+    EXPECT_EQ(protocol::kErrorRefused, error.code) << error.text;
+    EXPECT_EQ(1U, auditLinesWith("\"command\":99,").size());
+    EXPECT_EQ(1U, auditLinesWith("\"user\":\"second\"").size());
 }

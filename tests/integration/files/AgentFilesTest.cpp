@@ -140,14 +140,14 @@ protected:
     // The agent runs as this user, in this mount name space.
     void mountSmall(const char* options, unsigned long flags = 0) {
         std::filesystem::create_directory(mountPoint());
-        ASSERT_EQ(::mount("tmpfs", mountPoint().c_str(), "tmpfs", flags, options), 0)
+        ASSERT_EQ(0, ::mount("tmpfs", mountPoint().c_str(), "tmpfs", flags, options))
             << "the agent's tests need root";
         mounted = true;
     }
 
     void expectFault(const Answer& answer, const std::string& part,
                      std::uint16_t code = protocol::kErrorFile) {
-        EXPECT_EQ(answer.type, FrameType::kError);
+        EXPECT_EQ(FrameType::kError, answer.type);
         EXPECT_EQ(answer.code, code) << answer.text;
         EXPECT_NE(answer.text.find(part), std::string::npos) << answer.text;
     }
@@ -161,32 +161,32 @@ protected:
 TEST_F(AgentFiles, ContentAndModeAreKeptBothWays) {
     const std::string content = std::string(300000, 'x') + std::string("\0\n\xff", 3);
     const Answer saved = putFile(*agent.openChannel(), file("a"), content, 0751);
-    EXPECT_EQ(saved.type, FrameType::kResult);
+    EXPECT_EQ(FrameType::kResult, saved.type);
     EXPECT_NE(saved.text.find(file("a")), std::string::npos) << saved.text;
     EXPECT_NE(saved.text.find("300003 bytes"), std::string::npos) << saved.text;
     EXPECT_NE(saved.text.find(FileDigest::shortHex(digestOf(content))), std::string::npos);
-    EXPECT_EQ(LocalAgent::read(file("a")), content);
+    EXPECT_EQ(content, LocalAgent::read(file("a")));
     struct stat found {};
-    ASSERT_EQ(::stat(file("a").c_str(), &found), 0);
-    EXPECT_EQ(found.st_mode & 07777U, 0751U);
+    ASSERT_EQ(0, ::stat(file("a").c_str(), &found));
+    EXPECT_EQ(0751U, found.st_mode & 07777U);
     const Answer got = getFile(*agent.openChannel(), file("a"));
     EXPECT_TRUE(got.digestFits);
     EXPECT_EQ(got.content, content);
-    EXPECT_EQ(got.mode, 0751U);
+    EXPECT_EQ(0751U, got.mode);
 }
 
 TEST_F(AgentFiles, PrivilegeBitsAreDropped) {
     write(file("tool"), "old");
-    ASSERT_EQ(::chmod(file("tool").c_str(), 06755), 0);
-    EXPECT_EQ(getFile(*agent.openChannel(), file("tool")).mode, 0755U);
-    EXPECT_EQ(putFile(*agent.openChannel(), file("tool"), "new", 07755).type, FrameType::kResult);
+    ASSERT_EQ(0, ::chmod(file("tool").c_str(), 06755));
+    EXPECT_EQ(0755U, getFile(*agent.openChannel(), file("tool")).mode);
+    EXPECT_EQ(FrameType::kResult, putFile(*agent.openChannel(), file("tool"), "new", 07755).type);
     struct stat found {};
-    ASSERT_EQ(::stat(file("tool").c_str(), &found), 0);
-    EXPECT_EQ(found.st_mode & 07777U, 0755U);
+    ASSERT_EQ(0, ::stat(file("tool").c_str(), &found));
+    EXPECT_EQ(0755U, found.st_mode & 07777U);
 }
 
 TEST_F(AgentFiles, EmptyFileTravelsBothWays) {
-    EXPECT_EQ(putFile(*agent.openChannel(), file("empty"), "").type, FrameType::kResult);
+    EXPECT_EQ(FrameType::kResult, putFile(*agent.openChannel(), file("empty"), "").type);
     EXPECT_TRUE(std::filesystem::exists(file("empty")));
     EXPECT_TRUE(getFile(*agent.openChannel(), file("empty")).digestFits);
 }
@@ -197,14 +197,14 @@ TEST_F(AgentFiles, OddNamesAreJustNames) {
           std::string("line\nbreak"), std::string("gr\xc3\xbc\xc3\x9f"), std::string("$(reboot)"),
           std::string("\xff\xfe"), std::string("-rf")}) {
         SCOPED_TRACE(name);
-        EXPECT_EQ(putFile(*agent.openChannel(), file(name), name).type, FrameType::kResult);
-        EXPECT_EQ(LocalAgent::read(file(name)), name);
-        EXPECT_EQ(getFile(*agent.openChannel(), file(name)).content, name);
+        EXPECT_EQ(FrameType::kResult, putFile(*agent.openChannel(), file(name), name).type);
+        EXPECT_EQ(name, LocalAgent::read(file(name)));
+        EXPECT_EQ(name, getFile(*agent.openChannel(), file(name)).content);
     }
 }
 
 TEST_F(AgentFiles, UnfitPathsAreRefusedWithTheReason) {
-    ASSERT_EQ(::mkfifo(file("fifo").c_str(), 0600), 0);
+    ASSERT_EQ(0, ::mkfifo(file("fifo").c_str(), 0600));
     const std::vector<std::pair<std::string, std::string>> cases{
         {"relative", "not an absolute path"}, {"", "not an absolute path"},
         {directory(), "is a directory"},      {directory() + "/", "is a directory"},
@@ -215,23 +215,23 @@ TEST_F(AgentFiles, UnfitPathsAreRefusedWithTheReason) {
         expectFault(putFile(*agent.openChannel(), item.first, "x"), item.second);
         expectFault(getFile(*agent.openChannel(), item.first), item.second);
     }
-    EXPECT_EQ(LocalAgent::list(directory()), std::vector<std::string>{"fifo"});
+    EXPECT_EQ(std::vector<std::string>{"fifo"}, LocalAgent::list(directory()));
 }
 
 TEST_F(AgentFiles, FailedGetLeavesTheConnectionUsable) {
     auto channel = agent.openChannel();
     expectFault(getFile(*channel, file("missing")), "No such file");
     write(file("there"), "content");
-    EXPECT_EQ(getFile(*channel, file("there")).content, "content");
+    EXPECT_EQ("content", getFile(*channel, file("there")).content);
 }
 
 TEST_F(AgentFiles, LinkIsReplacedAndNeverWrittenThrough) {
     write(file("target"), "precious");
     std::filesystem::create_symlink(file("target"), file("link"));
-    EXPECT_EQ(putFile(*agent.openChannel(), file("link"), "new").type, FrameType::kResult);
-    EXPECT_EQ(LocalAgent::read(file("target")), "precious");
+    EXPECT_EQ(FrameType::kResult, putFile(*agent.openChannel(), file("link"), "new").type);
+    EXPECT_EQ("precious", LocalAgent::read(file("target")));
     EXPECT_FALSE(std::filesystem::is_symlink(file("link")));
-    EXPECT_EQ(LocalAgent::read(file("link")), "new");
+    EXPECT_EQ("new", LocalAgent::read(file("link")));
 }
 
 TEST_F(AgentFiles, TargetThatKeepsChangingItsKindIsNeverWrittenThrough) {
@@ -253,7 +253,7 @@ TEST_F(AgentFiles, TargetThatKeepsChangingItsKindIsNeverWrittenThrough) {
     }
     stop = true;
     changer.join();
-    EXPECT_EQ(LocalAgent::read(file("precious")), "precious");
+    EXPECT_EQ("precious", LocalAgent::read(file("precious")));
     for (const std::string& name : LocalAgent::list(directory())) {
         EXPECT_TRUE(name == "precious" || name == "target") << name;
     }
@@ -274,8 +274,8 @@ TEST_F(AgentFiles, DamagedUploadLeavesTheOldFile) {
     tooLong->sendFrame(dataFrame("12345"), LocalAgent::soon());
     expectFault(decodeAnswer(tooLong->receiveFrame(LocalAgent::soon())), "More bytes",
                 protocol::kErrorDigest);
-    EXPECT_EQ(LocalAgent::read(file("a")), "old");
-    EXPECT_EQ(LocalAgent::list(directory()), std::vector<std::string>{"a"});
+    EXPECT_EQ("old", LocalAgent::read(file("a")));
+    EXPECT_EQ(std::vector<std::string>{"a"}, LocalAgent::list(directory()));
 }
 
 TEST_F(AgentFiles, UploadThatTakesTooLongSaysHowFarItGot) {
@@ -285,7 +285,7 @@ TEST_F(AgentFiles, UploadThatTakesTooLongSaysHowFarItGot) {
     channel->sendFrame(dataFrame("12345"), LocalAgent::soon());
     expectFault(decodeAnswer(channel->receiveFrame(LocalAgent::soon())), "5 of 1000",
                 protocol::kErrorTimedOut);
-    EXPECT_EQ(LocalAgent::read(file("a")), "old");
+    EXPECT_EQ("old", LocalAgent::read(file("a")));
 }
 
 TEST_F(AgentFiles, FullDiskIsReportedAndTheOldFileStays) {
@@ -294,9 +294,9 @@ TEST_F(AgentFiles, FullDiskIsReportedAndTheOldFileStays) {
     write(path, "old");
     expectFault(putFile(*agent.openChannel(), path, std::string(8 * kMebi, 'x')),
                 "No space left on device");
-    EXPECT_EQ(LocalAgent::read(path), "old");
-    EXPECT_EQ(LocalAgent::list(mountPoint()), std::vector<std::string>{"a"});
-    EXPECT_EQ(putFile(*agent.openChannel(), path, "fits").type, FrameType::kResult);
+    EXPECT_EQ("old", LocalAgent::read(path));
+    EXPECT_EQ(std::vector<std::string>{"a"}, LocalAgent::list(mountPoint()));
+    EXPECT_EQ(FrameType::kResult, putFile(*agent.openChannel(), path, "fits").type);
 }
 
 TEST_F(AgentFiles, ReadOnlyFileSystemIsReported) {
@@ -307,7 +307,7 @@ TEST_F(AgentFiles, ReadOnlyFileSystemIsReported) {
 TEST_F(AgentFiles, CommandsRunOnAFullDiskToo) {
     mountSmall("size=64k");
     // The agent's own directory is what is full.
-    ASSERT_EQ(::mount(mountPoint().c_str(), agent.runPath().c_str(), nullptr, MS_BIND, nullptr), 0);
+    ASSERT_EQ(0, ::mount(mountPoint().c_str(), agent.runPath().c_str(), nullptr, MS_BIND, nullptr));
     {
         std::ofstream filler(mountPoint() + "/filler");
         filler << std::string(kMebi, 'x');
@@ -315,7 +315,7 @@ TEST_F(AgentFiles, CommandsRunOnAFullDiskToo) {
     CResult result;
     agent.connect()->execute("echo still works", 20000, &result);
     ::umount2(agent.runPath().c_str(), MNT_DETACH);
-    EXPECT_EQ(result.getRunSummary(), "still works\n");
+    EXPECT_EQ("still works\n", result.getRunSummary());
 }
 
 TEST_F(AgentFiles, FileThatChangesWhileItIsReadIsRefused) {
@@ -351,8 +351,8 @@ TEST_F(AgentFiles, BurstThatFillsTheNetworkSideArrives) {
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     ::kill(pid, SIGCONT);
     sender.join();
-    EXPECT_EQ(decodeAnswer(channel->receiveFrame(LocalAgent::soon())).type, FrameType::kResult);
-    EXPECT_EQ(LocalAgent::read(put.path), content);
+    EXPECT_EQ(FrameType::kResult, decodeAnswer(channel->receiveFrame(LocalAgent::soon())).type);
+    EXPECT_EQ(content, LocalAgent::read(put.path));
 }
 
 TEST_F(AgentFiles, SeveralUploadsToOnePathLeaveOneOfThemWhole) {
@@ -360,17 +360,17 @@ TEST_F(AgentFiles, SeveralUploadsToOnePathLeaveOneOfThemWhole) {
     for (char letter = 'a'; letter < 'i'; ++letter) {
         threads.emplace_back([this, letter] {
             EXPECT_EQ(
-                putFile(*agent.openChannel(), file("shared"), std::string(2 * kMebi, letter)).type,
-                FrameType::kResult);
+                FrameType::kResult,
+                putFile(*agent.openChannel(), file("shared"), std::string(2 * kMebi, letter)).type);
         });
     }
     for (std::thread& thread : threads) {
         thread.join();
     }
     const std::string content = LocalAgent::read(file("shared"));
-    ASSERT_EQ(content.size(), 2 * kMebi);
-    EXPECT_EQ(content, std::string(content.size(), content.front()));
-    EXPECT_EQ(LocalAgent::list(directory()), std::vector<std::string>{"shared"});
+    ASSERT_EQ(2 * kMebi, content.size());
+    EXPECT_EQ(std::string(content.size(), content.front()), content);
+    EXPECT_EQ(std::vector<std::string>{"shared"}, LocalAgent::list(directory()));
 }
 
 // Of the processes that a transfer takes part in, in KiB.
@@ -399,7 +399,7 @@ TEST_F(AgentFiles, MemoryDoesNotGrowWithTheFile) {
             const auto client = agent.connect();
             CResult result;
             client->execute(direction + file("sparse"), 0, &result);
-            EXPECT_EQ(static_cast<int>(result.getRunStatus()), 0) << result.getRunSummary();
+            EXPECT_EQ(0, static_cast<int>(result.getRunStatus())) << result.getRunSummary();
             Peaks peaks;
             peaks.session = Peaks::of(std::to_string(agent.processes("kelnode-session").at(0)));
             peaks.network = Peaks::of(std::to_string(agent.processes("kelnode-network").at(0)));
@@ -482,11 +482,11 @@ TEST_F(AgentFiles, SparseFileOfFiveGibibytesTravelsWhole) {
         SCOPED_TRACE(direction);
         CResult result;
         agent.connect()->execute(direction + file("huge"), 0, &result);
-        EXPECT_EQ(static_cast<int>(result.getRunStatus()), 0) << result.getRunSummary();
-        EXPECT_EQ(std::filesystem::file_size(file("huge")), size);
-        EXPECT_EQ(beginOf(file("huge"), 6), std::string("begin\0", 6));
+        EXPECT_EQ(0, static_cast<int>(result.getRunStatus())) << result.getRunSummary();
+        EXPECT_EQ(size, std::filesystem::file_size(file("huge")));
+        EXPECT_EQ(std::string("begin\0", 6), beginOf(file("huge"), 6));
         struct stat found {};
-        ASSERT_EQ(::stat(file("huge").c_str(), &found), 0);
+        ASSERT_EQ(0, ::stat(file("huge").c_str(), &found));
         EXPECT_LT(static_cast<std::uint64_t>(found.st_blocks) * 512, 64 * kMebi);
     }
 }

@@ -52,36 +52,36 @@ protected:
 TEST_F(AgentTools, ToolRunsInTheNodePathWithItsArgumentsAndIsGoneAfterwards) {
     agent.packScript("tool", toolScript("echo \"$0|$1|$2|$(pwd)|$(stat -c %a $0)\""));
     const CResult result = run("one 'two words' 2>&1");
-    EXPECT_EQ(result.getRunSummary(), agent.toolsPath() + "tool|one|two words|" +
-                                          agent.nodePath().substr(0, agent.nodePath().size() - 1) +
-                                          "|700\n");
-    EXPECT_EQ(result.getExitCode(), 0);
+    EXPECT_EQ(agent.toolsPath() + "tool|one|two words|" +
+                  agent.nodePath().substr(0, agent.nodePath().size() - 1) + "|700\n",
+              result.getRunSummary());
+    EXPECT_EQ(0, result.getExitCode());
     EXPECT_TRUE(onlyPackagesLeft());
     EXPECT_TRUE(agent.records().empty());
 }
 
 TEST_F(AgentTools, PreCommandRunsInTheSameShell) {
     agent.packScript("tool", toolScript("echo $COLOUR"));
-    EXPECT_EQ(run("", {"tool.enc"}, {}, "export COLOUR=red;").getRunSummary(), "red\n");
+    EXPECT_EQ("red\n", run("", {"tool.enc"}, {}, "export COLOUR=red;").getRunSummary());
 }
 
 TEST_F(AgentTools, RedirectionsOfTheArgumentsWork) {
     agent.packScript("tool", toolScript("echo out; echo err >&2; exit 5"));
     const std::string file = agent.nodePath() + "out.txt";
     const CResult result = run("2>&1 > " + file);
-    EXPECT_EQ(result.getRunSummary(), "err\n");
-    EXPECT_EQ(result.getExitCode(), 5);
-    EXPECT_EQ(LocalAgent::read(file), "out\n");
+    EXPECT_EQ("err\n", result.getRunSummary());
+    EXPECT_EQ(5, result.getExitCode());
+    EXPECT_EQ("out\n", LocalAgent::read(file));
 }
 
 TEST_F(AgentTools, AllPackagesAreUnpackedAndCompanionsAreThere) {
     agent.packScript("tool", toolScript("cat $(dirname $0)/second $(dirname $0)/romio.ko"));
     agent.packScript("second", "second package\n");
     std::ofstream(agent.toolsPath() + "romio.ko") << "companion\n";
-    EXPECT_EQ(run("", {"tool.enc", "second.enc"}, {"romio.ko"}).getRunSummary(),
-              "second package\ncompanion\n");
-    EXPECT_EQ(LocalAgent::list(agent.toolsPath()),
-              (std::vector<std::string>{"romio.ko", "second.enc", "tool.enc"}));
+    EXPECT_EQ("second package\ncompanion\n",
+              run("", {"tool.enc", "second.enc"}, {"romio.ko"}).getRunSummary());
+    EXPECT_EQ((std::vector<std::string>{"romio.ko", "second.enc", "tool.enc"}),
+              LocalAgent::list(agent.toolsPath()));
 }
 
 TEST_F(AgentTools, WhatIsMissingIsNamedAndNothingRuns) {
@@ -97,10 +97,10 @@ TEST_F(AgentTools, WhatIsMissingIsNamedAndNothingRuns) {
 TEST_F(AgentTools, PathsInsteadOfNamesAreRefused) {
     agent.packScript("tool", toolScript());
     for (const char* name : {"../tools/tool.enc", "/bin/sh.enc", "tool", "", ".enc", "a b.enc"}) {
-        EXPECT_EQ(refusal({name}).find("ran: "), std::string::npos) << name;
+        EXPECT_EQ(std::string::npos, refusal({name}).find("ran: ")) << name;
     }
     for (const char* name : {"../kelnode.cfg", "/etc/passwd", "..", ".", "", "tool"}) {
-        EXPECT_EQ(refusal({"tool.enc"}, {name}).find("ran: "), std::string::npos) << name;
+        EXPECT_EQ(std::string::npos, refusal({"tool.enc"}, {name}).find("ran: ")) << name;
     }
     EXPECT_FALSE(std::filesystem::exists(traces()));
 }
@@ -122,13 +122,13 @@ TEST_F(AgentTools, TamperedPackagesRunNothing) {
         std::string bad = good;
         bad[at] = static_cast<char>(bad[at] ^ 0x10);
         std::ofstream(path, std::ios::binary) << bad;
-        EXPECT_EQ(refusal({"tool.enc"}).find("ran: "), std::string::npos) << "byte " << at;
+        EXPECT_EQ(std::string::npos, refusal({"tool.enc"}).find("ran: ")) << "byte " << at;
     }
     std::ofstream(path, std::ios::binary) << good.substr(0, good.size() - 1);
-    EXPECT_EQ(refusal({"tool.enc"}).find("ran: "), std::string::npos);
+    EXPECT_EQ(std::string::npos, refusal({"tool.enc"}).find("ran: "));
     std::filesystem::rename(path, agent.toolsPath() + "renamed.enc");
     std::ofstream(agent.toolsPath() + "renamed.enc", std::ios::binary) << good;
-    EXPECT_EQ(refusal({"renamed.enc"}).find("ran: "), std::string::npos);
+    EXPECT_EQ(std::string::npos, refusal({"renamed.enc"}).find("ran: "));
     EXPECT_FALSE(std::filesystem::exists(traces()));
     EXPECT_TRUE(onlyPackagesLeft());
 }
@@ -142,11 +142,11 @@ TEST_F(AgentTools, PackagesCutOrSwappedAtAChunkBorderRunNothing) {
     const std::size_t sealed = toolpackage::kChunkBytes + toolpackage::kTagBytes;
     const std::size_t header = toolpackage::kFixedHeaderBytes + std::string("tool").size();
     ASSERT_GT(good.size(), header + 3 * sealed);
-    EXPECT_EQ(run("").getExitCode(), 0);
+    EXPECT_EQ(0, run("").getExitCode());
     std::filesystem::remove(traces());
     const auto refuse = [&](const std::string& bad, const std::string& what) {
         std::ofstream(path, std::ios::binary) << bad;
-        EXPECT_EQ(refusal({"tool.enc"}).find("ran: "), std::string::npos) << what;
+        EXPECT_EQ(std::string::npos, refusal({"tool.enc"}).find("ran: ")) << what;
     };
     for (std::size_t chunks = 0; chunks < 4; ++chunks) {
         refuse(good.substr(0, header + chunks * sealed), "cut after " + std::to_string(chunks));
@@ -162,9 +162,9 @@ TEST_F(AgentTools, PackagesCutOrSwappedAtAChunkBorderRunNothing) {
 TEST_F(AgentTools, WrongKeyRunsNothing) {
     agent.packScript("tool", toolScript());
     std::filesystem::remove(agent.nodePath() + "toolkey");
-    EXPECT_EQ(refusal({"tool.enc"}).find("ran: "), std::string::npos);
+    EXPECT_EQ(std::string::npos, refusal({"tool.enc"}).find("ran: "));
     toolpackage::ToolKey::createFile(agent.nodePath() + "toolkey");
-    EXPECT_EQ(refusal({"tool.enc"}).find("ran: "), std::string::npos);
+    EXPECT_EQ(std::string::npos, refusal({"tool.enc"}).find("ran: "));
     EXPECT_FALSE(std::filesystem::exists(traces()));
 }
 
@@ -174,18 +174,18 @@ TEST_F(AgentTools, RunsOfOneToolWaitForOneAnother) {
                                 agent.nodePath() + "alone"));
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([this] { EXPECT_EQ(run("").getExitCode(), 0); });
+        threads.emplace_back([this] { EXPECT_EQ(0, run("").getExitCode()); });
     }
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(LocalAgent::read(traces()), "run\nrun\nrun\nrun\n");
+    EXPECT_EQ("run\nrun\nrun\nrun\n", LocalAgent::read(traces()));
     EXPECT_TRUE(onlyPackagesLeft());
 }
 
 TEST_F(AgentTools, WaitForAToolInUseEndsWithTheTimeOut) {
     agent.packScript("tool", toolScript("sleep 3"));
-    std::thread first([this] { EXPECT_EQ(run("").getExitCode(), 0); });
+    std::thread first([this] { EXPECT_EQ(0, run("").getExitCode()); });
     ASSERT_TRUE(waitFor([this] { return std::filesystem::exists(traces()); }));
     std::string text;
     try {
@@ -195,12 +195,12 @@ TEST_F(AgentTools, WaitForAToolInUseEndsWithTheTimeOut) {
     }
     EXPECT_NE(text.find("in use"), std::string::npos) << text;
     first.join();
-    EXPECT_EQ(LocalAgent::read(traces()), "run\n");
+    EXPECT_EQ("run\n", LocalAgent::read(traces()));
 }
 
 TEST_F(AgentTools, PlainCopyGoesWhenTheRunTimesOut) {
     agent.packScript("tool", toolScript("sleep 60"));
-    EXPECT_EQ(static_cast<int>(run("", {"tool.enc"}, {}, "", 500).getRunStatus()), 5);
+    EXPECT_EQ(5, static_cast<int>(run("", {"tool.enc"}, {}, "", 500).getRunStatus()));
     EXPECT_TRUE(waitFor([this] { return onlyPackagesLeft(); }));
 }
 

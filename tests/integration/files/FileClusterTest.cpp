@@ -24,7 +24,7 @@ protected:
         : cluster(kNodes), content("settings of the cluster\n" + std::string(700000, '#')) {
         std::filesystem::create_directory(files());
         std::ofstream(path(), std::ios::binary) << content;
-        EXPECT_EQ(::chmod(path().c_str(), 0640), 0);
+        EXPECT_EQ(0, ::chmod(path().c_str(), 0640));
         watcher = std::thread([this] { watch(); });
     }
     ~FileCluster() override {
@@ -44,12 +44,12 @@ protected:
     }
 
     void expectOneWholeFile() const {
-        EXPECT_EQ(LocalAgent::read(path()), content);
-        EXPECT_EQ(LocalAgent::list(files()), std::vector<std::string>{"settings"});
+        EXPECT_EQ(content, LocalAgent::read(path()));
+        EXPECT_EQ(std::vector<std::string>{"settings"}, LocalAgent::list(files()));
         struct stat found {};
-        EXPECT_EQ(::stat(path().c_str(), &found), 0);
-        EXPECT_EQ(found.st_mode & 07777U, 0640U);
-        EXPECT_EQ(torn, 0);
+        EXPECT_EQ(0, ::stat(path().c_str(), &found));
+        EXPECT_EQ(0640U, found.st_mode & 07777U);
+        EXPECT_EQ(0, torn);
     }
 
     static int count(const std::string& text, const std::string& part) {
@@ -73,18 +73,18 @@ protected:
 
 TEST_F(FileCluster, FileGoesToAllNodesAtOnce) {
     const LocalCluster::Run run = cluster.kelsh("save file -f " + path() + " -g all -t 60000");
-    EXPECT_EQ(run.status, 0) << run.output << run.errors;
-    EXPECT_EQ(blockNames(run.output).size(), static_cast<std::size_t>(kNodes));
-    EXPECT_EQ(count(run.output, "\"" + path() + "\" was saved (700024 bytes, SHA-256 "), kNodes)
+    EXPECT_EQ(0, run.status) << run.output << run.errors;
+    EXPECT_EQ(static_cast<std::size_t>(kNodes), blockNames(run.output).size());
+    EXPECT_EQ(kNodes, count(run.output, "\"" + path() + "\" was saved (700024 bytes, SHA-256 "))
         << run.output;
     expectOneWholeFile();
 }
 
 TEST_F(FileCluster, FileOfAllNodesAtOnceIsTheWholeOneOfOneOfThem) {
     const LocalCluster::Run run = cluster.kelsh("get file -f " + path() + " -g all -t 60000");
-    EXPECT_EQ(run.status, 0) << run.output << run.errors;
-    EXPECT_EQ(blockNames(run.output).size(), static_cast<std::size_t>(kNodes));
-    EXPECT_EQ(count(run.output, "\"" + path() + "\" was copied from "), kNodes) << run.output;
-    EXPECT_EQ(count(run.output, "Over write the original file."), kNodes);
+    EXPECT_EQ(0, run.status) << run.output << run.errors;
+    EXPECT_EQ(static_cast<std::size_t>(kNodes), blockNames(run.output).size());
+    EXPECT_EQ(kNodes, count(run.output, "\"" + path() + "\" was copied from ")) << run.output;
+    EXPECT_EQ(kNodes, count(run.output, "Over write the original file."));
     expectOneWholeFile();
 }

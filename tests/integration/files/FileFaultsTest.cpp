@@ -104,7 +104,7 @@ protected:
 
     // The agent was forked before: it does not see this.
     void mountOnMaster(const char* options, unsigned long flags = 0) {
-        ASSERT_EQ(::mount("tmpfs", path("").c_str(), "tmpfs", flags, options), 0)
+        ASSERT_EQ(0, ::mount("tmpfs", path("").c_str(), "tmpfs", flags, options))
             << "the agent's tests need root";
         mounted = true;
     }
@@ -149,9 +149,9 @@ protected:
         }
     }
     void expectRefusal(const std::string& reason) {
-        EXPECT_EQ(isSave ? save("f") : master.wait(), 2);
+        EXPECT_EQ(2, isSave ? save("f") : master.wait());
         EXPECT_THAT(master.output(), HasSubstr(reason));
-        EXPECT_EQ(LocalAgent::read(target + "f"), "old");
+        EXPECT_EQ("old", LocalAgent::read(target + "f"));
         EXPECT_TRUE(isTidy(target)) << testing::PrintToString(LocalAgent::list(target));
     }
 
@@ -207,8 +207,8 @@ protected:
     std::chrono::microseconds undisturbed() {
         resetTarget();
         const auto begin = std::chrono::steady_clock::now();
-        EXPECT_EQ(master.run(words()), 0) << master.output();
-        EXPECT_EQ(letterOf(targetDirectory + "/f"), 'n');
+        EXPECT_EQ(0, master.run(words())) << master.output();
+        EXPECT_EQ('n', letterOf(targetDirectory + "/f"));
         return std::chrono::duration_cast<std::chrono::microseconds>(
             std::chrono::steady_clock::now() - begin);
     }
@@ -227,11 +227,11 @@ protected:
         const char found = letterOf(targetDirectory + "/f");
         EXPECT_TRUE(found == 'o' || found == 'n') << "the target is torn";
         if (status == 0) {
-            EXPECT_EQ(found, 'n') << "reported as done: " << master.output();
+            EXPECT_EQ('n', found) << "reported as done: " << master.output();
         }
         EXPECT_TRUE(isTidy(targetDirectory))
             << testing::PrintToString(LocalAgent::list(targetDirectory));
-        EXPECT_EQ(letterOf(directory->file("older")), 'o') << "written in place";
+        EXPECT_EQ('o', letterOf(directory->file("older"))) << "written in place";
     }
 
     bool isSave = false;
@@ -269,9 +269,9 @@ TEST_F(FileFaults, FullDiskOnTheMasterKeepsTheOldFile) {
     mountOnMaster("size=4m");
     std::ofstream(onMaster("f")) << "old";
     fill(onNode("f"), 'n', 16 * kMebi);
-    EXPECT_EQ(get("f"), 2);
+    EXPECT_EQ(2, get("f"));
     EXPECT_THAT(master.output(), HasSubstr("No space left on device"));
-    EXPECT_EQ(LocalAgent::read(onMaster("f")), "old");
+    EXPECT_EQ("old", LocalAgent::read(onMaster("f")));
     EXPECT_TRUE(isTidy(path("")));
 }
 
@@ -307,11 +307,11 @@ TEST_P(FileLimit, QuotaReportedByAnyCallKeepsTheOldFile) {
 TEST_P(FileLimit, LimitOnTheSizeOfFilesKeepsTheOldFile) {
     prepareFiles();
     rlimit before{};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
+    ASSERT_EQ(0, ::getrlimit(RLIMIT_FSIZE, &before));
     const rlimit small{kMebi, before.rlim_max};
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &small));
     startReceiver();
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &before));
     expectRefusal("File too large");
 }
 
@@ -323,18 +323,18 @@ INSTANTIATE_TEST_SUITE_P(Ends, FileLimit, testing::Bool(),
 TEST_F(FileFaults, ReadOnlyFileSystemOnTheMasterIsReported) {
     mountOnMaster("size=4m", MS_RDONLY);
     std::ofstream(onNode("f")) << "new";
-    EXPECT_EQ(get("f"), 2);
+    EXPECT_EQ(2, get("f"));
     EXPECT_THAT(master.output(), HasSubstr("Read-only file system"));
 }
 
 TEST_F(FileFaults, MissingParentIsReportedByWhoMissesIt) {
     std::filesystem::create_directory(onMaster("only-here"));
     std::ofstream(onMaster("only-here/f")) << "new";
-    EXPECT_EQ(save("only-here/f"), 2);
+    EXPECT_EQ(2, save("only-here/f"));
     EXPECT_THAT(master.output(), HasSubstr("No such file or directory"));
     std::filesystem::create_directory(onNode("only-there"));
     std::ofstream(onNode("only-there/f")) << "new";
-    EXPECT_EQ(get("only-there/f"), 2);
+    EXPECT_EQ(2, get("only-there/f"));
     EXPECT_THAT(master.output(), HasSubstr("No such file or directory"));
     EXPECT_TRUE(LocalAgent::list(onMaster("only-here")) == std::vector<std::string>{"f"});
 }
@@ -361,7 +361,7 @@ TEST_F(FileFaults, TargetThatKeepsChangingItsKindIsNeverWrittenThrough) {
         }
         stop = true;
         changer.join();
-        EXPECT_EQ(LocalAgent::read(targets + "precious"), "precious");
+        EXPECT_EQ("precious", LocalAgent::read(targets + "precious"));
         for (const std::string& name : LocalAgent::list(targets)) {
             EXPECT_TRUE(name == "precious" || name == "f") << name;
         }
@@ -396,10 +396,10 @@ TEST_F(FileFaults, FileThatChangesWhileItIsReadIsNeverTakenForWhole) {
             changer.join();
             // Shrunk to nothing before it was opened, it is a whole and empty file.
             if (status == 0) {
-                EXPECT_EQ(std::filesystem::file_size(target), 0U) << master.output();
+                EXPECT_EQ(0U, std::filesystem::file_size(target)) << master.output();
             } else {
                 EXPECT_THAT(master.output(), HasSubstr("while it was being read"));
-                EXPECT_EQ(LocalAgent::read(target), "old");
+                EXPECT_EQ("old", LocalAgent::read(target));
             }
         }
     }
@@ -414,20 +414,20 @@ TEST_F(FileFaults, OddNamesTravelFromTheCommandLine) {
           std::string("star*")}) {
         SCOPED_TRACE(name);
         std::ofstream(onMaster(name)) << name;
-        EXPECT_EQ(master.run(line("save", "\"" + path(name) + "\"")), 0) << master.output();
-        EXPECT_EQ(LocalAgent::read(onNode(name)), name);
+        EXPECT_EQ(0, master.run(line("save", "\"" + path(name) + "\""))) << master.output();
+        EXPECT_EQ(name, LocalAgent::read(onNode(name)));
         std::filesystem::remove(onMaster(name));
-        EXPECT_EQ(master.run(line("get", "\"" + path(name) + "\"")), 0) << master.output();
-        EXPECT_EQ(LocalAgent::read(onMaster(name)), name);
+        EXPECT_EQ(0, master.run(line("get", "\"" + path(name) + "\""))) << master.output();
+        EXPECT_EQ(name, LocalAgent::read(onMaster(name)));
     }
 }
 
 TEST_F(FileFaults, EmptyFileTravelsBothWays) {
     std::ofstream(onMaster("f")).flush();
     std::ofstream(onNode("f")) << "old";
-    EXPECT_EQ(save("f"), 0) << master.output();
-    EXPECT_EQ(std::filesystem::file_size(onNode("f")), 0U);
+    EXPECT_EQ(0, save("f")) << master.output();
+    EXPECT_EQ(0U, std::filesystem::file_size(onNode("f")));
     std::ofstream(onMaster("f")) << "old";
-    EXPECT_EQ(get("f"), 0) << master.output();
-    EXPECT_EQ(std::filesystem::file_size(onMaster("f")), 0U);
+    EXPECT_EQ(0, get("f")) << master.output();
+    EXPECT_EQ(0U, std::filesystem::file_size(onMaster("f")));
 }

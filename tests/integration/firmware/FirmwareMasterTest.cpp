@@ -35,11 +35,11 @@ protected:
 TEST_F(FirmwareMasterTest, FlashCompletesWhenTheMasterIsKilled) {
     beginFlash();
     master.kill();
-    EXPECT_EQ(master.wait(), 128 + SIGKILL);
+    EXPECT_EQ(128 + SIGKILL, master.wait());
     // The next master finds out what is going on instead of flashing as well.
     MasterShell other(node.kelnode());
     other.start({}, "r3biosfw flash bios fw -f " + file + " -n node -t 20000\ny\n");
-    EXPECT_EQ(other.wait(), 2) << other.output();
+    EXPECT_EQ(2, other.wait()) << other.output();
     EXPECT_NE(other.output().find("romflash"), std::string::npos) << other.output();
     expectFlashed();
 }
@@ -48,6 +48,6 @@ TEST_F(FirmwareMasterTest, FlashCompletesWhenTheMastersTimeOutHasPassed) {
     file = cluster.write("image.bin", "R3BIOS short");
     node.tell("romflash", "hang");
     master.start({}, "r3biosfw flash bios fw -f " + file + " -n node -t 2000\ny\n");
-    EXPECT_EQ(master.wait(), 5) << master.output();
+    EXPECT_EQ(5, master.wait()) << master.output();
     expectFlashed();
 }

@@ -62,7 +62,7 @@ protected:
         std::string before;
         for (std::string line; std::getline(printed, line); before = line) {
             if (line.find("Don't power off") != std::string::npos) {
-                EXPECT_EQ(before, "Please wait for flashing BIOS firmware....");
+                EXPECT_EQ("Please wait for flashing BIOS firmware....", before);
                 ends.push_back(line);
             }
         }
@@ -71,7 +71,7 @@ protected:
         for (const std::string& name : names) {
             expected.push_back(last + " [" + name + "]");
         }
-        EXPECT_EQ(ends, expected);
+        EXPECT_EQ(expected, ends);
     }
 
     FirmwareCluster cluster;
@@ -89,16 +89,16 @@ TEST_F(FirmwareOnManyNodesTest, SixteenChipsEqualTheImage) {
     const std::string content = image("R3BIOS");
     const std::string file = cluster.write("image.bin", content);
     context->toLowerLevel("r3biosfw");
-    EXPECT_EQ(execute("flash bios fw -f " + file + " -n " + targets, "y"), 0);
+    EXPECT_EQ(0, execute("flash bios fw -f " + file + " -n " + targets, "y"));
     EXPECT_NE(output.find("Do you really want to flash the BIOS for 16 node(s)? [Yes/No]"),
               std::string::npos);
     expectWholeLines(kLastLine);
     for (std::size_t number = 0; number < nodes.size(); ++number) {
         EXPECT_TRUE(nodes[number]->hardware("chip") == content) << names[number];
         EXPECT_EQ(
+            0U,
             blockOf(names[number])
-                .rfind("BIOS firmware image file " + file + " has been successfully flashed.\n", 0),
-            0U)
+                .rfind("BIOS firmware image file " + file + " has been successfully flashed.\n", 0))
             << blockOf(names[number]);
     }
 }
@@ -118,19 +118,19 @@ TEST_F(FirmwareOnManyNodesTest, BlocksSayWhatBecameOfEachNode) {
             ::kill(session, SIGKILL);
         }
     });
-    EXPECT_EQ(execute("/r3biosfw/flash bios fw -f " + file + " -t 15000 -n " + targets, "y"), 0);
+    EXPECT_EQ(0, execute("/r3biosfw/flash bios fw -f " + file + " -t 15000 -n " + targets, "y"));
     cutter.join();
 
     const std::string failed = "ExitCode:2/";
     const std::string message = "summary: Failed to flash BIOS firmware image file " + file + ".";
     for (const int number : {1, 2}) {
-        EXPECT_EQ(blockOf(names[number]).rfind(failed, 0), 0U) << blockOf(names[number]);
+        EXPECT_EQ(0U, blockOf(names[number]).rfind(failed, 0)) << blockOf(names[number]);
         EXPECT_NE(blockOf(names[number]).find(message), std::string::npos);
-        EXPECT_EQ(nodes[number]->hardware("chip"), before);
+        EXPECT_EQ(before, nodes[number]->hardware("chip"));
     }
-    EXPECT_EQ(blockOf(names[4]).rfind(failed, 0), 0U) << blockOf(names[4]);
+    EXPECT_EQ(0U, blockOf(names[4]).rfind(failed, 0)) << blockOf(names[4]);
     EXPECT_NE(blockOf(names[4]).find("lost"), std::string::npos) << blockOf(names[4]);
-    EXPECT_EQ(blockOf(names[6]).rfind("ExitCode:5/", 0), 0U) << blockOf(names[6]);
+    EXPECT_EQ(0U, blockOf(names[6]).rfind("ExitCode:5/", 0)) << blockOf(names[6]);
     for (const int number : {0, 3, 5, 7}) {
         EXPECT_NE(blockOf(names[number]).find("has been successfully flashed."), std::string::npos)
             << blockOf(names[number]);
@@ -150,16 +150,16 @@ TEST_F(FirmwareOnManyNodesTest, OneNameInTwoSetsIsFoundByLevelAndByPath) {
     const std::string file = cluster.write("image.bin", "R2BIOS R3BIOS");
     const std::string line = "flash bios fw -f " + file + " -n " + targets;
     context->toLowerLevel("biosfw");
-    EXPECT_EQ(execute(line, "y"), 0);
+    EXPECT_EQ(0, execute(line, "y"));
     EXPECT_NE(output.find("WARNING: This can overwrite your current BIOS and CMOS!\n"
                           "Do you really want to flash the BIOS for 1 node(s)? [Yes/No]"),
               std::string::npos);
-    EXPECT_EQ(nodes[0]->takeCalls().back(), "flashrom [-w] [" + file + "]");
+    EXPECT_EQ("flashrom [-w] [" + file + "]", nodes[0]->takeCalls().back());
     context->toUpperLevel();
-    EXPECT_EQ(execute("r3biosfw/" + line, "y"), 0);
-    EXPECT_EQ(nodes[0]->takeCalls().back(), "romflash [-w] [" + file + "]");
-    EXPECT_EQ(execute("/biosfw/" + line, "y"), 0);
-    EXPECT_EQ(nodes[0]->takeCalls().back(), "flashrom [-w] [" + file + "]");
+    EXPECT_EQ(0, execute("r3biosfw/" + line, "y"));
+    EXPECT_EQ("romflash [-w] [" + file + "]", nodes[0]->takeCalls().back());
+    EXPECT_EQ(0, execute("/biosfw/" + line, "y"));
+    EXPECT_EQ("flashrom [-w] [" + file + "]", nodes[0]->takeCalls().back());
 }
 
 TEST_F(FirmwareOnManyNodesTest, NothingIsFlashedWithoutAYes) {
@@ -167,7 +167,7 @@ TEST_F(FirmwareOnManyNodesTest, NothingIsFlashedWithoutAYes) {
     const std::string file = cluster.write("image.bin", "R3BIOS");
     context->toLowerLevel("r3biosfw");
     for (const char* answer : {"n", "N", "", "?n"}) {
-        EXPECT_EQ(execute("flash bios fw -f " + file + " -n " + targets, answer), 1) << answer;
+        EXPECT_EQ(1, execute("flash bios fw -f " + file + " -n " + targets, answer)) << answer;
         EXPECT_NE(output.find("is canceled for 2 node(s)."), std::string::npos) << answer;
     }
     for (const auto& node : nodes) {
@@ -179,7 +179,7 @@ TEST_F(FirmwareOnManyNodesTest, FileGoesToAllNodesAndComesBackWhole) {
     startNodes(8);
     const std::string content = image("any file");
     const std::string file = cluster.write("any file.bin", content);
-    EXPECT_EQ(execute("save file -f \"" + file + "\" -t 20000 -n " + targets), 0);
+    EXPECT_EQ(0, execute("save file -f \"" + file + "\" -t 20000 -n " + targets));
     for (const auto& node : nodes) {
         EXPECT_TRUE(LocalAgent::read(node->onNode(file)) == content);
     }
@@ -188,13 +188,13 @@ TEST_F(FirmwareOnManyNodesTest, FileGoesToAllNodesAndComesBackWhole) {
         std::ofstream(nodes[number]->onNode(file), std::ios::binary)
             << std::string(200000, static_cast<char>('a' + number));
     }
-    EXPECT_EQ(execute("get file -f \"" + file + "\" -t 20000 -n " + targets), 0);
+    EXPECT_EQ(0, execute("get file -f \"" + file + "\" -t 20000 -n " + targets));
     const std::string fetched = LocalAgent::read(file);
-    ASSERT_EQ(fetched.size(), 200000U);
-    EXPECT_EQ(fetched.find_first_not_of(fetched.front()), std::string::npos);
+    ASSERT_EQ(200000U, fetched.size());
+    EXPECT_EQ(std::string::npos, fetched.find_first_not_of(fetched.front()));
     for (const std::string& name : names) {
-        EXPECT_EQ(blockOf(name).rfind("File \"" + file + "\" already exists in local site!\n", 0),
-                  0U);
+        EXPECT_EQ(0U,
+                  blockOf(name).rfind("File \"" + file + "\" already exists in local site!\n", 0));
         EXPECT_NE(blockOf(name).find("\nOver write the original file."), std::string::npos);
     }
 }

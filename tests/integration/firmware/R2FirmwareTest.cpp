@@ -37,7 +37,7 @@ TEST_F(R2FirmwareTest, ShowsChipAndInformation) {
 TEST_F(R2FirmwareTest, ChecksumIsCleared) {
     expectSuccess(execute("clear cmos checksum"), "Successfully clear the CMOS checksum.");
     EXPECT_EQ(calls(), Calls{"romtool [-C]"});
-    EXPECT_EQ(node.hardware("cmos.checksum"), "0000\n");
+    EXPECT_EQ("0000\n", node.hardware("cmos.checksum"));
     node.tell("romtool", "fail");
     expectFailure(execute("clear cmos checksum"), "Failed to clear the CMOS checksum.");
     node.tell("romtool", "exit 17");
@@ -50,9 +50,9 @@ TEST_F(R2FirmwareTest, CmosIsDumpedSavedAndFlashed) {
     EXPECT_EQ(calls(), Calls{"romtool [-D]"});
 
     const std::string file = cluster.file("cmos.bin");
-    EXPECT_EQ(execute("save cmos memory -f " + file).getRunStatus(), EXEC_SUCCESS);
+    EXPECT_EQ(EXEC_SUCCESS, execute("save cmos memory -f " + file).getRunStatus());
     EXPECT_EQ(calls(), Calls{"romtool [-D]"});
-    EXPECT_EQ(LocalAgent::read(file), content);
+    EXPECT_EQ(content, LocalAgent::read(file));
 
     const std::string changed = image("CMOS");
     cluster.write("cmos.bin", changed);
@@ -64,8 +64,8 @@ TEST_F(R2FirmwareTest, CmosIsDumpedSavedAndFlashed) {
 TEST_F(R2FirmwareTest, FailedCmosToolLeavesTheOlderCopyAlone) {
     const std::string file = cluster.write("cmos.bin", "older copy");
     node.tell("romtool", "fail");
-    EXPECT_EQ(execute("save cmos memory -f " + file).getRunStatus(), EXEC_FAILURE);
-    EXPECT_EQ(LocalAgent::read(file), "older copy");
+    EXPECT_EQ(EXEC_FAILURE, execute("save cmos memory -f " + file).getRunStatus());
+    EXPECT_EQ("older copy", LocalAgent::read(file));
     expectFailure(execute("flash cmos memory -f " + file), "Failed to flash CMOS.");
     node.tell("romtool", "garbage");
     expectFailure(execute("flash cmos memory -f " + file), "Failed to flash CMOS.");
@@ -129,7 +129,7 @@ TEST_F(R2FirmwareTest, FlashedChipEqualsTheImage) {
               (Calls{"chipprobe [-i] [-f] [" + file + "]", "romwrite.sh [-y] [-F] [" + file + "]",
                      "chipprobe [-i] [-f] [" + file + "]", "flashrom [-w] [" + file + "]"}));
     EXPECT_TRUE(node.hardware("chip") == content);
-    EXPECT_EQ(printed, "Please wait for flashing BIOS....[node_0000]\n");
+    EXPECT_EQ("Please wait for flashing BIOS....[node_0000]\n", printed);
 }
 
 TEST_F(R2FirmwareTest, WrongIdFlashesNothingUnlessItIsSkipped) {
@@ -138,11 +138,11 @@ TEST_F(R2FirmwareTest, WrongIdFlashesNothingUnlessItIsSkipped) {
     expectFailure(execute("flash bios fw -f " + file),
                   "The BIOS ID is invalid! Please use correct BIOS ROM file.");
     EXPECT_EQ(calls(), Calls{"chipprobe [-i] [-f] [" + file + "]"});
-    EXPECT_EQ(node.hardware("chip"), before);
-    EXPECT_EQ(execute("flash bios fw -x -f " + file).getRunStatus(), EXEC_SUCCESS);
+    EXPECT_EQ(before, node.hardware("chip"));
+    EXPECT_EQ(EXEC_SUCCESS, execute("flash bios fw -x -f " + file).getRunStatus());
     EXPECT_EQ(calls(),
               (Calls{"romwrite.sh [-y] [-x] [-F] [" + file + "]", "flashrom [-w] [" + file + "]"}));
-    EXPECT_EQ(node.hardware("chip"), "another board");
+    EXPECT_EQ("another board", node.hardware("chip"));
 }
 
 TEST_F(R2FirmwareTest, AnyDashRInTheLineReboots) {
@@ -150,7 +150,7 @@ TEST_F(R2FirmwareTest, AnyDashRInTheLineReboots) {
     expectSuccess(
         execute("flash bios fw -f " + file),
         "BIOS ROM file " + file + " has been successfully flashed.\nThe system is rebooting");
-    EXPECT_EQ(calls().back(), "reboot");
+    EXPECT_EQ("reboot", calls().back());
 }
 
 TEST_F(R2FirmwareTest, FailedOrUnverifiedFlashIsAFailureAndDoesNotReboot) {
@@ -167,14 +167,14 @@ TEST_F(R2FirmwareTest, FailedOrUnverifiedFlashIsAFailureAndDoesNotReboot) {
 
 TEST_F(R2FirmwareTest, PackageThatIsMissingOrChangedStartsNothing) {
     const std::string file = cluster.write("rom.bin", "R2BIOS");
-    ASSERT_EQ(execute("flash bios fw -x -f " + file).getRunStatus(), EXEC_SUCCESS);
+    ASSERT_EQ(EXEC_SUCCESS, execute("flash bios fw -x -f " + file).getRunStatus());
     calls();
     const std::string package = node.kelnode().toolsPath() + "flashrom.x86_64.enc";
     std::string content = LocalAgent::read(package);
     content[content.size() - 1] = static_cast<char>(content[content.size() - 1] ^ 1);
     std::ofstream(package, std::ios::binary) << content;
-    EXPECT_EQ(execute("flash bios fw -x -r -f " + file).getRunStatus(), EXEC_FAILURE);
+    EXPECT_EQ(EXEC_FAILURE, execute("flash bios fw -x -r -f " + file).getRunStatus());
     std::filesystem::remove(package);
-    EXPECT_EQ(execute("flash bios fw -x -r -f " + file).getRunStatus(), EXEC_FAILURE);
+    EXPECT_EQ(EXEC_FAILURE, execute("flash bios fw -x -r -f " + file).getRunStatus());
     EXPECT_EQ(calls(), Calls{});
 }

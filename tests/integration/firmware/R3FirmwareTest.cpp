@@ -35,7 +35,7 @@ TEST_F(R3FirmwareTest, ReadingThatFailsSaysWhy) {
     expectFailure(result,
                   "romutil ended with exit code 1 and without an answer.\n"
                   "romutil: cannot access the hardware");
-    EXPECT_EQ(result.getExitCode(), 1);
+    EXPECT_EQ(1, result.getExitCode());
 }
 
 TEST_F(R3FirmwareTest, FlashedChipEqualsTheImage) {
@@ -44,9 +44,10 @@ TEST_F(R3FirmwareTest, FlashedChipEqualsTheImage) {
     expectSuccess(execute("flash bios fw -f " + file), flashed(file));
     EXPECT_EQ(calls(), (Calls{"insmod [" + module() + "]", "romflash [-w] [" + file + "]"}));
     EXPECT_TRUE(node.hardware("chip") == content);
-    EXPECT_EQ(printed,
-              "Please wait for flashing BIOS firmware....\n"
-              "Don't power off the system or remove AC power! [node_0000]\n");
+    EXPECT_EQ(
+        "Please wait for flashing BIOS firmware....\n"
+        "Don't power off the system or remove AC power! [node_0000]\n",
+        printed);
 }
 
 TEST_F(R3FirmwareTest, BlocksAndRebootReachTheTools) {
@@ -60,17 +61,17 @@ TEST_F(R3FirmwareTest, BlocksAndRebootReachTheTools) {
 
 TEST_F(R3FirmwareTest, SecondFlashFindsTheDriverLoaded) {
     const std::string file = cluster.write("image.bin", "R3BIOS one");
-    EXPECT_EQ(execute("flash bios fw -f " + file).getRunStatus(), EXEC_SUCCESS);
+    EXPECT_EQ(EXEC_SUCCESS, execute("flash bios fw -f " + file).getRunStatus());
     cluster.write("image.bin", "R3BIOS two");
     expectSuccess(execute("flash bios fw -f " + file), flashed(file));
-    EXPECT_EQ(node.hardware("chip"), "R3BIOS two");
+    EXPECT_EQ("R3BIOS two", node.hardware("chip"));
 }
 
 TEST_F(R3FirmwareTest, OddNameReachesTheToolUnchanged) {
     const std::string content = image("R3BIOS");
     const std::string file = cluster.write("it's \"my\" $(image) \xc3\xbc.bin", content);
     expectSuccess(execute("flash bios fw -f \"" + file + "\""), flashed(file));
-    EXPECT_EQ(calls().back(), "romflash [-w] [" + file + "]");
+    EXPECT_EQ("romflash [-w] [" + file + "]", calls().back());
     EXPECT_TRUE(node.hardware("chip") == content);
 }
 
@@ -78,7 +79,7 @@ TEST_F(R3FirmwareTest, ImageWithoutIdentifierIsNotFlashed) {
     const std::string file = cluster.write("image.bin", "something else");
     const std::string before = node.hardware("chip");
     expectFailure(execute("flash bios fw -r -f " + file), "ID of bios fw image not found");
-    EXPECT_EQ(node.hardware("chip"), before);
+    EXPECT_EQ(before, node.hardware("chip"));
 }
 
 TEST_F(R3FirmwareTest, FlashToolThatFailsOrPrintsGarbageIsAFailure) {
@@ -88,7 +89,7 @@ TEST_F(R3FirmwareTest, FlashToolThatFailsOrPrintsGarbageIsAFailure) {
         node.tell("romflash", order);
         const CResult result = execute("flash bios fw -r -f " + file);
         expectFailure(result, notFlashed(file));
-        EXPECT_EQ(result.getExitCode(), exitCode);
+        EXPECT_EQ(exitCode, result.getExitCode());
         for (const std::string& call : calls()) {
             EXPECT_NE(call, "reboot") << order;
         }
@@ -97,7 +98,7 @@ TEST_F(R3FirmwareTest, FlashToolThatFailsOrPrintsGarbageIsAFailure) {
 
 TEST_F(R3FirmwareTest, PhraseOfAnEarlierRunNeverCounts) {
     const std::string file = cluster.write("image.bin", "R3BIOS");
-    ASSERT_EQ(execute("flash bios fw -f " + file).getRunStatus(), EXEC_SUCCESS);
+    ASSERT_EQ(EXEC_SUCCESS, execute("flash bios fw -f " + file).getRunStatus());
     ASSERT_NE(LocalAgent::read(node.varTmp(kFlashLog)).find("Writing finished"), std::string::npos);
     calls();
 
@@ -105,18 +106,18 @@ TEST_F(R3FirmwareTest, PhraseOfAnEarlierRunNeverCounts) {
     const std::string content = LocalAgent::read(package);
     std::filesystem::remove(package);
     const CResult missing = execute("flash bios fw -r -f " + file);
-    EXPECT_EQ(missing.getRunStatus(), EXEC_FAILURE);
+    EXPECT_EQ(EXEC_FAILURE, missing.getRunStatus());
     EXPECT_NE(missing.getRunSummary().find("romflash.enc"), std::string::npos);
 
     std::string tampered = content;
     tampered[tampered.size() / 2] = static_cast<char>(tampered[tampered.size() / 2] ^ 1);
     std::ofstream(package, std::ios::binary) << tampered;
-    EXPECT_EQ(execute("flash bios fw -r -f " + file).getRunStatus(), EXEC_FAILURE);
+    EXPECT_EQ(EXEC_FAILURE, execute("flash bios fw -r -f " + file).getRunStatus());
 
     std::ofstream(package, std::ios::binary) << content;
     std::filesystem::remove(module());
     const CResult alone = execute("flash bios fw -r -f " + file);
-    EXPECT_EQ(alone.getRunStatus(), EXEC_FAILURE);
+    EXPECT_EQ(EXEC_FAILURE, alone.getRunStatus());
     EXPECT_NE(alone.getRunSummary().find("romio.ko"), std::string::npos);
     EXPECT_EQ(calls(), Calls{}) << "nothing may have been started";
 }
@@ -160,7 +161,7 @@ TEST_F(R3FirmwareTest, FullDiskOnTheNodeFlashesNothing) {
     const std::string file = cluster.write("image.bin", image("R3BIOS"));
     CResult result;
     set.execute("flash bios fw -f " + file, small.target(), result, 30000);
-    EXPECT_EQ(result.getRunStatus(), EXEC_FAILURE);
+    EXPECT_EQ(EXEC_FAILURE, result.getRunStatus());
     EXPECT_NE(result.getRunSummary().find("No space left on device"), std::string::npos)
         << result.getRunSummary();
     EXPECT_EQ(small.takeCalls(), Calls{});
@@ -171,14 +172,14 @@ TEST_F(R3FirmwareTest, FlashGoesOnPastItsTimeOutAndRefusesASecondOne) {
     const std::string file = cluster.write("image.bin", content);
     node.tell("romflash", "hang");
     const CResult late = execute("flash bios fw -r -f " + file, 1500);
-    EXPECT_EQ(late.getRunStatus(), EXEC_TIMED_OUT);
+    EXPECT_EQ(EXEC_TIMED_OUT, late.getRunStatus());
     EXPECT_NE(late.getRunSummary().find("It is not interrupted and goes on at the node"),
               std::string::npos)
         << late.getRunSummary();
 
     const CResult second = execute("flash bios fw -f " + file, 2000);
-    EXPECT_EQ(second.getRunStatus(), EXEC_FAILURE);
-    EXPECT_EQ(second.getRunSummary().find("left no output"), std::string::npos);
+    EXPECT_EQ(EXEC_FAILURE, second.getRunStatus());
+    EXPECT_EQ(std::string::npos, second.getRunSummary().find("left no output"));
     EXPECT_NE(second.getRunSummary(), "");
 
     node.release();
@@ -199,7 +200,7 @@ TEST_F(R3FirmwareTest, LostConnectionDuringTheFlashIsSaidAndTheFlashCompletes) {
         ::kill(session, SIGKILL);
     }
     worker.join();
-    EXPECT_EQ(result.getRunStatus(), EXEC_FAILURE);
+    EXPECT_EQ(EXEC_FAILURE, result.getRunStatus());
     EXPECT_NE(result.getRunSummary().find("lost"), std::string::npos) << result.getRunSummary();
     EXPECT_NE(result.getRunSummary().find("goes on"), std::string::npos) << result.getRunSummary();
     node.release();
@@ -209,9 +210,9 @@ TEST_F(R3FirmwareTest, LostConnectionDuringTheFlashIsSaidAndTheFlashCompletes) {
 TEST_F(R3FirmwareTest, ReadingThatHangsIsEndedAtItsTimeOut) {
     node.tell("romutil", "hang");
     const CResult result = execute("get bios id from system", 1000);
-    EXPECT_EQ(result.getRunStatus(), EXEC_TIMED_OUT);
-    EXPECT_EQ(result.getRunSummary(),
-              "romutil did not end within its time-out of 1000 ms. It was ended.");
+    EXPECT_EQ(EXEC_TIMED_OUT, result.getRunStatus());
+    EXPECT_EQ("romutil did not end within its time-out of 1000 ms. It was ended.",
+              result.getRunSummary());
 }
 
 TEST_F(R3FirmwareTest, SavedImageEqualsTheChip) {
@@ -222,9 +223,10 @@ TEST_F(R3FirmwareTest, SavedImageEqualsTheChip) {
                   "BIOS firmware image file " + file + " has been successfully exported.\n");
     EXPECT_EQ(calls(), (Calls{"insmod [" + module() + "]", "romflash [-r] [" + file + "]"}));
     EXPECT_TRUE(LocalAgent::read(file) == content);
-    EXPECT_EQ(printed,
-              "Please wait for saving BIOS firmware....\n"
-              "Don't power off the system or remove AC power!\n");
+    EXPECT_EQ(
+        "Please wait for saving BIOS firmware....\n"
+        "Don't power off the system or remove AC power!\n",
+        printed);
 }
 
 TEST_F(R3FirmwareTest, SaveThatFailsOrCannotBeFetchedIsAFailure) {
@@ -241,33 +243,33 @@ TEST_F(R3FirmwareTest, SaveThatFailsOrCannotBeFetchedIsAFailure) {
 
 TEST_F(R3FirmwareTest, RawBackupAndRestoreMoveThreeFiles) {
     const std::string file = cluster.file("config");
-    EXPECT_EQ(execute("backup bios config -m raw -f " + file).getRunStatus(), EXEC_SUCCESS);
+    EXPECT_EQ(EXEC_SUCCESS, execute("backup bios config -m raw -f " + file).getRunStatus());
     EXPECT_EQ(calls(), Calls{"SCELNX_64 [/o] [/c] [/l] [" + file + ".list] [/n] [" + file +
                              "] [/h] [" + file + ".hii]"});
-    EXPECT_EQ(LocalAgent::read(file), "nvram");
-    EXPECT_EQ(LocalAgent::read(file + ".list"), "list");
-    EXPECT_EQ(LocalAgent::read(file + ".hii"), "hii");
-    EXPECT_EQ(printed, "Please wait for backing up BIOS configuration....\n");
+    EXPECT_EQ("nvram", LocalAgent::read(file));
+    EXPECT_EQ("list", LocalAgent::read(file + ".list"));
+    EXPECT_EQ("hii", LocalAgent::read(file + ".hii"));
+    EXPECT_EQ("Please wait for backing up BIOS configuration....\n", printed);
 
     cluster.write("config", "changed");
     expectSuccess(execute("restore bios config -m raw -f " + file),
                   "BIOS configuration file " + file + " is restored.");
     EXPECT_EQ(calls(), Calls{"SCELNX_64 [/i] [/l] [" + file + ".list] [/n] [" + file + "] [/q]"});
-    EXPECT_EQ(node.hardware("nvram"), "changed");
-    EXPECT_EQ(printed, "Please wait for restoring BIOS configuration....\n");
+    EXPECT_EQ("changed", node.hardware("nvram"));
+    EXPECT_EQ("Please wait for restoring BIOS configuration....\n", printed);
 }
 
 TEST_F(R3FirmwareTest, ScriptBackupAndRestoreMoveOneFile) {
     const std::string file = cluster.file("setup script");
-    EXPECT_EQ(execute("backup bios config -m script -f \"" + file + "\"").getRunStatus(),
-              EXEC_SUCCESS);
+    EXPECT_EQ(EXEC_SUCCESS,
+              execute("backup bios config -m script -f \"" + file + "\"").getRunStatus());
     EXPECT_EQ(calls(), Calls{"SCELNX_64 [/o] [/s] [" + file + "] [/q]"});
     EXPECT_EQ(LocalAgent::read(file), node.hardware("setup"));
     cluster.write("setup script", "changed");
     expectSuccess(execute("restore bios config -m script -f \"" + file + "\""),
                   "BIOS configuration file " + file + " is restored.");
     EXPECT_EQ(calls(), Calls{"SCELNX_64 [/i] [/s] [" + file + "] [/q]"});
-    EXPECT_EQ(node.hardware("setup"), "changed");
+    EXPECT_EQ("changed", node.hardware("setup"));
 }
 
 TEST_F(R3FirmwareTest, ConfigurationToolThatFailsIsAFailure) {
@@ -275,7 +277,7 @@ TEST_F(R3FirmwareTest, ConfigurationToolThatFailsIsAFailure) {
     const std::string file = cluster.write("config", "x");
     expectFailure(execute("backup bios config -m script -f " + file),
                   "Failed to get BIOS configuration....");
-    EXPECT_EQ(LocalAgent::read(file), "x") << "the older copy must outlast a failure";
+    EXPECT_EQ("x", LocalAgent::read(file)) << "the older copy must outlast a failure";
     expectFailure(execute("restore bios config -m script -f " + file),
                   "Failed to restore BIOS configuration.");
     expectFailure(execute("restore bios config -m raw -f " + file),

@@ -40,26 +40,26 @@ TEST_F(KcsOnNode, CommandsReachTheirTools) {
         {"cold reset", "ipmitool [mc] [reset] [cold]"},
         {"check device type", "ipmitool [raw] [0x06] [0x37]"}};
     for (const auto& [command, call] : expected) {
-        EXPECT_EQ(execute(command).getRunStatus(), EXEC_SUCCESS) << command;
+        EXPECT_EQ(EXEC_SUCCESS, execute(command).getRunStatus()) << command;
         EXPECT_EQ(calls(), Calls{call});
     }
-    EXPECT_EQ(node.hardware("power"), "off\n");
-    EXPECT_EQ(node.hardware("driver"), "stopped\n");
+    EXPECT_EQ("off\n", node.hardware("power"));
+    EXPECT_EQ("stopped\n", node.hardware("driver"));
 }
 
 TEST_F(KcsOnNode, LightsTheLedAfterTheBareAnswerOnly) {
     expectSuccess(execute("set uid led on"), "UID LED is not available.");
-    EXPECT_EQ(node.hardware("led"), "");
+    EXPECT_EQ("", node.hardware("led"));
     node.setHardware("led_state", "01");
     expectSuccess(execute("set uid led on"), "\n");
-    EXPECT_EQ(node.hardware("led"), "on\n");
+    EXPECT_EQ("on\n", node.hardware("led"));
     expectSuccess(execute("set uid led off"), "\n");
-    EXPECT_EQ(node.hardware("led"), "off\n");
+    EXPECT_EQ("off\n", node.hardware("led"));
 }
 
 TEST_F(KcsOnNode, NamesNoDeviceWhenIpmitoolFails) {
     node.tell("ipmitool", "fail");
-    EXPECT_EQ(execute("check device type").getRunSummary(), "No IPMI device");
+    EXPECT_EQ("No IPMI device", execute("check device type").getRunSummary());
 }
 
 TEST_F(KcsOnNode, FlashedControllerEqualsTheImage) {
@@ -87,8 +87,8 @@ TEST_F(KcsOnNode, DriverThatDoesNotStopLeavesTheControllerAlone) {
     const std::string file = cluster.write("bmc.bin", "image");
     std::ofstream(node.varTmp("bmc.bin.atenflashlog")) << "Update Complete\n";
     node.tell("service", "fail");
-    EXPECT_EQ(execute("flash ipmi -f " + file).getRunStatus(), EXEC_FAILURE);
-    EXPECT_EQ(node.hardware("bmc"), "");
+    EXPECT_EQ(EXEC_FAILURE, execute("flash ipmi -f " + file).getRunStatus());
+    EXPECT_EQ("", node.hardware("bmc"));
 }
 
 class FirmwareOnNode : public FirmwareFixture<CShellCommandSet_ipmifw> {};
@@ -109,10 +109,11 @@ TEST_F(FirmwareOnNode, FlashesAnAtenController) {
     EXPECT_TRUE(node.hardware("bmc") == content);
     EXPECT_EQ(calls(), (Calls{"bmcconf [-raw] [0x06] [0x37]", "bmc_driver_off",
                               "lUpdate [-i] [kcs] [-f] [" + file + "]", "load_ipmi_driver"}));
-    EXPECT_EQ(printed, "IPMI GUID:" + std::string(kAten) +
-                           "ATEN IPMI Firmware [node_0000]\n"
-                           "Please wait for flashing IPMI firmware....\n"
-                           "Don't power off the system or remove AC power! [node_0000]\n");
+    EXPECT_EQ("IPMI GUID:" + std::string(kAten) +
+                  "ATEN IPMI Firmware [node_0000]\n"
+                  "Please wait for flashing IPMI firmware....\n"
+                  "Don't power off the system or remove AC power! [node_0000]\n",
+              printed);
 }
 
 TEST_F(FirmwareOnNode, FlashesAnAmiController) {
@@ -133,10 +134,10 @@ TEST_F(FirmwareOnNode, FailedFlashShowsTheLogFromItsFifthLine) {
     std::filesystem::remove(node.kelnode().toolsPath() + "libipmi.so.1.0");
     std::ofstream(node.varTmp("ipmi_flash_log.log")) << "Resetting the firmware..........\n";
     const CResult refused = execute("flash ipmi fw -f " + file);
-    EXPECT_EQ(refused.getRunStatus(), EXEC_FAILURE);
+    EXPECT_EQ(EXEC_FAILURE, refused.getRunStatus());
     EXPECT_NE(refused.getRunSummary().find("libipmi.so.1.0"), std::string::npos)
         << refused.getRunSummary();
-    EXPECT_EQ(node.hardware("bmc"), "");
+    EXPECT_EQ("", node.hardware("bmc"));
 
     std::ofstream(node.kelnode().toolsPath() + "libipmi.so.1.0") << "library";
     std::filesystem::remove(cluster.file("bmc.bin"));
@@ -148,7 +149,7 @@ TEST_F(FirmwareOnNode, LeavesAnUnknownControllerAlone) {
     node.setHardware("guid", " 20 00 0e 40 02 7f 78 08\n");
     const std::string file = cluster.write("bmc.bin", "image");
     expectFailure(execute("flash ipmi fw -f " + file), "Can not support this IPMI device type....");
-    EXPECT_EQ(node.hardware("bmc"), "");
+    EXPECT_EQ("", node.hardware("bmc"));
 }
 
 class MemOnNode : public FirmwareFixture<CShellCommandSet_Mem> {};
@@ -160,7 +161,7 @@ TEST_F(MemOnNode, ShowsTheLineForTheMemory) {
 TEST_F(MemOnNode, GivesUpAfterItsOwnTimeOut) {
     node.tell("top", "hang");
     const CResult late = execute("mem", 600000);
-    EXPECT_EQ(late.getRunStatus(), EXEC_TIMED_OUT);
+    EXPECT_EQ(EXEC_TIMED_OUT, late.getRunStatus());
 }
 
 }  // namespace

@@ -71,9 +71,9 @@ protected:
 
     void expectOnAll(const std::string& command, const std::string& summary) {
         for (const CResult& result : onAll(command + " -U admin -P secret")) {
-            EXPECT_EQ(result.getRunSummary(), summary) << command;
-            EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS);
-            EXPECT_EQ(result.getExitCode(), 0);
+            EXPECT_EQ(summary, result.getRunSummary()) << command;
+            EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus());
+            EXPECT_EQ(0, result.getExitCode());
         }
     }
 
@@ -172,14 +172,14 @@ TEST_F(IpmiOverLan, SendsRawCommands) {
 
 TEST_F(IpmiOverLan, ShowsIpmitoolsWordsForAWrongPassword) {
     for (const CResult& result : onAll("power off -U admin -P wrong")) {
-        EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS);
-        EXPECT_EQ(result.getExitCode(), 1);
+        EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus());
+        EXPECT_EQ(1, result.getExitCode());
         EXPECT_NE(result.getRunSummary().find("Unable to establish IPMI v2 / RMCP+ session"),
                   std::string::npos)
             << result.getRunSummary();
     }
     for (const CResult& result : onAll("check device type -U admin -P wrong")) {
-        EXPECT_EQ(result.getRunSummary(), "No IPMI device");
+        EXPECT_EQ("No IPMI device", result.getRunSummary());
     }
 }
 

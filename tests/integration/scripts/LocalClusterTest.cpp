@@ -31,7 +31,7 @@ class LocalCluster : public testing::Test {
 protected:
     void TearDown() override {
         if (CUtil::isFileExisted(dir + "/cluster")) {
-            EXPECT_EQ(cluster("stop"), 0) << output;
+            EXPECT_EQ(0, cluster("stop")) << output;
         }
     }
 
@@ -54,7 +54,7 @@ protected:
                 break;
             }
         }
-        ASSERT_EQ(status, 0) << output;
+        ASSERT_EQ(0, status) << output;
     }
 
     pid_t pidOf(const std::string& node) {
@@ -93,7 +93,7 @@ TEST_F(LocalCluster, StartsAgentsWithAllThatTheyAndTheShellNeed) {
     for (const char* node : {"node_0000", "node_0001", "node_0002"}) {
         EXPECT_FALSE(isGone(pidOf(node))) << node;
     }
-    EXPECT_EQ(cluster("status"), 0);
+    EXPECT_EQ(0, cluster("status"));
     EXPECT_THAT(output, StartsWith("3 of 3 agents run"));
 
     char mac[32];
@@ -110,8 +110,8 @@ TEST_F(LocalCluster, StartsAgentsWithAllThatTheyAndTheShellNeed) {
         EXPECT_TRUE(CUtil::isFileExisted(dir + "/" + file)) << file;
     }
     struct stat info {};
-    ASSERT_EQ(::stat((dir + "/kelsh/ssl/master.key").c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0600u);
+    ASSERT_EQ(0, ::stat((dir + "/kelsh/ssl/master.key").c_str(), &info));
+    EXPECT_EQ(0600u, info.st_mode & 0777);
 }
 
 TEST_F(LocalCluster, StopsExactlyWhatItStarted) {
@@ -119,24 +119,24 @@ TEST_F(LocalCluster, StopsExactlyWhatItStarted) {
     // A number that was ours once and belongs to somebody else now.
     const pid_t stranger = ::getpid();
     const pid_t orphan = pidOf("node_0002");
-    ASSERT_EQ(::kill(orphan, SIGKILL), 0);
+    ASSERT_EQ(0, ::kill(orphan, SIGKILL));
     ASSERT_TRUE(waitUntilGone(orphan));
     const std::string pidFile = dir + "/nodes/node_0002/pid";
     std::string record = readFile(pidFile);
     record.replace(0, record.find(' '), std::to_string(stranger));
     std::ofstream(pidFile) << record;
     const pid_t first = pidOf("node_0000");
-    EXPECT_EQ(cluster("stop"), 0) << output;
+    EXPECT_EQ(0, cluster("stop")) << output;
     EXPECT_TRUE(isGone(first));
-    EXPECT_EQ(cluster("status"), 1);
+    EXPECT_EQ(1, cluster("status"));
     EXPECT_THAT(output, StartsWith("0 of 3 agents run"));
 }
 
 TEST_F(LocalCluster, StopsAnAgentThatSomebodySuspended) {
     start(1);
     const pid_t agent = pidOf("node_0000");
-    ASSERT_EQ(::kill(agent, SIGSTOP), 0);
-    EXPECT_EQ(cluster("stop"), 0) << output;
+    ASSERT_EQ(0, ::kill(agent, SIGSTOP));
+    EXPECT_EQ(0, cluster("stop")) << output;
     EXPECT_TRUE(isGone(agent));
 }
 
@@ -144,16 +144,16 @@ TEST_F(LocalCluster, StartsAgainWhatIsDownAndLeavesTheRest) {
     start(2);
     const pid_t first = pidOf("node_0000");
     const pid_t killed = pidOf("node_0001");
-    ASSERT_EQ(::kill(killed, SIGKILL), 0);
+    ASSERT_EQ(0, ::kill(killed, SIGKILL));
     ASSERT_TRUE(waitUntilGone(killed));
-    EXPECT_EQ(cluster("status"), 1);
+    EXPECT_EQ(1, cluster("status"));
     EXPECT_THAT(output, StartsWith("1 of 2 agents run"));
     const std::string key = readFile(dir + "/nodes/node_0001/node.key");
-    EXPECT_EQ(cluster("start --build " KELSH_BINARY_DIR), 0) << output;
-    EXPECT_EQ(pidOf("node_0000"), first);
+    EXPECT_EQ(0, cluster("start --build " KELSH_BINARY_DIR)) << output;
+    EXPECT_EQ(first, pidOf("node_0000"));
     EXPECT_FALSE(isGone(pidOf("node_0001")));
-    EXPECT_EQ(readFile(dir + "/nodes/node_0001/node.key"), key);
-    EXPECT_EQ(cluster("start --build " KELSH_BINARY_DIR), 1);
+    EXPECT_EQ(key, readFile(dir + "/nodes/node_0001/node.key"));
+    EXPECT_EQ(1, cluster("start --build " KELSH_BINARY_DIR));
     EXPECT_THAT(output, HasSubstr("runs already"));
 }
 
@@ -161,26 +161,25 @@ TEST_F(LocalCluster, SaysWhoseAddressIsTaken) {
     const UniqueFd listener(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    ASSERT_EQ(::inet_pton(AF_INET, "127.240.0.2", &address.sin_addr), 1);
-    ASSERT_EQ(::bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-    ASSERT_EQ(::listen(listener.get(), 1), 0);
+    ASSERT_EQ(1, ::inet_pton(AF_INET, "127.240.0.2", &address.sin_addr));
+    ASSERT_EQ(0, ::bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)));
+    ASSERT_EQ(0, ::listen(listener.get(), 1));
     socklen_t length = sizeof(address);
-    ASSERT_EQ(::getsockname(listener.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
-    EXPECT_EQ(cluster("start --nodes 3 --subnet 127.240 --build " KELSH_BINARY_DIR " --port " +
-                      std::to_string(ntohs(address.sin_port))),
-              1);
+    ASSERT_EQ(0, ::getsockname(listener.get(), reinterpret_cast<sockaddr*>(&address), &length));
+    EXPECT_EQ(1, cluster("start --nodes 3 --subnet 127.240 --build " KELSH_BINARY_DIR " --port " +
+                         std::to_string(ntohs(address.sin_port))));
     EXPECT_THAT(output, HasSubstr("of 127.240.0.2 is taken by another program"));
     EXPECT_FALSE(CUtil::isFileExisted(dir));
 }
 
 TEST_F(LocalCluster, ShowsWhyAnAgentDoesNotStartAndStopsTheOthers) {
     start(2);
-    EXPECT_EQ(cluster("stop"), 0);
+    EXPECT_EQ(0, cluster("stop"));
     std::ofstream(dir + "/nodes/node_0001/node.crt") << "no certificate\n";
-    EXPECT_EQ(cluster("start --build " KELSH_BINARY_DIR), 1);
+    EXPECT_EQ(1, cluster("start --build " KELSH_BINARY_DIR));
     EXPECT_THAT(output, HasSubstr("agent node_0001 did not start: "));
     EXPECT_THAT(output, HasSubstr("node.crt"));
-    EXPECT_EQ(cluster("status"), 1);
+    EXPECT_EQ(1, cluster("status"));
     EXPECT_THAT(output, StartsWith("0 of 2 agents run"));
 }
 
@@ -202,12 +201,12 @@ TEST_F(LocalCluster, WritesTheInterfaceThatItIsGivenAndNoneOtherwise) {
 }
 
 TEST_F(LocalCluster, TouchesNoDirectoryOfSomebodyElse) {
-    ASSERT_EQ(::mkdir(dir.c_str(), 0700), 0);
+    ASSERT_EQ(0, ::mkdir(dir.c_str(), 0700));
     std::ofstream(dir + "/precious") << "x";
-    EXPECT_EQ(cluster("start --nodes 1 --subnet 127.241 --build " KELSH_BINARY_DIR), 1);
+    EXPECT_EQ(1, cluster("start --nodes 1 --subnet 127.241 --build " KELSH_BINARY_DIR));
     EXPECT_THAT(output, HasSubstr("is no local cluster"));
-    EXPECT_EQ(readFile(dir + "/precious"), "x");
-    EXPECT_EQ(cluster("stop"), 1);
+    EXPECT_EQ("x", readFile(dir + "/precious"));
+    EXPECT_EQ(1, cluster("stop"));
     EXPECT_THAT(output, HasSubstr("holds no local cluster"));
 }
 
@@ -216,7 +215,7 @@ TEST_F(LocalCluster, ExplainsWrongUsageWithStatusTwo) {
          {"", "start", "start --nodes 0", "start --nodes x", "start stop", "start --nodes",
           "start --nodes 1 --subnet 10.0", "start --nodes 1 --port 0", "restart", "--colour",
           "start --nodes 1 --interface new"}) {
-        EXPECT_EQ(cluster(std::string(arguments) + " --build " KELSH_BINARY_DIR), 2) << arguments;
+        EXPECT_EQ(2, cluster(std::string(arguments) + " --build " KELSH_BINARY_DIR)) << arguments;
         EXPECT_THAT(output, HasSubstr("Usage: local-cluster")) << arguments;
     }
 }

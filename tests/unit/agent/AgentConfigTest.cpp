@@ -28,18 +28,18 @@ protected:
 TEST_F(AgentConfigFile, EmptyFileGivesTheDefaults) {
     const AgentConfig config = load("");
     EXPECT_TRUE(faults.empty());
-    EXPECT_EQ(config.getNodePath(), directory.path() + "/");
-    EXPECT_EQ(config.listen.host, "0.0.0.0");
-    EXPECT_EQ(config.listen.port, 4422U);
+    EXPECT_EQ(directory.path() + "/", config.getNodePath());
+    EXPECT_EQ("0.0.0.0", config.listen.host);
+    EXPECT_EQ(4422U, config.listen.port);
     EXPECT_EQ(config.certificateFile, directory.file("node.crt"));
     EXPECT_EQ(config.privateKeyFile, directory.file("node.key"));
     EXPECT_EQ(config.caFile, directory.file("ca.crt"));
-    EXPECT_EQ(config.maxSessions, 1024U);
+    EXPECT_EQ(1024U, config.maxSessions);
     EXPECT_EQ(256U, config.sessionsPerCertificate);
     EXPECT_EQ(512U, config.sessionsPerSource);
-    EXPECT_EQ(config.macAddress, "");
-    EXPECT_EQ(config.logFile, "");
-    EXPECT_EQ(config.auditFile, "");
+    EXPECT_EQ("", config.macAddress);
+    EXPECT_EQ("", config.logFile);
+    EXPECT_EQ("", config.auditFile);
     EXPECT_FALSE(config.allowsLooseFiles);
     EXPECT_FALSE(config.allowsUnconfined);
 }
@@ -51,24 +51,24 @@ TEST_F(AgentConfigFile, SettingsAreTaken) {
         "MAX_SESSIONS=7\nSESSIONS_PER_CERTIFICATE=5\nSESSIONS_PER_SOURCE=6\nLOG_FILE=a=b."
         "log\nAUDIT_FILE=/var/audit.log\nALLOW_LOOSE_FILES=yes\nALLOW_UNCONFINED=yes\n");
     EXPECT_TRUE(faults.empty()) << onlyFault();
-    EXPECT_EQ(config.listen.host, "127.0.0.1");
-    EXPECT_EQ(config.listen.port, 0U);
-    EXPECT_EQ(config.certificateFile, "/etc/c.pem");
+    EXPECT_EQ("127.0.0.1", config.listen.host);
+    EXPECT_EQ(0U, config.listen.port);
+    EXPECT_EQ("/etc/c.pem", config.certificateFile);
     EXPECT_EQ(config.privateKeyFile, directory.file("k.pem"));
     EXPECT_EQ(config.caFile, directory.file("sub/ca.pem"));
-    EXPECT_EQ(config.macAddress, "AA:BB:CC:00:11:22");
+    EXPECT_EQ("AA:BB:CC:00:11:22", config.macAddress);
     EXPECT_EQ(config.toolsKeyFile, directory.file("key"));
-    EXPECT_EQ(config.maxSessions, 7U);
+    EXPECT_EQ(7U, config.maxSessions);
     EXPECT_EQ(5U, config.sessionsPerCertificate);
     EXPECT_EQ(6U, config.sessionsPerSource);
     EXPECT_EQ(config.logFile, directory.file("a=b.log"));
-    EXPECT_EQ(config.auditFile, "/var/audit.log");
+    EXPECT_EQ("/var/audit.log", config.auditFile);
     EXPECT_TRUE(config.allowsLooseFiles);
     EXPECT_TRUE(config.allowsUnconfined);
 }
 
 TEST_F(AgentConfigFile, CertificateWithoutKeySettingHoldsTheKey) {
-    EXPECT_EQ(load("CERTIFICATE_FILE=both.pem\n").privateKeyFile, "");
+    EXPECT_EQ("", load("CERTIFICATE_FILE=both.pem\n").privateKeyFile);
 }
 
 TEST_F(AgentConfigFile, EveryFaultHasItsLine) {
@@ -80,15 +80,15 @@ TEST_F(AgentConfigFile, EveryFaultHasItsLine) {
         EXPECT_FALSE(fault.text.empty());
         lines.push_back(fault.line);
     }
-    EXPECT_EQ(lines, (std::vector<int>{1, 3, 4, 5, 6, 7, 8, 10, 11}));
+    EXPECT_EQ((std::vector<int>{1, 3, 4, 5, 6, 7, 8, 10, 11}), lines);
 }
 
 TEST_F(AgentConfigFile, MissingFileIsAFaultOfNoLine) {
     AgentConfig::load(directory.path() + "/missing", faults);
-    ASSERT_EQ(faults.size(), 1U);
-    EXPECT_EQ(faults.front().line, 0);
-    EXPECT_EQ(faults.front().describe("kelnode.cfg"),
-              "kelnode.cfg: cannot be opened: No such file or directory");
+    ASSERT_EQ(1U, faults.size());
+    EXPECT_EQ(0, faults.front().line);
+    EXPECT_EQ("kelnode.cfg: cannot be opened: No such file or directory",
+              faults.front().describe("kelnode.cfg"));
 }
 
 TEST_F(AgentConfigFile, LineOf511CharactersIsTheLongest) {
@@ -96,9 +96,9 @@ TEST_F(AgentConfigFile, LineOf511CharactersIsTheLongest) {
     EXPECT_EQ(load("LOG_FILE=" + name + "\nMAX_SESSIONS=3\n").logFile, directory.file(name));
     EXPECT_TRUE(faults.empty());
     const AgentConfig config = load("LOG_FILE=" + name + "xyCA_FILE=z\nMAX_SESSIONS=3\n");
-    EXPECT_EQ(faults.size(), 1U);
-    EXPECT_EQ(config.logFile, "");
-    EXPECT_EQ(config.maxSessions, 3U);
+    EXPECT_EQ(1U, faults.size());
+    EXPECT_EQ("", config.logFile);
+    EXPECT_EQ(3U, config.maxSessions);
 }
 
 TEST_F(AgentConfigFile, BinaryContentIsOnlyFaults) {
@@ -108,11 +108,11 @@ TEST_F(AgentConfigFile, BinaryContentIsOnlyFaults) {
 
 TEST(AgentConfigListen, AddressesAndPorts) {
     ListenAddress address;
-    EXPECT_EQ(parseListenAddress("10.1.2.3:65535", address), "");
-    EXPECT_EQ(address.host, "10.1.2.3");
-    EXPECT_EQ(address.port, 65535U);
-    EXPECT_EQ(parseListenAddress("[::1]:4422", address), "");
-    EXPECT_EQ(address.host, "::1");
+    EXPECT_EQ("", parseListenAddress("10.1.2.3:65535", address));
+    EXPECT_EQ("10.1.2.3", address.host);
+    EXPECT_EQ(65535U, address.port);
+    EXPECT_EQ("", parseListenAddress("[::1]:4422", address));
+    EXPECT_EQ("::1", address.host);
     for (const char* bad :
          {"", ":", "1.2.3.4", "1.2.3.4:", "1.2.3.4:65536", "1.2.3.4:-1", "1.2.3.4:1x", "::1:4422",
           "host:1", "[]:1", "[1.2.3.4]:1", "1.2.3.4:99999999999999999999"}) {

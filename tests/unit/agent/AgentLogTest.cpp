@@ -34,20 +34,20 @@ std::string withoutNumbers(const std::string& text) {
 TEST(AgentLog, EntryIsOneStampedLine) {
     TempDir directory;
     AgentLog log;
-    ASSERT_EQ(log.open(directory.file("log")), "");
+    ASSERT_EQ("", log.open(directory.file("log")));
     log.info("first");
     log.warning("second\nforged");
     log.error("third");
     const std::string lines = withoutNumbers(read(directory.file("log")));
     const std::string stamp = "9-9-9T9:9:9.9Z kelnode[9]: ";
-    EXPECT_EQ(lines,
-              stamp + "first\n" + stamp + "warning second\\x9aforged\n" + stamp + "error third\n");
+    EXPECT_EQ(stamp + "first\n" + stamp + "warning second\\x9aforged\n" + stamp + "error third\n",
+              lines);
 }
 
 TEST(AgentLog, FileThatCannotBeOpenedLeavesTheOldOne) {
     TempDir directory;
     AgentLog log;
-    ASSERT_EQ(log.open(directory.file("log")), "");
+    ASSERT_EQ("", log.open(directory.file("log")));
     EXPECT_NE(log.open(directory.file("no/such/log")).find("No such file"), std::string::npos);
     log.info("still here");
     EXPECT_NE(read(directory.file("log")).find("still here"), std::string::npos);

@@ -72,30 +72,30 @@ protected:
 TEST_F(AuditFile, LinesSayWhoDidWhat) {
     write(1);
     const std::vector<std::string> all = lines();
-    ASSERT_EQ(all.size(), 2U);
-    EXPECT_EQ(all[0].rfind("{\"n\":1,\"prev\":\"" + std::string(64, '0') + "\",\"time\":\"", 0),
-              0U);
+    ASSERT_EQ(2U, all.size());
+    EXPECT_EQ(0U,
+              all[0].rfind("{\"n\":1,\"prev\":\"" + std::string(64, '0') + "\",\"time\":\"", 0));
     EXPECT_NE(all[0].find("\"event\":\"start\",\"id\":\"1-1\",\"certificate\":\"master\","
                           "\"address\":\"127.0.0.1\",\"user\":\"root\",\"command\":42,"
                           "\"request\":\"EXEC\",\"what\":\"echo \\\"hello\\\"\",\"hash\":\""),
               std::string::npos)
         << all[0];
     EXPECT_NE(all[1].find("\"outcome\":\"exit code 0\",\"ms\":12,\"hash\":\""), std::string::npos);
-    EXPECT_EQ(verdict(), "");
-    EXPECT_EQ(AuditLog::verifyFile(file()).lines, 2);
+    EXPECT_EQ("", verdict());
+    EXPECT_EQ(2, AuditLog::verifyFile(file()).lines);
 }
 
 TEST_F(AuditFile, WritesStartAndEndTogether) {
     log().appendWhole(entry(), "02:00:00:00:00:01", 3);
     const std::vector<std::string> all = lines();
-    ASSERT_EQ(all.size(), 2U);
+    ASSERT_EQ(2U, all.size());
     EXPECT_NE(all[0].find("\"event\":\"start\""), std::string::npos) << all[0];
     EXPECT_NE(all[1].find("\"event\":\"end\""), std::string::npos) << all[1];
     EXPECT_NE(all[1].find("\"outcome\":\"02:00:00:00:00:01\",\"ms\":3"), std::string::npos)
         << all[1];
     write(1);
-    EXPECT_EQ(verdict(), "");
-    EXPECT_EQ(AuditLog::verifyFile(file()).lines, 4);
+    EXPECT_EQ("", verdict());
+    EXPECT_EQ(4, AuditLog::verifyFile(file()).lines);
 }
 
 // Around the size of what is read of the end at first.
@@ -103,7 +103,7 @@ TEST_F(AuditFile, GoesOnBehindLinesOfEveryLength) {
     for (std::size_t length = 3500; length < 4300; length += 7) {
         log().append(entry(std::string(length, 'x')), "start", "", 0);
     }
-    EXPECT_EQ(verdict(), "");
+    EXPECT_EQ("", verdict());
 }
 
 TEST_F(AuditFile, OnlyTheOwnerMayReadIt) {
@@ -125,7 +125,7 @@ TEST_F(AuditFile, EverySingleBitFlipIsFound) {
     log().append(entry(), "end", "exit code 0", 12345);
     const std::string good = read(file());
     const std::string head = read(headFile());
-    ASSERT_EQ(AuditLog::verify(good, head).text, "");
+    ASSERT_EQ("", AuditLog::verify(good, head).text);
     std::vector<long> lineOf;
     long line = 1;
     for (const char c : good) {
@@ -151,7 +151,7 @@ TEST_F(AuditFile, HeadThatClaimsAnEmptyAuditIsFound) {
     write(4);
     std::string head = read(headFile());
     const std::string::size_type digit = head.find('8');
-    ASSERT_EQ(digit, 19U);
+    ASSERT_EQ(19U, digit);
     head[digit] = '0';
     EXPECT_NE(AuditLog::verify(read(file()), head).text, "");
     EXPECT_NE(AuditLog::verify("", head).text, "");
@@ -164,20 +164,20 @@ TEST_F(AuditFile, RemovedMovedAndRepeatedLinesAreFound) {
         std::vector<std::string> changed = good;
         changed.erase(changed.begin() + static_cast<long>(i));
         replace(file(), join(changed));
-        EXPECT_EQ(firstBad(), static_cast<long>(i) + 1) << "removed";
+        EXPECT_EQ(static_cast<long>(i) + 1, firstBad()) << "removed";
         changed = good;
         changed.insert(changed.begin() + static_cast<long>(i), good[i]);
         replace(file(), join(changed));
-        EXPECT_EQ(firstBad(), static_cast<long>(i) + 2) << "repeated";
+        EXPECT_EQ(static_cast<long>(i) + 2, firstBad()) << "repeated";
         if (i > 0) {
             changed = good;
             std::swap(changed[i - 1], changed[i]);
             replace(file(), join(changed));
-            EXPECT_EQ(firstBad(), static_cast<long>(i)) << "moved";
+            EXPECT_EQ(static_cast<long>(i), firstBad()) << "moved";
         }
     }
     replace(file(), join(good));
-    EXPECT_EQ(verdict(), "");
+    EXPECT_EQ("", verdict());
 }
 
 TEST_F(AuditFile, EveryTruncationIsFound) {
@@ -195,10 +195,10 @@ TEST_F(AuditFile, GapStaysToBeSeenWhenTheAuditGoesOn) {
     cut.pop_back();
     replace(file(), join(cut));
     write(1);
-    EXPECT_EQ(firstBad(), 4);
+    EXPECT_EQ(4, firstBad());
     std::filesystem::remove(file());
     write(1);
-    EXPECT_EQ(firstBad(), 1);
+    EXPECT_EQ(1, firstBad());
 }
 
 TEST_F(AuditFile, ChangedLineStaysToBeSeenWhenTheAuditGoesOn) {
@@ -207,7 +207,7 @@ TEST_F(AuditFile, ChangedLineStaysToBeSeenWhenTheAuditGoesOn) {
     changed[changed.size() - 2] = 'x';
     replace(file(), changed);
     write(1);
-    EXPECT_EQ(firstBad(), 2);
+    EXPECT_EQ(2, firstBad());
 }
 
 TEST_F(AuditFile, MissingHeadIsNotTakenForGood) {
@@ -223,19 +223,19 @@ TEST_F(AuditFile, CrashBetweenLineAndHeadIsNoFault) {
     const std::string head = read(headFile());
     write(1);
     replace(headFile(), head);
-    EXPECT_EQ(verdict(), "");
+    EXPECT_EQ("", verdict());
     write(1);
-    EXPECT_EQ(verdict(), "");
-    EXPECT_EQ(AuditLog::verifyFile(file()).lines, 6);
+    EXPECT_EQ("", verdict());
+    EXPECT_EQ(6, AuditLog::verifyFile(file()).lines);
 }
 
 TEST_F(AuditFile, LineThatACrashLeftTornIsTakenBack) {
     write(1);
     std::ofstream(file(), std::ios::app) << "{\"n\":3,\"prev\":\"12";
-    EXPECT_EQ(firstBad(), 3);
+    EXPECT_EQ(3, firstBad());
     write(1);
-    EXPECT_EQ(verdict(), "");
-    EXPECT_EQ(lines().size(), 4U);
+    EXPECT_EQ("", verdict());
+    EXPECT_EQ(4U, lines().size());
 }
 
 TEST_F(AuditFile, TailCutWithinALineStaysToBeSeen) {
@@ -243,7 +243,7 @@ TEST_F(AuditFile, TailCutWithinALineStaysToBeSeen) {
     const std::string good = read(file());
     replace(file(), good.substr(0, good.size() - 10));
     write(1);
-    EXPECT_EQ(firstBad(), 4);
+    EXPECT_EQ(4, firstBad());
 }
 
 TEST_F(AuditFile, LongTextIsCutAndItsDigestKept) {
@@ -251,12 +251,12 @@ TEST_F(AuditFile, LongTextIsCutAndItsDigestKept) {
     log().append(entry(std::string(200000, '"')), "end", std::string(100000, '\n'), 1);
     EXPECT_LT(lines()[0].size(), 60000U);
     EXPECT_NE(lines()[0].find("\"what_bytes\":200000,\"what_sha256\":\""), std::string::npos);
-    EXPECT_EQ(verdict(), "");
+    EXPECT_EQ("", verdict());
 }
 
 TEST_F(AuditFile, TextIsEscaped) {
-    EXPECT_EQ(AuditLog::escape("a\"b\\c\n\x7f\xff", 100), "a\\\"b\\\\c\\u000a\\u007f\\u00ff");
-    EXPECT_EQ(AuditLog::escape("abc", 2), "ab");
+    EXPECT_EQ("a\\\"b\\\\c\\u000a\\u007f\\u00ff", AuditLog::escape("a\"b\\c\n\x7f\xff", 100));
+    EXPECT_EQ("ab", AuditLog::escape("abc", 2));
 }
 
 TEST_F(AuditFile, ProcessesAppendAtTheSameTime) {
@@ -278,10 +278,10 @@ TEST_F(AuditFile, ProcessesAppendAtTheSameTime) {
     }
     for (const pid_t child : children) {
         int status = 0;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
-        EXPECT_EQ(status, 0);
+        ASSERT_EQ(child, ::waitpid(child, &status, 0));
+        EXPECT_EQ(0, status);
     }
-    EXPECT_EQ(verdict(), "");
+    EXPECT_EQ("", verdict());
     EXPECT_EQ(AuditLog::verifyFile(file()).lines, kProcesses * kRequests * 2);
 }
 
@@ -298,10 +298,10 @@ TEST_F(AuditFile, LockHeldForTooLongIsAnError) {
     write(1);
     FILE* const holder = std::fopen(file().c_str(), "re");
     ASSERT_NE(holder, nullptr);
-    ASSERT_EQ(::flock(::fileno(holder), LOCK_EX), 0);
+    ASSERT_EQ(0, ::flock(::fileno(holder), LOCK_EX));
     EXPECT_THROW(AuditLog(file(), std::chrono::milliseconds(20)).append(entry(), "start", "", 0),
                  CException);
     std::fclose(holder);
     write(1);
-    EXPECT_EQ(verdict(), "");
+    EXPECT_EQ("", verdict());
 }

@@ -119,7 +119,7 @@ TEST(Authorization, EveryFrameInEveryStateIsDeniedUnlessItIsGranted) {
                 for (int flags = 0; flags < 256; ++flags) {
                     const Verdict verdict = judgeFrame(state, role, static_cast<std::uint8_t>(type),
                                                        static_cast<std::uint8_t>(flags));
-                    ASSERT_EQ(verdict, expected(state, role, type, flags))
+                    ASSERT_EQ(expected(state, role, type, flags), verdict)
                         << "state " << static_cast<int>(state) << ", role " << nameOf(role)
                         << ", type " << type << ", flags " << flags;
                     allowed += verdict == Verdict::kAllowed ? 1 : 0;
@@ -135,14 +135,14 @@ TEST_F(AuthorizationFile, WithoutTheFileEverybodyMayDoEverything) {
     const Authorization rules = Authorization::load(file(), faults);
     EXPECT_TRUE(faults.empty());
     EXPECT_FALSE(rules.isRestricted());
-    EXPECT_EQ(rules.grantOf("anybody").role, Role::kFirmware);
+    EXPECT_EQ(Role::kFirmware, rules.grantOf("anybody").role);
 }
 
 TEST_F(AuthorizationFile, EmptyFileGrantsNothing) {
     const Authorization rules = load("");
     EXPECT_TRUE(faults.empty());
     EXPECT_TRUE(rules.isRestricted());
-    EXPECT_EQ(rules.grantOf("anybody").role, Role::kNone);
+    EXPECT_EQ(Role::kNone, rules.grantOf("anybody").role);
 }
 
 TEST_F(AuthorizationFile, RolesAndPrefixesAreTaken) {
@@ -150,17 +150,17 @@ TEST_F(AuthorizationFile, RolesAndPrefixesAreTaken) {
         "# who may do what\n\nwatch=observer\nlogs=reader /var/log /var/tmp/ /\nday=operator\n"
         "night shift=firmware");
     EXPECT_TRUE(faults.empty()) << onlyFault();
-    EXPECT_EQ(rules.grantOf("watch").role, Role::kObserver);
-    EXPECT_EQ(rules.grantOf("logs").role, Role::kReader);
+    EXPECT_EQ(Role::kObserver, rules.grantOf("watch").role);
+    EXPECT_EQ(Role::kReader, rules.grantOf("logs").role);
     std::list<std::string> prefixes;
     for (const PathPrefix& prefix : rules.grantOf("logs").prefixes) {
         prefixes.push_back(prefix.text());
     }
     EXPECT_EQ((std::list<std::string>{"/var/log", "/var/tmp", "/"}), prefixes);
-    EXPECT_EQ(rules.grantOf("day").role, Role::kOperator);
-    EXPECT_EQ(rules.grantOf("night shift").role, Role::kFirmware);
-    EXPECT_EQ(rules.grantOf("Day").role, Role::kNone);
-    EXPECT_EQ(rules.grantOf("").role, Role::kNone);
+    EXPECT_EQ(Role::kOperator, rules.grantOf("day").role);
+    EXPECT_EQ(Role::kFirmware, rules.grantOf("night shift").role);
+    EXPECT_EQ(Role::kNone, rules.grantOf("Day").role);
+    EXPECT_EQ(Role::kNone, rules.grantOf("").role);
 }
 
 TEST_F(AuthorizationFile, FaultsNameTheLineAndGrantNothing) {
@@ -183,30 +183,30 @@ TEST_F(AuthorizationFile, FaultsNameTheLineAndGrantNothing) {
         {"m=reader " + std::string(600, 'x'), "1: the line is longer than 511 characters"}};
     for (const auto& entry : cases) {
         const Authorization rules = load(entry.first + "\n");
-        EXPECT_EQ(onlyFault(), entry.second);
+        EXPECT_EQ(entry.second, onlyFault());
         EXPECT_TRUE(rules.isRestricted());
-        EXPECT_EQ(rules.grantOf("m").role, Role::kNone) << entry.first;
+        EXPECT_EQ(Role::kNone, rules.grantOf("m").role) << entry.first;
     }
 }
 
 TEST_F(AuthorizationFile, SecondMentionIsAFault) {
     const Authorization rules = load("m=observer\nm=firmware\n");
-    EXPECT_EQ(onlyFault(), "2: m is named a second time");
-    EXPECT_EQ(rules.grantOf("m").role, Role::kObserver);
+    EXPECT_EQ("2: m is named a second time", onlyFault());
+    EXPECT_EQ(Role::kObserver, rules.grantOf("m").role);
 }
 
 TEST_F(AuthorizationFile, FileThatCannotBeReadIsNotTakenForNone) {
-    ASSERT_EQ(::symlink("/no/such/file", file().c_str()), 0);
+    ASSERT_EQ(0, ::symlink("/no/such/file", file().c_str()));
     const Authorization rules = Authorization::load(file(), faults);
-    EXPECT_EQ(onlyFault(), "0: cannot be opened: No such file or directory");
-    EXPECT_EQ(rules.grantOf("anybody").role, Role::kNone);
+    EXPECT_EQ("0: cannot be opened: No such file or directory", onlyFault());
+    EXPECT_EQ(Role::kNone, rules.grantOf("anybody").role);
 }
 
 TEST_F(AuthorizationFile, DirectoryIsAFault) {
     std::filesystem::create_directory(file());
     const Authorization rules = Authorization::load(file(), faults);
-    EXPECT_EQ(onlyFault(), "0: cannot be read: Is a directory");
-    EXPECT_EQ(rules.grantOf("anybody").role, Role::kNone);
+    EXPECT_EQ("0: cannot be read: Is a directory", onlyFault());
+    EXPECT_EQ(Role::kNone, rules.grantOf("anybody").role);
 }
 
 TEST_F(AuthorizationFile, FewerRightsAreTold) {
@@ -236,12 +236,12 @@ TEST(PathPrefixText, CoversWholePartsOnly) {
 }
 
 TEST_F(PathPrefixFiles, FilesBelowAreOpened) {
-    EXPECT_EQ(open(inside("file")), "inside");
-    EXPECT_EQ(open(inside("deep/file")), "deep");
-    EXPECT_EQ(open(inside("deep//file")), "deep");
-    EXPECT_EQ(openBelow({inside("file")}, inside("file")), "inside");
-    EXPECT_EQ(openBelow({"/"}, inside("file")), "inside");
-    EXPECT_EQ(openBelow({"/no/such", directory.file("open")}, inside("file")), "inside");
+    EXPECT_EQ("inside", open(inside("file")));
+    EXPECT_EQ("deep", open(inside("deep/file")));
+    EXPECT_EQ("deep", open(inside("deep//file")));
+    EXPECT_EQ("inside", openBelow({inside("file")}, inside("file")));
+    EXPECT_EQ("inside", openBelow({"/"}, inside("file")));
+    EXPECT_EQ("inside", openBelow({"/no/such", directory.file("open")}, inside("file")));
 }
 
 TEST_F(PathPrefixFiles, WhatIsElsewhereIsOutside) {
@@ -249,10 +249,10 @@ TEST_F(PathPrefixFiles, WhatIsElsewhereIsOutside) {
          {directory.file("secret"), directory.file("open-too/file"), std::string("/etc/passwd"),
           std::string(""), std::string("file"), inside("../secret"), inside("deep/../file"),
           inside("deep/../../secret"), inside("..")}) {
-        EXPECT_EQ(open(path), "OUTSIDE") << path;
+        EXPECT_EQ("OUTSIDE", open(path)) << path;
     }
-    EXPECT_EQ(openBelow({}, inside("file")), "OUTSIDE");
-    EXPECT_EQ(openBelow({inside("file")}, inside("file2")), "OUTSIDE");
+    EXPECT_EQ("OUTSIDE", openBelow({}, inside("file")));
+    EXPECT_EQ("OUTSIDE", openBelow({inside("file")}, inside("file2")));
 }
 
 TEST_F(PathPrefixFiles, LinksDoNotLeadOut) {
@@ -261,14 +261,14 @@ TEST_F(PathPrefixFiles, LinksDoNotLeadOut) {
     std::filesystem::create_symlink(directory.path(), inside("up"));
     std::filesystem::create_symlink("relative", inside("chain"));
     for (const char* name : {"relative", "absolute", "up/secret", "chain", "up/open-too/file"}) {
-        EXPECT_EQ(open(inside(name)), "OUTSIDE") << name;
+        EXPECT_EQ("OUTSIDE", open(inside(name))) << name;
     }
 }
 
 TEST_F(PathPrefixFiles, LinksThatStayBelowAreFollowed) {
     std::filesystem::create_symlink("deep/file", inside("link"));
     std::filesystem::create_symlink(inside("deep/file"), inside("absolute"));
-    EXPECT_EQ(open(inside("link")), "deep");
+    EXPECT_EQ("deep", open(inside("link")));
     // Where an absolute target leads today says nothing about tomorrow.
     EXPECT_EQ("OUTSIDE", open(inside("absolute")));
     EXPECT_EQ("deep", openBelow({"/"}, inside("absolute")));
@@ -276,15 +276,15 @@ TEST_F(PathPrefixFiles, LinksThatStayBelowAreFollowed) {
 
 TEST_F(PathPrefixFiles, PrefixMayBeALinkItself) {
     std::filesystem::create_directory_symlink(directory.file("open"), directory.file("alias"));
-    EXPECT_EQ(openBelow({directory.file("alias")}, directory.file("alias/file")), "inside");
-    EXPECT_EQ(openBelow({directory.file("alias")}, inside("file")), "OUTSIDE");
+    EXPECT_EQ("inside", openBelow({directory.file("alias")}, directory.file("alias/file")));
+    EXPECT_EQ("OUTSIDE", openBelow({directory.file("alias")}, inside("file")));
 }
 
 TEST_F(PathPrefixFiles, OnlyRegularFilesAreOpened) {
-    ASSERT_EQ(::mkfifo(inside("fifo").c_str(), 0600), 0);
-    EXPECT_EQ(open(inside("fifo")), "it is no regular file");
-    EXPECT_EQ(open(inside("deep")), "it is a directory");
-    EXPECT_EQ(open(inside("missing")), "No such file or directory");
+    ASSERT_EQ(0, ::mkfifo(inside("fifo").c_str(), 0600));
+    EXPECT_EQ("it is no regular file", open(inside("fifo")));
+    EXPECT_EQ("it is a directory", open(inside("deep")));
+    EXPECT_EQ("No such file or directory", open(inside("missing")));
 }
 
 // What was opened with the rules is meant, whatever stands in its place now.

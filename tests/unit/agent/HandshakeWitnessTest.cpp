@@ -108,16 +108,16 @@ TEST_F(HandshakeWitnessed, MasterIsKnownByItsSignature) {
     HandshakeWitness witness(context);
     ASSERT_TRUE(shakeHands(witness, master));
     const HandshakeWitness::Master proven = witness.prove(proof, "the shell");
-    EXPECT_EQ(proven.name, "master");
-    EXPECT_EQ(proven.subject, "CN=master");
+    EXPECT_EQ("master", proven.name);
+    EXPECT_EQ("CN=master", proven.subject);
     EXPECT_FALSE(proven.certificates.empty());
 }
 
 TEST_F(HandshakeWitnessed, GreetingThatWasAskedForAnewCounts) {
     HandshakeWitness witness(context);
     ASSERT_TRUE(shakeHands(witness, master, "X25519:P-256"));
-    ASSERT_EQ(messages[2][0], 1) << "no second greeting";
-    EXPECT_EQ(witness.prove(proof, "the shell").name, "master");
+    ASSERT_EQ(1, messages[2][0]) << "no second greeting";
+    EXPECT_EQ("master", witness.prove(proof, "the shell").name);
 }
 
 TEST_F(HandshakeWitnessed, EveryChangedBitOfTheProofIsRefused) {
@@ -132,7 +132,7 @@ TEST_F(HandshakeWitnessed, EveryChangedBitOfTheProofIsRefused) {
         EXPECT_THROW(witness.prove(proof.substr(0, length), "the shell"), CException) << length;
     }
     EXPECT_THROW(witness.prove(proof + '\0', "the shell"), CException);
-    EXPECT_EQ(witness.prove(proof, "the shell").name, "master");
+    EXPECT_EQ("master", witness.prove(proof, "the shell").name);
 }
 
 TEST_F(HandshakeWitnessed, RecordedHandshakeFitsNoSecondTime) {
@@ -187,7 +187,7 @@ TEST_F(HandshakeWitnessed, OnlyHandshakesAreSigned) {
         HandshakeWitness witness(context);
         ASSERT_TRUE(shakeHands(witness, master));
     }
-    ASSERT_EQ(messages.size(), 10U);
+    ASSERT_EQ(10U, messages.size());
     const std::vector<std::string> good(messages.begin(), messages.begin() + 5);
     const auto refused = [&](const std::vector<std::string>& parts) {
         std::string all;

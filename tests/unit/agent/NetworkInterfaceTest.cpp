@@ -10,29 +10,29 @@
 
 TEST(NetworkInterface, FormatsInUpperCase) {
     const unsigned char bytes[] = {0x00, 0x1b, 0xff, 0xa0, 0x0c, 0x9d};
-    EXPECT_EQ(networkinterface::formatMac(bytes), "00:1B:FF:A0:0C:9D");
+    EXPECT_EQ("00:1B:FF:A0:0C:9D", networkinterface::formatMac(bytes));
 }
 
 TEST(NetworkInterface, AllZeroIsNoAddress) {
     const unsigned char bytes[6] = {};
-    EXPECT_EQ(networkinterface::formatMac(bytes), "");
+    EXPECT_EQ("", networkinterface::formatMac(bytes));
 }
 
 TEST(NetworkInterface, LoopbackHasNone) {
-    EXPECT_EQ(networkinterface::macOfLocalAddress("127.0.0.1"), "");
-    EXPECT_EQ(networkinterface::macOfLocalAddress("::1"), "");
-    EXPECT_EQ(networkinterface::macOfLocalAddress("::ffff:127.0.0.1"), "");
+    EXPECT_EQ("", networkinterface::macOfLocalAddress("127.0.0.1"));
+    EXPECT_EQ("", networkinterface::macOfLocalAddress("::1"));
+    EXPECT_EQ("", networkinterface::macOfLocalAddress("::ffff:127.0.0.1"));
 }
 
 TEST(NetworkInterface, AddressOfNobodyHasNone) {
-    EXPECT_EQ(networkinterface::macOfLocalAddress("192.0.2.77"), "");
-    EXPECT_EQ(networkinterface::macOfLocalAddress(""), "");
-    EXPECT_EQ(networkinterface::macOfLocalAddress("no address"), "");
+    EXPECT_EQ("", networkinterface::macOfLocalAddress("192.0.2.77"));
+    EXPECT_EQ("", networkinterface::macOfLocalAddress(""));
+    EXPECT_EQ("", networkinterface::macOfLocalAddress("no address"));
 }
 
 TEST(NetworkInterface, EveryAddressHasTheMacOfItsInterface) {
     ifaddrs* list = nullptr;
-    ASSERT_EQ(::getifaddrs(&list), 0);
+    ASSERT_EQ(0, ::getifaddrs(&list));
     for (const ifaddrs* entry = list; entry != nullptr; entry = entry->ifa_next) {
         if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_INET) {
             continue;
@@ -49,7 +49,7 @@ TEST(NetworkInterface, EveryAddressHasTheMacOfItsInterface) {
         if (expected == "00:00:00:00:00:00") {
             expected.clear();
         }
-        EXPECT_EQ(networkinterface::macOfLocalAddress(text), expected) << entry->ifa_name;
+        EXPECT_EQ(expected, networkinterface::macOfLocalAddress(text)) << entry->ifa_name;
     }
     ::freeifaddrs(list);
 }

@@ -69,7 +69,7 @@ TEST(ProcessTree, DescribesThisProcess) {
 
 TEST(ProcessTree, KnowsWhenThereIsNoSuchProcess) {
     const pid_t child = forkChild([] {});
-    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+    ASSERT_EQ(child, ::waitpid(child, nullptr, 0));
     processtree::ProcessInfo info;
     EXPECT_FALSE(processtree::readProcess(child, info));
 }
@@ -81,49 +81,46 @@ TEST(ProcessTree, SignalsOnlyTheProcessThatWasMeant) {
     processtree::ProcessInfo other = info;
     ++other.startTime;
     processtree::signalProcess(other, SIGKILL);
-    EXPECT_EQ(::waitpid(child, nullptr, WNOHANG), 0);
+    EXPECT_EQ(0, ::waitpid(child, nullptr, WNOHANG));
     processtree::signalProcess(info, SIGKILL);
     int status = 0;
-    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(child, ::waitpid(child, &status, 0));
     EXPECT_TRUE(WIFSIGNALED(status));
 }
 
 TEST(ProcessTree, EndsChildrenAndGrandchildren) {
-    EXPECT_EQ(endsAll(
-                  [] {
-                      forkChild([] {
-                          forkChild(linger);
-                          linger();
-                      });
-                  },
-                  milliseconds(2000)),
-              0);
+    EXPECT_EQ(0, endsAll(
+                     [] {
+                         forkChild([] {
+                             forkChild(linger);
+                             linger();
+                         });
+                     },
+                     milliseconds(2000)));
 }
 
 TEST(ProcessTree, EndsThoseThatLeftTheirSession) {
-    EXPECT_EQ(endsAll(
-                  [] {
-                      forkChild([] {
-                          ::setsid();
-                          forkChild(linger);
-                      });
-                  },
-                  milliseconds(2000)),
-              0);
+    EXPECT_EQ(0, endsAll(
+                     [] {
+                         forkChild([] {
+                             ::setsid();
+                             forkChild(linger);
+                         });
+                     },
+                     milliseconds(2000)));
 }
 
 TEST(ProcessTree, EndsThoseThatIgnoreTheFirstSignal) {
-    EXPECT_EQ(endsAll(
-                  [] {
-                      ::signal(SIGTERM, SIG_IGN);
-                      forkChild(linger);
-                  },
-                  milliseconds(50)),
-              0);
+    EXPECT_EQ(0, endsAll(
+                     [] {
+                         ::signal(SIGTERM, SIG_IGN);
+                         forkChild(linger);
+                     },
+                     milliseconds(50)));
 }
 
 TEST(ProcessTree, EndsTheStopped) {
-    EXPECT_EQ(endsAll([] { forkChild([] { ::raise(SIGSTOP); }); }, milliseconds(2000)), 0);
+    EXPECT_EQ(0, endsAll([] { forkChild([] { ::raise(SIGSTOP); }); }, milliseconds(2000)));
 }
 
 // A look through /proc sees such a process only now and then.
@@ -147,8 +144,8 @@ TEST(ProcessTree, EndsAGroupWhoseProcessesLiveTooShortlyToBeSeen) {
             ::_exit(ended ? 0 : 1);
         });
         int status = 0;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
-        EXPECT_EQ(WEXITSTATUS(status), 0);
+        ASSERT_EQ(child, ::waitpid(child, &status, 0));
+        EXPECT_EQ(0, WEXITSTATUS(status));
         // At its limit nothing would be left either, by chance.
         EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(4));
     }
@@ -174,39 +171,37 @@ TEST(ProcessTree, EndsGroupsThatWereMadeByTheDescendants) {
             ::_exit(ended && ::waitpid(-1, nullptr, WNOHANG) < 0 ? 0 : 1);
         });
         int status = 0;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
-        EXPECT_EQ(WEXITSTATUS(status), 0);
+        ASSERT_EQ(child, ::waitpid(child, &status, 0));
+        EXPECT_EQ(0, WEXITSTATUS(status));
     }
 }
 
 TEST(ProcessTree, LeavesTheGroupOfWhoeverStartedItAlone) {
     // A caller without a session of its own: its descendants are in the group of this process.
-    EXPECT_EQ(endsAll(
-                  [] {
-                      ::signal(SIGTERM, SIG_IGN);
-                      forkChild(linger);
-                  },
-                  milliseconds(10)),
-              0);
+    EXPECT_EQ(0, endsAll(
+                     [] {
+                         ::signal(SIGTERM, SIG_IGN);
+                         forkChild(linger);
+                     },
+                     milliseconds(10)));
     // Another group of the same session, to which a stranger belongs as well.
     const pid_t stranger = forkChild([] {
         ::setpgid(0, 0);
         linger();
     });
     ::setpgid(stranger, stranger);
-    EXPECT_EQ(endsAll(
-                  [stranger] {
-                      ::signal(SIGTERM, SIG_IGN);
-                      if (::setpgid(0, stranger) != 0) {
-                          ::_exit(3);
-                      }
-                      forkChild(linger);
-                  },
-                  milliseconds(10)),
-              0);
-    EXPECT_EQ(::waitpid(stranger, nullptr, WNOHANG), 0);
+    EXPECT_EQ(0, endsAll(
+                     [stranger] {
+                         ::signal(SIGTERM, SIG_IGN);
+                         if (::setpgid(0, stranger) != 0) {
+                             ::_exit(3);
+                         }
+                         forkChild(linger);
+                     },
+                     milliseconds(10)));
+    EXPECT_EQ(0, ::waitpid(stranger, nullptr, WNOHANG));
     ::kill(stranger, SIGKILL);
-    EXPECT_EQ(::waitpid(stranger, nullptr, 0), stranger);
+    EXPECT_EQ(stranger, ::waitpid(stranger, nullptr, 0));
 }
 
 // The system shows such a process as a zombie although it runs on.
@@ -224,7 +219,7 @@ TEST(ProcessTree, EndsThoseWhoseFirstThreadHasEnded) {
     EXPECT_FALSE(info.isZombie());
     processtree::killAll([&] { return std::vector<processtree::ProcessInfo>{info}; });
     int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_EQ(child, ::waitpid(child, &status, 0));
     EXPECT_TRUE(WIFSIGNALED(status));
 }
 
@@ -234,6 +229,6 @@ TEST(ProcessTree, IsDoneAtOnceWhenThereIsNothing) {
                                                                                             : 1);
     });
     int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(WEXITSTATUS(status), 0);
+    ASSERT_EQ(child, ::waitpid(child, &status, 0));
+    EXPECT_EQ(0, WEXITSTATUS(status));
 }

@@ -43,13 +43,13 @@ protected:
 
 TEST_F(RunDirectoryTest, IsMadeForItsOwnerOnlyAndKept) {
     struct stat made {};
-    ASSERT_EQ(::stat(run.getPath().c_str(), &made), 0);
-    EXPECT_EQ(made.st_mode & 0777U, 0700U);
+    ASSERT_EQ(0, ::stat(run.getPath().c_str(), &made));
+    EXPECT_EQ(0700U, made.st_mode & 0777U);
     EXPECT_NO_THROW(run.create());
 }
 
 TEST_F(RunDirectoryTest, OthersMayNotWriteToIt) {
-    ASSERT_EQ(::chmod(run.getPath().c_str(), 0777), 0);
+    ASSERT_EQ(0, ::chmod(run.getPath().c_str(), 0777));
     EXPECT_THROW(run.create(), CException);
     EXPECT_THROW(RunDirectory(directory.path() + "/no/such/").create(), CException);
 }
@@ -58,11 +58,11 @@ TEST_F(RunDirectoryTest, LockIsHeldByOneAndCarriesANote) {
     RunLock first = run.tryLock("a.lock");
     ASSERT_TRUE(first);
     first.note("who holds it");
-    EXPECT_EQ(run.noteOf("a.lock"), "who holds it");
+    EXPECT_EQ("who holds it", run.noteOf("a.lock"));
     EXPECT_FALSE(run.tryLock("a.lock"));
     EXPECT_TRUE(run.tryLock("b.lock"));
     first.release();
-    EXPECT_EQ(run.noteOf("a.lock"), "");
+    EXPECT_EQ("", run.noteOf("a.lock"));
     EXPECT_TRUE(run.tryLock("a.lock"));
 }
 
@@ -70,12 +70,12 @@ TEST_F(RunDirectoryTest, RecordOfALivingOwnerIsLeftAlone) {
     makeFile("file");
     RunDirectory::Record record = run.openRecord(RunDirectory::Kind::kOrdinary);
     record.addFile(directory.file("file"));
-    EXPECT_EQ(sweep(), 0);
+    EXPECT_EQ(0, sweep());
     EXPECT_TRUE(has("file"));
     EXPECT_TRUE(run.hasOwned(RunDirectory::Kind::kOrdinary));
     EXPECT_FALSE(run.hasOwned(RunDirectory::Kind::kUninterruptible));
     record.finish();
-    EXPECT_EQ(recordCount(), 0U);
+    EXPECT_EQ(0U, recordCount());
     EXPECT_TRUE(has("file"));
     EXPECT_TRUE(told.empty());
 }
@@ -92,12 +92,12 @@ TEST_F(RunDirectoryTest, RecordOfADeadOwnerIsDealtWith) {
         record.addTool("used.lock", directory.file("tool in use"));
     }
     const RunLock used = run.tryLock("used.lock");
-    EXPECT_EQ(sweep(), 0);
+    EXPECT_EQ(0, sweep());
     EXPECT_FALSE(has("file with\nnewline"));
     EXPECT_FALSE(has("tool"));
     EXPECT_TRUE(has("tool in use")) << "it belongs to another run by now";
-    EXPECT_EQ(recordCount(), 0U);
-    EXPECT_EQ(told.size(), 1U);
+    EXPECT_EQ(0U, recordCount());
+    EXPECT_EQ(1U, told.size());
 }
 
 TEST_F(RunDirectoryTest, FieldCutOffByADeathIsIgnored) {
@@ -108,15 +108,15 @@ TEST_F(RunDirectoryTest, FieldCutOffByADeathIsIgnored) {
         name = record.name();
     }
     std::ofstream(run.getPath() + name, std::ios::app) << "f" << directory.file("file");
-    EXPECT_EQ(sweep(), 0);
+    EXPECT_EQ(0, sweep());
     EXPECT_TRUE(has("file"));
 }
 
 TEST_F(RunDirectoryTest, GarbageInARecordDoesNoHarm) {
     std::ofstream(run.getPath() + "job-garbage", std::ios::binary)
         << std::string("\0\0t\0tno-slash\0\xff\0f\0", 17);
-    EXPECT_EQ(sweep(), 0);
-    EXPECT_EQ(recordCount(), 0U);
+    EXPECT_EQ(0, sweep());
+    EXPECT_EQ(0U, recordCount());
 }
 
 TEST_F(RunDirectoryTest, MarkedProcessesOfADeadOwnerAreEnded) {
@@ -134,20 +134,20 @@ TEST_F(RunDirectoryTest, MarkedProcessesOfADeadOwnerAreEnded) {
     while (name != "sleep") {
         std::ifstream comm("/proc/" + std::to_string(child) + "/comm");
         std::getline(comm, name);
-        ASSERT_EQ(::waitpid(child, nullptr, WNOHANG), 0);
+        ASSERT_EQ(0, ::waitpid(child, nullptr, WNOHANG));
     }
     while (sweep() != 0) {
     }
     int status = 0;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_EQ(child, ::waitpid(child, &status, 0));
     EXPECT_TRUE(WIFSIGNALED(status));
-    EXPECT_EQ(WTERMSIG(status), SIGKILL);
+    EXPECT_EQ(SIGKILL, WTERMSIG(status));
 }
 
 TEST_F(RunDirectoryTest, RecordInheritedByALivingJobIsLeftAlone) {
     makeFile("file");
     int ends[2];
-    ASSERT_EQ(::pipe(ends), 0);
+    ASSERT_EQ(0, ::pipe(ends));
     pid_t child = 0;
     {
         RunDirectory::Record record = run.openRecord(RunDirectory::Kind::kUninterruptible);
@@ -159,14 +159,14 @@ TEST_F(RunDirectoryTest, RecordInheritedByALivingJobIsLeftAlone) {
             ::_exit(::read(ends[0], &byte, 1) == 0 ? 0 : 1);
         }
     }
-    EXPECT_EQ(sweep(), 0);
+    EXPECT_EQ(0, sweep());
     EXPECT_TRUE(has("file"));
     EXPECT_TRUE(run.hasOwned(RunDirectory::Kind::kUninterruptible));
     ::close(ends[0]);
     ::close(ends[1]);
-    ASSERT_EQ(::waitpid(child, nullptr, 0), child);
-    EXPECT_EQ(sweep(), 0);
+    ASSERT_EQ(child, ::waitpid(child, nullptr, 0));
+    EXPECT_EQ(0, sweep());
     EXPECT_FALSE(has("file"));
-    ASSERT_EQ(told.size(), 1U);
+    ASSERT_EQ(1U, told.size());
     EXPECT_NE(told.front().find("uninterruptible"), std::string::npos);
 }

@@ -25,7 +25,7 @@ constexpr int kOutside = 2;
 class SandboxEntered : public testing::Test {
 protected:
     void SetUp() override {
-        ASSERT_EQ(::mkdir(empty.c_str(), 0700), 0);
+        ASSERT_EQ(0, ::mkdir(empty.c_str(), 0700));
         settings = sandbox::probe(empty, missing);
     }
 
@@ -37,7 +37,7 @@ protected:
 
     int statusOf(const std::function<int()>& deed) const {
         int ends[2] = {-1, -1};
-        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM, 0, ends), 0);
+        EXPECT_EQ(0, ::socketpair(AF_UNIX, SOCK_STREAM, 0, ends));
         const UniqueFd first(ends[0]);
         const UniqueFd second(ends[1]);
         const pid_t pid = ::fork();
@@ -47,7 +47,7 @@ protected:
             ::_exit(inside ? deed() : kOutside);
         }
         int status = 0;
-        EXPECT_EQ(::waitpid(pid, &status, 0), pid);
+        EXPECT_EQ(pid, ::waitpid(pid, &status, 0));
         return status;
     }
 
@@ -72,7 +72,7 @@ TEST_F(SandboxEntered, BytesStillPass) {
                                                                                        : kRefused;
     });
     ASSERT_TRUE(WIFEXITED(status)) << status;
-    EXPECT_EQ(WEXITSTATUS(status), kDone);
+    EXPECT_EQ(kDone, WEXITSTATUS(status));
 }
 
 TEST_F(SandboxEntered, OnlyTwoDescriptorsAreKept) {
@@ -84,7 +84,7 @@ TEST_F(SandboxEntered, OnlyTwoDescriptorsAreKept) {
         }
         return kRefused;
     });
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(0, status);
 }
 
 TEST_F(SandboxEntered, SaysWhatCannotBeHad) {
@@ -146,6 +146,6 @@ TEST_F(SandboxEntered, MemoryDoesNotBecomeCode) {
 }
 
 TEST_F(SandboxEntered, WorksWhenItsDirectoryIsGone) {
-    ASSERT_EQ(::rmdir(empty.c_str()), 0);
-    EXPECT_EQ(WEXITSTATUS(statusOf([] { return kDone; })), kDone);
+    ASSERT_EQ(0, ::rmdir(empty.c_str()));
+    EXPECT_EQ(kDone, WEXITSTATUS(statusOf([] { return kDone; })));
 }

@@ -37,8 +37,8 @@ protected:
 
 TEST_F(SessionTableFilled, RoomIsGiven) {
     const SessionTable::Admission admission = admit("a");
-    EXPECT_EQ(admission.kind, Kind::kServe);
-    EXPECT_EQ(admission.victim, 0);
+    EXPECT_EQ(Kind::kServe, admission.kind);
+    EXPECT_EQ(0, admission.victim);
 }
 
 TEST_F(SessionTableFilled, SourceWithTooManyWaitingLosesOneOfItsOwn) {
@@ -46,34 +46,34 @@ TEST_F(SessionTableFilled, SourceWithTooManyWaitingLosesOneOfItsOwn) {
     add(1, "b");
     add(2, "a");
     add(3, "a");
-    EXPECT_EQ(admit("b").victim, 0);
-    EXPECT_EQ(admit("a").victim, 3);
-    EXPECT_EQ(choices, 2U);
+    EXPECT_EQ(0, admit("b").victim);
+    EXPECT_EQ(3, admit("a").victim);
+    EXPECT_EQ(2U, choices);
 }
 
 TEST_F(SessionTableFilled, TooManyWaitingInAllLoseAnyOne) {
     add(1, "a");
     add(2, "b");
     add(3, "c");
-    EXPECT_EQ(admit("d").victim, 3);
-    EXPECT_EQ(choices, 3U);
+    EXPECT_EQ(3, admit("d").victim);
+    EXPECT_EQ(3U, choices);
 }
 
 TEST_F(SessionTableFilled, FreshOnesAreSparedWhileThereAreOlder) {
     add(1, "a", 1000);
     add(2, "a", 10);
-    EXPECT_EQ(admit("a").victim, 1);
-    EXPECT_EQ(choices, 1U);
+    EXPECT_EQ(1, admit("a").victim);
+    EXPECT_EQ(1U, choices);
 }
 
 TEST_F(SessionTableFilled, AuthenticatedAreNeverDropped) {
     for (pid_t pid = 1; pid <= 4; ++pid) {
         add(pid, "a").authenticated = true;
     }
-    EXPECT_EQ(admit("a").kind, Kind::kTurnAway);
-    EXPECT_EQ(admit("a").victim, 0);
+    EXPECT_EQ(Kind::kTurnAway, admit("a").kind);
+    EXPECT_EQ(0, admit("a").victim);
     add(5, "a").authenticated = true;
-    EXPECT_EQ(admit("a").kind, Kind::kClose);
+    EXPECT_EQ(Kind::kClose, admit("a").kind);
 }
 
 TEST_F(SessionTableFilled, WaitingOneGivesWayWhenAllPlacesAreTaken) {
@@ -81,25 +81,25 @@ TEST_F(SessionTableFilled, WaitingOneGivesWayWhenAllPlacesAreTaken) {
         add(pid, "a").authenticated = true;
     }
     add(4, "b");
-    EXPECT_EQ(admit("c").kind, Kind::kServe);
-    EXPECT_EQ(admit("c").victim, 4);
+    EXPECT_EQ(Kind::kServe, admit("c").kind);
+    EXPECT_EQ(4, admit("c").victim);
 }
 
 TEST_F(SessionTableFilled, DroppedOnesDoNotCountButAreNotWithoutEnd) {
     for (pid_t pid = 1; pid <= 9; ++pid) {
         add(pid, "a").dropped = true;
     }
-    EXPECT_EQ(admit("a").kind, Kind::kServe);
+    EXPECT_EQ(Kind::kServe, admit("a").kind);
     add(10, "a").dropped = true;
-    EXPECT_EQ(admit("a").kind, Kind::kClose);
+    EXPECT_EQ(Kind::kClose, admit("a").kind);
 }
 
 TEST_F(SessionTableFilled, RemovedOnesAreForgotten) {
     add(1, "a");
     EXPECT_NE(table.find(1), nullptr);
     table.remove(1);
-    EXPECT_EQ(table.find(1), nullptr);
-    EXPECT_EQ(table.size(), 0U);
+    EXPECT_EQ(nullptr, table.find(1));
+    EXPECT_EQ(0U, table.size());
 }
 
 TEST_F(SessionTableFilled, GuestsCountForTheirSource) {
@@ -107,30 +107,30 @@ TEST_F(SessionTableFilled, GuestsCountForTheirSource) {
     add(1, "a");
     addGuest(7, "a");
     addGuest(8, "b");
-    EXPECT_EQ(admit("b").victimGuest, 0U);
+    EXPECT_EQ(0U, admit("b").victimGuest);
     const SessionTable::Admission admission = admit("a");
-    EXPECT_EQ(admission.victimGuest, 7U);
-    EXPECT_EQ(admission.victim, 0);
-    EXPECT_EQ(choices, 2U);
+    EXPECT_EQ(7U, admission.victimGuest);
+    EXPECT_EQ(0, admission.victim);
+    EXPECT_EQ(2U, choices);
 }
 
 TEST_F(SessionTableFilled, GuestsCountForTheBoundOfAll) {
     addGuest(7, "a");
     addGuest(8, "b", 10);
-    EXPECT_EQ(admit("c").victimGuest, 0U);
+    EXPECT_EQ(0U, admit("c").victimGuest);
     addGuest(9, "c", 10);
-    EXPECT_EQ(admit("d").victimGuest, 7U);
-    EXPECT_EQ(choices, 1U);
+    EXPECT_EQ(7U, admit("d").victimGuest);
+    EXPECT_EQ(1U, choices);
 }
 
 TEST_F(SessionTableFilled, GuestsTakeThePlacesOfSessions) {
     for (pid_t pid = 1; pid <= 3; ++pid) {
         add(pid, "a").authenticated = true;
     }
-    EXPECT_EQ(admit("b").victimGuest, 0U);
+    EXPECT_EQ(0U, admit("b").victimGuest);
     addGuest(7, "b");
-    EXPECT_EQ(admit("c").kind, Kind::kServe);
-    EXPECT_EQ(admit("c").victimGuest, 7U);
+    EXPECT_EQ(Kind::kServe, admit("c").kind);
+    EXPECT_EQ(7U, admit("c").victimGuest);
 }
 
 TEST_F(SessionTableFilled, SourceWithTooManySessionsIsToldSo) {

@@ -5,7 +5,7 @@
 
 TEST(TlsRehearsal, ComesToItsEnd) {
     EXPECT_TRUE(tlsrehearsal::perform());
-    EXPECT_EQ(ERR_peek_error(), 0U);
+    EXPECT_EQ(0U, ERR_peek_error());
     // The signer that the first one left is replaced.
     EXPECT_TRUE(tlsrehearsal::perform());
 }

@@ -29,7 +29,7 @@ protected:
     // The guest's end of a new connection; id as the room gave it, which counts from 1.
     UniqueFd enter(const std::string& source = "a", int ageMs = 0) {
         int ends[2] = {-1, -1};
-        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+        EXPECT_EQ(0, ::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends));
         WaitingRoom::Guest guest;
         guest.connection.reset(ends[0]);
         guest.source = source;
@@ -38,8 +38,8 @@ protected:
         return UniqueFd(ends[1]);
     }
     static void say(const UniqueFd& peer, const std::string& bytes) {
-        ASSERT_EQ(::send(peer.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL),
-                  static_cast<ssize_t>(bytes.size()));
+        ASSERT_EQ(static_cast<ssize_t>(bytes.size()),
+                  ::send(peer.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL));
     }
     bool isReadable() const {
         pollfd watched{room.descriptor(), POLLIN, 0};
@@ -55,36 +55,36 @@ protected:
 TEST(WaitingRoomJudgement, WaitsForTheHeader) {
     const std::string whole = record(300, 0);
     for (std::size_t length = 0; length <= whole.size(); ++length) {
-        EXPECT_EQ(judge(whole.substr(0, length)), Beginning::kUnfinished) << length;
+        EXPECT_EQ(Beginning::kUnfinished, judge(whole.substr(0, length))) << length;
     }
 }
 
 TEST(WaitingRoomJudgement, WaitsForEnoughOrForTheWholeRecord) {
-    EXPECT_EQ(judge(record(300, WaitingRoom::kEnoughBytes - kHeader - 1)), Beginning::kUnfinished);
-    EXPECT_EQ(judge(record(300, WaitingRoom::kEnoughBytes - kHeader)), Beginning::kReady);
-    EXPECT_EQ(judge(record(120, 119)), Beginning::kUnfinished);
-    EXPECT_EQ(judge(record(120, 120)), Beginning::kReady);
+    EXPECT_EQ(Beginning::kUnfinished, judge(record(300, WaitingRoom::kEnoughBytes - kHeader - 1)));
+    EXPECT_EQ(Beginning::kReady, judge(record(300, WaitingRoom::kEnoughBytes - kHeader)));
+    EXPECT_EQ(Beginning::kUnfinished, judge(record(120, 119)));
+    EXPECT_EQ(Beginning::kReady, judge(record(120, 120)));
 }
 
 TEST(WaitingRoomJudgement, RecordsOfImpossibleLengthAreForeign) {
-    EXPECT_EQ(judge(record(WaitingRoom::kLeastRecordBytes - 1, 0)), Beginning::kForeign);
-    EXPECT_EQ(judge(record(WaitingRoom::kLeastRecordBytes, 0)), Beginning::kUnfinished);
-    EXPECT_EQ(judge(record(WaitingRoom::kMostRecordBytes, 0)), Beginning::kUnfinished);
-    EXPECT_EQ(judge(record(WaitingRoom::kMostRecordBytes + 1, 0)), Beginning::kForeign);
+    EXPECT_EQ(Beginning::kForeign, judge(record(WaitingRoom::kLeastRecordBytes - 1, 0)));
+    EXPECT_EQ(Beginning::kUnfinished, judge(record(WaitingRoom::kLeastRecordBytes, 0)));
+    EXPECT_EQ(Beginning::kUnfinished, judge(record(WaitingRoom::kMostRecordBytes, 0)));
+    EXPECT_EQ(Beginning::kForeign, judge(record(WaitingRoom::kMostRecordBytes + 1, 0)));
 }
 
 TEST(WaitingRoomJudgement, WhatIsNoHandshakeIsForeignFromItsFirstByte) {
-    EXPECT_EQ(judge("G"), Beginning::kForeign);
-    EXPECT_EQ(judge("\x15\x03"), Beginning::kForeign);
-    EXPECT_EQ(judge("\x16\x02"), Beginning::kForeign);
-    EXPECT_EQ(judge(std::string("\x80\x2e\x01\x03\x01", 5)), Beginning::kForeign);
+    EXPECT_EQ(Beginning::kForeign, judge("G"));
+    EXPECT_EQ(Beginning::kForeign, judge("\x15\x03"));
+    EXPECT_EQ(Beginning::kForeign, judge("\x16\x02"));
+    EXPECT_EQ(Beginning::kForeign, judge(std::string("\x80\x2e\x01\x03\x01", 5)));
 }
 
 TEST_F(WaitingRoomEntered, SilentGuestsDoNotMove) {
     const UniqueFd peer = enter();
     EXPECT_TRUE(room.takeMoved().empty());
     EXPECT_FALSE(isReadable());
-    EXPECT_EQ(room.size(), 1U);
+    EXPECT_EQ(1U, room.size());
 }
 
 TEST_F(WaitingRoomEntered, EachByteShowsOnceAndStaysWhereItIs) {
@@ -98,34 +98,34 @@ TEST_F(WaitingRoomEntered, EachByteShowsOnceAndStaysWhereItIs) {
     }
     say(peer, hello.substr(WaitingRoom::kEnoughBytes - 1));
     const auto moved = room.takeMoved();
-    ASSERT_EQ(moved.size(), 1U);
-    EXPECT_EQ(moved[0].second, Beginning::kReady);
+    ASSERT_EQ(1U, moved.size());
+    EXPECT_EQ(Beginning::kReady, moved[0].second);
     const WaitingRoom::Guest guest = room.take(moved[0].first);
     std::string read(hello.size() + 1, '\0');
-    EXPECT_EQ(::recv(guest.connection.get(), &read[0], read.size(), 0),
-              static_cast<ssize_t>(hello.size()));
-    EXPECT_EQ(read.substr(0, hello.size()), hello);
+    EXPECT_EQ(static_cast<ssize_t>(hello.size()),
+              ::recv(guest.connection.get(), &read[0], read.size(), 0));
+    EXPECT_EQ(hello, read.substr(0, hello.size()));
 }
 
 TEST_F(WaitingRoomEntered, WhoEndsBeforeItsGreetingIsTold) {
     const UniqueFd silent = enter();
-    ASSERT_EQ(::shutdown(silent.get(), SHUT_WR), 0);
+    ASSERT_EQ(0, ::shutdown(silent.get(), SHUT_WR));
     UniqueFd begun = enter();
     say(begun, "\x16\x03");
     begun.reset();
     const auto moved = room.takeMoved();
-    ASSERT_EQ(moved.size(), 2U);
-    EXPECT_EQ(moved[0].second, Beginning::kEnded);
-    EXPECT_EQ(moved[1].second, Beginning::kEnded);
+    ASSERT_EQ(2U, moved.size());
+    EXPECT_EQ(Beginning::kEnded, moved[0].second);
+    EXPECT_EQ(Beginning::kEnded, moved[1].second);
 }
 
 TEST_F(WaitingRoomEntered, WhoCanOnlyListenMakesNoHandshake) {
     const UniqueFd peer = enter();
     say(peer, record(200, 200));
-    ASSERT_EQ(::shutdown(peer.get(), SHUT_WR), 0);
+    ASSERT_EQ(0, ::shutdown(peer.get(), SHUT_WR));
     const auto moved = room.takeMoved();
-    ASSERT_EQ(moved.size(), 1U);
-    EXPECT_EQ(moved[0].second, Beginning::kEnded);
+    ASSERT_EQ(1U, moved.size());
+    EXPECT_EQ(Beginning::kEnded, moved[0].second);
 }
 
 TEST_F(WaitingRoomEntered, ReadyOnesWaitUntilTheyAreTaken) {
@@ -143,8 +143,8 @@ TEST_F(WaitingRoomEntered, ThoseWhoseTimeIsOverAreTheOldest) {
     const UniqueFd second = enter("b", 2000);
     const UniqueFd third = enter("c", 1000);
     EXPECT_TRUE(room.acceptedBefore(now - milliseconds(3001)).empty());
-    EXPECT_EQ(room.acceptedBefore(now - milliseconds(3000)), (std::vector<WaitingRoom::Id>{1}));
-    EXPECT_EQ(room.acceptedBefore(now - milliseconds(1500)), (std::vector<WaitingRoom::Id>{1, 2}));
+    EXPECT_EQ((std::vector<WaitingRoom::Id>{1}), room.acceptedBefore(now - milliseconds(3000)));
+    EXPECT_EQ((std::vector<WaitingRoom::Id>{1, 2}), room.acceptedBefore(now - milliseconds(1500)));
 }
 
 TEST_F(WaitingRoomEntered, WhoLeftIsWatchedNoMoreEvenWhereACopyIsOpen) {
@@ -154,7 +154,7 @@ TEST_F(WaitingRoomEntered, WhoLeftIsWatchedNoMoreEvenWhereACopyIsOpen) {
     guest.connection.reset();
     say(peer, record(200, 200));
     EXPECT_FALSE(isReadable());
-    EXPECT_EQ(room.size(), 0U);
+    EXPECT_EQ(0U, room.size());
     EXPECT_THROW(room.take(1), std::out_of_range);
 }
 
@@ -163,6 +163,6 @@ TEST_F(WaitingRoomEntered, ClearingClosesThemAll) {
     const UniqueFd second = enter();
     room.clear();
     char byte = 0;
-    EXPECT_EQ(::recv(first.get(), &byte, 1, MSG_DONTWAIT), 0);
-    EXPECT_EQ(::recv(second.get(), &byte, 1, MSG_DONTWAIT), 0);
+    EXPECT_EQ(0, ::recv(first.get(), &byte, 1, MSG_DONTWAIT));
+    EXPECT_EQ(0, ::recv(second.get(), &byte, 1, MSG_DONTWAIT));
 }

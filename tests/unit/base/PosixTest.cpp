@@ -50,7 +50,7 @@ TEST(Posix, WritesAllIntoAPipeThatTakesLittleAtATime) {
     EXPECT_TRUE(Posix::writeAll(to.get(), sent));
     to.reset();
     reader.join();
-    EXPECT_EQ(sent.size(), received);
+    EXPECT_EQ(received, sent.size());
 }
 
 TEST(Posix, TellsWhyItCouldNotWrite) {

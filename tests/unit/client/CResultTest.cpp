@@ -77,5 +77,5 @@ TEST(CResult, SummaryIsThereWithoutACopy) {
     const std::string& seen = result.summary();
     EXPECT_EQ("text", seen);
     EXPECT_EQ(&seen, &result.summary());
-    EXPECT_EQ(result.getRunSummary(), seen);
+    EXPECT_EQ(seen, result.getRunSummary());
 }

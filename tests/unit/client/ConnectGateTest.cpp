@@ -36,7 +36,7 @@ TEST(ConnectGate, LetsNoMoreThanItsWidthThroughAtOnce) {
     for (std::thread& thread : threads) {
         thread.join();
     }
-    EXPECT_EQ(passed, 100);
+    EXPECT_EQ(100, passed);
     EXPECT_LE(most, 4);
 }
 

@@ -180,6 +180,6 @@ TEST_F(DialerOverTls, OneContextServesManyThreads) {
         thread.join();
     }
     for (const auto& context : contexts) {
-        EXPECT_EQ(contexts.front(), context);
+        EXPECT_EQ(context, contexts.front());
     }
 }

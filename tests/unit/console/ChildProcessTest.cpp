@@ -158,6 +158,6 @@ TEST(ChildProcess, MayRunOnManyThreads) {
         thread.join();
     }
     for (std::size_t i = 0; i < outputs.size(); ++i) {
-        EXPECT_EQ(std::to_string(i) + "\n", outputs[i]);
+        EXPECT_EQ(outputs[i], std::to_string(i) + "\n");
     }
 }

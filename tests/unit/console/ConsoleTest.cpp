@@ -11,7 +11,7 @@
 TEST(Console, PrintsTheTextAndANewline) {
     testing::internal::CaptureStdout();
     console::printLine("one\ntwo");
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "one\ntwo\n");
+    EXPECT_EQ("one\ntwo\n", testing::internal::GetCapturedStdout());
 }
 
 TEST(Console, ControlsOfANodeReachNoTerminal) {
@@ -22,7 +22,7 @@ TEST(Console, ControlsOfANodeReachNoTerminal) {
             "IPMI GUID:\x1b[2J\x9b"
             "6n");
     }
-    EXPECT_EQ(terminal.shown("\n"), "IPMI GUID:\\x1b[2J\\x9b6n\r\n");
+    EXPECT_EQ("IPMI GUID:\\x1b[2J\\x9b6n\r\n", terminal.shown("\n"));
 }
 
 TEST(Console, LinesOfManyThreadsStayWhole) {
@@ -48,8 +48,8 @@ TEST(Console, LinesOfManyThreadsStayWhole) {
         ASSERT_EQ(line, second) << "two messages are mixed";
         ++counted[line];
     }
-    EXPECT_EQ(counted.size(), static_cast<std::size_t>(kThreads));
+    EXPECT_EQ(static_cast<std::size_t>(kThreads), counted.size());
     for (const auto& [line, count] : counted) {
-        EXPECT_EQ(count, kLines) << line;
+        EXPECT_EQ(kLines, count) << line;
     }
 }

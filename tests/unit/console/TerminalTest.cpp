@@ -51,9 +51,9 @@ TEST_F(TerminalTest, KeyModeTurnsOffEchoAndLineBufferingOnly) {
     {
         const Terminal::Hold hold(terminal());
         termios during = pty.mode();
-        EXPECT_EQ(during.c_lflag & (ICANON | ECHO), 0U);
-        EXPECT_EQ(during.c_cc[VMIN], 1);
-        EXPECT_EQ(during.c_cc[VTIME], 0);
+        EXPECT_EQ(0U, during.c_lflag & (ICANON | ECHO));
+        EXPECT_EQ(1, during.c_cc[VMIN]);
+        EXPECT_EQ(0, during.c_cc[VTIME]);
         during.c_lflag |= before.c_lflag & (ICANON | ECHO);
         EXPECT_EQ(during.c_lflag, before.c_lflag);
         EXPECT_EQ(during.c_iflag, before.c_iflag);
@@ -71,17 +71,17 @@ TEST_F(TerminalTest, SingleKeyLeavesTheModeAsFound) {
         }
         pty.type("y");
     });
-    EXPECT_EQ(CUtil::mygetch(), 'y');
+    EXPECT_EQ('y', CUtil::mygetch());
     user.join();
     EXPECT_TRUE(sameMode(pty.mode(), before));
-    EXPECT_EQ(pty.shown("y", 0), "") << "the key was echoed";
+    EXPECT_EQ("", pty.shown("y", 0)) << "the key was echoed";
 }
 
 TEST_F(TerminalTest, KeysTypedAheadInLineModeAreNotLost) {
     connect();
     pty.type("ab\rcd");
     const Terminal::Hold hold(terminal());
-    EXPECT_EQ(read(5), "ab\ncd");
+    EXPECT_EQ("ab\ncd", read(5));
 }
 
 TEST_F(TerminalTest, WhatWasTypedInOneHoldIsReadInTheNext) {
@@ -89,13 +89,13 @@ TEST_F(TerminalTest, WhatWasTypedInOneHoldIsReadInTheNext) {
     {
         const Terminal::Hold hold(terminal());
         pty.type("a\rbcdef");
-        EXPECT_EQ(read(2), "a\n");
+        EXPECT_EQ("a\n", read(2));
     }
     EXPECT_TRUE(pty.echoes());
-    EXPECT_EQ(read(1), "b");
+    EXPECT_EQ("b", read(1));
     const Terminal::Hold hold(terminal());
-    EXPECT_EQ(read(4), "cdef");
-    EXPECT_EQ(pty.shown("f", 0), "") << "keys were echoed";
+    EXPECT_EQ("cdef", read(4));
+    EXPECT_EQ("", pty.shown("f", 0)) << "keys were echoed";
 }
 
 TEST_F(TerminalTest, ReleaseGivesTheModeBackInSpiteOfTheHolds) {
@@ -106,14 +106,14 @@ TEST_F(TerminalTest, ReleaseGivesTheModeBackInSpiteOfTheHolds) {
     pty.type("a");
     terminal().release();
     EXPECT_TRUE(pty.echoes());
-    EXPECT_EQ(read(1), "a");
+    EXPECT_EQ("a", read(1));
     std::thread user([&] {
         while (pty.echoes()) {
             std::this_thread::yield();
         }
         pty.type("k");
     });
-    EXPECT_EQ(terminal().readKey(), 'k');
+    EXPECT_EQ('k', terminal().readKey());
     user.join();
     EXPECT_TRUE(pty.echoes()) << "a single key leaves the released terminal as it was";
     const Terminal::Hold again(terminal());
@@ -124,10 +124,10 @@ TEST_F(TerminalTest, DroppingForgetsWhatWasTypedAhead) {
     connect();
     const Terminal::Hold hold(terminal());
     pty.type("abc");
-    EXPECT_EQ(read(1), "a");
+    EXPECT_EQ("a", read(1));
     Terminal::dropTypedAhead();
     pty.type("z");
-    EXPECT_EQ(read(1), "z");
+    EXPECT_EQ("z", read(1));
 }
 
 TEST_F(TerminalTest, DroppingSparesWhatIsTypedAfterwards) {
@@ -139,7 +139,7 @@ TEST_F(TerminalTest, DroppingSparesWhatIsTypedAfterwards) {
             Terminal::dropTypedAhead();
             pty.type("xyz");
         });
-        EXPECT_EQ(read(3), "xyz");
+        EXPECT_EQ("xyz", read(3));
         user.join();
     }
 }
@@ -149,18 +149,18 @@ TEST_F(TerminalTest, HangUpIsTheEndOfInput) {
     {
         const Terminal::Hold hold(terminal());
         pty.type("x");
-        EXPECT_EQ(read(1), "x");
+        EXPECT_EQ("x", read(1));
         pty.hangUp();
-        EXPECT_EQ(terminal().readKey(), -1);
+        EXPECT_EQ(-1, terminal().readKey());
         EXPECT_TRUE(terminal().isHungUp());
-        EXPECT_EQ(terminal().readKey(), -1);
+        EXPECT_EQ(-1, terminal().readKey());
     }
 }
 
 TEST_F(TerminalTest, EndOfAFileIsNoHangUp) {
     const TypedInput typedKeys("a");
-    EXPECT_EQ(terminal().readKey(), 'a');
-    EXPECT_EQ(terminal().readKey(), -1);
+    EXPECT_EQ('a', terminal().readKey());
+    EXPECT_EQ(-1, terminal().readKey());
     EXPECT_FALSE(terminal().isHungUp());
 }
 
@@ -171,7 +171,7 @@ TEST_F(TerminalTest, EveryByteValueIsAKey) {
     }
     const TypedInput typedKeys(all);
     for (int c = 0; c < 256; ++c) {
-        EXPECT_EQ(CUtil::mygetch(), c);
+        EXPECT_EQ(c, CUtil::mygetch());
     }
 }
 
@@ -183,7 +183,7 @@ TEST_F(TerminalTest, SignalsNeverEndTheWait) {
     struct sigaction before = {};
     action.sa_handler = &interrupted;
     sigemptyset(&action.sa_mask);
-    ASSERT_EQ(sigaction(SIGUSR1, &action, &before), 0);
+    ASSERT_EQ(0, sigaction(SIGUSR1, &action, &before));
     const pthread_t reader = pthread_self();
     std::thread user([&] {
         while (pty.echoes()) {
@@ -194,7 +194,7 @@ TEST_F(TerminalTest, SignalsNeverEndTheWait) {
         }
         pty.type("k");
     });
-    EXPECT_EQ(terminal().readKey(), 'k');
+    EXPECT_EQ('k', terminal().readKey());
     user.join();
     sigaction(SIGUSR1, &before, nullptr);
 }
@@ -202,15 +202,15 @@ TEST_F(TerminalTest, SignalsNeverEndTheWait) {
 TEST_F(TerminalTest, CursorPositionIsAskedAndAnswered) {
     connect();
     std::thread user([&] {
-        EXPECT_EQ(pty.shown("\x1b[6n"), "\x1b[6n");
+        EXPECT_EQ("\x1b[6n", pty.shown("\x1b[6n"));
         pty.type("\x1b[24;80R");
     });
     unsigned int row = 7;
     unsigned int column = 7;
     CUtil::getCursorPosition(row, column);
     user.join();
-    EXPECT_EQ(row, 24U);
-    EXPECT_EQ(column, 80U);
+    EXPECT_EQ(24U, row);
+    EXPECT_EQ(80U, column);
     EXPECT_TRUE(pty.echoes());
 }
 
@@ -225,9 +225,9 @@ TEST_F(TerminalTest, KeysAroundTheAnswerAreKept) {
     unsigned int column = 0;
     CUtil::getCursorPosition(row, column);
     user.join();
-    EXPECT_EQ(row, 12U);
-    EXPECT_EQ(column, 3U);
-    EXPECT_EQ(read(7), "ab\x1b[Acd");
+    EXPECT_EQ(12U, row);
+    EXPECT_EQ(3U, column);
+    EXPECT_EQ("ab\x1b[Acd", read(7));
 }
 
 TEST_F(TerminalTest, SilentTerminalGivesZeroWithinTheLimit) {
@@ -238,9 +238,9 @@ TEST_F(TerminalTest, SilentTerminalGivesZeroWithinTheLimit) {
     const auto begin = std::chrono::steady_clock::now();
     CUtil::getCursorPosition(row, column);
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(250));
-    EXPECT_EQ(row, 0U);
-    EXPECT_EQ(column, 0U);
-    EXPECT_EQ(read(2), "k\n");
+    EXPECT_EQ(0U, row);
+    EXPECT_EQ(0U, column);
+    EXPECT_EQ("k\n", read(2));
 }
 
 TEST_F(TerminalTest, SilentTerminalIsAskedOncePerHold) {
@@ -251,8 +251,8 @@ TEST_F(TerminalTest, SilentTerminalIsAskedOncePerHold) {
     for (int i = 0; i < 20; ++i) {
         CUtil::getCursorPosition(row, column);
     }
-    EXPECT_EQ(pty.shown("\x1b[6n", 0), "\x1b[6n");
-    EXPECT_EQ(pty.shown("\x1b[6n", 0), "");
+    EXPECT_EQ("\x1b[6n", pty.shown("\x1b[6n", 0));
+    EXPECT_EQ("", pty.shown("\x1b[6n", 0));
 }
 
 TEST_F(TerminalTest, LateAnswerNeverBecomesKeys) {
@@ -261,10 +261,10 @@ TEST_F(TerminalTest, LateAnswerNeverBecomesKeys) {
     unsigned int row = 0;
     unsigned int column = 0;
     CUtil::getCursorPosition(row, column);
-    EXPECT_EQ(row, 0U);
+    EXPECT_EQ(0U, row);
     pty.type("a\x1b[24;1R\x1b[C\x1b[1;1R");
     // The one late answer is swallowed; a second one was never asked for.
-    EXPECT_EQ(read(10), "a\x1b[C\x1b[1;1R");
+    EXPECT_EQ("a\x1b[C\x1b[1;1R", read(10));
 }
 
 TEST_F(TerminalTest, LaterAnswerBelongsToTheLaterQuestion) {
@@ -278,8 +278,8 @@ TEST_F(TerminalTest, LaterAnswerBelongsToTheLaterQuestion) {
     });
     CUtil::getCursorPosition(row, column);
     user.join();
-    EXPECT_EQ(row, 5U);
-    EXPECT_EQ(column, 6U);
+    EXPECT_EQ(5U, row);
+    EXPECT_EQ(6U, column);
 }
 
 TEST_F(TerminalTest, NothingIsAskedWithoutATerminal) {
@@ -288,10 +288,10 @@ TEST_F(TerminalTest, NothingIsAskedWithoutATerminal) {
     unsigned int row = 7;
     unsigned int column = 7;
     CUtil::getCursorPosition(row, column);
-    EXPECT_EQ(captured.text(), "");
-    EXPECT_EQ(row, 0U);
-    EXPECT_EQ(column, 0U);
-    EXPECT_EQ(read(2), "ab");
+    EXPECT_EQ("", captured.text());
+    EXPECT_EQ(0U, row);
+    EXPECT_EQ(0U, column);
+    EXPECT_EQ("ab", read(2));
 }
 
 TEST_F(TerminalTest, AnswerThatStandsInTheInputIsTaken) {
@@ -299,12 +299,12 @@ TEST_F(TerminalTest, AnswerThatStandsInTheInputIsTaken) {
     unsigned int row = 0;
     unsigned int column = 0;
     CUtil::getCursorPosition(row, column);
-    EXPECT_EQ(row, 25U);
-    EXPECT_EQ(column, 1U);
-    EXPECT_EQ(read(2), "ab");
+    EXPECT_EQ(25U, row);
+    EXPECT_EQ(1U, column);
+    EXPECT_EQ("ab", read(2));
     CUtil::getCursorPosition(row, column);
-    EXPECT_EQ(row, 0U);
-    EXPECT_EQ(read(3), "\x1b[C");
+    EXPECT_EQ(0U, row);
+    EXPECT_EQ("\x1b[C", read(3));
 }
 
 TEST_F(TerminalTest, AbsurdAnswersAreKeys) {
@@ -318,8 +318,8 @@ TEST_F(TerminalTest, AbsurdAnswersAreKeys) {
     unsigned int column = 0;
     CUtil::getCursorPosition(row, column);
     user.join();
-    EXPECT_EQ(row, 0U);
-    EXPECT_EQ(read(19), "\x1b[123456;1R\x1b[;R\x1b[1R");
+    EXPECT_EQ(0U, row);
+    EXPECT_EQ("\x1b[123456;1R\x1b[;R\x1b[1R", read(19));
 }
 
 // What ends a process in key mode leaves the terminal as it was. The child is a fork of this
@@ -339,9 +339,9 @@ TEST_P(TerminalDeathTest, FatalSignalGivesTheModeBack) {
         _exit(0);
     }
     int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_EQ(child, waitpid(child, &status, 0));
     EXPECT_TRUE(WIFSIGNALED(status));
-    EXPECT_EQ(WTERMSIG(status), signal);
+    EXPECT_EQ(signal, WTERMSIG(status));
     EXPECT_TRUE(sameMode(pty.mode(), before));
 }
 
@@ -356,13 +356,13 @@ TEST_F(TerminalTest, DispositionsAreGivenBack) {
     struct sigaction during = {};
     struct sigaction after = {};
     std::signal(SIGHUP, SIG_IGN);
-    ASSERT_EQ(sigaction(SIGTERM, nullptr, &before), 0);
+    ASSERT_EQ(0, sigaction(SIGTERM, nullptr, &before));
     {
         const Terminal::Hold hold(terminal());
-        ASSERT_EQ(sigaction(SIGHUP, nullptr, &during), 0);
-        EXPECT_EQ(during.sa_handler, SIG_IGN) << "nohup must stay in force";
+        ASSERT_EQ(0, sigaction(SIGHUP, nullptr, &during));
+        EXPECT_EQ(SIG_IGN, during.sa_handler) << "nohup must stay in force";
     }
-    ASSERT_EQ(sigaction(SIGTERM, nullptr, &after), 0);
+    ASSERT_EQ(0, sigaction(SIGTERM, nullptr, &after));
     EXPECT_EQ(before.sa_handler, after.sa_handler);
     std::signal(SIGHUP, SIG_DFL);
 }

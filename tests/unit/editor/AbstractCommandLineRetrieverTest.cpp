@@ -101,11 +101,10 @@ TEST_F(AbstractCommandLineRetrieverTest, MovingLeftClimbsAtTheFirstColumn) {
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, MovingTakesNull) {
-    EXPECT_EQ(writtenBy([&] {
+    EXPECT_EQ("", writtenBy([&] {
                   editor.moveIndexLeftInConsole(nullptr);
                   editor.moveRightInConsole(nullptr);
-              }),
-              "");
+              }));
 }
 
 TEST_F(AbstractCommandLineRetrieverTest, MovingLeftTakesZeroForAFirstColumnToo) {

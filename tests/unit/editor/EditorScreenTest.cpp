@@ -138,8 +138,8 @@ TEST_P(EditorScreenTest, RandomEditingLooksLikeTheModel) {
         SCOPED_TRACE("seed " + std::to_string(seed) + ": " + symbols);
         ASSERT_EQ(edited.text, model.text);
         // Three cells more: what was deleted must be gone from the screen too.
-        ASSERT_EQ(screen.cells(model.text.size() + 3), model.text + "   ");
-        ASSERT_EQ(screen.cursor(), model.index);
+        ASSERT_EQ(model.text + "   ", screen.cells(model.text.size() + 3));
+        ASSERT_EQ(model.index, screen.cursor());
     }
 }
 

@@ -65,8 +65,8 @@ TEST_F(CounterOfTheShell, FileThatCannotBeWrittenIsReported) {
     CShell shell;
     const std::string message = "ERROR!!! fopen(cmdSeqFilePath.data(), \"wt\") returns NULL....\n";
     EXPECT_EQ(message, printedBy([&] { shell.writeCmdSeqToFile(3); }));
-    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(shell.readCmdSeqFromFile(), 0u); }));
-    EXPECT_EQ(message, printedBy([&] { EXPECT_EQ(shell.getNextCmdSeq(), 0u); }));
+    EXPECT_EQ("", printedBy([&] { EXPECT_EQ(0u, shell.readCmdSeqFromFile()); }));
+    EXPECT_EQ(message, printedBy([&] { EXPECT_EQ(0u, shell.getNextCmdSeq()); }));
 }
 
 TEST_F(CounterOfTheShell, WithoutAnInstallPathTheFileIsInTheWorkingDirectory) {

@@ -176,7 +176,7 @@ TEST(PiecePipe, KeepsTheOrderAndTellsTheEnd) {
     std::string piece;
     int next = 0;
     for (; pipe.take(piece); ++next) {
-        EXPECT_EQ(std::to_string(next), piece);
+        EXPECT_EQ(piece, std::to_string(next));
     }
     producer.join();
     EXPECT_EQ(kMany, next);

@@ -76,21 +76,21 @@ protected:
         // In memory: ten thousand of them would keep a disk busy.
         const UniqueFd in(::memfd_create("package", MFD_CLOEXEC));
         const UniqueFd out(::memfd_create("plain", MFD_CLOEXEC));
-        EXPECT_EQ(::write(in.get(), package.data(), package.size()),
-                  static_cast<ssize_t>(package.size()));
+        EXPECT_EQ(static_cast<ssize_t>(package.size()),
+                  ::write(in.get(), package.data(), package.size()));
         reason = failure([&] { toolpackage::unpack(in.get(), name, with, out.get()); });
         const std::string verified = failure([&] { toolpackage::verify(in.get(), name, with); });
         EXPECT_EQ(reason, verified);
         struct stat info {};
-        EXPECT_EQ(::fstat(out.get(), &info), 0);
+        EXPECT_EQ(0, ::fstat(out.get(), &info));
         std::string plain(static_cast<std::size_t>(info.st_size), '\0');
-        EXPECT_EQ(::pread(out.get(), plain.data(), plain.size(), 0), info.st_size);
+        EXPECT_EQ(info.st_size, ::pread(out.get(), plain.data(), plain.size(), 0));
         return plain;
     }
 
     // A damaged package must fail and leave nothing behind.
     void expectRefused(const std::string& package, const std::string& name = "romutil") {
-        EXPECT_EQ(unpacked(package, name), "");
+        EXPECT_EQ("", unpacked(package, name));
         EXPECT_NE(reason, "");
     }
 
@@ -105,8 +105,8 @@ TEST_F(ToolPackage, GivesBackEverySizeAroundAChunk) {
           toolpackage::kChunkBytes + 1, 3 * toolpackage::kChunkBytes}) {
         const std::string content = someBytes(size);
         const std::string package = packed(content);
-        EXPECT_EQ(unpacked(package), content) << size;
-        EXPECT_EQ(reason, "") << size;
+        EXPECT_EQ(content, unpacked(package)) << size;
+        EXPECT_EQ("", reason) << size;
     }
 }
 
@@ -124,9 +124,9 @@ TEST_F(ToolPackage, TellsNameSizeAndChunksFromTheHeader) {
     packed(someBytes(toolpackage::kChunkBytes + 1));
     const UniqueFd in(::open(directory.file("romutil.enc").c_str(), O_RDONLY | O_CLOEXEC));
     const toolpackage::PackageHeader header = toolpackage::readHeader(in.get());
-    EXPECT_EQ(header.toolName, "romutil");
+    EXPECT_EQ("romutil", header.toolName);
     EXPECT_EQ(header.plainSize, toolpackage::kChunkBytes + 1);
-    EXPECT_EQ(header.chunks(), 2u);
+    EXPECT_EQ(2u, header.chunks());
     EXPECT_EQ(header.packageSize(), readFile(directory.file("romutil.enc")).size());
 }
 
@@ -206,13 +206,13 @@ TEST_F(ToolPackage, RefusesBytesBehindTheLastChunk) {
 
 TEST_F(ToolPackage, RefusesARenamedPackage) {
     expectRefused(packed("echo hello\n"), "bmcflash64");
-    EXPECT_EQ(reason, "package \"bmcflash64.enc\": was made for the tool \"romutil\"");
+    EXPECT_EQ("package \"bmcflash64.enc\": was made for the tool \"romutil\"", reason);
 }
 
 TEST_F(ToolPackage, RefusesAnotherKey) {
     const std::string package = packed("echo hello\n");
     const ToolKey other(std::string(toolpackage::kKeyBytes, 'o'));
-    EXPECT_EQ(unpackedWith(package, "romutil", other), "");
+    EXPECT_EQ("", unpackedWith(package, "romutil", other));
     EXPECT_THAT(reason, HasSubstr("packed with another key"));
 }
 
@@ -235,7 +235,7 @@ TEST_F(ToolPackage, RefusesADirectoryAndAFifo) {
     const UniqueFd folder(::open(directory.path().c_str(), O_RDONLY | O_CLOEXEC));
     EXPECT_THAT(failure([&] { toolpackage::verify(folder.get(), "romutil", key); }),
                 HasSubstr("not a regular file"));
-    ASSERT_EQ(::mkfifo(directory.file("romutil").c_str(), 0600), 0);
+    ASSERT_EQ(0, ::mkfifo(directory.file("romutil").c_str(), 0600));
     EXPECT_THAT(failure([&] {
                     toolpackage::pack(directory.file("romutil"), key, directory.file("x.enc"));
                 }),
@@ -264,21 +264,21 @@ TEST_F(ToolPackage, KeepsTheOldPackageWhenPackingFails) {
     const std::string before = packed("echo hello\n");
     writeFile(directory.file("romutil"), someBytes(3 * toolpackage::kChunkBytes));
     rlimit old{};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &old), 0);
+    ASSERT_EQ(0, ::getrlimit(RLIMIT_FSIZE, &old));
     const auto ignored = ::signal(SIGXFSZ, SIG_IGN);
     const rlimit small{toolpackage::kChunkBytes, old.rlim_max};
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &small));
     const std::string said = failure(
         [&] { toolpackage::pack(directory.file("romutil"), key, directory.file("romutil.enc")); });
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &old), 0);
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &old));
     ::signal(SIGXFSZ, ignored);
     EXPECT_THAT(said, HasSubstr("File too large"));
-    EXPECT_EQ(readFile(directory.file("romutil.enc")), before);
+    EXPECT_EQ(before, readFile(directory.file("romutil.enc")));
     std::size_t files = 0;
     for (const auto& entry : std::filesystem::directory_iterator(directory.path())) {
         files += entry.is_regular_file() ? 1 : 0;
     }
-    EXPECT_EQ(files, 2u) << "a temporary file stayed";
+    EXPECT_EQ(2u, files) << "a temporary file stayed";
 }
 
 TEST_F(ToolPackage, AcceptsOnlyNamesThatMeanNothingToAShell) {
@@ -294,7 +294,7 @@ TEST_F(ToolPackage, AcceptsOnlyNamesThatMeanNothingToAShell) {
 }
 
 TEST_F(ToolPackage, TakesTheToolsNameFromThePackagesName) {
-    EXPECT_EQ(toolpackage::toolNameOf("romtool.x86_64.enc"), "romtool.x86_64");
+    EXPECT_EQ("romtool.x86_64", toolpackage::toolNameOf("romtool.x86_64.enc"));
     for (const char* name : {"romutil", ".enc", "../romutil.enc", "a b.enc", "", "enc"}) {
         EXPECT_NE(failure([&] { toolpackage::toolNameOf(name); }), "") << name;
     }
@@ -304,7 +304,7 @@ TEST_F(ToolPackage, DoesNotGrowWithTheTool) {
     // 96 MiB of holes; the resident peak may not follow.
     const UniqueFd tool(
         ::open(directory.file("romutil").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    ASSERT_EQ(::ftruncate(tool.get(), 96 * 1024 * 1024), 0);
+    ASSERT_EQ(0, ::ftruncate(tool.get(), 96 * 1024 * 1024));
     rusage before{};
     ::getrusage(RUSAGE_SELF, &before);
     toolpackage::pack(directory.file("romutil"), key, directory.file("romutil.enc"));
@@ -324,30 +324,30 @@ protected:
 TEST_F(ToolKeyFile, IsMadeForItsOwnerOnlyAndNeverReplaced) {
     ToolKey::createFile(path);
     struct stat info {};
-    ASSERT_EQ(::stat(path.c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 07777, 0600u);
-    EXPECT_EQ(info.st_size, static_cast<off_t>(toolpackage::kKeyBytes));
+    ASSERT_EQ(0, ::stat(path.c_str(), &info));
+    EXPECT_EQ(0600u, info.st_mode & 07777);
+    EXPECT_EQ(static_cast<off_t>(toolpackage::kKeyBytes), info.st_size);
     const std::string bytes = readFile(path);
     EXPECT_THAT(failure([&] { ToolKey::createFile(path); }), EndsWith("File exists"));
-    EXPECT_EQ(readFile(path), bytes);
+    EXPECT_EQ(bytes, readFile(path));
     const ToolKey loaded = ToolKey::load(path);
-    EXPECT_EQ(std::memcmp(loaded.data(), bytes.data(), bytes.size()), 0);
+    EXPECT_EQ(0, std::memcmp(loaded.data(), bytes.data(), bytes.size()));
 }
 
 TEST_F(ToolKeyFile, IsRefusedWhenOthersMayReadOrChangeIt) {
     ToolKey::createFile(path);
     for (const mode_t mode : {0640u, 0604u, 0620u, 0602u, 0610u, 0644u}) {
-        ASSERT_EQ(::chmod(path.c_str(), mode), 0);
+        ASSERT_EQ(0, ::chmod(path.c_str(), mode));
         EXPECT_THAT(failure([&] { ToolKey::load(path); }), HasSubstr("must be 0600")) << mode;
     }
-    ASSERT_EQ(::chmod(path.c_str(), 0400), 0);
-    EXPECT_EQ(failure([&] { ToolKey::load(path); }), "");
+    ASSERT_EQ(0, ::chmod(path.c_str(), 0400));
+    EXPECT_EQ("", failure([&] { ToolKey::load(path); }));
 }
 
 TEST_F(ToolKeyFile, IsRefusedWithAnotherLength) {
     for (const std::size_t size : {0u, 31u, 33u, 64u}) {
         writeFile(path, std::string(size, 'k'));
-        ASSERT_EQ(::chmod(path.c_str(), 0600), 0);
+        ASSERT_EQ(0, ::chmod(path.c_str(), 0600));
         EXPECT_THAT(failure([&] { ToolKey::load(path); }), HasSubstr("exactly 32 bytes")) << size;
     }
     EXPECT_NE(failure([] { ToolKey(std::string(31, 'k')); }), "");
@@ -356,7 +356,7 @@ TEST_F(ToolKeyFile, IsRefusedWithAnotherLength) {
 TEST_F(ToolKeyFile, IsRefusedWhenItIsMissingOrNoFile) {
     EXPECT_THAT(failure([&] { ToolKey::load(path); }), EndsWith("No such file or directory"));
     EXPECT_THAT(failure([&] { ToolKey::load(directory.path()); }), HasSubstr("not a regular file"));
-    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    ASSERT_EQ(0, ::mkfifo(path.c_str(), 0600));
     EXPECT_THAT(failure([&] { ToolKey::load(path); }), HasSubstr("not a regular file"));
 }
 

@@ -123,7 +123,7 @@ TEST(NodePattern, TakesAsManyNamesAsAreAllowed) {
 TEST(NodeSet, FoldsSoThatItCanBeReadAgain) {
     for (const char* text : {"n[1-3]", "n[1,01]", "n[09-99,100]", "r1n[1-2],r2n[1-2]", "n1", ""}) {
         const NodeSet set = *text == '\0' ? NodeSet() : NodeSet::parse(text, nullptr);
-        EXPECT_EQ(text, set.fold());
+        EXPECT_EQ(set.fold(), text);
     }
 }
 

@@ -16,10 +16,10 @@ using CShellCommandSet_BIOSFWTest = NodeSetFixture<CShellCommandSet_BIOSFW>;
 }  // namespace
 
 TEST_F(CShellCommandSet_BIOSFWTest, HoldsEveryRowOfItsTable) {
-    EXPECT_EQ(set.getCommandSetName(), "r3biosfw");
-    EXPECT_EQ(set.getDescription(), "Commands for BIOS FW.");
-    EXPECT_EQ(set.getTimeOut(), 0U);
-    EXPECT_EQ(set.getCommandSetConfirmType(), NO);
+    EXPECT_EQ("r3biosfw", set.getCommandSetName());
+    EXPECT_EQ("Commands for BIOS FW.", set.getDescription());
+    EXPECT_EQ(0U, set.getTimeOut());
+    EXPECT_EQ(NO, set.getCommandSetConfirmType());
     expectCommands(
         set,
         {
@@ -90,38 +90,39 @@ TEST_F(CShellCommandSet_BIOSFWTest, UnknownLineLeavesTheResultUntouched) {
     result.setRunSummary("untouched");
     set.execute("flash bios", nullptr, result, 1000);
     set.execute("flash bios fw", nullptr, result, 1000);  // the compulsory file is missing
-    EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS);
-    EXPECT_EQ(result.getRunSummary(), "untouched");
+    EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus());
+    EXPECT_EQ("untouched", result.getRunSummary());
 }
 
 TEST_F(CShellCommandSet_BIOSFWTest, BiosIdIsWhatTheToolLeft) {
     agent.answer("cat /var/tmp/get_bios_id_from_sys.txt", "R3ABC012\n");
     expectSuccess(execute("get bios id from system", 1234), "R3ABC012\n");
-    EXPECT_EQ(agent.requests,
-              (std::vector<std::string>{"run: echo $KELNODE_PATH",
+    EXPECT_EQ((std::vector<std::string>{"run: echo $KELNODE_PATH",
                                         "tool: romutil.enc in /opt/kelnode/: |-IdFromSystem 2>&1 > "
                                         "/var/tmp/get_bios_id_from_sys.txt",
-                                        "run: cat /var/tmp/get_bios_id_from_sys.txt"}));
-    EXPECT_EQ(agent.timeOutsMs, (std::vector<unsigned int>{1234, 1234, 1234}));
-    EXPECT_EQ(printed, "");
+                                        "run: cat /var/tmp/get_bios_id_from_sys.txt"}),
+              agent.requests);
+    EXPECT_EQ((std::vector<unsigned int>{1234, 1234, 1234}), agent.timeOutsMs);
+    EXPECT_EQ("", printed);
 }
 
 TEST_F(CShellCommandSet_BIOSFWTest, BuiltDateIsWhatTheToolLeft) {
     agent.answer("cat /var/tmp/get_bios_builtdate.txt", "05/27/2013\n");
     expectSuccess(execute("get bios built date from system"), "05/27/2013\n");
-    EXPECT_EQ(requestsAfterOpening(),
-              (std::vector<std::string>{
+    EXPECT_EQ((std::vector<std::string>{
                   "tool: romutil.enc in /opt/kelnode/: |-BuiltDateFromSystem 2>&1 > "
                   "/var/tmp/get_bios_builtdate.txt",
-                  "run: cat /var/tmp/get_bios_builtdate.txt"}));
+                  "run: cat /var/tmp/get_bios_builtdate.txt"}),
+              requestsAfterOpening());
 }
 
 TEST_F(CShellCommandSet_BIOSFWTest, NodePathWithoutASlashGetsOne) {
     agent.answer("echo $KELNODE_PATH", "/srv/node\n");
     execute("get bios id from system");
-    EXPECT_EQ(requestsAfterOpening().front(),
-              "tool: romutil.enc in /srv/node/: |-IdFromSystem 2>&1 > "
-              "/var/tmp/get_bios_id_from_sys.txt");
+    EXPECT_EQ(
+        "tool: romutil.enc in /srv/node/: |-IdFromSystem 2>&1 > "
+        "/var/tmp/get_bios_id_from_sys.txt",
+        requestsAfterOpening().front());
     agent.requests.clear();
     agent.answer("echo $KELNODE_PATH", "\n");
     execute("get bios id from system");
@@ -133,7 +134,7 @@ TEST_F(CShellCommandSet_BIOSFWTest, ToolThatCannotBeStartedIsAFailureAndNothingI
     agent.answer("cat /var/tmp/get_bios_id_from_sys.txt", "R3OLD\n");
     expectFailure(execute("get bios id from system"),
                   "the packaged tool romutil.enc is not on this node");
-    EXPECT_EQ(requestsAfterOpening().size(), 1U);
+    EXPECT_EQ(1U, requestsAfterOpening().size());
 }
 
 TEST_F(CShellCommandSet_BIOSFWTest, ToolThatFailsWithoutAWordIsAFailure) {
@@ -168,26 +169,27 @@ TEST_F(CShellCommandSet_BIOSFWTest, FlashCopiesRunsAndReadsBack) {
     agent.answer(kFlashCheck, "Writing finished\n");
     expectSuccess(execute("flash bios fw -f " + file, 900000),
                   "BIOS firmware image file " + file + " has been successfully flashed.\n");
-    EXPECT_EQ(agent.requests,
-              (std::vector<std::string>{"run: echo $KELNODE_PATH", "run: [savefile]" + file,
+    EXPECT_EQ((std::vector<std::string>{"run: echo $KELNODE_PATH", "run: [savefile]" + file,
                                         "exists: " + file, flashRun("", file),
                                         std::string("run: ") + kFlashIdCheck,
-                                        std::string("run: ") + kFlashCheck}));
-    EXPECT_EQ(agent.timeOutsMs, std::vector<unsigned int>(5, 900000));
-    EXPECT_EQ(printed,
-              "Please wait for flashing BIOS firmware....\n"
-              "Don't power off the system or remove AC power! [node_0000]\n");
+                                        std::string("run: ") + kFlashCheck}),
+              agent.requests);
+    EXPECT_EQ(std::vector<unsigned int>(5, 900000), agent.timeOutsMs);
+    EXPECT_EQ(
+        "Please wait for flashing BIOS firmware....\n"
+        "Don't power off the system or remove AC power! [node_0000]\n",
+        printed);
 }
 
 TEST_F(CShellCommandSet_BIOSFWTest, PhraseCountsWhereverItStandsInWhatIsReadBack) {
     for (const char* log : {"Writing finished", "[ 100%] Writing finished, verifying: ok",
                             "erased\n\tWriting finished\nok\n", "xWriting finishedx"}) {
         agent.answer(kFlashCheck, log);
-        EXPECT_EQ(execute("flash bios fw -f " + file).getRunStatus(), EXEC_SUCCESS) << log;
+        EXPECT_EQ(EXEC_SUCCESS, execute("flash bios fw -f " + file).getRunStatus()) << log;
     }
     for (const char* log : {"", "Writing  finished", "writing finished", "Writing finish"}) {
         agent.answer(kFlashCheck, log);
-        EXPECT_EQ(execute("flash bios fw -f " + file).getRunStatus(), EXEC_FAILURE) << log;
+        EXPECT_EQ(EXEC_FAILURE, execute("flash bios fw -f " + file).getRunStatus()) << log;
     }
 }
 
@@ -205,8 +207,8 @@ TEST_F(CShellCommandSet_BIOSFWTest, BlockOptionsAreFoundAnywhereInTheLine) {
     };
     for (const auto& [line, expected] : lines) {
         agent.requests.clear();
-        EXPECT_EQ(execute(line).getRunStatus(), EXEC_SUCCESS) << line;
-        EXPECT_EQ(requestsAfterOpening().at(2), expected) << line;
+        EXPECT_EQ(EXEC_SUCCESS, execute(line).getRunStatus()) << line;
+        EXPECT_EQ(expected, requestsAfterOpening().at(2)) << line;
     }
 }
 
@@ -218,8 +220,8 @@ TEST_F(CShellCommandSet_BIOSFWTest, FlashWithRebootKeepsItsSummary) {
         expectSuccess(execute("flash bios fw -f " + file + option, 900000),
                       "BIOS firmware image file " + file +
                           " has been successfully flashed. node_0000 is rebooting....");
-        EXPECT_EQ(agent.requests.back(), "run: reboot");
-        EXPECT_EQ(agent.timeOutsMs.back(), 30000U);
+        EXPECT_EQ("run: reboot", agent.requests.back());
+        EXPECT_EQ(30000U, agent.timeOutsMs.back());
     }
 }
 
@@ -229,14 +231,14 @@ TEST_F(CShellCommandSet_BIOSFWTest, RebootThatTakesTheConnectionAwayIsNoFailure)
     expectSuccess(execute("flash bios fw -f " + file + " -r", 1000),
                   "BIOS firmware image file " + file +
                       " has been successfully flashed. node_0000 is rebooting....");
-    EXPECT_EQ(agent.timeOutsMs.back(), 1000U);
+    EXPECT_EQ(1000U, agent.timeOutsMs.back());
 }
 
 TEST_F(CShellCommandSet_BIOSFWTest, ImageWithoutAnIdIsAFailure) {
     agent.answer(kFlashIdCheck, "ID not found in file\n");
     agent.answer(kFlashCheck, "Writing finished\n");
     expectFailure(execute("flash bios fw -r -f " + file), "ID of bios fw image not found");
-    EXPECT_EQ(agent.requests.back(), std::string("run: ") + kFlashIdCheck);
+    EXPECT_EQ(std::string("run: ") + kFlashIdCheck, agent.requests.back());
 }
 
 TEST_F(CShellCommandSet_BIOSFWTest, FlashWithoutThePhraseIsAFailureAndDoesNotReboot) {
@@ -244,9 +246,9 @@ TEST_F(CShellCommandSet_BIOSFWTest, FlashWithoutThePhraseIsAFailureAndDoesNotReb
     agent.answerTool("romflash.enc", 3, "Segmentation fault\n");
     const CResult result = execute("flash bios fw -r -f " + file);
     expectFailure(result, "Failed to flash BIOS firmware image file " + file + ".");
-    EXPECT_EQ(result.getExitCode(), 3);
-    EXPECT_EQ(result.getExitOutput(), "Segmentation fault\n");
-    EXPECT_EQ(agent.requests.back(), std::string("run: ") + kFlashCheck);
+    EXPECT_EQ(3, result.getExitCode());
+    EXPECT_EQ("Segmentation fault\n", result.getExitOutput());
+    EXPECT_EQ(std::string("run: ") + kFlashCheck, agent.requests.back());
 }
 
 TEST_F(CShellCommandSet_BIOSFWTest, PhraseOfAnEarlierRunNeverCounts) {
@@ -266,10 +268,11 @@ TEST_F(CShellCommandSet_BIOSFWTest, FlashThatOutlivesItsTimeOutGoesOnAndSaysSo) 
     late.setRunSummary("Writing...\n");
     agent.toolAnswers["romflash.enc"] = late;
     const CResult result = execute("flash bios fw -r -f " + file, 900000);
-    EXPECT_EQ(result.getRunStatus(), EXEC_TIMED_OUT);
-    EXPECT_EQ(result.getRunSummary(),
-              "romflash did not end within its time-out of 900000 ms. It is not interrupted and "
-              "goes on at the node; its log is /var/tmp/r3_flash_bios_log.log there.\nWriting...");
+    EXPECT_EQ(EXEC_TIMED_OUT, result.getRunStatus());
+    EXPECT_EQ(
+        "romflash did not end within its time-out of 900000 ms. It is not interrupted and "
+        "goes on at the node; its log is /var/tmp/r3_flash_bios_log.log there.\nWriting...",
+        result.getRunSummary());
     EXPECT_EQ(requestsAfterOpening().back(), flashRun("", file));
 }
 
@@ -288,21 +291,21 @@ TEST_F(CShellCommandSet_BIOSFWTest, ImageMissingOnTheMasterIsNamed) {
     expectFailure(execute("flash bios fw -f /no/such/image"),
                   "BIOS firmware image file \"/no/such/image\" does not exist!");
     EXPECT_TRUE(requestsAfterOpening().empty());
-    EXPECT_EQ(printed, "");
+    EXPECT_EQ("", printed);
 }
 
 TEST_F(CShellCommandSet_BIOSFWTest, ImageMissingOnTheNodeIsNamed) {
     agent.missingFiles = {file};
     expectFailure(execute("flash bios fw -f " + file),
                   "BIOS firmware image file \"" + file + "\" does not exist!");
-    EXPECT_EQ(requestsAfterOpening().back(), "exists: " + file);
+    EXPECT_EQ("exists: " + file, requestsAfterOpening().back());
 }
 
 // An image of that name from an earlier flash may still lie on the node.
 TEST_F(CShellCommandSet_BIOSFWTest, FailedCopyFlashesNothing) {
     agent.answer("[savefile]" + file, "no space left on the node", 1);
     expectFailure(execute("flash bios fw -f " + file), "no space left on the node");
-    EXPECT_EQ(requestsAfterOpening().back(), "run: [savefile]" + file);
+    EXPECT_EQ("run: [savefile]" + file, requestsAfterOpening().back());
     agent.lineFailures["[savefile]" + file] = "connection lost";
     expectFailure(execute("flash bios fw -f " + file), "connection lost");
 }
@@ -313,11 +316,11 @@ TEST_F(CShellCommandSet_BIOSFWTest, OddNamesAreQuotedWhereTheyMustBe) {
     std::ofstream(odd) << "image";
     expectSuccess(execute("flash bios fw -f \"" + odd + "\""),
                   "BIOS firmware image file " + odd + " has been successfully flashed.\n");
-    EXPECT_EQ(requestsAfterOpening(),
-              (std::vector<std::string>{
+    EXPECT_EQ((std::vector<std::string>{
                   "run: [savefile]" + odd, "exists: " + odd,
                   flashRun("", "'" + directory.file("my image'\\''s.bin") + "'"),
-                  std::string("run: ") + kFlashIdCheck, std::string("run: ") + kFlashCheck}));
+                  std::string("run: ") + kFlashIdCheck, std::string("run: ") + kFlashCheck}),
+              requestsAfterOpening());
 }
 
 TEST_F(CShellCommandSet_BIOSFWTest, SaveReadsTheChipAndFetchesTheImage) {
@@ -325,17 +328,18 @@ TEST_F(CShellCommandSet_BIOSFWTest, SaveReadsTheChipAndFetchesTheImage) {
                  "Reading finished\n");
     expectSuccess(execute("save bios fw -f " + file, 300000),
                   "BIOS firmware image file " + file + " has been successfully exported.\n");
-    EXPECT_EQ(requestsAfterOpening(),
-              (std::vector<std::string>{
+    EXPECT_EQ((std::vector<std::string>{
                   "run: mkdir -p " + directory.path(),
                   "tool: romflash.enc with romio.ko in /opt/kelnode/: "
                   "insmod /opt/kelnode/tools/romio.ko;|-r " +
                       file + " 2>&1 > /var/tmp/r3_Save_bios_fw.log",
                   "run: tail /var/tmp/r3_Save_bios_fw.log | grep \"Reading finished\"",
-                  "run: [getfile]" + file}));
-    EXPECT_EQ(printed,
-              "Please wait for saving BIOS firmware....\n"
-              "Don't power off the system or remove AC power!\n");
+                  "run: [getfile]" + file}),
+              requestsAfterOpening());
+    EXPECT_EQ(
+        "Please wait for saving BIOS firmware....\n"
+        "Don't power off the system or remove AC power!\n",
+        printed);
 }
 
 TEST_F(CShellCommandSet_BIOSFWTest, SaveThatCannotBeFetchedIsAFailure) {
@@ -359,7 +363,7 @@ TEST_F(CShellCommandSet_BIOSFWTest, FileThatCouldNotBeFetchedIsRefusedBeforeTheR
     expectFailure(execute("save bios fw -f " + file), "The directory of \"" + file +
                                                           "\" cannot be made at the node.\n"
                                                           "mkdir: read-only file system");
-    EXPECT_EQ(requestsAfterOpening().back(), "run: mkdir -p " + directory.path());
+    EXPECT_EQ("run: mkdir -p " + directory.path(), requestsAfterOpening().back());
 }
 
 namespace {
@@ -379,27 +383,27 @@ TEST_F(CShellCommandSet_BIOSFWTest, RawBackupFetchesThreeFiles) {
         agent.answer("[getfile]" + file + suffix, "fetched");
     }
     const CResult result = execute("backup bios config -f " + file + " -m raw");
-    EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS);
-    EXPECT_EQ(requestsAfterOpening(),
-              (std::vector<std::string>{
+    EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus());
+    EXPECT_EQ((std::vector<std::string>{
                   "run: mkdir -p " + directory.path(),
                   "tool: SCELNX_64.enc in /opt/kelnode/: |/o /c /l " + file + ".list /n " + file +
                       " /h " + file + ".hii 2>&1 | tee /var/tmp/export_bios_conf.txt",
                   std::string("run: ") + kExportCheck, "run: [getfile]" + file,
-                  "run: [getfile]" + file + ".list", "run: [getfile]" + file + ".hii"}));
-    EXPECT_EQ(printed, "Please wait for backing up BIOS configuration....\n");
+                  "run: [getfile]" + file + ".list", "run: [getfile]" + file + ".hii"}),
+              requestsAfterOpening());
+    EXPECT_EQ("Please wait for backing up BIOS configuration....\n", printed);
 }
 
 TEST_F(CShellCommandSet_BIOSFWTest, ScriptBackupFetchesOneFile) {
     agent.answer(kExportCheck, kExported);
-    EXPECT_EQ(execute("backup bios config --mode script --file " + file).getRunStatus(),
-              EXEC_SUCCESS);
+    EXPECT_EQ(EXEC_SUCCESS,
+              execute("backup bios config --mode script --file " + file).getRunStatus());
     EXPECT_EQ(
-        requestsAfterOpening(),
         (std::vector<std::string>{"run: mkdir -p " + directory.path(),
                                   "tool: SCELNX_64.enc in /opt/kelnode/: |/o /s " + file +
                                       " /q 2>&1 | tee /var/tmp/export_bios_conf.txt",
-                                  std::string("run: ") + kExportCheck, "run: [getfile]" + file}));
+                                  std::string("run: ") + kExportCheck, "run: [getfile]" + file}),
+        requestsAfterOpening());
 }
 
 TEST_F(CShellCommandSet_BIOSFWTest, BackupWithoutThePhraseOrAFileIsAFailure) {
@@ -421,7 +425,7 @@ TEST_F(CShellCommandSet_BIOSFWTest, ModesAreComparedExactly) {
         }
     }
     EXPECT_TRUE(requestsAfterOpening().empty());
-    EXPECT_EQ(printed, "");
+    EXPECT_EQ("", printed);
 }
 
 TEST_F(CShellCommandSet_BIOSFWTest, RawRestoreCopiesThreeFilesFirst) {
@@ -431,30 +435,30 @@ TEST_F(CShellCommandSet_BIOSFWTest, RawRestoreCopiesThreeFilesFirst) {
     }
     expectSuccess(execute("restore bios config -f " + file + " -m raw"),
                   "BIOS configuration file " + file + " is restored.");
-    EXPECT_EQ(requestsAfterOpening(),
-              (std::vector<std::string>{
+    EXPECT_EQ((std::vector<std::string>{
                   "run: [savefile]" + file, "exists: " + file, "run: [savefile]" + file + ".list",
                   "exists: " + file + ".list", "run: [savefile]" + file + ".hii",
                   "exists: " + file + ".hii",
                   "tool uninterruptibly: SCELNX_64.enc in /opt/kelnode/: |/i /l " + file +
                       ".list /n " + file + " /q 2>&1 | tee /var/tmp/import_bios_conf.txt",
-                  std::string("run: ") + kImportCheck}));
-    EXPECT_EQ(printed, "Please wait for restoring BIOS configuration....\n");
+                  std::string("run: ") + kImportCheck}),
+              requestsAfterOpening());
+    EXPECT_EQ("Please wait for restoring BIOS configuration....\n", printed);
 }
 
 TEST_F(CShellCommandSet_BIOSFWTest, ScriptRestoreCopiesOneFile) {
     agent.answer(kImportCheck, kImported);
     expectSuccess(execute("restore bios config -f " + file + " -m script"),
                   "BIOS configuration file " + file + " is restored.");
-    EXPECT_EQ(requestsAfterOpening().at(2),
-              "tool uninterruptibly: SCELNX_64.enc in /opt/kelnode/: |/i /s " + file +
-                  " /q 2>&1 | tee /var/tmp/import_bios_conf.txt");
+    EXPECT_EQ("tool uninterruptibly: SCELNX_64.enc in /opt/kelnode/: |/i /s " + file +
+                  " /q 2>&1 | tee /var/tmp/import_bios_conf.txt",
+              requestsAfterOpening().at(2));
 }
 
 TEST_F(CShellCommandSet_BIOSFWTest, RestoreNeedsEveryFile) {
     expectFailure(execute("restore bios config -f " + file + " -m raw"),
                   "BIOS configuration file does not exist");
-    EXPECT_EQ(requestsAfterOpening().back(), "exists: " + file);
+    EXPECT_EQ("exists: " + file, requestsAfterOpening().back());
     agent.missingFiles = {file};
     expectFailure(execute("restore bios config -f " + file + " -m script"),
                   "BIOS configuration file does not exist");

@@ -8,8 +8,8 @@ namespace {
 
 TEST(CShellCommandSet_HALO, HoldsItsCommands) {
     CShellCommandSet_HALO set;
-    EXPECT_EQ(set.getCommandSetName(), "halo");
-    EXPECT_EQ(set.getDescription(), "Commands for accessing HALO.");
+    EXPECT_EQ("halo", set.getCommandSetName());
+    EXPECT_EQ("Commands for accessing HALO.", set.getDescription());
     const auto row = [](const std::string& name, const std::string& description) {
         return ExpectedCommand{
             name, description, SCRIPT, SLAVE, {}, 0, NO, "", {name + " -n node_0000"}};
@@ -31,8 +31,8 @@ TEST(CShellCommandSet_HALO, AnswersWithFixedTexts) {
         CResult result;
         result.setRunStatus(EXEC_TIMED_OUT);
         set.execute(command, nullptr, result, 1000);
-        EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS);
-        EXPECT_EQ(result.getRunSummary(), answer);
+        EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus());
+        EXPECT_EQ(answer, result.getRunSummary());
     }
 }
 
@@ -43,8 +43,8 @@ TEST(CShellCommandSet_HALO, LeavesTheResultOfAnUnknownNameUntouched) {
     result.setRunSummary("as before");
     set.execute("check doors", nullptr, result, 1000);
     set.execute("check fan -x", nullptr, result, 1000);
-    EXPECT_EQ(result.getRunStatus(), EXEC_TIMED_OUT);
-    EXPECT_EQ(result.getRunSummary(), "as before");
+    EXPECT_EQ(EXEC_TIMED_OUT, result.getRunStatus());
+    EXPECT_EQ("as before", result.getRunSummary());
 }
 
 }  // namespace

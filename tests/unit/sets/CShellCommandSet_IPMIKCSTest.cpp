@@ -14,8 +14,8 @@ ExpectedCommand row(const std::string& name, const std::string& description,
 
 TEST(CShellCommandSet_IPMIKCS, HoldsItsCommands) {
     CShellCommandSet_IPMIKCS set;
-    EXPECT_EQ(set.getCommandSetName(), "ipmikcs");
-    EXPECT_EQ(set.getDescription(), "Commands for IPMI firmware.");
+    EXPECT_EQ("ipmikcs", set.getCommandSetName());
+    EXPECT_EQ("Commands for IPMI firmware.", set.getDescription());
     expectCommands(
         set,
         {row("cold reset", "Cold reset the IPMI device through KCS.",
@@ -73,7 +73,7 @@ TEST_F(KcsSet, SendsEachLineExactly) {
         agent.requests.clear();
         agent.answer(line, std::string(command) + " done\n");
         expectSuccess(execute(command), std::string(command) + " done\n");
-        EXPECT_EQ(requestsAfterOpening(), std::vector<std::string>{"run: " + std::string(line)});
+        EXPECT_EQ(std::vector<std::string>{"run: " + std::string(line)}, requestsAfterOpening());
     }
 }
 
@@ -108,15 +108,15 @@ TEST_F(KcsSet, SwitchesTheLedOnlyAfterTheBareAnswer) {
         agent.requests.clear();
         agent.answer("ipmitool raw 0x30 0x10", "01");
         agent.answer(line, "lit\n");
-        EXPECT_EQ(execute(std::string("set uid led ") + state).getRunSummary(), "lit\n");
+        EXPECT_EQ("lit\n", execute(std::string("set uid led ") + state).getRunSummary());
         const std::vector<std::string> expected = {"run: ipmitool raw 0x30 0x10", "run: " + line};
-        EXPECT_EQ(requestsAfterOpening(), expected);
+        EXPECT_EQ(expected, requestsAfterOpening());
         for (const char* answer : {" 01", "01\n", " 01\n", "00", ""}) {
             agent.requests.clear();
             agent.answer("ipmitool raw 0x30 0x10", answer);
-            EXPECT_EQ(execute(std::string("set uid led ") + state).getRunSummary(),
-                      "UID LED is not available.");
-            EXPECT_EQ(requestsAfterOpening().size(), 1U);
+            EXPECT_EQ("UID LED is not available.",
+                      execute(std::string("set uid led ") + state).getRunSummary());
+            EXPECT_EQ(1U, requestsAfterOpening().size());
         }
     }
 }
@@ -151,8 +151,8 @@ TEST_F(KcsFlash, FlashesAndRemovesItsLog) {
     const std::vector<std::string> expected = {
         "run: " + std::string(kAskType),     "run: [savefile]" + file, "exists: " + file,
         "run uninterruptibly: " + flashLine, "run: " + readLine,       "run: rm -f " + log};
-    EXPECT_EQ(requestsAfterOpening(), expected);
-    EXPECT_EQ(printed, "Please wait for flashing IPMI firmware....\n");
+    EXPECT_EQ(expected, requestsAfterOpening());
+    EXPECT_EQ("Please wait for flashing IPMI firmware....\n", printed);
 }
 
 TEST_F(KcsFlash, FailsWithoutThePhrase) {
@@ -191,8 +191,8 @@ TEST_F(KcsFlash, FlashesNoOtherController) {
         agent.requests.clear();
         agent.answer(kAskType, guid);
         expectFailure(flash(), message);
-        EXPECT_EQ(requestsAfterOpening(),
-                  std::vector<std::string>{"run: " + std::string(kAskType)});
+        EXPECT_EQ(std::vector<std::string>{"run: " + std::string(kAskType)},
+                  requestsAfterOpening());
     }
 }
 

@@ -48,20 +48,20 @@ TEST(CommandTable, RowsBecomeCommands) {
 TEST(CommandTable, FindsTheCommandThatALineNames) {
     SampleSet set;
     ASSERT_NE(findCommand(set, "flash it -x -f y"), nullptr);
-    EXPECT_EQ(findCommand(set, "flash it -x -f y")->getName(), "flash it");
-    EXPECT_EQ(findCommand(set, "show it")->getName(), "show it");
-    EXPECT_EQ(findCommand(set, "flash it"), nullptr);
-    EXPECT_EQ(findCommand(set, "show it now"), nullptr);
+    EXPECT_EQ("flash it", findCommand(set, "flash it -x -f y")->getName());
+    EXPECT_EQ("show it", findCommand(set, "show it")->getName());
+    EXPECT_EQ(nullptr, findCommand(set, "flash it"));
+    EXPECT_EQ(nullptr, findCommand(set, "show it now"));
 }
 
 TEST(CommandTable, OptionThatIsNotGivenHasAnEmptyValue) {
     SampleSet set;
     CShellCommand& command = *set.getSupportedCommands().at("flash it");
-    EXPECT_EQ(TypedLine(command, "flash it -x").value("f"), "");
-    EXPECT_EQ(TypedLine(command, "flash it -x").path("f"), "");
-    EXPECT_EQ(TypedLine(command, "flash it -f a b -x").value("f"), "a b");
-    EXPECT_EQ(TypedLine(command, "flash it -f \"a b\" -x").value("f"), "\"a b\"");
-    EXPECT_EQ(TypedLine(command, "flash it --file \"a b\" -x").path("f"), "a b");
+    EXPECT_EQ("", TypedLine(command, "flash it -x").value("f"));
+    EXPECT_EQ("", TypedLine(command, "flash it -x").path("f"));
+    EXPECT_EQ("a b", TypedLine(command, "flash it -f a b -x").value("f"));
+    EXPECT_EQ("\"a b\"", TypedLine(command, "flash it -f \"a b\" -x").value("f"));
+    EXPECT_EQ("a b", TypedLine(command, "flash it --file \"a b\" -x").path("f"));
 }
 
 TEST(CommandTable, TextIsFoundAnywhereInTheLineWithOneBlankBehindIt) {
@@ -80,6 +80,6 @@ TEST(CommandTable, RowWithoutANodeCommandLeavesTheResultUntouched) {
     result.setRunSummary("untouched");
     executeOnNode(set, sampleTable(), "flash it -f x", nullptr, result, 1000);
     executeOnNode(set, sampleTable(), "no such thing", nullptr, result, 1000);
-    EXPECT_EQ(result.getRunStatus(), EXEC_SUCCESS);
-    EXPECT_EQ(result.getRunSummary(), "untouched");
+    EXPECT_EQ(EXEC_SUCCESS, result.getRunStatus());
+    EXPECT_EQ("untouched", result.getRunSummary());
 }

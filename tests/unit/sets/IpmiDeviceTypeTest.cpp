@@ -16,8 +16,8 @@ class IpmiDeviceTypeRow : public testing::TestWithParam<Case> {};
 
 TEST_P(IpmiDeviceTypeRow, IsTold) {
     const IpmiDeviceType type = IpmiDeviceType::identify(GetParam().answer);
-    EXPECT_EQ(type.label, GetParam().label);
-    EXPECT_EQ(type.family, GetParam().family);
+    EXPECT_EQ(GetParam().label, type.label);
+    EXPECT_EQ(GetParam().family, type.family);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -42,21 +42,21 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(IpmiDeviceType, NeverTellsTheRowWrittenInLowerCase) {
     for (const char* answer : {"30 30 30 31 5A 51 00 00 08 09 0A 0B 0C 0D 0E 0F",
                                "30 30 30 31 5a 51 00 00 08 09 0A 0B 0C 0D 0E 0F"}) {
-        EXPECT_EQ(IpmiDeviceType::identify(answer).label, "Unknown IPMI device");
+        EXPECT_EQ("Unknown IPMI device", IpmiDeviceType::identify(answer).label);
     }
 }
 
 TEST(IpmiDeviceType, TrimsAndTakesEitherCase) {
-    EXPECT_EQ(IpmiDeviceType::identify(" 37 30 30 31 5a 51 00 00\n").label, "Module type 3");
-    EXPECT_EQ(IpmiDeviceType::identify("\n 20 00 0e 40 02 7f 78 08 \n").label, "Chassis module A");
+    EXPECT_EQ("Module type 3", IpmiDeviceType::identify(" 37 30 30 31 5a 51 00 00\n").label);
+    EXPECT_EQ("Chassis module A", IpmiDeviceType::identify("\n 20 00 0e 40 02 7f 78 08 \n").label);
 }
 
 TEST(IpmiDeviceType, SaysWhenNothingOrSomethingElseAnswered) {
-    EXPECT_EQ(IpmiDeviceType::identify("").label, "No IPMI device");
-    EXPECT_EQ(IpmiDeviceType::identify(" \n").label, "No IPMI device");
-    EXPECT_EQ(IpmiDeviceType::identify("").family, Family::kNone);
-    EXPECT_EQ(IpmiDeviceType::identify("37 30 30 31 5A").label, "Unknown IPMI device");
-    EXPECT_EQ(IpmiDeviceType::identify("x 37 30 30 31 5A 51").family, Family::kUnknown);
+    EXPECT_EQ("No IPMI device", IpmiDeviceType::identify("").label);
+    EXPECT_EQ("No IPMI device", IpmiDeviceType::identify(" \n").label);
+    EXPECT_EQ(Family::kNone, IpmiDeviceType::identify("").family);
+    EXPECT_EQ("Unknown IPMI device", IpmiDeviceType::identify("37 30 30 31 5A").label);
+    EXPECT_EQ(Family::kUnknown, IpmiDeviceType::identify("x 37 30 30 31 5A 51").family);
 }
 
 }  // namespace

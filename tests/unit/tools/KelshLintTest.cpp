@@ -49,7 +49,7 @@ protected:
     }
     TestPki::Identity issue(const TestPki::Request& request) {
         const TestPki::Identity identity = pki.issue("id", request);
-        EXPECT_EQ(::chmod(identity.keyFile.c_str(), 0600), 0);
+        EXPECT_EQ(0, ::chmod(identity.keyFile.c_str(), 0600));
         return identity;
     }
 
@@ -68,29 +68,30 @@ constexpr char kCommand[] =
 }  // namespace
 
 TEST_F(KelshLint, FindsNothingInSoundFilesAndAsksNoNode) {
-    EXPECT_EQ(node(std::string(kNodes) + "[group]\nall=node01,node02\n"), kClean);
-    EXPECT_EQ(output, "");
-    EXPECT_EQ(cmd(std::string(kSet) + kCommand), kClean);
-    EXPECT_EQ(output, "");
+    EXPECT_EQ(kClean, node(std::string(kNodes) + "[group]\nall=node01,node02\n"));
+    EXPECT_EQ("", output);
+    EXPECT_EQ(kClean, cmd(std::string(kSet) + kCommand));
+    EXPECT_EQ("", output);
 }
 
 TEST_F(KelshLint, NamesFilesThatOthersCouldChangeAndTheRemedy) {
     write("cmd.cfg", std::string(kSet) + kCommand);
     const std::string file = directory.file("cmd.cfg");
-    EXPECT_EQ(::chmod(file.c_str(), 0666), 0);
-    EXPECT_EQ(run("--cmd cmd.cfg"), kWarnings);
-    EXPECT_EQ(output, "cmd.cfg: warning: " + file +
-                          " can be written by others (mode 0666): chmod go-w " + file + "\n");
-    EXPECT_EQ(::chmod(file.c_str(), 0644), 0);
-    EXPECT_EQ(::chmod(directory.path().c_str(), 0770), 0);
-    EXPECT_EQ(run("--cmd cmd.cfg"), kWarnings);
+    EXPECT_EQ(0, ::chmod(file.c_str(), 0666));
+    EXPECT_EQ(kWarnings, run("--cmd cmd.cfg"));
+    EXPECT_EQ("cmd.cfg: warning: " + file + " can be written by others (mode 0666): chmod go-w " +
+                  file + "\n",
+              output);
+    EXPECT_EQ(0, ::chmod(file.c_str(), 0644));
+    EXPECT_EQ(0, ::chmod(directory.path().c_str(), 0770));
+    EXPECT_EQ(kWarnings, run("--cmd cmd.cfg"));
     EXPECT_THAT(output, HasSubstr("chmod go-w " + directory.path() + "\n"));
-    EXPECT_EQ(::chmod(directory.path().c_str(), 0700), 0);
+    EXPECT_EQ(0, ::chmod(directory.path().c_str(), 0700));
     TestPki::Request request;
     request.notAfterSeconds = 365L * 24 * 3600;
     const TestPki::Identity identity = issue(request);
-    EXPECT_EQ(::chmod(identity.certificateFile.c_str(), 0664), 0);
-    EXPECT_EQ(ssl(identity.certificateFile, identity.keyFile), kWarnings);
+    EXPECT_EQ(0, ::chmod(identity.certificateFile.c_str(), 0664));
+    EXPECT_EQ(kWarnings, ssl(identity.certificateFile, identity.keyFile));
     EXPECT_THAT(output, HasSubstr("ssl.cfg:3: warning: " + identity.certificateFile + " can be"));
 }
 
@@ -132,36 +133,36 @@ TEST_F(KelshLint, ChecksTheFileOfTheInterface) {
 
 TEST_F(KelshLint, ChecksTheThreeFilesOfADirectory) {
     write("node.cfg", kNodes);
-    EXPECT_EQ(run("."), kErrors);
-    EXPECT_EQ(output, "./ssl_master.cfg: error: cannot be opened: No such file or directory\n");
+    EXPECT_EQ(kErrors, run("."));
+    EXPECT_EQ("./ssl_master.cfg: error: cannot be opened: No such file or directory\n", output);
     write("cmd.cfg", "stray\n");
-    EXPECT_EQ(run("."), kErrors);
+    EXPECT_EQ(kErrors, run("."));
     EXPECT_THAT(output, HasSubstr("./cmd.cfg:1: warning: \"stray\" is not KEY=VALUE"));
 }
 
 TEST_F(KelshLint, TheSamplesOfThePackagesHaveNoErrors) {
-    EXPECT_EQ(run("--cmd " KELSH_SOURCE_DIR "/packaging/cmd.cfg"), kClean) << output;
-    EXPECT_EQ(run("--node " KELSH_SOURCE_DIR "/packaging/node.cfg"), kWarnings);
+    EXPECT_EQ(kClean, run("--cmd " KELSH_SOURCE_DIR "/packaging/cmd.cfg")) << output;
+    EXPECT_EQ(kWarnings, run("--node " KELSH_SOURCE_DIR "/packaging/node.cfg"));
     EXPECT_THAT(output, HasSubstr("node.cfg: warning: defines no node\n"));
 }
 
 TEST_F(KelshLint, ReportsBlanksBesideNamesAndAddresses) {
-    EXPECT_EQ(node(std::string(kNodes) + "[group]\nall= node01\n"), kErrors);
+    EXPECT_EQ(kErrors, node(std::string(kNodes) + "[group]\nall= node01\n"));
     EXPECT_THAT(output, HasSubstr("node.cfg:5: warning: a blank belongs to the name"));
     EXPECT_THAT(output, HasSubstr("node.cfg:5: error: \" node01\" is not defined"));
 }
 
 TEST_F(KelshLint, ReportsUndefinedMembersAndEmptyOrRepeatedGroups) {
-    EXPECT_EQ(node(std::string(kNodes) + "[group]\na=node03\nb=\nb=node01\n"), kErrors);
+    EXPECT_EQ(kErrors, node(std::string(kNodes) + "[group]\na=node03\nb=\nb=node01\n"));
     EXPECT_THAT(output, HasSubstr("node.cfg:5: error: \"node03\" is not defined for group \"a\"."));
     EXPECT_THAT(output, HasSubstr("node.cfg:6: warning: the group has no members"));
     EXPECT_THAT(output, HasSubstr("node.cfg:7: warning: the group \"b\" stands in line 6 already"));
 }
 
 TEST_F(KelshLint, ReportsAddressesThatAreNoneOrTwice) {
-    EXPECT_EQ(node("[node]\na=02:00:00:AA:BB,10.0.0.256:0\nb=02:00:00:aa:bb:01,10.0.0.1:1x\n"
-                   "c=02:00:00:AA:BB:01,10.0.0.2:1\nd=02:00:00:AA:BB:02,10.0.0.2:1\n"),
-              kWarnings);
+    EXPECT_EQ(kWarnings,
+              node("[node]\na=02:00:00:AA:BB,10.0.0.256:0\nb=02:00:00:aa:bb:01,10.0.0.1:1x\n"
+                   "c=02:00:00:AA:BB:01,10.0.0.2:1\nd=02:00:00:AA:BB:02,10.0.0.2:1\n"));
     EXPECT_THAT(output, HasSubstr("node.cfg:2: warning: \"02:00:00:AA:BB\" is no MAC address"));
     EXPECT_THAT(output, HasSubstr("node.cfg:2: warning: \"10.0.0.256\" is no IPv4 address"));
     EXPECT_THAT(output, HasSubstr("node.cfg:2: warning: \"0\" is no port"));
@@ -171,24 +172,23 @@ TEST_F(KelshLint, ReportsAddressesThatAreNoneOrTwice) {
 }
 
 TEST_F(KelshLint, CountsLinesAsAnEditorDoesBehindALongOne) {
-    EXPECT_EQ(node(std::string(kNodes) + "#" + std::string(510, 'x') + "\n#" +
-                   std::string(1100, 'y') + "\nbroken\n"),
-              kErrors);
+    EXPECT_EQ(kErrors, node(std::string(kNodes) + "#" + std::string(510, 'x') + "\n#" +
+                            std::string(1100, 'y') + "\nbroken\n"));
     EXPECT_THAT(output, HasSubstr("node.cfg:5: warning: the line is longer than 511 bytes"));
     EXPECT_THAT(output, Not(HasSubstr("node.cfg:4:")));
     EXPECT_THAT(output, HasSubstr("node.cfg:6: error: Invalid format: broken"));
 }
 
 TEST_F(KelshLint, ReportsCarriageReturnsOnce) {
-    EXPECT_EQ(cmd("[cmdset]\r\nname=s\r\n"), kWarnings);
+    EXPECT_EQ(kWarnings, cmd("[cmdset]\r\nname=s\r\n"));
     EXPECT_THAT(output, HasSubstr("cmd.cfg:1: warning: the line ends in a carriage return"));
     EXPECT_THAT(output, Not(HasSubstr("cmd.cfg:2: warning: the line ends")));
 }
 
 TEST_F(KelshLint, ReportsLinesThatTheShellIgnores) {
-    EXPECT_EQ(cmd("stray=1\n" + std::string(kSet) + "timeout = 5000\nexample=x\n[cmd ]\n" +
-                  kCommand + "timeuot=1\nno setting\n"),
-              kWarnings);
+    EXPECT_EQ(kWarnings,
+              cmd("stray=1\n" + std::string(kSet) + "timeout = 5000\nexample=x\n[cmd ]\n" +
+                  kCommand + "timeuot=1\nno setting\n"));
     EXPECT_THAT(output, HasSubstr("cmd.cfg:1: warning: stands before the first [cmdset]"));
     EXPECT_THAT(output, HasSubstr("cmd.cfg:5: warning: blanks around \"=\": the line is ignored"));
     EXPECT_THAT(output, HasSubstr("cmd.cfg:6: warning: unknown key \"example\""));
@@ -199,49 +199,48 @@ TEST_F(KelshLint, ReportsLinesThatTheShellIgnores) {
 
 TEST_F(KelshLint, ReportsTimeOutsThatLookLikeSeconds) {
     for (const char* good : {"1000", "0", "900000"}) {
-        EXPECT_EQ(cmd(std::string(kSet) + kCommand + "timeout=" + good + "\n"), kClean) << good;
+        EXPECT_EQ(kClean, cmd(std::string(kSet) + kCommand + "timeout=" + good + "\n")) << good;
     }
-    EXPECT_EQ(cmd(std::string(kSet) + "timeout=30\n" + kCommand + "timeout=999\n"), kWarnings);
+    EXPECT_EQ(kWarnings, cmd(std::string(kSet) + "timeout=30\n" + kCommand + "timeout=999\n"));
     EXPECT_THAT(output, HasSubstr("cmd.cfg:4: warning: timeout is 30 milliseconds"));
     EXPECT_THAT(output, HasSubstr("cmd.cfg:11: warning: timeout is 999 milliseconds"));
-    EXPECT_EQ(cmd(std::string(kSet) + kCommand + "timeout=12s\n"), kWarnings);
+    EXPECT_EQ(kWarnings, cmd(std::string(kSet) + kCommand + "timeout=12s\n"));
     EXPECT_THAT(output, HasSubstr("timeout \"12s\" is taken as 12 milliseconds"));
-    EXPECT_EQ(cmd(std::string(kSet) + kCommand + "timeout=4294967296\n"), kWarnings);
+    EXPECT_EQ(kWarnings, cmd(std::string(kSet) + kCommand + "timeout=4294967296\n"));
     EXPECT_THAT(output, HasSubstr("timeout \"4294967296\" is taken as the longest, 4294967295 m"));
-    EXPECT_EQ(cmd(std::string(kSet) + kCommand + "timeout=4294967295\n"), kClean);
-    EXPECT_EQ(cmd(std::string(kSet) + kCommand + "timeout=-5\n"), kErrors);
+    EXPECT_EQ(kClean, cmd(std::string(kSet) + kCommand + "timeout=4294967295\n"));
+    EXPECT_EQ(kErrors, cmd(std::string(kSet) + kCommand + "timeout=-5\n"));
     EXPECT_THAT(output, HasSubstr("error: Invalid time out: -5"));
 }
 
 TEST_F(KelshLint, ReportsQuestionsThatAreNeverAsked) {
-    EXPECT_EQ(cmd(std::string(kSet) + "confirmtype=ONCE\n" + kCommand + "confirmmsg=Sure?\n"),
-              kWarnings);
+    EXPECT_EQ(kWarnings,
+              cmd(std::string(kSet) + "confirmtype=ONCE\n" + kCommand + "confirmmsg=Sure?\n"));
     EXPECT_THAT(output, HasSubstr("cmd.cfg:4: warning: no command of the set says"));
     EXPECT_THAT(output, HasSubstr("cmd.cfg:11: warning: confirmmsg without confirmtype"));
-    EXPECT_EQ(
-        cmd(std::string(kSet) + "confirmtype=ONCE\n" + kCommand + "confirmtype=inheritance\n"),
-        kClean)
+    EXPECT_EQ(kClean, cmd(std::string(kSet) + "confirmtype=ONCE\n" + kCommand +
+                          "confirmtype=inheritance\n"))
         << output;
-    EXPECT_EQ(cmd(std::string(kSet) + kCommand + "confirmtype=TWICE\n"), kWarnings);
+    EXPECT_EQ(kWarnings, cmd(std::string(kSet) + kCommand + "confirmtype=TWICE\n"));
     EXPECT_THAT(output, HasSubstr("confirmtype \"TWICE\" is not known and means NO"));
 }
 
 TEST_F(KelshLint, ReportsOptionsThatNeverReachTheCommand) {
-    EXPECT_EQ(cmd(std::string(kSet) + kCommand + "option=[-t|--turbo|00]fast\n"), kWarnings);
+    EXPECT_EQ(kWarnings, cmd(std::string(kSet) + kCommand + "option=[-t|--turbo|00]fast\n"));
     EXPECT_THAT(output, HasSubstr("cmd.cfg:10: warning: -n, -g and -t"));
     EXPECT_THAT(output, HasSubstr("cmd.cfg:10: warning: a command of type SCRIPT takes no"));
 }
 
 TEST_F(KelshLint, ReportsRepeatedKeysAndReaderErrorsWithTheirLines) {
-    EXPECT_EQ(cmd(std::string(kSet) + kCommand + "name=d\ntype=QUICK\n"), kErrors);
+    EXPECT_EQ(kErrors, cmd(std::string(kSet) + kCommand + "name=d\ntype=QUICK\n"));
     EXPECT_THAT(output, HasSubstr("cmd.cfg:10: warning: \"name\" stands in line 5 already"));
     EXPECT_THAT(output, HasSubstr("cmd.cfg:5: error: Invalid \"type\" for [Cmd]:QUICK"));
 }
 
 TEST_F(KelshLint, ReportsASetThatIsThereAlready) {
-    EXPECT_EQ(cmd("[cmdset]\nname=biosfw\ndescription=d\n" + std::string(kCommand)), kWarnings);
+    EXPECT_EQ(kWarnings, cmd("[cmdset]\nname=biosfw\ndescription=d\n" + std::string(kCommand)));
     EXPECT_THAT(output, HasSubstr("cmd.cfg:2: warning: the set \"biosfw\" is built in already"));
-    EXPECT_EQ(cmd(std::string(kSet) + kCommand + kSet + kCommand), kWarnings);
+    EXPECT_EQ(kWarnings, cmd(std::string(kSet) + kCommand + kSet + kCommand));
     EXPECT_THAT(output, HasSubstr("cmd.cfg:11: warning: the set \"s\" stands in line 2 already"));
 }
 
@@ -283,50 +282,50 @@ TEST_F(KelshLint, AcceptsAMastersCertificate) {
     TestPki::Request request;
     request.notAfterSeconds = 365L * 24 * 3600;
     const TestPki::Identity identity = issue(request);
-    EXPECT_EQ(ssl(identity.certificateFile, identity.keyFile), kClean);
-    EXPECT_EQ(output, "");
+    EXPECT_EQ(kClean, ssl(identity.certificateFile, identity.keyFile));
+    EXPECT_EQ("", output);
 }
 
 TEST_F(KelshLint, ReportsTheDatesOfCertificates) {
     TestPki::Request request;
     request.notAfterSeconds = -10;
     TestPki::Identity identity = issue(request);
-    EXPECT_EQ(ssl(identity.certificateFile, identity.keyFile), kErrors);
+    EXPECT_EQ(kErrors, ssl(identity.certificateFile, identity.keyFile));
     EXPECT_THAT(output, HasSubstr("ssl.cfg:3: error: the certificate of test has ended on "));
     request.notAfterSeconds = 29L * 24 * 3600;
     identity = issue(request);
-    EXPECT_EQ(ssl(identity.certificateFile, identity.keyFile), kWarnings);
+    EXPECT_EQ(kWarnings, ssl(identity.certificateFile, identity.keyFile));
     EXPECT_THAT(output, HasSubstr("ssl.cfg:3: warning: the certificate of test ends on "));
     request.notBeforeSeconds = 3600;
     identity = issue(request);
-    EXPECT_EQ(ssl(identity.certificateFile, identity.keyFile), kErrors);
+    EXPECT_EQ(kErrors, ssl(identity.certificateFile, identity.keyFile));
     EXPECT_THAT(output, HasSubstr("error: the certificate of test is not valid before "));
 }
 
 TEST_F(KelshLint, ReportsACertificateThatIsNoMasters) {
     const TestPki::Identity identity = pki.node("node01");
-    EXPECT_EQ(::chmod(identity.keyFile.c_str(), 0600), 0);
-    EXPECT_EQ(ssl(identity.certificateFile, identity.keyFile), kErrors);
+    EXPECT_EQ(0, ::chmod(identity.keyFile.c_str(), 0600));
+    EXPECT_EQ(kErrors, ssl(identity.certificateFile, identity.keyFile));
     EXPECT_THAT(output, HasSubstr("certificate of node01 is not that of a master (clientAuth)"));
 }
 
 TEST_F(KelshLint, ReportsKeysThatAreOpenOrNotTheCertificates) {
     const TestPki::Identity master = pki.master("one");
     const TestPki::Identity other = pki.master("two");
-    EXPECT_EQ(::chmod(other.keyFile.c_str(), 0640), 0);
+    EXPECT_EQ(0, ::chmod(other.keyFile.c_str(), 0640));
     const std::string bare = directory.file("bare.crt");
     ASSERT_EQ(
-        CUtil::exec_cmd("sed '/PRIVATE/,$d' " + master.certificateFile + " >" + bare, nullptr), 0);
-    EXPECT_EQ(ssl(bare, other.keyFile), kErrors);
+        0, CUtil::exec_cmd("sed '/PRIVATE/,$d' " + master.certificateFile + " >" + bare, nullptr));
+    EXPECT_EQ(kErrors, ssl(bare, other.keyFile));
     EXPECT_THAT(output, HasSubstr("ssl.cfg:2: warning: the private key " + other.keyFile));
     EXPECT_THAT(output, HasSubstr("does not belong to"));
-    EXPECT_EQ(ssl(bare, directory.file("absent")), kErrors);
+    EXPECT_EQ(kErrors, ssl(bare, directory.file("absent")));
     EXPECT_THAT(output, HasSubstr(directory.file("absent")));
 }
 
 TEST_F(KelshLint, GivesTheSslFilesFindingsTheirLines) {
     write("ssl.cfg", "# x\nCERTIFICATE_FILE = /x\nCOLOUR=red\n=x\n");
-    EXPECT_EQ(run("--ssl ssl.cfg"), kErrors);
+    EXPECT_EQ(kErrors, run("--ssl ssl.cfg"));
     EXPECT_THAT(output, HasSubstr("ssl.cfg:2: error: Unknown setting for SSL configuration: "
                                   "CERTIFICATE_FILE \n"));
     EXPECT_THAT(output, HasSubstr("ssl.cfg:2: warning: blanks around \"=\""));
@@ -338,9 +337,9 @@ TEST_F(KelshLint, GivesTheSslFilesFindingsTheirLines) {
 
 TEST_F(KelshLint, RefusesWrongUsage) {
     for (const char* wrong : {"--fast", "--node", "a b", ". --node node.cfg", "''"}) {
-        EXPECT_EQ(run(wrong), kErrors) << wrong;
+        EXPECT_EQ(kErrors, run(wrong)) << wrong;
         EXPECT_THAT(output, HasSubstr("Usage: kelsh-lint")) << wrong;
     }
-    EXPECT_EQ(run("--help"), kClean);
+    EXPECT_EQ(kClean, run("--help"));
     EXPECT_THAT(output, HasSubstr("Usage: kelsh-lint"));
 }

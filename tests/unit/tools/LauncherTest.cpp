@@ -20,7 +20,7 @@ TEST(Launcher, LoadsNoLibraryFromTheWorkingDirectory) {
         CUtil::exec_cmd("cd " + directory.path() + " && KELSH_PATH=" + directory.path() +
                             " " KELSH_BINARY_DIR "/bin/" + program + " </dev/null",
                         &output, &output);
-        EXPECT_EQ(output.find("shared librar"), std::string::npos) << program << ": " << output;
+        EXPECT_EQ(std::string::npos, output.find("shared librar")) << program << ": " << output;
         EXPECT_NE(output, "") << program;
     }
 }

@@ -32,14 +32,14 @@ std::string readFile(const std::string& name) {
 // As a reader sees it, without line breaks inside of paragraphs being of any importance.
 std::string rendered(const std::string& page) {
     std::string text;
-    EXPECT_EQ(CUtil::exec_cmd("LC_ALL=C MANWIDTH=200 man -l " + kPages + page + " 2>&1", &text), 0);
+    EXPECT_EQ(0, CUtil::exec_cmd("LC_ALL=C MANWIDTH=200 man -l " + kPages + page + " 2>&1", &text));
     return text;
 }
 
 // What the group of that number holds in every match; "^" is the begin of a line.
 Words matches(const std::string& text, const std::string& pattern, std::size_t group) {
     regex_t expression;
-    EXPECT_EQ(::regcomp(&expression, pattern.c_str(), REG_EXTENDED | REG_NEWLINE), 0) << pattern;
+    EXPECT_EQ(0, ::regcomp(&expression, pattern.c_str(), REG_EXTENDED | REG_NEWLINE)) << pattern;
     Words found;
     std::array<regmatch_t, 4> match{};
     const char* at = text.c_str();
@@ -60,7 +60,7 @@ Words optionsIn(const std::string& text) {
 
 std::string helpOf(const std::string& program) {
     std::string text;
-    EXPECT_EQ(CUtil::exec_cmd(program + " --help </dev/null 2>&1", &text), 0);
+    EXPECT_EQ(0, CUtil::exec_cmd(program + " --help </dev/null 2>&1", &text));
     return text;
 }
 
@@ -101,7 +101,7 @@ TEST_P(ManualPageOfProgram, NamesExactlyTheOptionsOfItsHelp) {
 }
 
 TEST_P(ManualPageOfProgram, NamesEveryExitStatus) {
-    EXPECT_EQ(statusesOn(rendered(GetParam().page)), (Words{"0", "1", "2"}));
+    EXPECT_EQ((Words{"0", "1", "2"}), statusesOn(rendered(GetParam().page)));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -116,14 +116,13 @@ TEST(ManualPage, RendersWithoutAWarning) {
     int pages = 0;
     for (const auto& entry : std::filesystem::directory_iterator(kPages)) {
         std::string warnings;
-        EXPECT_EQ(CUtil::exec_cmd("LC_ALL=C.UTF-8 MANWIDTH=80 man -l --warnings -Tutf8 " +
-                                      entry.path().string() + " 2>&1 >/dev/null",
-                                  &warnings),
-                  0);
-        EXPECT_EQ(warnings, "") << entry.path();
+        EXPECT_EQ(0, CUtil::exec_cmd("LC_ALL=C.UTF-8 MANWIDTH=80 man -l --warnings -Tutf8 " +
+                                         entry.path().string() + " 2>&1 >/dev/null",
+                                     &warnings));
+        EXPECT_EQ("", warnings) << entry.path();
         ++pages;
     }
-    EXPECT_EQ(pages, 11);
+    EXPECT_EQ(11, pages);
 }
 
 TEST(ManualPage, SaysMillisecondsWhereverItSaysTimeOut) {
@@ -146,12 +145,12 @@ TEST(ManualPage, OfTheShellNamesExactlyItsOptions) {
     taken.insert("--validate");
     const std::string page = rendered("kelsh.1");
     EXPECT_THAT(taken, Contains("--configuration"));
-    EXPECT_EQ(optionsIn(sectionOf(page, "OPTIONS")), taken);
+    EXPECT_EQ(taken, optionsIn(sectionOf(page, "OPTIONS")));
 }
 
 TEST(ManualPage, OfTheShellNamesItsExitStatusesAndCommands) {
     const std::string page = rendered("kelsh.1");
-    EXPECT_EQ(statusesOn(page), (Words{"0", "1", "2", "5", "7"}));
+    EXPECT_EQ((Words{"0", "1", "2", "5", "7"}), statusesOn(page));
     const Words commands =
         matches(readFile(KELSH_SOURCE_DIR "/src/sets/CShellCommandSet_Basic.cpp"),
                 "[{]\"([a-z?-][a-z ?-]*)\",", 1);

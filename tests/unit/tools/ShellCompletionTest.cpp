@@ -48,9 +48,8 @@ protected:
     // words: as a shell passes them, the last one being typed.
     Words complete(const std::string& words) const {
         std::string output;
-        EXPECT_EQ(CUtil::exec_cmd("KELSH_PATH=" + directory.path() + " " + kHelper + " " + words,
-                                  &output, &output),
-                  0)
+        EXPECT_EQ(0, CUtil::exec_cmd("KELSH_PATH=" + directory.path() + " " + kHelper + " " + words,
+                                     &output, &output))
             << output;
         return linesOf(output);
     }
@@ -62,10 +61,10 @@ protected:
                                    words + "); COMP_CWORD=" + std::to_string(count) +
                                    "; _kelsh; printf \"%s\\n\" \"${COMPREPLY[@]}\"";
         std::string output;
-        EXPECT_EQ(CUtil::exec_cmd("cd " + directory.path() + " && KELSH_PATH=" + directory.path() +
+        EXPECT_EQ(0,
+                  CUtil::exec_cmd("cd " + directory.path() + " && KELSH_PATH=" + directory.path() +
                                       " KELSH_COMPLETE=" + kHelper + " bash -c '" + script + "'",
-                                  &output, &output),
-                  0)
+                                  &output, &output))
             << output;
         return linesOf(output);
     }
@@ -117,9 +116,8 @@ TEST_F(ShellCompletion, OffersFilesWhereAFileIsNamed) {
 
 TEST_F(ShellCompletion, WorksWithoutAConfiguration) {
     std::string output;
-    EXPECT_EQ(CUtil::exec_cmd("KELSH_PATH=/nonexistent " + std::string(kHelper) + " ''", &output,
-                              &output),
-              0);
+    EXPECT_EQ(0, CUtil::exec_cmd("KELSH_PATH=/nonexistent " + std::string(kHelper) + " ''", &output,
+                                 &output));
     EXPECT_THAT(linesOf(output), Contains("biosfw"));
 }
 
@@ -138,10 +136,9 @@ TEST_F(ShellCompletion, KnowsTheBuiltInCommandsOfTheShell) {
     std::ofstream(directory.file("kelsh_version.cfg")) << "VERSION=1\nBUILD=1\n";
     std::ofstream(directory.file("log4cxx.properties")) << "log4j.rootLogger=OFF\n";
     std::string help;
-    ASSERT_EQ(CUtil::exec_cmd("KELSH_PATH=" + directory.path() +
-                                  " " KELSH_BINARY_DIR "/bin/kelsh help </dev/null",
-                              &help, &help),
-              0)
+    ASSERT_EQ(0, CUtil::exec_cmd("KELSH_PATH=" + directory.path() +
+                                     " " KELSH_BINARY_DIR "/bin/kelsh help </dev/null",
+                                 &help, &help))
         << help;
     // "[set]  ...", "command:  ...", then lines with "-f, --file:" behind blanks.
     std::set<std::string> inShell;
@@ -169,9 +166,8 @@ TEST_F(ShellCompletion, KnowsTheBuiltInCommandsOfTheShell) {
     }
     std::string table;
     ASSERT_EQ(
-        CUtil::exec_cmd(std::string("sed -n \"/^builtIn/,/^END/p\" ") + kHelper + " | grep \"|\"",
-                        &table),
-        0);
+        0, CUtil::exec_cmd(
+               std::string("sed -n \"/^builtIn/,/^END/p\" ") + kHelper + " | grep \"|\"", &table));
     std::set<std::string> inHelper;
     for (const std::string& line : linesOf(table)) {
         const std::string::size_type bar = line.rfind('|');

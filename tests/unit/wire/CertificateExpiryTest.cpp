@@ -42,10 +42,10 @@ protected:
 
 TEST_F(CertificateExpiry, ThirtyDaysAhead) {
     const std::string file = issue("master", 40 * kDay);
-    EXPECT_EQ(only(certificateexpiry::warnings({file}, now)), "0 warnings");
-    EXPECT_EQ(only(certificateexpiry::warnings({file}, now + 9 * kDay)), "0 warnings");
+    EXPECT_EQ("0 warnings", only(certificateexpiry::warnings({file}, now)));
+    EXPECT_EQ("0 warnings", only(certificateexpiry::warnings({file}, now + 9 * kDay)));
     const std::string warning = only(certificateexpiry::warnings({file}, now + 11 * kDay));
-    EXPECT_EQ(warning.rfind("The certificate CN=master in \"" + file + "\" expires in ", 0), 0U)
+    EXPECT_EQ(0U, warning.rfind("The certificate CN=master in \"" + file + "\" expires in ", 0))
         << warning;
     EXPECT_NE(warning.find(" 28 days, on ") == std::string::npos,
               warning.find(" 29 days, on ") == std::string::npos)
@@ -66,17 +66,17 @@ TEST_F(CertificateExpiry, LastDayAndAfter) {
 TEST_F(CertificateExpiry, EveryCertificateOfAFileIsLookedAt) {
     const std::string file = issue("master", 10 * kDay);
     std::ofstream(file, std::ios::app) << pki.caText();
-    EXPECT_EQ(certificateexpiry::warnings({file, file, ""}, now).size(), 1U);
-    EXPECT_EQ(certificateexpiry::warnings({file, file, ""}, now + 80 * kDay).size(), 2U);
+    EXPECT_EQ(1U, certificateexpiry::warnings({file, file, ""}, now).size());
+    EXPECT_EQ(2U, certificateexpiry::warnings({file, file, ""}, now + 80 * kDay).size());
 }
 
 TEST_F(CertificateExpiry, RevocationListsEndToo) {
     pki.revoke({1}, -60, 10 * kDay);
     const std::string list = certificateexpiry::revocationListBeside(pki.caFile());
     const std::string warning = only(certificateexpiry::warnings({list}, now));
-    EXPECT_EQ(warning.rfind("The revocation list \"" + list + "\" expires in ", 0), 0U) << warning;
-    EXPECT_EQ(only(certificateexpiry::warnings({list}, now, 5)), "0 warnings");
-    EXPECT_EQ(certificateexpiry::revocationListBeside("master.pem"), "crl.pem");
+    EXPECT_EQ(0U, warning.rfind("The revocation list \"" + list + "\" expires in ", 0)) << warning;
+    EXPECT_EQ("0 warnings", only(certificateexpiry::warnings({list}, now, 5)));
+    EXPECT_EQ("crl.pem", certificateexpiry::revocationListBeside("master.pem"));
 }
 
 TEST_F(CertificateExpiry, FilesWithoutCertificatesArePassedOver) {
