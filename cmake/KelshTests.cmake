@@ -18,9 +18,8 @@ function(kelsh_add_test_program name)
         set(ARG_TIMEOUT 120)
     endif()
     add_executable(${name} ${ARG_SOURCES})
-    target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main kelsh_flags)
-    target_include_directories(${name} PRIVATE
-        ${PROJECT_SOURCE_DIR}/tests/support ${KELSH_TEST_PATHS_DIR})
+    target_link_libraries(${name} PRIVATE
+        kelsh_test_support ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main kelsh_flags)
     if(KELSH_SANITIZE)
         # Optimised test code finds nothing more and takes three times as long to build.
         set_source_files_properties(${ARG_SOURCES} PROPERTIES COMPILE_OPTIONS -O0)

@@ -2,9 +2,11 @@
 // answered or cut within a second, and the listener must not notice.
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <poll.h>
 #include <random>
 #include <sys/socket.h>
 #include <thread>

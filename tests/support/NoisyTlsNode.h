@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <poll.h>
 
 #include <openssl/ssl.h>
 

@@ -18,11 +18,7 @@ std::vector<T> asVector(const std::list<T>& list) {
 using Words = std::vector<std::string>;
 
 // What the work writes on standard output.
-inline std::string printedBy(const std::function<void()>& work) {
-    testing::internal::CaptureStdout();
-    work();
-    return testing::internal::GetCapturedStdout();
-}
+std::string printedBy(const std::function<void()>& work);
 
 // The message of the exception of exactly that kind, or a text that no message equals.
 template <class Exception>

@@ -7,25 +7,13 @@
 // Sets or, with a null value, unsets an environment variable for the life of the object.
 class ScopedEnvironment {
 public:
-    ScopedEnvironment(const char* variable, const char* value) : name(variable) {
-        const char* before = std::getenv(variable);
-        if (before != nullptr) {
-            previous = before;
-        }
-        put(value);
-    }
+    ScopedEnvironment(const char* variable, const char* value);
     ScopedEnvironment(const ScopedEnvironment&) = delete;
     ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
     ~ScopedEnvironment() { put(previous ? previous->c_str() : nullptr); }
 
 private:
-    void put(const char* value) {
-        if (value == nullptr) {
-            ::unsetenv(name.c_str());
-        } else {
-            ::setenv(name.c_str(), value, 1);
-        }
-    }
+    void put(const char* value);
 
     std::string name;
     std::optional<std::string> previous;

@@ -11,7 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "CException.h"
-#include "FakeNodeAgent.h"
+#include "FakeNode.h"
 #include "SSLClient.h"
 #include "TempDir.h"
 #include "TestPki.h"
@@ -20,15 +20,8 @@
 // own.
 class TlsFixture : public testing::Test {
 protected:
-    static TlsFiles filesOf(const TestPki::Identity& identity) {
-        TlsFiles files;
-        files.certificateFile = identity.certificateFile;
-        return files;
-    }
-
-    SSLClient clientOf(const FakeNodeAgent& agent) {
-        return SSLClient("127.0.0.1", agent.port(), master.certificateFile);
-    }
+    static TlsFiles filesOf(const TestPki::Identity& identity);
+    SSLClient clientOf(const FakeNodeAgent& agent);
 
     // The text of the CException the action throws; fails the test when it throws none.
     template <typename Action>
@@ -42,13 +35,8 @@ protected:
         return std::string();
     }
 
-    static std::string readFile(const std::string& path) {
-        std::ifstream stream(path, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(stream), {});
-    }
-    static void writeFile(const std::string& path, const std::string& content) {
-        std::ofstream(path, std::ios::binary) << content;
-    }
+    static std::string readFile(const std::string& path);
+    static void writeFile(const std::string& path, const std::string& content);
 
     // Waits until the condition holds, at most 20 s.
     template <typename Condition>
@@ -80,6 +68,4 @@ MATCHER_P(MentionsAll, parts, "") {
     return true;
 }
 
-inline std::vector<std::string> parts(std::vector<std::string> texts) {
-    return texts;
-}
+std::vector<std::string> parts(std::vector<std::string> texts);

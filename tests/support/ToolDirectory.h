@@ -2,9 +2,7 @@
 
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <string>
-#include <sys/stat.h>
 
 #include "ScopedEnvironment.h"
 #include "TempDir.h"
@@ -16,26 +14,12 @@ public:
 
     // A program that records its arguments, one line "<name> [first] [second]" a call, and then
     // runs the shell text.
-    void add(const std::string& name, const std::string& shellText) {
-        const std::string program = directory_.file(name);
-        {
-            std::ofstream file(program);
-            file << "#!/bin/sh\n{ printf '%s' '" << name << "'; for a in \"$@\"; do printf ' [%s]' "
-                 << "\"$a\"; done; echo; } >> '" << calls_ << "'\n"
-                 << shellText << "\n";
-        }
-        chmod(program.c_str(), 0755);
-    }
+    void add(const std::string& name, const std::string& shellText);
     std::string calls() const { return contents(calls_); }
     std::string path() const { return directory_.path(); }
     std::string file(const std::string& name) const { return directory_.file(name); }
 
-    static std::string contents(const std::string& file) {
-        std::ifstream stream(file);
-        std::ostringstream text;
-        text << stream.rdbuf();
-        return text.str();
-    }
+    static std::string contents(const std::string& file);
 
 private:
     TempDir directory_;

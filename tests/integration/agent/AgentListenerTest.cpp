@@ -1,3 +1,4 @@
+#include <poll.h>
 #include <sys/socket.h>
 #include <thread>
 

@@ -10,7 +10,7 @@
 #include "CResult.h"
 #include "ChildProcess.h"
 #include "LocalCluster.h"
-#include "RunTimes.h"
+#include "ResultBlocks.h"
 #include "TempDir.h"
 #include "TestPaths.h"
 
@@ -32,7 +32,7 @@ Outcome shell(const std::string& line) {
     request.output = &outcome.output;
     request.errorOutput = &outcome.errors;
     outcome.status = ChildProcess::run(request).exitCode();
-    outcome.output = timeless(outcome.output);
+    outcome.output = withoutTimes(outcome.output);
     return outcome;
 }
 
@@ -119,15 +119,15 @@ TEST_F(Program, WordsGiveOutputAndStatus) {
         "Configuration file node.cfg is OK.\nThere are 0 node definitions.\n"
         "There are 0 group definitions.\n";
     const std::vector<Words> rows = {
-        {"list node", 0, "[local] (Nms)\nTotal: 0\n"},
-        {"list group", 0, "[local] (Nms)\nTotal: 0\n"},
-        {"tools hello", 0, "[local] (Nms)\nhello\n\n"},
-        {"tools/hello", 0, "[local] (Nms)\nhello\n\n"},
-        {"/tools/hello", 0, "[local] (Nms)\nhello\n\n"},
-        {"tools disk sync all", 0, "[local] (Nms)\nsynced\n\n"},
-        {"tools disk 'sync  all'", 0, "[local] (Nms)\nsynced\n\n"},
-        {"tools disk list node", 0, "[local] (Nms)\nTotal: 0\n"},
-        {"tools fail", 2, "[local] (Nms)\nExitCode:2/1[FAILURE], summary: \n"},
+        {"list node", 0, "[local] (ms)\nTotal: 0\n"},
+        {"list group", 0, "[local] (ms)\nTotal: 0\n"},
+        {"tools hello", 0, "[local] (ms)\nhello\n\n"},
+        {"tools/hello", 0, "[local] (ms)\nhello\n\n"},
+        {"/tools/hello", 0, "[local] (ms)\nhello\n\n"},
+        {"tools disk sync all", 0, "[local] (ms)\nsynced\n\n"},
+        {"tools disk 'sync  all'", 0, "[local] (ms)\nsynced\n\n"},
+        {"tools disk list node", 0, "[local] (ms)\nTotal: 0\n"},
+        {"tools fail", 2, "[local] (ms)\nExitCode:2/1[FAILURE], summary: \n"},
         {"tools far", 1, "Please specify node(s) or group(s) for executing command \"far\".\n"},
         {"tools", 2, "Unknown command: \n"},
         {"tools disk", 2, "Unknown command: \n"},
@@ -140,8 +140,8 @@ TEST_F(Program, WordsGiveOutputAndStatus) {
          "Error! node \"ghost\" does not exist.\nUnknown command: nothing -n ghost\n"
          "Error! node \"ghost\" does not exist.\n"},
         {"save file -f x -n ghost", 7, "Error! node \"ghost\" does not exist.\n"},
-        {"-cfg other.cfg list node", 0, "[local] (Nms)\nTotal: 0\n"},
-        {"list --configuration other.cfg node", 0, "[local] (Nms)\nTotal: 0\n"},
+        {"-cfg other.cfg list node", 0, "[local] (ms)\nTotal: 0\n"},
+        {"list --configuration other.cfg node", 0, "[local] (ms)\nTotal: 0\n"},
         {"list -cfg", 2, "Unknown command: list -cfg\n"},
         {"--validate", 2, needsFile},
         {"x --validate", 2, needsFile},
@@ -186,7 +186,7 @@ TEST_F(Program, ConfigurationWithErrorsEndsTheProcess) {
 }
 
 TEST_F(Program, PipedLineStandsForWords) {
-    const std::string total = "[local] (Nms)\nTotal: 0\n";
+    const std::string total = "[local] (ms)\nTotal: 0\n";
     EXPECT_EQ(total, kelsh("", "echo 'list node' |").output);
     EXPECT_EQ(total, kelsh("", "printf '  list \\t node  ' |").output);
     EXPECT_EQ(total, kelsh("list", "echo node |").output);
@@ -203,7 +203,7 @@ TEST_F(Program, LostOutputIsReported) {
               full.errors);
     EXPECT_EQ(2, kelsh("tools hello >/dev/full").status) << "the result was lost, and that shows";
     const Outcome cut = kelsh("help | head -n 1");
-    EXPECT_EQ("[local] (Nms)\n", cut.output);
+    EXPECT_EQ("[local] (ms)\n", cut.output);
     EXPECT_EQ("", cut.errors) << "who reads only the beginning wants no complaint";
 }
 
@@ -214,7 +214,7 @@ TEST_F(Program, LogsOnAFullDiskCostNoResult) {
     std::filesystem::create_symlink("/dev/full", directory.file("home/cmdexedump/cmd_0.log"));
     const Outcome dump = kelsh("tools hello");
     EXPECT_EQ(0, dump.status);
-    EXPECT_EQ("[local] (Nms)\nhello\n\n", dump.output);
+    EXPECT_EQ("[local] (ms)\nhello\n\n", dump.output);
     EXPECT_EQ(dump.errors, dumpIncomplete);
     std::filesystem::remove(directory.file("home/kelsh.log"));
     std::filesystem::create_symlink("/dev/full", directory.file("home/kelsh.log"));
@@ -242,11 +242,11 @@ TEST_F(Program, CommandLineNumbersComeAfterTheRun) {
     EXPECT_EQ("7", home("cmdseq.cfg")) << "an unknown command takes no number";
     EXPECT_THAT(home("kelsh.log"), HasSubstr("INFO (5)[hello]\n"));
     EXPECT_THAT(home("kelsh.log"), HasSubstr("INFO (6)[far -n ghost]\n"));
-    EXPECT_EQ("[local] (Nms)\nhello\n\n", timeless(home("cmdexedump/cmd_0.log")));
+    EXPECT_EQ("[local] (ms)\nhello\n\n", withoutTimes(home("cmdexedump/cmd_0.log")));
 }
 
 TEST_F(Program, InstallPathDecidesWhereFilesAre) {
-    const std::string total = "[local] (Nms)\nTotal: 0\n";
+    const std::string total = "[local] (ms)\nTotal: 0\n";
     EXPECT_EQ(total, kelsh("list node", "", "KELSH_PATH=.").output);
     EXPECT_EQ(total, kelsh("list node", "cd / &&", "KELSH_PATH=" + directory.file("home/")).output);
     for (const char* none : {"KELSH_PATH=", "env -u KELSH_PATH"}) {
@@ -271,8 +271,8 @@ TEST_F(Program, NavigationAndRecall) {
     EXPECT_EQ(
         "[master]$ history\nThe history of command execution is empty.\n"
         "[master]$ cd tools\n"
-        "[master/tools]$ hello\n[local] (Nms)\nhello\n\n"
-        "[master/tools]$ !2\nExecute \"hello\"\n[local] (Nms)\nhello\n\n"
+        "[master/tools]$ hello\n[local] (ms)\nhello\n\n"
+        "[master/tools]$ !2\nExecute \"hello\"\n[local] (ms)\nhello\n\n"
         "[master/tools]$ cd nowhere\nCan not find command set: nowhere\n"
         "Unknown command: cd nowhere\n"
         "[master/tools]$ !9\nUnknown command: !9\n"
@@ -283,7 +283,7 @@ TEST_F(Program, NavigationAndRecall) {
         "[master/tools]$ cd   ..  \n"
         "[master]$ cd tools\n"
         "[master/tools]$ cd disk\n"
-        "[master/tools/disk]$ sync all\n[local] (Nms)\nsynced\n\n"
+        "[master/tools/disk]$ sync all\n[local] (ms)\nsynced\n\n"
         "[master/tools/disk]$ !3\nExecute \"hello\"\nUnknown command: hello\n"
         "[master/tools/disk]$ cd ..\n"
         "[master/tools]$ cd\n"
@@ -304,8 +304,8 @@ TEST_F(Program, TypedLinesTakeTheirNumbersBeforeTheyRun) {
         "INFO (0)cd tools\nINFO (0)hello\nINFO (2)hello\nINFO (2)cd\n"
         "INFO <<<Exit interactive mode.\n",
         home("kelsh.log"));
-    EXPECT_EQ("[local] (Nms)\nhello\n\n", timeless(home("cmdexedump/cmd_0.log")));
-    EXPECT_EQ("[local] (Nms)\nhello\n\n", timeless(home("cmdexedump/cmd_2.log")));
+    EXPECT_EQ("[local] (ms)\nhello\n\n", withoutTimes(home("cmdexedump/cmd_0.log")));
+    EXPECT_EQ("[local] (ms)\nhello\n\n", withoutTimes(home("cmdexedump/cmd_2.log")));
     EXPECT_FALSE(std::filesystem::exists(directory.file("home/cmdexedump/cmd_1.log")));
 }
 
@@ -340,11 +340,11 @@ TEST_F(Program, HelpTextsAgree) {
     EXPECT_THAT(level, HasSubstr("sync all"));
     EXPECT_THAT(level, ::testing::Not(HasSubstr("hello")));
     EXPECT_EQ(
-        "[local] (Nms)\n--help   ?   ??   clear   get file   help   history   list   "
+        "[local] (ms)\n--help   ?   ??   clear   get file   help   history   list   "
         "list group   list node   quit   save file   \n[biosfw]   [r3biosfw]   [ipmifw]   "
         "[tools]   \n",
         kelsh("list").output);
-    EXPECT_EQ("[local] (Nms)\nfail   far   hello   \n[disk]   \n", kelsh("tools list").output);
+    EXPECT_EQ("[local] (ms)\nfail   far   hello   \n[disk]   \n", kelsh("tools list").output);
 }
 
 // --- with nodes
@@ -355,7 +355,7 @@ protected:
     static void TearDownTestSuite() { cluster.reset(); }
     static LocalCluster::Run kelsh(const std::string& words) {
         LocalCluster::Run run = cluster->kelsh(words);
-        run.output = timeless(run.output);
+        run.output = withoutTimes(run.output);
         return run;
     }
     static std::unique_ptr<LocalCluster> cluster;
@@ -367,11 +367,11 @@ TEST_F(ProgramOnNodes, EveryNodeHasItsBlockInOrder) {
     const LocalCluster::Run run = kelsh("lab path -g all -n node_0001");
     std::string blocks;
     for (int i = 0; i < 3; ++i) {
-        blocks += "[" + LocalCluster::nodeName(i) + "] (Nms)\n" + cluster->nodePath(i) + "/\n\n";
+        blocks += "[" + LocalCluster::nodeName(i) + "] (ms)\n" + cluster->nodePath(i) + "/\n\n";
     }
     EXPECT_EQ(run.output, blocks);
     EXPECT_EQ(0, run.status);
-    EXPECT_EQ(blocks, timeless(cluster->shellFile("cmdexedump/cmd_0.log")));
+    EXPECT_EQ(blocks, withoutTimes(cluster->shellFile("cmdexedump/cmd_0.log")));
 }
 
 TEST_F(ProgramOnNodes, HungCommandReportsItsTimeOut) {
@@ -393,7 +393,7 @@ TEST_F(ProgramOnNodes, ForeignMachineIsNotGivenTheCommand) {
     cluster->writeShellFile("node.cfg", nodes);
     CResult rejected;
     rejected.setRunStatus(1);
-    EXPECT_EQ("[node_0001] (Nms)\nExitCode:1/0[" + rejected.getStatusEnumString() +
+    EXPECT_EQ("[node_0001] (ms)\nExitCode:1/0[" + rejected.getStatusEnumString() +
                   "], summary: Node node_0001: IP(" + ip +
                   ") and MAC(02:00:00:00:00:99) are not matched!\n",
               run.output);
@@ -413,8 +413,7 @@ TEST_F(ProgramOnNodes, ConfirmedFromAPipe) {
     EXPECT_EQ(no.output, asked + asked + "Command \"sync\" is canceled for 3 node(s).\n");
     EXPECT_EQ(1, no.status);
     const Outcome yes = answered("y");
-    EXPECT_EQ(asked + "[node_0000] (Nms)\n\n[node_0001] (Nms)\n\n[node_0002] (Nms)\n\n",
-              yes.output);
+    EXPECT_EQ(asked + "[node_0000] (ms)\n\n[node_0001] (ms)\n\n[node_0002] (ms)\n\n", yes.output);
     EXPECT_EQ(0, yes.status);
 }
 
@@ -426,14 +425,14 @@ TEST_F(ProgramOnNodes, FileGoesOutAndComesBack) {
     EXPECT_EQ(0, saved.status);
     const LocalCluster::Run fetched = kelsh("get file -f " + file + " -n node_0000");
     EXPECT_EQ(0, fetched.status);
-    EXPECT_EQ(0u, fetched.output.find("[node_0000] (Nms)\nFile \"" + file +
+    EXPECT_EQ(0u, fetched.output.find("[node_0000] (ms)\nFile \"" + file +
                                       "\" already exists in local site!\n"))
         << fetched.output;
     EXPECT_THAT(fetched.output, HasSubstr("\nOver write the original file."));
     const std::string gone = files.file("gone");
-    EXPECT_EQ("[node_0000] (Nms)\nExitCode:2/0[FAILURE], summary: File \"" + gone +
-                  "\" does not exist!\n",
-              kelsh("save file -f " + gone + " -n node_0000").output);
+    EXPECT_EQ(
+        "[node_0000] (ms)\nExitCode:2/0[FAILURE], summary: File \"" + gone + "\" does not exist!\n",
+        kelsh("save file -f " + gone + " -n node_0000").output);
     const LocalCluster::Run refused = kelsh("get file -f " + files.path() + " -n node_0000");
     EXPECT_EQ(2, refused.status);
     EXPECT_THAT(refused.output,

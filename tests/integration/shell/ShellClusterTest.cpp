@@ -1,6 +1,7 @@
 // The real kelsh against real kelnode agents.
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>

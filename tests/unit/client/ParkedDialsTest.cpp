@@ -1,5 +1,8 @@
 #include <chrono>
+#include <netinet/in.h>
+#include <stdexcept>
 #include <string>
+#include <sys/socket.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

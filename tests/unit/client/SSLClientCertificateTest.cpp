@@ -1,5 +1,8 @@
 // Who may talk to whom: every certificate that is wrong, from both sides.
 
+#include <cstdlib>
+#include <poll.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>

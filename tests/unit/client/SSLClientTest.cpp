@@ -1,4 +1,5 @@
 #include <csignal>
+#include <sys/socket.h>
 #include <sys/time.h>
 
 #include <gmock/gmock.h>

@@ -1,4 +1,5 @@
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <sys/resource.h>

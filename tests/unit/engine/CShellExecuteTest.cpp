@@ -19,7 +19,6 @@
 #include "CommandSequence.h"
 #include "RequestParser.h"
 #include "ResultBlocks.h"
-#include "RunTimes.h"
 #include "ShellFixture.h"
 #include "ShellLogging.h"
 #include "StandardStreams.h"

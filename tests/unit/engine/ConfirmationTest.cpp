@@ -6,7 +6,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "RunTimes.h"
+#include "ResultBlocks.h"
 #include "ShellFixture.h"
 #include "UniqueFd.h"
 
@@ -32,22 +32,22 @@ protected:
 const std::string onceAsked = "Sure for 3 node(s)? [Yes/No]\n";
 
 std::string block(const std::string& name) {
-    return "[" + name + "] (Nms)\nthere on " + name + "\n";
+    return "[" + name + "] (ms)\nthere on " + name + "\n";
 }
 
 TEST_F(Confirmation, OnceYes) {
     slave->setCommandConfirmType(ONCE);
     for (const char* yes : {"y", "Y"}) {
         EXPECT_EQ(0, execute("there -n n1,n2,n3", yes));
-        EXPECT_EQ(timeless(output), onceAsked + block("n1") + block("n2") + block("n3"));
+        EXPECT_EQ(withoutTimes(output), onceAsked + block("n1") + block("n2") + block("n3"));
     }
 }
 
 TEST_F(Confirmation, OnceAsksUntilItIsAnAnswer) {
     slave->setCommandConfirmType(ONCE);
     EXPECT_EQ(0, execute("there -n n1,n2,n3", "c\n y"));
-    EXPECT_EQ(timeless(output), onceAsked + onceAsked + onceAsked + onceAsked + block("n1") +
-                                    block("n2") + block("n3"));
+    EXPECT_EQ(withoutTimes(output), onceAsked + onceAsked + onceAsked + onceAsked + block("n1") +
+                                        block("n2") + block("n3"));
 }
 
 TEST_F(Confirmation, OnceWithoutAMessageUsesTheDefault) {
@@ -57,7 +57,7 @@ TEST_F(Confirmation, OnceWithoutAMessageUsesTheDefault) {
     EXPECT_EQ(
         "Do you really want to execute this command for 1 node(s)? [Yes/No]\n"
         "Command \"there\" is canceled for 1 node(s).\n",
-        timeless(output));
+        withoutTimes(output));
 }
 
 TEST_F(Confirmation, OnlyOneQuestionMarkGoes) {
@@ -86,7 +86,7 @@ class ConfirmationOfEach : public Confirmation, public ::testing::WithParamInter
 TEST_P(ConfirmationOfEach, AsksForEveryNode) {
     slave->setCommandConfirmType(EACH);
     EXPECT_EQ(GetParam().status, execute("there -n n1,n2,n3", GetParam().keys));
-    EXPECT_EQ(GetParam().spoken, timeless(output));
+    EXPECT_EQ(GetParam().spoken, withoutTimes(output));
     EXPECT_EQ(GetParam().reached, nodesReached());
     EXPECT_TRUE(request->isValidCommand());
 }
@@ -138,7 +138,7 @@ TEST_F(Confirmation, SetsConfirmationIsInherited) {
     slave->setCommandConfirmType(INHERITANCE);
     execute("there -n n1", "n");
     EXPECT_EQ("All of lab for 1 node(s)? [Yes/No]\nCommand \"there\" is canceled for 1 node(s).\n",
-              timeless(output));
+              withoutTimes(output));
 }
 
 TEST_F(Confirmation, OnceNo) {

@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "Observed.h"
-#include "RunTimes.h"
+#include "ResultBlocks.h"
 #include "ShellFixture.h"
 
 namespace {
@@ -56,17 +56,17 @@ TEST_F(DumpFiles, DumpFileIsNamedByTheCurrentNumber) {
     addNodes(2);
     EXPECT_EQ(0, execute("there -n n1,n2"));
     EXPECT_EQ(
-        "INFO [n1] (Nms)\nthere on n1\n"
-        "INFO [n2] (Nms)\nthere on n2\n",
-        timeless(content("cmdexedump/cmd_0.log")));
+        "INFO [n1] (ms)\nthere on n1\n"
+        "INFO [n2] (ms)\nthere on n2\n",
+        withoutTimes(content("cmdexedump/cmd_0.log")));
     put("cmdseq.cfg", "17");
     EXPECT_EQ(17u, shell->getNextCmdSeq());
     set->behaviour = [](const ScriptedSet::Call&, CResult& result) {
         outcome(result, 2, 9, "bad");
     };
     execute("here");
-    EXPECT_EQ("INFO [local] (Nms)\nExitCode:2/9[" + statusName(2) + "], summary: bad\n",
-              timeless(content("cmdexedump/cmd_17.log")));
+    EXPECT_EQ("INFO [local] (ms)\nExitCode:2/9[" + statusName(2) + "], summary: bad\n",
+              withoutTimes(content("cmdexedump/cmd_17.log")));
 }
 
 TEST_F(DumpFiles, DeletionsLeaveTheirTraces) {

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <fstream>
 #include <sys/socket.h>
 #include <thread>

@@ -1,4 +1,5 @@
 #include <atomic>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sys/stat.h>

@@ -1,3 +1,4 @@
+#include <cerrno>
 #include <csignal>
 #include <poll.h>
 #include <sys/socket.h>
