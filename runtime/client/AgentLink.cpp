@@ -22,6 +22,8 @@ using protocol::FrameType;
 constexpr unsigned long kAnswerTimeOutMs = 5000;
 // The agent ends a job at its time-out and says so; that verdict gets this long to arrive.
 constexpr unsigned long kVerdictGraceMs = 1000;
+// The few bytes that give a turn back: a connection that does not take them at once is closed.
+constexpr unsigned long kTurnSendMs = 100;
 // A connection that has rested no longer than this is as good as one just made.
 constexpr std::chrono::milliseconds kFresh{1000};
 // What a second attempt of one command may take of the limit of the first.
@@ -59,9 +61,26 @@ AgentLink::AgentLink(Dialer& connections, std::string address, int agentPort,
       call(theCall ? std::move(theCall) : std::make_shared<NodeCall>(0)) {}
 
 AgentLink::~AgentLink() {
-    if (isOpen() && endedWell) {
+    if (isOpen() && endedWell && (keepsTurn || giveTurnBack())) {
         connection.channel->setCancellation(nullptr);
         dialer.pool().give(context.get(), std::move(connection));
+    }
+}
+
+// Anything else than the number of another command would do as well, and a node of any age takes
+// it.
+bool AgentLink::giveTurnBack() noexcept {
+    if (!connection.hasTurn) {
+        return true;
+    }
+    try {
+        connection.channel->sendFrame(shellHello(0), TlsChannel::after(kTurnSendMs));
+        connection.toldSequence = 0;
+        connection.hasTurn = false;
+        return true;
+    } catch (const std::exception&) {
+        // Closing gives it back too.
+        return false;
     }
 }
 
@@ -144,7 +163,7 @@ void AgentLink::send(const std::string& request, Deadline deadline) {
     }
     // The connection has served another command before: the node must not record this request under
     // that one's number.
-    connection.channel->sendFrame(shellHello() + request, deadline);
+    connection.channel->sendFrame(shellHello(call->commandNumber()) + request, deadline);
     connection.toldSequence = call->commandNumber();
 }
 
@@ -300,16 +319,16 @@ void AgentLink::greet(Deadline deadline) {
                          ") speaks " + std::to_string(agent.lowestVersion) + " to " +
                          std::to_string(agent.highestVersion) + ": update the older one.");
     }
-    connection.channel->sendFrame(shellHello(), deadline);
+    connection.channel->sendFrame(shellHello(call->commandNumber()), deadline);
     connection.toldSequence = call->commandNumber();
 }
 
-std::string AgentLink::shellHello() const {
+std::string AgentLink::shellHello(std::uint32_t number) const {
     protocol::ShellHello hello;
     hello.version = connection.version;
     hello.build = KELSH_BUILD;
     hello.user = userName();
-    hello.sequence = call->commandNumber();
+    hello.sequence = number;
     return protocol::encode(hello);
 }
 

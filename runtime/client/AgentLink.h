@@ -98,6 +98,11 @@ public:
     bool sendUnlessAnswered(const std::string& frame, Deadline deadline);
     void receive(protocol::Frame& frame, Deadline deadline);
 
+    // The next request begins a turn at the node: runs of other conversations wait until this
+    // object ends, or, with keepTurn, the next one that uses its connection.
+    void beginTurn() { connection.hasTurn = true; }
+    void keepTurn() { keepsTurn = true; }
+
     // The answer to the request is complete. Where it was not a good one, the connection does for
     // the next request of this object, but not for the pool.
     void noteAnswer(bool endedWell);
@@ -121,7 +126,9 @@ private:
     bool connectWithin(const Patience& patience);
     void adopt(AgentConnection made);
     void greet(Deadline deadline);
-    std::string shellHello() const;
+    std::string shellHello(std::uint32_t number) const;
+    // False when the connection is of no use any more.
+    bool giveTurnBack() noexcept;
     std::string askOnce(const std::string& request, Deadline deadline);
     std::string askAgain(const std::string& request, Deadline deadline);
     void prove();
@@ -134,5 +141,6 @@ private:
     unsigned int connectLimit = 0;  // milliseconds
     AgentConnection connection;
     bool proven = false;     // an answer has come since the connection was made or taken
+    bool keepsTurn = false;  // the next user of the connection gives it back
     bool endedWell = false;  // the last request has its whole answer, and a good one
 };

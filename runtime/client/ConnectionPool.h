@@ -25,6 +25,7 @@ struct AgentConnection {
     std::uint16_t version = 0;            // of the protocol, as agreed upon
     std::uint32_t toldSequence = 0;       // the command number that the agent knows
     std::optional<std::string> mac;       // what the agent said of itself, if it was asked
+    bool hasTurn = false;                 // runs of others wait at the node until it is given back
     Clock::time_point made{};
     Clock::time_point heard{};  // when the agent's last answer was complete
 };

@@ -81,7 +81,7 @@ void SSLClient::execute(std::string commandLine, unsigned int timeOut, CResult* 
         protocol::Exec exec;
         exec.timeOutMs = timeOut;
         exec.commandLine = std::move(commandLine);
-        runJob(protocol::encode(exec, jobFlags()), timeOut, *result);
+        runJob(protocol::encode(exec, jobFlags()), uninterruptible, timeOut, *result);
     }
 }
 
@@ -100,15 +100,25 @@ void SSLClient::executeEncryptedBinary(std::string preCommand, std::string argum
     run.nodePath = std::move(nodePath);
     run.packagedFiles = std::move(packagedFiles);
     run.companionFiles = std::move(companionFiles);
-    runJob(protocol::encode(run, jobFlags()), timeOut, *result);
+    runJob(protocol::encode(run, jobFlags()), true, timeOut, *result);
+}
+
+void SSLClient::keepTurn() {
+    if (link) {
+        link->keepTurn();
+    }
 }
 
 std::uint8_t SSLClient::jobFlags() const {
     return uninterruptible ? protocol::kFlagUninterruptible : std::uint8_t{0};
 }
 
-void SSLClient::runJob(const std::string& request, unsigned int timeOut, CResult& result) {
+void SSLClient::runJob(const std::string& request, bool beginsTurn, unsigned int timeOut,
+                       CResult& result) {
     link->prepareForWork();
+    if (beginsTurn) {
+        link->beginTurn();
+    }
     NodeCall& theCall = link->currentCall();
     if (theCall.isOver()) {
         // Nobody waits for it any more: it must not begin now.

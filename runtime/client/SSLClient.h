@@ -101,6 +101,11 @@ public:
                                 std::list<std::string> companionFiles, unsigned int timeOut,
                                 CResult* result);
 
+    // Packaged tools, and jobs that must not be cut short, run by turns on a node: those of other
+    // conversations wait until this object has ended, so that what a run left can be read back.
+    // With this they wait until the next object has used the same connection.
+    void keepTurn();
+
     // The MAC address of the interface on which the agent is reached; empty when it cannot tell.
     std::string getKelNodeMacAddress(std::string ip);
     // With a limit of its own, milliseconds; 0 means the usual one.
@@ -112,7 +117,7 @@ public:
 private:
     void requireConnection() const;
     std::uint8_t jobFlags() const;
-    void runJob(const std::string& request, unsigned int timeOut, CResult& result);
+    void runJob(const std::string& request, bool beginsTurn, unsigned int timeOut, CResult& result);
 
     std::string ip;
     int port;

@@ -177,6 +177,10 @@ std::string CNodeSession::readFile(const std::string& file) {
 }
 
 CResult CNodeSession::transfer(const std::string& command, const std::string& path) {
+    if (client) {
+        // What a run has just written is fetched before anybody else's run.
+        client->keepTurn();
+    }
     client.reset();
     CShellExecutionContext context{CShellExecutionContext::Temporary()};
     CShellCommandSet_Basic basic(&context);

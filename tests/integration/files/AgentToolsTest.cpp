@@ -317,3 +317,13 @@ TEST_F(AgentTools, TurnOfASessionThatWasKilledIsOver) {
     }
     EXPECT_EQ(0, run("", {"tool.enc"}, {}, "", 3000).getExitCode());
 }
+
+TEST_F(AgentTools, TurnEndsWithTheClientThatHadIt) {
+    agent.packScript("tool", toolScript());
+    const auto second = agent.connect();
+    // Left to the pool: its session goes on.
+    run("");
+    CResult result;
+    second->executeEncryptedBinary("", "", agent.nodePath(), {"tool.enc"}, {}, 1500, &result);
+    EXPECT_EQ(0, result.getExitCode());
+}
