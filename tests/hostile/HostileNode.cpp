@@ -1,5 +1,7 @@
 #include "HostileNode.h"
 
+#include "FileDigest.h"
+
 Payloads::Payloads(const std::string& canary)
     : command("touch " + canary + "/ran"), outside(canary + "/written") {}
 

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "FakeNodeAgent.h"
+#include "FakeNode.h"
 #include "Figure.h"
 #include "FileDigest.h"
 #include "LocalAgent.h"

@@ -1,9 +1,11 @@
 #include "ShellUnderAttack.h"
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <termios.h>
