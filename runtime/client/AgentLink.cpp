@@ -10,6 +10,7 @@
 #include "Dialer.h"
 #include "MacAddress.h"
 #include "NodeCall.h"
+#include "Text.h"
 #include "TlsContext.h"
 #include "TlsSocket.h"
 
@@ -111,8 +112,10 @@ std::string AgentLink::identity(unsigned int timeOutMs) {
             throw;
         }
     }
-    // It goes into logs and onto the terminal: whatever else a node may say is not taken.
-    connection.mac = said.empty() || macaddress::isValid(said, ":") ? said : kNoAddress;
+    // It goes into logs and onto the terminal: whatever else a node may say is not taken. White
+    // space around it is for the caller to judge.
+    const std::string bare = Text::trimmed(said);
+    connection.mac = bare.empty() || macaddress::isValid(bare, ":") ? said : kNoAddress;
     return *connection.mac;
 }
 
