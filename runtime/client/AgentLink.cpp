@@ -187,6 +187,7 @@ void AgentLink::noteAnswer(bool wasGood) {
     connection.heard = Clock::now();
     proven = true;
     endedWell = wasGood;
+    call->noteWord();
 }
 
 void AgentLink::settle(const AgentError& error, bool ends) {

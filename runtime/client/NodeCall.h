@@ -70,6 +70,10 @@ public:
     // Why the call's last attempt to get a connection failed; none where it did not.
     void noteDial(std::optional<ChannelError::Kind> failure) { dialFailure = failure; }
     std::optional<ChannelError::Kind> lastDialFailure() const { return dialFailure; }
+    // The node has answered something since the call began. Who it is may be known from an earlier
+    // command.
+    void noteWord() { heard = true; }
+    bool wasHeard() const { return heard; }
     // The node did not answer in the time of an attempt.
     void noteSilence() { silent = true; }
     bool wasSilent() const { return silent; }
@@ -80,6 +84,7 @@ private:
     Deadline deadline = Deadline::max();
     std::optional<std::string> expected;
     bool other = false;
+    bool heard = false;
     bool silent = false;
     std::optional<ChannelError::Kind> dialFailure;
 

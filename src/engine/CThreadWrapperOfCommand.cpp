@@ -133,7 +133,10 @@ void CThreadWrapperOfCommand::runOnTarget(CResult& outcome) {
         reject(outcome, target);
         return;
     }
-    const bool hung = call->lastDialFailure() == ChannelError::Kind::kTimedOut;
+    // Who the node is may be known from before, and then nothing has been asked yet.
+    const bool hung = call->lastDialFailure()
+                          ? *call->lastDialFailure() == ChannelError::Kind::kTimedOut
+                          : !call->wasHeard();
     call->noteDial(std::nullopt);
     set->execute(request, &target, outcome, timeOut);
     // A node that hangs, and hung again when the command tried, has not failed the command: it was

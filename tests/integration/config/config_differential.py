@@ -193,10 +193,10 @@ def collect_blocks(data):
 
 def time_out(report, line, value):
     number = leading_integer(value)
-    if number < 0 or number > 0xffffffff or (number == 0 and len(value) > 1):
+    if number < 0 or (number == 0 and len(value) > 1):
         report.error(line, b'Invalid time out: ' + value)
         return None
-    return number
+    return min(number, 0xffffffff)
 
 
 def resolve_option(report, line, piece):
