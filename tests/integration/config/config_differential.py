@@ -248,8 +248,6 @@ def build_command(report, block, target):
             option = resolve_option(report, line, piece)
             if option:
                 options.append(option)
-    if target is None or not good:
-        return
     kept = []
     for option in options:
         same = [other for other in kept
@@ -263,7 +261,9 @@ def build_command(report, block, target):
     if name in target['commands']:
         report.error(line, name + b' already exists!')
         return
-    target['commands'][name] = {'block': block, 'options': kept, 'timeout': limit}
+    # A command that is refused is looked at to its end, and left out.
+    if good:
+        target['commands'][name] = {'block': block, 'options': kept, 'timeout': limit}
 
 
 def find_parent(report, line, heads, roots):
@@ -296,8 +296,9 @@ def build_set(report, block, roots):
     limit = time_out(report, line, block[b'timeout'])
     made = {'name': name.split(b'/')[-1], 'block': block, 'parent': parent, 'children': [],
             'commands': {}, 'timeout': limit or 0} if good else None
+    refused = {'commands': {}}
     for command in block['commands']:
-        build_command(report, command, made)
+        build_command(report, command, made or refused)
     if made is None:
         return
     if parent is None:
