@@ -68,8 +68,8 @@ TEST_F(CShellExecute, HungNodeReportsTimedOutWithTheTimeOutAsRunTime) {
         }
         result.setRunSummary("done");
     };
-    EXPECT_EQ(5, execute("there -n n1,n2 -t 60"));
-    EXPECT_EQ("[n2] (60ms)\nExitCode:5/0[TIMED_OUT], summary: \n",
+    EXPECT_EQ(5, execute("there -n n1,n2 -t 500"));
+    EXPECT_EQ("[n2] (500ms)\nExitCode:5/0[TIMED_OUT], summary: \n",
               output.substr(output.find("[n2]")));
     EXPECT_NE(std::string::npos, output.find("done"));
     EXPECT_EQ(1U, CShell::runningWorkers());
