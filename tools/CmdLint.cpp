@@ -221,7 +221,8 @@ private:
     void checkHyphens() {
         for (const auto& [name, named] : commands) {
             for (const auto& [shorter, other] : commands) {
-                if (other.takesOptions && Text::startsWith(name, shorter + "-")) {
+                if (other.takesOptions && name.size() > shorter.size() &&
+                    name[shorter.size()] == '-' && Text::startsWith(name, shorter)) {
                     std::string text = "\"" + name + "\" is read as \"" + shorter;
                     text += "\" (line " + std::to_string(other.line);
                     text += ") with options: it is never run";

@@ -210,6 +210,7 @@ std::vector<int> JobSupervisor::inheritedDescriptors() const {
 void JobSupervisor::spawn() {
     std::vector<std::string> entries = environmentOfJob();
     std::vector<char*> environment;
+    environment.reserve(entries.size() + 1);
     for (std::string& entry : entries) {
         environment.push_back(entry.data());
     }

@@ -95,7 +95,7 @@ std::string derOf(const X509* certificate) {
     if (count < 0) {
         failed("Cannot hand on a certificate");
     }
-    const std::string der(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count));
+    std::string der(reinterpret_cast<const char*>(bytes), static_cast<std::size_t>(count));
     OPENSSL_free(bytes);
     return der;
 }
