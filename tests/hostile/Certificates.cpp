@@ -293,6 +293,8 @@ std::vector<Case> nodeCases(const Authorities& all, const Identity& leaf) {
 bool believesBareServer(const TlsFiles& files, const std::string& master, const std::string& alpn,
                         int version, std::string& reason) {
     const std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
+    // As an agent does: a shell ends a connection that brings a ticket.
+    SSL_CTX_set_num_tickets(context.get(), 0);
     SSL_CTX_set_security_level(context.get(), 0);
     SSL_CTX_set_max_proto_version(context.get(), version);
     if (SSL_CTX_use_certificate_chain_file(context.get(), files.certificateFile.c_str()) != 1 ||

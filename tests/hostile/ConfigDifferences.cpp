@@ -45,7 +45,7 @@ std::vector<Figure> compareConfigurations(const Scale& scale) {
     figure.tries = scale.pick(100000, 3000);
     const std::string output =
         outputOf("python3 " KELSH_SOURCE_DIR
-                 "/tests/integration/config_differential.py --program " KELSH_BINARY_DIR
+                 "/tests/integration/config/config_differential.py --program " KELSH_BINARY_DIR
                  "/bin/config_dump --keep " KELSH_BINARY_DIR "/differing.cfg --count " +
                  std::to_string(figure.tries));
     const std::string all = std::to_string(figure.tries) + " files are read alike\n";
