@@ -223,9 +223,10 @@ private:
             for (const auto& [shorter, other] : commands) {
                 if (other.takesOptions && name.size() > shorter.size() &&
                     name[shorter.size()] == '-' && Text::startsWith(name, shorter)) {
-                    std::string text = "\"" + name + "\" is read as \"" + shorter;
-                    text += "\" (line " + std::to_string(other.line);
-                    text += ") with options: it is never run";
+                    std::string text = "\"";
+                    text.append(name).append("\" is read as \"").append(shorter);
+                    text.append("\" (line ").append(std::to_string(other.line));
+                    text.append(") with options: it is never run");
                     report.warning(named.line, text);
                 }
             }
